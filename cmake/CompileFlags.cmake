@@ -1,0 +1,21 @@
+# Flags of every target. The output bytes are part of the interface, so nothing here may let the compiler
+# reorder or fuse floating-point operations.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
+
+add_compile_options(-ffp-contract=off -fno-math-errno
+                    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+if(VELA_SANITIZE)
+    add_compile_options(-fsanitize=${VELA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${VELA_SANITIZE})
+endif()

@@ -1,0 +1,164 @@
+// Polyphase analysis filterbank (ISO/IEC 11172-3, C.1.3): windowed sums and a fast 32-point cosine
+// transform. Lanes are time steps.
+#pragma once
+
+#include "analysis/kernels.hpp"
+#include "analysis/window_table.hpp"
+#include "simd/const_math.hpp"
+#include "simd/lanes.hpp"
+
+#include <array>
+
+namespace vela::VELA_LEVEL {
+
+/// cos(i pi / 64), i = 0..31.
+inline constexpr std::array<double, 32> dct_cosines = [] {
+    std::array<double, 32> c{};
+    for (unsigned i = 0; i < 32; ++i)
+        c[i] = const_math::cosine(i * 0.04908738521234052);
+    return c;
+}();
+
+/// Angles of the butterfly blocks in units of pi / 32 beyond half a block: 4-bit bit reversals of 0..7.
+inline constexpr std::array<int, 8> dct_block_order{0, 8, 4, 12, 2, 10, 6, 14};
+
+/// Bit reversal of five bits, by exchanges.
+inline constexpr std::array<std::array<int, 2>, 12> dct_swaps{{{16, 1},
+                                                               {8, 2},
+                                                               {24, 3},
+                                                               {20, 5},
+                                                               {12, 6},
+                                                               {28, 7},
+                                                               {18, 9},
+                                                               {26, 11},
+                                                               {22, 13},
+                                                               {30, 15},
+                                                               {25, 19},
+                                                               {29, 23}}};
+
+/// Butterflies of one round, L = M / 2: every block of M values rotates one pair by the angle of its
+/// block ...
+template <class V, int L, int M>
+VELA_INLINE void dct32_block_ends(V *v) {
+    constexpr int h = L / 2;
+#pragma GCC unroll 16
+    for (int g = 0; g < 32 / M; ++g) {
+        const auto k = static_cast<unsigned>(h + dct_block_order[static_cast<unsigned>(g)]);
+        const V cosine = splat<V>(dct_cosines[k]), sine = splat<V>(dct_cosines[32 - k]);
+        const int a = g * M, b = 32 - h - g * M;
+        const V A = v[a + h], B = v[b];
+        const V t1 = A * cosine + B * sine, t2 = B * cosine - A * sine;
+        const V low = v[a], high = v[b - h];
+        v[b] = low - t1;
+        v[a] = low + t1;
+        v[a + h] = high + t2;
+        v[b - h] = high - t2;
+    }
+}
+
+/// ... and the pairs in between, from both ends towards the middle, by twice that angle.
+template <class V, int L, int M>
+VELA_INLINE void dct32_block_middles(V *v) {
+    constexpr int h = L / 2;
+#pragma GCC unroll 16
+    for (int g = 0; g < 32 / M; ++g) {
+        const auto k = static_cast<unsigned>(2 * (h + dct_block_order[static_cast<unsigned>(g)]));
+        const V cosine = splat<V>(dct_cosines[k]), sine = splat<V>(dct_cosines[32 - k]);
+        const int d = L + 2 * g * M - 32;
+#pragma GCC unroll 8
+        for (int i = 0; i < h - 1; ++i) {
+            const int p = 31 - g * M - i, q = 33 - L - g * M + i;
+            const V A = v[p + d], B = v[q];
+            const V t1 = A * cosine + B * sine, t2 = B * cosine - A * sine;
+            const V low = v[q + d], high = v[p];
+            v[q] = low - t1;
+            v[q + d] = low + t1;
+            v[p + d] = splat<V>(0.0) - high - t2;
+            v[p] = high - t2;
+        }
+    }
+}
+
+/// In place: v[i] = sum over n = 0..31 of v[n] cos((2i + 1) n pi / 64).
+template <class V>
+VELA_INLINE void dct32(V *v) {
+    const V t = v[16] * splat<V>(0.7071067811865476);
+    v[16] = v[0] - t;
+    v[0] = v[0] + t;
+    dct32_block_ends<V, 16, 32>(v);
+    dct32_block_middles<V, 16, 32>(v);
+    dct32_block_ends<V, 8, 16>(v);
+    dct32_block_middles<V, 8, 16>(v);
+    dct32_block_ends<V, 4, 8>(v);
+    dct32_block_middles<V, 4, 8>(v);
+    dct32_block_ends<V, 2, 4>(v);
+    for (const auto &[r, i] : dct_swaps) {
+        const V value = v[r];
+        v[r] = v[i];
+        v[i] = value;
+    }
+}
+
+/// sum[g] = sum over j = 0..7 of window[tap + 64 j] times that tap's samples, for G groups of time
+/// steps.
+template <class V, int G>
+VELA_INLINE void window_sum(const double *columns, int tap, V (&sum)[G]) {
+    const double *const samples = columns + (tap % 32) * sample_columns::stride + tap / 32;
+    const double *const window = analysis_window.data() + tap;
+#pragma GCC unroll 8
+    for (int j = 0; j < 8; ++j) {
+        const V weight = splat<V>(window[64 * j]);
+#pragma GCC unroll 12
+        for (int g = 0; g < G; ++g) {
+            const V product = load<V>(samples + 2 * j + g * lanes<V>) * weight;
+            sum[g] = j == 0 ? product : sum[g] + product;
+        }
+    }
+}
+
+/// Twelve time steps. In the standard's terms (C.1.3: Z[i] = C[i] X[i], Y[k] = sum over j of Z[k + 64
+/// j]) the transform's input is
+///
+///     a[0]  = Y[16]
+///     a[n]  = Y[16 - n] + Y[16 + n]    n = 1..16
+///     a[n]  = Y[16 + n] - Y[80 - n]    n = 17..31
+///
+/// and S[i] = sum over k of cos((2i + 1)(k - 16) pi / 64) Y[k] = sum over n of cos((2i + 1) n pi / 64)
+/// a[n]. Y[k] stands at tap 63 - k of the reversed window.
+template <class V>
+void analyze_part(const sample_columns &columns, int first_row, double (*out)[32]) noexcept {
+    constexpr int G = 12 / lanes<V>;
+    const double *const rows = columns.at + first_row;
+    V a[G][32], first[G], second[G];
+    window_sum<V, G>(rows, 63 - 16, first);
+    for (int g = 0; g < G; ++g)
+        a[g][0] = first[g];
+    for (int n = 1; n <= 16; ++n) {
+        window_sum<V, G>(rows, 63 - (16 - n), first);
+        window_sum<V, G>(rows, 63 - (16 + n), second);
+        for (int g = 0; g < G; ++g)
+            a[g][n] = first[g] + second[g];
+    }
+    for (int n = 17; n <= 31; ++n) {
+        window_sum<V, G>(rows, 63 - (16 + n), first);
+        window_sum<V, G>(rows, 63 - (80 - n), second);
+        for (int g = 0; g < G; ++g)
+            a[g][n] = first[g] - second[g];
+    }
+    for (int g = 0; g < G; ++g) {
+        dct32(a[g]);
+        for (int t = 0; t < lanes<V>; ++t) {
+            for (int i = 0; i < 32; ++i)
+                out[g * lanes<V> + t][i] = lane(a[g][i], t);
+        }
+    }
+}
+
+inline void arrange(const float *samples, int rows, sample_columns &columns) noexcept {
+    for (int row = 0; row < rows; ++row) {
+        for (int r = 0; r < 32; ++r)
+            columns.at[r * sample_columns::stride + row] = static_cast<double>(samples[32 * row + r]);
+    }
+}
+
+} // namespace vela::VELA_LEVEL

@@ -1,0 +1,14 @@
+// Compiled once per level; see cmake/Kernels.cmake.
+#include "analysis/kernels.hpp"
+
+#include "analysis/filterbank_kernel.hpp"
+
+namespace vela::VELA_LEVEL {
+
+extern const analysis_kernels analysis_table;
+const analysis_kernels analysis_table{
+    .arrange = arrange,
+    .analyze_part = analyze_part<lane_type<VELA_LANES>>,
+};
+
+} // namespace vela::VELA_LEVEL

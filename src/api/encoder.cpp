@@ -1,0 +1,149 @@
+#include "api/encoder.hpp"
+
+#include "analysis/filterbank.hpp"
+#include "api/validate.hpp"
+#include "stream/frame_header.hpp"
+#include "stream/rate_tables.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+
+using namespace vela;
+
+namespace {
+
+using malloc_function = void *(*)(std::size_t);
+using free_function = void (*)(void *);
+
+struct allocator {
+    malloc_function allocate = std::malloc;
+    free_function release = std::free;
+};
+
+/// The host's pair, if it has both halves; else the process's.
+allocator allocator_of(resource_lookup lookup) noexcept {
+    if (lookup == nullptr) return {};
+    void *const allocate = lookup("malloc");
+    void *const release = lookup("free");
+    if (allocate == nullptr || release == nullptr) return {};
+    return {reinterpret_cast<malloc_function>(allocate), reinterpret_cast<free_function>(release)};
+}
+
+int sampling_bits_of(std::int32_t pcm_format) noexcept {
+    switch (pcm_format & 7) {
+    case 3:
+        return 24;
+    case 4:
+        return 32;
+    default:
+        return 16;
+    }
+}
+
+std::int64_t start_time_of(const mpeg_a_settings &settings) noexcept {
+    if (settings.pts_units <= 0) return settings.pts_offset;
+    const double ticks = static_cast<double>(settings.pts_offset) * 27000000.0 / settings.pts_units;
+    // 2^63 and beyond has no 64-bit value; such offsets stop at the ends of the range.
+    if (ticks >= 0x1p63) return INT64_MAX;
+    if (ticks < -0x1p63) return INT64_MIN;
+    return static_cast<std::int64_t>(ticks);
+}
+
+} // namespace
+
+mpeg_a_encoder *mpeg_a_encoder::create(resource_lookup lookup, const mpeg_a_settings *settings,
+                                       std::int32_t pcm_format, std::int32_t sample_rate) noexcept {
+    if (mpegOutAudioChkSettings(lookup, settings, MPEG_A_PRESET_NONE, sample_rate,
+                                MPEG_A_CHECK_GENERIC_ONLY, 0)
+        != 0) {
+        return nullptr;
+    }
+    // The block may come from any host: it is cleared here, and nothing in it wants more alignment than
+    // malloc gives.
+    static_assert(std::is_trivially_copyable_v<
+                      mpeg_a_encoder> && alignof(mpeg_a_encoder) <= alignof(std::max_align_t));
+    const allocator memory = allocator_of(lookup);
+    void *const block = memory.allocate(sizeof(mpeg_a_encoder));
+    if (block == nullptr) return nullptr;
+    std::memset(block, 0, sizeof(mpeg_a_encoder));
+    auto *const encoder = static_cast<mpeg_a_encoder *>(block);
+    encoder->free_ = memory.release;
+    encoder->err_printf_ = message_function(lookup, "err_printf");
+    encoder->inf_printf_ = message_function(lookup, "inf_printf");
+    encoder->settings_ = *settings;
+    encoder->sample_rate_ = sample_rate;
+    encoder->sampling_bits_ = sampling_bits_of(pcm_format);
+    encoder->start_time_ = start_time_of(*settings);
+    return encoder;
+}
+
+void mpeg_a_encoder::destroy(mpeg_a_encoder *encoder) noexcept {
+    if (encoder != nullptr) encoder->free_(encoder);
+}
+
+std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
+    if (output == nullptr) {
+        done(true);
+        return 2;
+    }
+    if (init_frame_header(header_, settings_, sample_rate_) != 0) {
+        err_printf_("A001:Unknown audio sampling rate");
+        done(true);
+        return 2;
+    }
+    writer_.bind(output);
+    previous_total_ = 0;
+    coder_.init(coding_kernels_of(kernels), header_, writer_);
+    filterbank_ = &analysis_kernels_of(kernels);
+    input_.init(sampling_bits_, coder_.config().channels, header_.layer);
+    psy_.init(psy_kernels_of(kernels), header_.layer, sample_rate_);
+    timer_.init(header_.layer, start_time_, sampling_frequency_khz[header_.sampling_frequency],
+                bitrate_kbps(header_.layer, header_.bitrate_index));
+    initialised_ = true;
+    return 0;
+}
+
+std::int32_t mpeg_a_encoder::put_bytes(const void *data, std::uint32_t size) noexcept {
+    if (!initialised_) return 2;
+    const bool flush = data == nullptr;
+    const std::span pcm(static_cast<const std::uint8_t *>(data), flush ? 0 : size);
+    return encode(pcm, flush) == 0 ? 0 : 2;
+}
+
+void mpeg_a_encoder::done(bool abort) noexcept {
+    if (!initialised_) return;
+    if (!abort) encode({}, true);
+    writer_.close();
+    initialised_ = false;
+}
+
+int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexcept {
+    const coder_config &config = coder_.config();
+    subband_samples samples;
+    smr_table smr;
+    while (input_.fill_frame(pcm, flush)) {
+        header_.padding = static_cast<std::uint8_t>(timer_.decide_padding());
+        const int frame_bits = timer_.frame_bits();
+        if (!writer_.request_frame(static_cast<std::uint32_t>(frame_bits / 8))) {
+            err_printf_("A002:Could not write to audio file");
+            return -1;
+        }
+        const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
+        psy_.analyze(frame_start, config.channels, smr);
+        analyze_frame(*filterbank_, frame_start, config.channels, config.parts(), samples);
+        coder_.encode_frame(frame_bits, samples, smr);
+        end_frame(frame_bits);
+    }
+    return 0;
+}
+
+void mpeg_a_encoder::end_frame(int frame_bits) noexcept {
+    const auto written = static_cast<std::uint32_t>(writer_.total_bits() - previous_total_);
+    if (written != static_cast<std::uint32_t>(frame_bits)) {
+        std::printf("ERROR: adb = %d, frame_bits = %d\n", frame_bits, static_cast<int>(written));
+    }
+    previous_total_ = writer_.total_bits();
+    writer_.end_frame({.length = (written + 7) / 8, .unused = 0, .time_stamp = timer_.advance_time()});
+}

@@ -1,0 +1,55 @@
+// One encoder: its life cycle and the encode loop.
+#pragma once
+
+#include "analysis/pcm_input.hpp"
+#include "coding/frame_coder.hpp"
+#include "psy/model.hpp"
+#include "simd/level.hpp"
+#include "stream/bit_writer.hpp"
+#include "stream/frame_timer.hpp"
+#include "vela_enc_mp1a/encoder.h"
+
+#include <cstdint>
+#include <span>
+
+/// All state of one stream; lives in one block of the host's memory, which Free hands back.
+struct mpeg_a_encoder {
+  public:
+    /// As mpegOutAudioNew().
+    static mpeg_a_encoder *create(resource_lookup lookup, const mpeg_a_settings *settings,
+                                  std::int32_t pcm_format, std::int32_t sample_rate) noexcept;
+    static void destroy(mpeg_a_encoder *encoder) noexcept;
+
+    /// As mpegOutAudioInit(), with the kernels of a given level.
+    std::int32_t init(bufstream *output, vela::level kernels) noexcept;
+    /// As mpegOutAudioPutBytes(): 0 or 2.
+    std::int32_t put_bytes(const void *data, std::uint32_t size) noexcept;
+    void done(bool abort) noexcept;
+
+    /// Header of the current frame, or of the stream before the first one; valid after init.
+    const frame_header &header() const noexcept { return header_; }
+
+  private:
+    using free_function = void (*)(void *);
+
+    int encode(std::span<const std::uint8_t> pcm, bool flush) noexcept;
+    void end_frame(int frame_bits) noexcept;
+
+    mpeg_a_settings settings_;
+    std::int32_t sample_rate_;
+    std::int32_t sampling_bits_;
+    std::int64_t start_time_;
+    bool initialised_;
+    mpeg_a_message_function err_printf_;
+    mpeg_a_message_function inf_printf_;
+    free_function free_;
+
+    const vela::analysis_kernels *filterbank_;
+    std::uint64_t previous_total_; ///< bits written up to the end of the frame before
+    frame_header header_;
+    vela::frame_timer timer_;
+    vela::bit_writer writer_;
+    vela::frame_coder coder_;
+    vela::pcm_input input_;
+    vela::psy_model psy_;
+};

@@ -1,0 +1,18 @@
+// Compiled once per level; see cmake/Kernels.cmake.
+#include "coding/kernels.hpp"
+
+#include "coding/sample_kernels.hpp"
+
+namespace vela::VELA_LEVEL {
+
+using V = lane_type<VELA_LANES>;
+
+extern const coding_kernels coding_table;
+const coding_kernels coding_table{
+    .peaks = peaks<V>,
+    .combine = combine<V>,
+    .quantize_layer1 = quantize_layer1<V>,
+    .quantize_layer2 = quantize_layer2<V>,
+};
+
+} // namespace vela::VELA_LEVEL

@@ -1,0 +1,117 @@
+#include "psy/partitions.hpp"
+
+#include "simd/math.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vela {
+
+namespace {
+
+/// Upper edges of the critical bands in Hz; entry n is n bark.
+constexpr std::array<double, 27> band_edges{0,    100,  200,  300,  400,  510,   630,   770,   920,
+                                            1080, 1270, 1480, 1720, 2000, 2320,  2700,  3150,  3700,
+                                            4400, 5300, 6400, 7700, 9500, 12000, 15500, 25000, 30000};
+
+/// Least masking offset in dB by rounded bark value.
+constexpr std::array<double, 27> min_offset_by_bark{20,  20,  20,  20,  20,  17,  15,  10,  7,
+                                                    4.4, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5,
+                                                    4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 3.5, 3.5, 3.5};
+
+constexpr unsigned at(int i) noexcept {
+    return static_cast<unsigned>(i);
+}
+
+double bark_of(double hz) noexcept {
+    if (hz <= 100) return hz / 100;
+    int j = 2;
+    while (hz > band_edges[at(j)])
+        ++j;
+    const double low = band_edges[at(j - 1)];
+    return (j - 1) + (hz - low) / (band_edges[at(j)] - low);
+}
+
+/// Gain of the spreading function from a masker to a maskee at the given bark values.
+double spreading_gain(double maskee, double masker) noexcept {
+    const double x = (maskee - masker) * 1.05;
+    const double u = x - 0.5;
+    const double t = x >= 0.5 && x <= 2.5 ? 8 * (u * u - 2 * u) : 0;
+    const double y = x + 0.474;
+    const double s = 15.811389 + 7.5 * y - 17.5 * std::sqrt(1 + y * y);
+    constexpr double ln10_by_10 = 0.2302585093;
+    return s <= -100 ? 0 : VELA_LEVEL::exponential(ln10_by_10 * (t + s));
+}
+
+/// Lays the partitions: a line opens a new one when it lies more than 0.33 bark above the first line of
+/// the open one. Returns the mean bark value of each partition, 0 for those without lines.
+std::array<double, partition_count> lay_partitions(partition_tables &tables, int sample_rate) noexcept {
+    std::array<double, partition_count> bark{};
+    const auto bark_of_line = [sample_rate](int line) {
+        return bark_of(line * (sample_rate * 0.0009765625));
+    };
+    tables.first_line.fill(line_count);
+    tables.first_line[0] = 0;
+    int partition = 0;
+    double lower = bark_of_line(0), sum = 0;
+    for (int line = 0; line < line_count; ++line) {
+        const double value = bark_of_line(line);
+        if (value - lower > 0.33) {
+            bark[at(partition)] = sum / (line - tables.first_line[at(partition)]);
+            tables.first_line[at(++partition)] = line;
+            lower = value;
+            sum = 0;
+        }
+        sum += value;
+        tables.of_line[at(line)] = static_cast<unsigned char>(partition);
+    }
+    bark[at(partition)] = sum / (line_count - tables.first_line[at(partition)]);
+    return bark;
+}
+
+/// Fills the maskee's column of the spreading matrix; returns the sum of its whole row, gains outside
+/// the run included.
+double lay_spreading(partition_tables &tables, const std::array<double, partition_count> &bark,
+                     int maskee) noexcept {
+    double sum = 0;
+    bool before_run = true, in_run = false;
+    int &group_first = tables.first_masker[at(maskee / spreading_group)];
+    int &group_end = tables.end_masker[at(maskee / spreading_group)];
+    for (int masker = 0; masker < partition_count; ++masker) {
+        const double gain = spreading_gain(bark[at(maskee)], bark[at(masker)]);
+        sum += gain;
+        if (before_run && gain != 0) {
+            before_run = false;
+            in_run = true;
+        } else if (gain == 0) {
+            in_run = false;
+        }
+        if (!in_run) continue;
+        tables.spreading[at(masker)][at(maskee)] = gain;
+        group_first = std::min(group_first, masker);
+        group_end = std::max(group_end, masker + 1);
+    }
+    return sum;
+}
+
+} // namespace
+
+void make_partition_tables(partition_tables &tables, int sample_rate) noexcept {
+    const auto bark = lay_partitions(tables, sample_rate);
+    for (auto &row : tables.spreading)
+        row.fill(0);
+    tables.first_masker.fill(partition_count);
+    tables.end_masker.fill(0);
+    tables.tone_masking.fill(24.5);
+    tables.min_offset.fill(0);
+    tables.spread_norm.fill(1);
+    for (int p = 0; p < partition_count; ++p) {
+        tables.tone_masking[at(p)] = std::max(bark[at(p)] + 15.5, 24.5);
+        tables.min_offset[at(p)] = min_offset_by_bark[at(static_cast<int>(bark[at(p)] + 0.5))];
+        const double row_sum = lay_spreading(tables, bark, p);
+        const int lines = tables.first_line[at(p + 1)] - tables.first_line[at(p)];
+        if (lines > 0) tables.spread_norm[at(p)] = lines * row_sum;
+    }
+}
+
+} // namespace vela

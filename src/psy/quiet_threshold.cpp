@@ -1,0 +1,113 @@
+#include "psy/quiet_threshold.hpp"
+
+#include "simd/const_math.hpp"
+
+namespace vela {
+
+namespace {
+
+/// Energy of 0 dB: a sine at the threshold's reference level in units of the spectrum.
+constexpr long double energy_of_0_db = 15266.433184245481L;
+
+/// Above the last run nothing is audible: 137.8 dB on the scale of the spectrum.
+constexpr double final_run = 60776765194240.0;
+
+/// The usual approximation of the threshold in quiet, f in kHz:
+/// T(f) = 3.64 f^-0.8 - 6.5 exp(-0.6 (f - 3.3)^2) + 0.001 f^4 dB, rounded to 0.01 dB.
+consteval long double threshold_db(long double f) {
+    using namespace const_math;
+    const long double db = 3.64L * power(f, -0.8L) - 6.5L * exponential(-0.6L * (f - 3.3L) * (f - 3.3L))
+                           + 0.001L * f * f * f * f;
+    const long double hundredths = db * 100 + (db < 0 ? -0.5L : 0.5L);
+    return static_cast<long double>(static_cast<long long>(hundredths)) / 100;
+}
+
+/// Threshold of the run that ends before line `end`, taken at that upper edge.
+consteval double run_threshold(int end, int sample_rate) {
+    const long double f_khz =
+        static_cast<long double>(end) * static_cast<long double>(sample_rate) / 1024 / 1000;
+    return static_cast<double>(energy_of_0_db * const_math::power(10, threshold_db(f_khz) / 10));
+}
+
+/// Values fixed to their printed digits, which the formula meets to about 1e-6 except in the last
+/// rising run: lines first .. end - 1.
+struct fixed_run {
+    int first, end;
+    double value;
+};
+
+struct rate_rows {
+    int sample_rate;
+    int short_run;       ///< first line of a run of four among those of eight; -1 without one
+    int last_rising_run; ///< first line of the run before the final one
+    int final_line;      ///< first line of the final run
+    std::array<fixed_run, 5> fixed;
+};
+
+consteval int run_length(const rate_rows &rows, int line) {
+    if (line == rows.last_rising_run) return rows.final_line - line;
+    if (line < 48) return 1;
+    if (line < 96) return 2;
+    if (line < 192 || line == rows.short_run) return 4;
+    return 8;
+}
+
+consteval std::array<double, line_count> make_table(const rate_rows &rows) {
+    std::array<double, line_count> table{};
+    for (int line = 0; line < rows.final_line;) {
+        const int end = line + run_length(rows, line);
+        const double value = run_threshold(end, rows.sample_rate);
+        for (; line < end; ++line)
+            table[static_cast<unsigned>(line)] = value;
+    }
+    for (int line = rows.final_line; line < line_count; ++line)
+        table[static_cast<unsigned>(line)] = final_run;
+    for (const fixed_run &run : rows.fixed) {
+        for (int line = run.first; line < run.end; ++line)
+            table[static_cast<unsigned>(line)] = run.value;
+    }
+    return table;
+}
+
+constexpr auto table_48000 = make_table({48000,
+                                         328,
+                                         332,
+                                         428,
+                                         {{{0, 1, 247592464.0},
+                                           {1, 2, 3987838.75},
+                                           {2, 3, 852584.69},
+                                           {68, 70, 4849.95},
+                                           {332, 428, 96324681728.0}}}});
+constexpr auto table_44100 = make_table({44100,
+                                         -1,
+                                         368,
+                                         464,
+                                         {{{0, 1, 488357088.0},
+                                           {1, 2, 5898447.0},
+                                           {2, 3, 1131716.5},
+                                           {76, 78, 4849.95},
+                                           {368, 464, 124950298624.0}}}});
+constexpr auto table_32000 = make_table({32000,
+                                         -1,
+                                         472,
+                                         480,
+                                         {{{0, 1, 10156347392.0},
+                                           {1, 2, 33708348.0},
+                                           {2, 3, 3987838.75},
+                                           {104, 108, 4861.13},
+                                           {472, 480, 1935251712.0}}}});
+
+} // namespace
+
+const std::array<double, line_count> &quiet_threshold(int sample_rate) noexcept {
+    switch (sample_rate) {
+    case 32000:
+        return table_32000;
+    case 44100:
+        return table_44100;
+    default:
+        return table_48000;
+    }
+}
+
+} // namespace vela

@@ -1,0 +1,178 @@
+// The lane type: W doubles side by side, for kernels written once as `template <class V>`.
+//
+// V = double is the reference: one lane, ordinary arithmetic. V = f64<W> does the same to W independent
+// pieces of work (time steps, lines, subbands, transforms). There is no operation across lanes, so the
+// order of every summation is the one that the kernel's text shows, and every width gives the same
+// bytes.
+//
+// Comparisons select lane by lane; max_of, min_of and clamp never return a NaN from their first
+// argument, so a NaN in the input takes the same path at every level.
+#pragma once
+
+#include "simd/level.hpp"
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace vela::VELA_LEVEL {
+
+#define VELA_INLINE [[gnu::always_inline]] inline
+
+/// W lanes of double. Memory operands need no more alignment than a double has.
+template <int W>
+struct f64 {
+    typedef double native __attribute__((vector_size(W * sizeof(double))));
+    typedef std::int64_t mask __attribute__((vector_size(W * sizeof(double))));
+    native v;
+
+    VELA_INLINE friend f64 operator+(f64 a, f64 b) { return {a.v + b.v}; }
+    VELA_INLINE friend f64 operator-(f64 a, f64 b) { return {a.v - b.v}; }
+    VELA_INLINE friend f64 operator*(f64 a, f64 b) { return {a.v * b.v}; }
+    VELA_INLINE friend f64 operator/(f64 a, f64 b) { return {a.v / b.v}; }
+    VELA_INLINE friend mask operator<(f64 a, f64 b) { return a.v < b.v; }
+    VELA_INLINE friend mask operator>=(f64 a, f64 b) { return a.v >= b.v; }
+    VELA_INLINE friend mask operator==(f64 a, f64 b) { return a.v == b.v; }
+};
+
+template <class V>
+inline constexpr int lanes = 1;
+template <int W>
+inline constexpr int lanes<f64<W>> = W;
+
+/// The lane type of W lanes; one lane is double itself.
+template <int W>
+struct lane_type_of {
+    using type = f64<W>;
+};
+template <>
+struct lane_type_of<1> {
+    using type = double;
+};
+template <int W>
+using lane_type = typename lane_type_of<W>::type;
+
+// ---- memory ----
+
+template <class V>
+VELA_INLINE V load(const double *p) {
+    V r;
+    std::memcpy(&r, p, sizeof r);
+    return r;
+}
+
+template <class V>
+VELA_INLINE void store(double *p, V a) {
+    std::memcpy(p, &a, sizeof a);
+}
+
+template <class V>
+VELA_INLINE V splat(double x) {
+    if constexpr (lanes<V> == 1) {
+        return x;
+    } else {
+        return {x - typename V::native{}};
+    }
+}
+
+template <class V>
+VELA_INLINE double lane(V a, int i) {
+    if constexpr (lanes<V> == 1) {
+        return a;
+    } else {
+        return a.v[i];
+    }
+}
+
+template <class V>
+VELA_INLINE void set_lane(V &a, int i, double x) {
+    if constexpr (lanes<V> == 1) {
+        a = x;
+    } else {
+        a.v[i] = x;
+    }
+}
+
+// ---- selection ----
+
+VELA_INLINE double select(bool m, double a, double b) {
+    return m ? a : b;
+}
+template <int W>
+VELA_INLINE f64<W> select(typename f64<W>::mask m, f64<W> a, f64<W> b) {
+    return {m ? a.v : b.v};
+}
+
+/// The larger value; b when either is a NaN.
+template <class V>
+VELA_INLINE V max_of(V a, V b) {
+    return select(b < a, a, b);
+}
+/// The smaller value; b when either is a NaN.
+template <class V>
+VELA_INLINE V min_of(V a, V b) {
+    return select(a < b, a, b);
+}
+/// a limited to [low, high]; low for a NaN.
+template <class V>
+VELA_INLINE V clamp(V a, V low, V high) {
+    return min_of(max_of(a, low), high);
+}
+
+// ---- single-operand functions ----
+
+VELA_INLINE double square_root(double a) {
+    return __builtin_sqrt(a);
+}
+template <int W>
+VELA_INLINE f64<W> square_root(f64<W> a) {
+    f64<W> r;
+    for (int i = 0; i < W; ++i)
+        r.v[i] = __builtin_sqrt(a.v[i]);
+    return r;
+}
+
+// ---- bit patterns, for the exponent arithmetic of math.hpp ----
+
+template <class V>
+struct bits_of {
+    using type = typename V::mask;
+};
+template <>
+struct bits_of<double> {
+    using type = std::int64_t;
+};
+
+template <class V>
+VELA_INLINE typename bits_of<V>::type to_bits(V a) {
+    typename bits_of<V>::type r;
+    std::memcpy(&r, &a, sizeof r);
+    return r;
+}
+
+template <class V>
+VELA_INLINE V from_bits(typename bits_of<V>::type a) {
+    V r;
+    std::memcpy(&r, &a, sizeof r);
+    return r;
+}
+
+template <class V>
+VELA_INLINE V magnitude(V a) {
+    return from_bits<V>(to_bits(a) & std::int64_t{0x7FFF'FFFF'FFFF'FFFF});
+}
+
+// ---- conversion to integers: truncation toward zero; the caller keeps the value within 32 bits ----
+
+template <class V>
+VELA_INLINE void store_truncated(std::int32_t *p, V a) {
+    if constexpr (lanes<V> == 1) {
+        *p = static_cast<std::int32_t>(a);
+    } else {
+        typedef std::int32_t ints __attribute__((vector_size(lanes<V> * sizeof(std::int32_t))));
+        const ints i = __builtin_convertvector(a.v, ints);
+        std::memcpy(p, &i, sizeof i);
+    }
+}
+
+} // namespace vela::VELA_LEVEL

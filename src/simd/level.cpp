@@ -1,0 +1,9 @@
+#include "simd/level.hpp"
+
+namespace vela {
+
+level best_level() noexcept {
+    return level::baseline;
+}
+
+} // namespace vela
