@@ -8,9 +8,17 @@ extern const analysis_kernels analysis_table;
 namespace baseline {
 extern const analysis_kernels analysis_table;
 }
+namespace avx2 {
+extern const analysis_kernels analysis_table;
+}
 
 const analysis_kernels &analysis_kernels_of(level which) noexcept {
-    return which == level::reference ? reference::analysis_table : baseline::analysis_table;
+    switch (which) {
+    case level::reference: return reference::analysis_table;
+    case level::baseline: return baseline::analysis_table;
+    case level::avx2: break;
+    }
+    return avx2::analysis_table;
 }
 
 void analyze_frame(const analysis_kernels &kernels, const float *const *frame_start, int channels,

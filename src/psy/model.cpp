@@ -12,9 +12,17 @@ extern const psy_kernels psy_table;
 namespace baseline {
 extern const psy_kernels psy_table;
 }
+namespace avx2 {
+extern const psy_kernels psy_table;
+}
 
 const psy_kernels &psy_kernels_of(level which) noexcept {
-    return which == level::reference ? reference::psy_table : baseline::psy_table;
+    switch (which) {
+    case level::reference: return reference::psy_table;
+    case level::baseline: return baseline::psy_table;
+    case level::avx2: break;
+    }
+    return avx2::psy_table;
 }
 
 void psy_model::init(const psy_kernels &kernels, int layer, int sample_rate) noexcept {

@@ -7,7 +7,14 @@ namespace vela {
 enum class level {
     reference, ///< plain double, one lane: the readable original that every other level must equal
     baseline,  ///< x86-64 as every machine has it (SSE2), two lanes
+    avx2,      ///< AVX2, four lanes
 };
+
+/// Every level, slowest first.
+inline constexpr level all_levels[] = {level::reference, level::baseline, level::avx2};
+
+/// True when this machine runs kernels of that level.
+bool is_supported(level which) noexcept;
 
 /// The fastest level that this machine runs.
 level best_level() noexcept;
