@@ -14,9 +14,12 @@ extern const analysis_kernels analysis_table;
 
 const analysis_kernels &analysis_kernels_of(level which) noexcept {
     switch (which) {
-    case level::reference: return reference::analysis_table;
-    case level::baseline: return baseline::analysis_table;
-    case level::avx2: break;
+    case level::reference:
+        return reference::analysis_table;
+    case level::baseline:
+        return baseline::analysis_table;
+    case level::avx2:
+        break;
     }
     return avx2::analysis_table;
 }

@@ -127,37 +127,51 @@ VELA_INLINE void window_sum(const double *columns, int tap, V (&sum)[G]) {
 /// a[n]. Y[k] stands at tap 63 - k of the reversed window.
 template <class V>
 void analyze_part(const sample_columns &columns, int first_row, double (*out)[32]) noexcept {
-    constexpr int G = 12 / lanes<V>;
-    const double *const rows = columns.at + first_row;
+    constexpr int L = lanes<V>, G = 12 / L;
+    const double *const first_column = columns.at + first_row;
     V a[G][32], first[G], second[G];
-    window_sum<V, G>(rows, 63 - 16, first);
+    window_sum<V, G>(first_column, 63 - 16, first);
     for (int g = 0; g < G; ++g)
         a[g][0] = first[g];
     for (int n = 1; n <= 16; ++n) {
-        window_sum<V, G>(rows, 63 - (16 - n), first);
-        window_sum<V, G>(rows, 63 - (16 + n), second);
+        window_sum<V, G>(first_column, 63 - (16 - n), first);
+        window_sum<V, G>(first_column, 63 - (16 + n), second);
         for (int g = 0; g < G; ++g)
             a[g][n] = first[g] + second[g];
     }
     for (int n = 17; n <= 31; ++n) {
-        window_sum<V, G>(rows, 63 - (16 + n), first);
-        window_sum<V, G>(rows, 63 - (80 - n), second);
+        window_sum<V, G>(first_column, 63 - (16 + n), first);
+        window_sum<V, G>(first_column, 63 - (80 - n), second);
         for (int g = 0; g < G; ++g)
             a[g][n] = first[g] - second[g];
     }
     for (int g = 0; g < G; ++g) {
         dct32(a[g]);
-        for (int t = 0; t < lanes<V>; ++t) {
-            for (int i = 0; i < 32; ++i)
-                out[g * lanes<V> + t][i] = lane(a[g][i], t);
+        for (int i = 0; i < 32; i += L) {
+            V rows[L];
+            for (int t = 0; t < L; ++t)
+                rows[t] = a[g][i + t];
+            transpose(rows);
+            for (int t = 0; t < L; ++t)
+                store(out[g * L + t] + i, rows[t]);
         }
     }
 }
 
-inline void arrange(const float *samples, int rows, sample_columns &columns) noexcept {
-    for (int row = 0; row < rows; ++row) {
-        for (int r = 0; r < 32; ++r)
-            columns.at[r * sample_columns::stride + row] = static_cast<double>(samples[32 * row + r]);
+template <class V>
+void arrange(const float *samples, int rows, sample_columns &columns) noexcept {
+    constexpr int L = lanes<V>;
+    // The last group of rows may reach beyond the ones that are needed; it starts early instead.
+    for (int next = 0; next < rows; next += L) {
+        const int row = next + L <= rows ? next : rows - L;
+        for (int r = 0; r < 32; r += L) {
+            V block[L];
+            for (int t = 0; t < L; ++t)
+                block[t] = load_floats<V>(samples + 32 * (row + t) + r);
+            transpose(block);
+            for (int t = 0; t < L; ++t)
+                store(columns.at + (r + t) * sample_columns::stride + row, block[t]);
+        }
     }
 }
 

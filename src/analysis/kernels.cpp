@@ -7,7 +7,7 @@ namespace vela::VELA_LEVEL {
 
 extern const analysis_kernels analysis_table;
 const analysis_kernels analysis_table{
-    .arrange = arrange,
+    .arrange = arrange<lane_type<VELA_LANES>>,
     .analyze_part = analyze_part<lane_type<VELA_LANES>>,
 };
 

@@ -71,28 +71,28 @@ void pcm_input::take(std::span<const std::uint8_t> &pcm) noexcept {
     const int count = static_cast<int>(
         std::min<std::size_t>(pcm.size() / Format::width, static_cast<std::size_t>(wanted)));
     if (count > 0 && gathered_ == 0) make_room();
-    const std::uint8_t *p = pcm.data();
-    const auto next = [&p] {
-        const float value = Format::read(p);
-        p += Format::width;
-        return value;
+    const std::uint8_t *const p = pcm.data();
+    const auto value = [p](int i) {
+        return Format::read(p + static_cast<std::size_t>(i) * Format::width);
     };
     float *const first = buffer_[0] + newest_;
     float *const second = buffer_[1] + newest_;
-    const int end = gathered_ + count;
     if (channels_ == 1) {
-        for (; gathered_ < end; ++gathered_)
-            first[gathered_] = next();
+        for (int i = 0; i < count; ++i)
+            first[gathered_ + i] = value(i);
     } else {
-        if (gathered_ < end && gathered_ % 2 == 1) second[gathered_++ / 2] = next();
-        const int pairs = (end - gathered_) / 2;
-        for (int i = gathered_ / 2, last = i + pairs; i < last; ++i) {
-            first[i] = next();
-            second[i] = next();
+        // A block may start with the second channel of a pair and end with the first one of another.
+        int i = 0;
+        if (count > 0 && gathered_ % 2 == 1) second[gathered_ / 2] = value(i++);
+        float *const left = first + (gathered_ + i) / 2, *const right = second + (gathered_ + i) / 2;
+        const int pairs = (count - i) / 2;
+        for (int k = 0; k < pairs; ++k) {
+            left[k] = value(i + 2 * k);
+            right[k] = value(i + 2 * k + 1);
         }
-        gathered_ += 2 * pairs;
-        if (gathered_ < end) first[gathered_++ / 2] = next();
+        if (i + 2 * pairs < count) left[pairs] = value(count - 1);
     }
+    gathered_ += count;
     // What is left of the block is either the start of the next frame or a cut sample.
     const auto used = static_cast<std::size_t>(count) * Format::width;
     pcm = count < wanted ? std::span<const std::uint8_t>{} : pcm.subspan(used);

@@ -98,7 +98,7 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
     coder_.init(coding_kernels_of(kernels), header_, writer_);
     filterbank_ = &analysis_kernels_of(kernels);
     input_.init(sampling_bits_, coder_.config().channels, header_.layer);
-    psy_.init(psy_kernels_of(kernels), header_.layer, sample_rate_);
+    psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
     timer_.init(header_.layer, start_time_, sampling_frequency_khz[header_.sampling_frequency],
                 bitrate_kbps(header_.layer, header_.bitrate_index));
     initialised_ = true;
@@ -131,7 +131,7 @@ int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexce
             return -1;
         }
         const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-        psy_.analyze(frame_start, config.channels, smr);
+        psy_.analyze(frame_start, smr);
         analyze_frame(*filterbank_, frame_start, config.channels, config.parts(), samples);
         coder_.encode_frame(frame_bits, samples, smr);
         end_frame(frame_bits);

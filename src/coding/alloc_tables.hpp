@@ -11,10 +11,10 @@ namespace vela {
 /// One kind of quantizer (ISO/IEC 11172-3 Table 3-B.4; signal-to-noise ratios:
 /// Table C.5).
 struct quant_class {
-  int steps;
-  int code_words; ///< per granule of three samples: 1 grouped, 3 separate
-  int code_bits;  ///< of one code word
-  double snr;     ///< dB
+    int steps;
+    int code_words; ///< per granule of three samples: 1 grouped, 3 separate
+    int code_bits;  ///< of one code word
+    double snr;     ///< dB
 };
 
 inline constexpr std::array<quant_class, 17> quant_classes{{
@@ -41,31 +41,29 @@ inline constexpr std::array<quant_class, 17> quant_classes{{
 /// The quantizers that a subband may choose from, coarse to fine, by allocation
 /// index: 0 is no bits.
 struct alloc_row {
-  int alloc_bits;   ///< width of the subband's allocation field
-  int last;         ///< highest allocation index
-  int demand_limit; ///< the index that counts as sufficient when no lower one
-                    ///< is
-  std::array<double, 16> snr; ///< dB
-  std::array<std::int16_t, 16>
-      sample_bits; ///< of the subband's samples in a frame
-  std::array<std::uint16_t, 16> steps;
-  std::array<std::uint8_t, 16> code_bits; ///< of one code word
-  std::array<std::uint8_t, 16>
-      grouped_steps; ///< 3, 5 or 9 where a granule shares a code word, else 0
-  /// First index with an SNR of at least i - 0.5 dB, at most `last`.
-  std::array<std::uint8_t, 100> first_at;
+    int alloc_bits;                           ///< width of the subband's allocation field
+    int last;                                 ///< highest allocation index
+    int demand_limit;                         ///< the index that counts as sufficient when no lower one
+                                              ///< is
+    std::array<double, 16> snr;               ///< dB
+    std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
+    std::array<std::uint16_t, 16> steps;
+    std::array<std::uint8_t, 16> code_bits; ///< of one code word
+    std::array<std::uint8_t, 16>
+        grouped_steps; ///< 3, 5 or 9 where a granule shares a code word, else 0
+    /// First index with an SNR of at least i - 0.5 dB, at most `last`.
+    std::array<std::uint8_t, 100> first_at;
 
-  /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last`
-  /// when none does.
-  int first_reaching(double mnr, double smr) const noexcept {
-    // No two quantizers lie within 1 dB, so that at most one has to be compared
-    // exactly.
-    const int bucket = static_cast<int>(std::clamp(mnr + smr + 0.5, 0.0, 99.0));
-    const unsigned index = first_at[static_cast<unsigned>(bucket)];
-    const bool short_of =
-        snr[index] - smr < mnr && static_cast<int>(index) < last;
-    return static_cast<int>(index) + short_of;
-  }
+    /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last`
+    /// when none does.
+    int first_reaching(double mnr, double smr) const noexcept {
+        // No two quantizers lie within 1 dB, so that at most one has to be compared
+        // exactly.
+        const int bucket = static_cast<int>(std::clamp(mnr + smr + 0.5, 0.0, 99.0));
+        const unsigned index = first_at[static_cast<unsigned>(bucket)];
+        const bool short_of = snr[index] - smr < mnr && static_cast<int>(index) < last;
+        return static_cast<int>(index) + short_of;
+    }
 };
 
 namespace detail {
@@ -73,36 +71,33 @@ namespace detail {
 /// A row whose index n >= 1 selects classes[n - 1].
 /// @param samples  of a subband in a frame, 12 or 36
 template <std::size_t N>
-consteval alloc_row make_row(int alloc_bits, int samples,
-                             const int (&classes)[N]) {
-  alloc_row row{};
-  row.alloc_bits = alloc_bits;
-  row.last = N;
-  // Layer II never counts its finest quantizer as needed.
-  row.demand_limit = samples == 12 ? row.last : row.last - 1;
-  for (unsigned n = 1; n <= N; ++n) {
-    const quant_class &q = quant_classes[static_cast<unsigned>(classes[n - 1])];
-    row.snr[n] = q.snr;
-    row.steps[n] = static_cast<std::uint16_t>(q.steps);
-    row.code_bits[n] = static_cast<std::uint8_t>(q.code_bits);
-    // Layer I never groups: a code word of its own for each of its samples.
-    if (samples == 12) {
-      row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));
-      row.code_bits[n] = static_cast<std::uint8_t>(n + 1);
-    } else {
-      row.sample_bits[n] =
-          static_cast<std::int16_t>(12 * q.code_words * q.code_bits);
-      row.grouped_steps[n] =
-          static_cast<std::uint8_t>(q.code_words == 1 ? q.steps : 0);
+consteval alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N]) {
+    alloc_row row{};
+    row.alloc_bits = alloc_bits;
+    row.last = N;
+    // Layer II never counts its finest quantizer as needed.
+    row.demand_limit = samples == 12 ? row.last : row.last - 1;
+    for (unsigned n = 1; n <= N; ++n) {
+        const quant_class &q = quant_classes[static_cast<unsigned>(classes[n - 1])];
+        row.snr[n] = q.snr;
+        row.steps[n] = static_cast<std::uint16_t>(q.steps);
+        row.code_bits[n] = static_cast<std::uint8_t>(q.code_bits);
+        // Layer I never groups: a code word of its own for each of its samples.
+        if (samples == 12) {
+            row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));
+            row.code_bits[n] = static_cast<std::uint8_t>(n + 1);
+        } else {
+            row.sample_bits[n] = static_cast<std::int16_t>(12 * q.code_words * q.code_bits);
+            row.grouped_steps[n] = static_cast<std::uint8_t>(q.code_words == 1 ? q.steps : 0);
+        }
     }
-  }
-  for (unsigned i = 0; i < row.first_at.size(); ++i) {
-    unsigned n = 0;
-    while (n < N && row.snr[n] < i - 0.5)
-      ++n;
-    row.first_at[i] = static_cast<std::uint8_t>(n);
-  }
-  return row;
+    for (unsigned i = 0; i < row.first_at.size(); ++i) {
+        unsigned n = 0;
+        while (n < N && row.snr[n] < i - 0.5)
+            ++n;
+        row.first_at[i] = static_cast<std::uint8_t>(n);
+    }
+    return row;
 }
 
 } // namespace detail
@@ -113,102 +108,87 @@ inline constexpr alloc_row layer1 =
     detail::make_row(4, 12, {0, 2, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
 // Layer II by the tables' blocks of subbands. Classes by steps: 0 is 3, 1 is 5,
 // 2 is 7, 3 is 9, then 2^n - 1.
-inline constexpr alloc_row a_low = detail::make_row(
-    4, 36, {0, 2, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
+inline constexpr alloc_row a_low =
+    detail::make_row(4, 36, {0, 2, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
 inline constexpr alloc_row a_mid =
     detail::make_row(4, 36, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 16});
-inline constexpr alloc_row a_high =
-    detail::make_row(3, 36, {0, 1, 2, 3, 4, 5, 16});
+inline constexpr alloc_row a_high = detail::make_row(3, 36, {0, 1, 2, 3, 4, 5, 16});
 inline constexpr alloc_row a_top = detail::make_row(2, 36, {0, 1, 16});
-inline constexpr alloc_row c_low = detail::make_row(
-    4, 36, {0, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
-inline constexpr alloc_row c_high =
-    detail::make_row(3, 36, {0, 1, 3, 4, 5, 6, 7});
+inline constexpr alloc_row c_low =
+    detail::make_row(4, 36, {0, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
+inline constexpr alloc_row c_high = detail::make_row(3, 36, {0, 1, 3, 4, 5, 6, 7});
 } // namespace alloc_rows
 
 /// Rows of the subbands below sblimit.
 struct alloc_table {
-  int sblimit;
-  std::array<const alloc_row *, 32> rows;
+    int sblimit;
+    std::array<const alloc_row *, 32> rows;
 
-  constexpr const alloc_row &row(int sb) const noexcept {
-    return *rows[static_cast<unsigned>(sb)];
-  }
+    constexpr const alloc_row &row(int sb) const noexcept { return *rows[static_cast<unsigned>(sb)]; }
 };
 
 namespace detail {
 struct row_run {
-  int end; ///< one past the run's last subband
-  const alloc_row *row;
+    int end; ///< one past the run's last subband
+    const alloc_row *row;
 };
 template <std::size_t N>
 consteval alloc_table make_alloc_table(const row_run (&runs)[N]) {
-  alloc_table table{runs[N - 1].end, {}};
-  unsigned sb = 0;
-  for (const row_run &run : runs) {
-    for (; sb < static_cast<unsigned>(run.end); ++sb)
-      table.rows[sb] = run.row;
-  }
-  return table;
+    alloc_table table{runs[N - 1].end, {}};
+    unsigned sb = 0;
+    for (const row_run &run : runs) {
+        for (; sb < static_cast<unsigned>(run.end); ++sb)
+            table.rows[sb] = run.row;
+    }
+    return table;
 }
 } // namespace detail
 
 /// Layer I: every subband alike.
-inline constexpr alloc_table table_layer1 =
-    detail::make_alloc_table({{32, &alloc_rows::layer1}});
+inline constexpr alloc_table table_layer1 = detail::make_alloc_table({{32, &alloc_rows::layer1}});
 
 /// ISO/IEC 11172-3 Tables 3-B.2a to 3-B.2d.
-inline constexpr alloc_table table_b2a =
-    detail::make_alloc_table({{3, &alloc_rows::a_low},
-                              {11, &alloc_rows::a_mid},
-                              {23, &alloc_rows::a_high},
-                              {27, &alloc_rows::a_top}});
-inline constexpr alloc_table table_b2b =
-    detail::make_alloc_table({{3, &alloc_rows::a_low},
-                              {11, &alloc_rows::a_mid},
-                              {23, &alloc_rows::a_high},
-                              {30, &alloc_rows::a_top}});
-inline constexpr alloc_table table_b2c = detail::make_alloc_table(
-    {{2, &alloc_rows::c_low}, {8, &alloc_rows::c_high}});
-inline constexpr alloc_table table_b2d = detail::make_alloc_table(
-    {{2, &alloc_rows::c_low}, {12, &alloc_rows::c_high}});
+inline constexpr alloc_table table_b2a = detail::make_alloc_table({{3, &alloc_rows::a_low},
+                                                                   {11, &alloc_rows::a_mid},
+                                                                   {23, &alloc_rows::a_high},
+                                                                   {27, &alloc_rows::a_top}});
+inline constexpr alloc_table table_b2b = detail::make_alloc_table({{3, &alloc_rows::a_low},
+                                                                   {11, &alloc_rows::a_mid},
+                                                                   {23, &alloc_rows::a_high},
+                                                                   {30, &alloc_rows::a_top}});
+inline constexpr alloc_table table_b2c =
+    detail::make_alloc_table({{2, &alloc_rows::c_low}, {8, &alloc_rows::c_high}});
+inline constexpr alloc_table table_b2d =
+    detail::make_alloc_table({{2, &alloc_rows::c_low}, {12, &alloc_rows::c_high}});
 
 /// The table of a Layer II stream.
 /// @param channel_kbps  bitrate per channel in kbit/s
-inline constexpr const alloc_table &
-select_alloc_table(int sample_rate, int channel_kbps) noexcept {
-  if (sample_rate == 48000) {
-    if (channel_kbps >= 56)
-      return table_b2a;
+inline constexpr const alloc_table &select_alloc_table(int sample_rate, int channel_kbps) noexcept {
+    if (sample_rate == 48000) {
+        if (channel_kbps >= 56) return table_b2a;
+        return channel_kbps <= 48 ? table_b2c : table_b2d;
+    }
+    if (channel_kbps >= 56 && channel_kbps <= 80) return table_b2a;
+    if (channel_kbps >= 96) return table_b2b;
+    if (sample_rate == 32000) return table_b2d;
     return channel_kbps <= 48 ? table_b2c : table_b2d;
-  }
-  if (channel_kbps >= 56 && channel_kbps <= 80)
-    return table_b2a;
-  if (channel_kbps >= 96)
-    return table_b2b;
-  if (sample_rate == 32000)
-    return table_b2d;
-  return channel_kbps <= 48 ? table_b2c : table_b2d;
 }
 
 /// Layer I quantizer A x + B (ISO/IEC 11172-3, C.1.5.1.7) for allocation n
 /// = 1..14, at index n - 1: A = (2^(n+1) - 1) / 2^(n+1) and B = A - 1, to the
 /// nine decimals of the standard's table.
 struct layer1_quantizer {
-  double a, b;
+    double a, b;
 };
 inline constexpr std::array<layer1_quantizer, 14> layer1_quantizers = [] {
-  std::array<layer1_quantizer, 14> table{};
-  for (unsigned n = 1; n <= 14; ++n) {
-    const std::int64_t unit = 1'000'000'000, steps = std::int64_t{1} << (n + 1);
-    const std::int64_t step_size =
-        (unit + steps / 2) / steps; // 1 / 2^(n+1), rounded
-    const std::int64_t a =
-        ((steps - 1) * unit + steps / 2) / steps; // 1 - 1 / 2^(n+1), rounded
-    table[n - 1] = {static_cast<double>(a) / 1e9,
-                    -static_cast<double>(step_size) / 1e9};
-  }
-  return table;
+    std::array<layer1_quantizer, 14> table{};
+    for (unsigned n = 1; n <= 14; ++n) {
+        const std::int64_t unit = 1'000'000'000, steps = std::int64_t{1} << (n + 1);
+        const std::int64_t step_size = (unit + steps / 2) / steps;       // 1 / 2^(n+1), rounded
+        const std::int64_t a = ((steps - 1) * unit + steps / 2) / steps; // 1 - 1 / 2^(n+1), rounded
+        table[n - 1] = {static_cast<double>(a) / 1e9, -static_cast<double>(step_size) / 1e9};
+    }
+    return table;
 }();
 
 // ---- joint stereo ----

@@ -14,67 +14,54 @@ constexpr int scalefactor_bits = 6;
 constexpr int scfsi_bits = 2;
 
 int crc_bits(const coder_config &config) noexcept {
-  return config.error_protection ? 16 : 0;
+    return config.error_protection ? 16 : 0;
 }
 
 /// Header, CRC and allocation fields.
 int fixed_bits(const coder_config &config, int joint_bound) noexcept {
-  int bits = header_bits + crc_bits(config);
-  for (int sb = 0; sb < config.sblimit; ++sb) {
-    bits += config.table->row(sb).alloc_bits *
-            (sb < joint_bound ? config.channels : 1);
-  }
-  return bits;
+    int bits = header_bits + crc_bits(config);
+    for (int sb = 0; sb < config.sblimit; ++sb) {
+        bits += config.table->row(sb).alloc_bits * (sb < joint_bound ? config.channels : 1);
+    }
+    return bits;
 }
 
 /// Scale factors and their selection of a subband with bits.
-int side_bits(const coder_config &config, const side_info &side, int ch,
-              int sb) noexcept {
-  if (config.layer == 1)
-    return scalefactor_bits;
-  return scfsi_bits +
-         scalefactor_bits * scalefactors_per_scfsi[side.scfsi[ch][sb]];
+int side_bits(const coder_config &config, const side_info &side, int ch, int sb) noexcept {
+    if (config.layer == 1) return scalefactor_bits;
+    return scfsi_bits + scalefactor_bits * scalefactors_per_scfsi[side.scfsi[ch][sb]];
 }
 
-bool is_shared(const coder_config &config, const side_info &side,
-               int sb) noexcept {
-  return config.channels == 2 && sb >= side.joint_bound;
+bool is_shared(const coder_config &config, const side_info &side, int sb) noexcept {
+    return config.channels == 2 && sb >= side.joint_bound;
 }
 
 /// Bits that the first step of a subband costs beside its samples; shared
 /// subbands send both channels' scale factors.
-int opening_bits(const coder_config &config, const side_info &side, int ch,
-                 int sb) noexcept {
-  const int own = side_bits(config, side, ch, sb);
-  return is_shared(config, side, sb) ? own + side_bits(config, side, 1 - ch, sb)
-                                     : own;
+int opening_bits(const coder_config &config, const side_info &side, int ch, int sb) noexcept {
+    const int own = side_bits(config, side, ch, sb);
+    return is_shared(config, side, sb) ? own + side_bits(config, side, 1 - ch, sb) : own;
 }
 
 /// Bits of one subband, in both channels, if every coded sample's noise is
 /// masked.
 struct subband_demand {
-  int separate, shared;
+    int separate, shared;
 };
 
-subband_demand demand(const coder_config &config, const smr_table &smr,
-                      const side_info &side, int sb) noexcept {
-  const alloc_row &row = config.table->row(sb);
-  const auto sufficient = [&](int ch) {
-    return static_cast<unsigned>(
-        std::min(row.first_reaching(0.0, smr[ch][sb]), row.demand_limit));
-  };
-  const unsigned first = sufficient(0), second = sufficient(1),
-                 both = std::max(first, second);
-  const int side0 = side_bits(config, side, 0, sb),
-            side1 = side_bits(config, side, 1, sb);
-  subband_demand bits{0, 0};
-  if (first > 0)
-    bits.separate += row.sample_bits[first] + side0;
-  if (second > 0)
-    bits.separate += row.sample_bits[second] + side1;
-  if (both > 0)
-    bits.shared += row.sample_bits[both] + side0 + side1;
-  return bits;
+subband_demand demand(const coder_config &config, const smr_table &smr, const side_info &side,
+                      int sb) noexcept {
+    const alloc_row &row = config.table->row(sb);
+    const auto sufficient = [&](int ch) {
+        return static_cast<unsigned>(std::min(row.first_reaching(0.0, smr[ch][sb]), row.demand_limit));
+    };
+    const unsigned first = sufficient(0), second = sufficient(1), both = std::max(first, second);
+    const int side0 = side_bits(config, side, 0, sb), side1 = side_bits(config, side, 1, sb);
+    subband_demand bits{0, 0};
+    if (first > 0) bits.separate += row.sample_bits[first] + side0;
+    if (second > 0) bits.separate += row.sample_bits[second] + side1;
+    if (both > 0) bits.shared += row.sample_bits[both] + side0 + side1;
+    return bits;
 }
 
 /// The greedy search grants the least mask-to-noise ratio first, so as long as
@@ -82,246 +69,226 @@ subband_demand demand(const coder_config &config, const smr_table &smr,
 /// below some level. One pair of channel and subband, or both channels of a
 /// shared subband:
 struct candidate {
-  const alloc_row *row;
-  double smr; ///< the larger one of a shared subband
-  int opening_bits;
-  std::uint8_t ch, sb;
+    const alloc_row *row;
+    double smr; ///< the larger one of a shared subband
+    int opening_bits;
+    std::uint8_t ch, sb;
 
-  unsigned steps_below(double mnr) const noexcept {
-    return static_cast<unsigned>(row->first_reaching(mnr, smr));
-  }
-  int cost(unsigned step) const noexcept {
-    return step == 0 ? 0 : row->sample_bits[step] + opening_bits;
-  }
+    unsigned steps_below(double mnr) const noexcept {
+        return static_cast<unsigned>(row->first_reaching(mnr, smr));
+    }
+    int cost(unsigned step) const noexcept {
+        return step == 0 ? 0 : row->sample_bits[step] + opening_bits;
+    }
 };
 
 /// The greedy search over one frame.
 class search {
-public:
-  search(const coder_config &config, const smr_table &smr, int available,
-         side_info &side) noexcept
-      : config_(config), smr_(smr), side_(side), available_(available) {}
+  public:
+    search(const coder_config &config, const smr_table &smr, int available, side_info &side) noexcept
+        : config_(config), smr_(smr), side_(side), available_(available) {}
 
-  /// Grants in one go what the search would grant for certain: every step from
-  /// below a ratio that is found by bisection and whose steps all together are
-  /// affordable.
-  void grant_common_level() noexcept;
+    /// Grants in one go what the search would grant for certain: every step from
+    /// below a ratio that is found by bisection and whose steps all together are
+    /// affordable.
+    void grant_common_level() noexcept;
 
-  /// Goes on step by step from there.
-  void grant_step_by_step() noexcept;
+    /// Goes on step by step from there.
+    void grant_step_by_step() noexcept;
 
-  int available() const noexcept { return available_; }
+    int available() const noexcept { return available_; }
 
-private:
-  /// Pairs in the order in which the search looks at them: of equal ratios the
-  /// first one wins. Layer I goes subband by subband, channel 0 first; Layer II
-  /// channel by channel.
-  int place(int ch, int sb) const noexcept {
-    return config_.layer == 1 ? 2 * sb + ch : 32 * ch + sb;
-  }
-  int channel(int p) const noexcept {
-    return config_.layer == 1 ? p % 2 : p / 32;
-  }
-  int subband(int p) const noexcept {
-    return config_.layer == 1 ? p / 2 : p % 32;
-  }
+  private:
+    /// Pairs in the order in which the search looks at them: of equal ratios the
+    /// first one wins. Layer I goes subband by subband, channel 0 first; Layer II
+    /// channel by channel.
+    int place(int ch, int sb) const noexcept { return config_.layer == 1 ? 2 * sb + ch : 32 * ch + sb; }
+    int channel(int p) const noexcept { return config_.layer == 1 ? p % 2 : p / 32; }
+    int subband(int p) const noexcept { return config_.layer == 1 ? p / 2 : p % 32; }
 
-  double ratio(int ch, int sb) const noexcept {
-    return config_.table->row(sb).snr[side_.allocation[ch][sb]] - smr_[ch][sb];
-  }
+    double ratio(int ch, int sb) const noexcept {
+        return config_.table->row(sb).snr[side_.allocation[ch][sb]] - smr_[ch][sb];
+    }
 
-  /// Ratios at and above this end the search. Layer I stops as soon as
-  /// everything lies a full dB above the first subband of channel 0.
-  double end_ratio() const noexcept {
-    return config_.layer == 1 ? ratio(0, 0) + 1.0 : 999999.0;
-  }
+    /// Ratios at and above this end the search. Layer I stops as soon as
+    /// everything lies a full dB above the first subband of channel 0.
+    double end_ratio() const noexcept { return config_.layer == 1 ? ratio(0, 0) + 1.0 : 999999.0; }
 
-  int list_candidates(candidate (&list)[64]) const noexcept;
-  void list_open() noexcept;
-  int step_cost(int p) const noexcept;
-  void grant(int p) noexcept;
-  void close_unaffordable() noexcept;
+    int list_candidates(candidate (&list)[64]) const noexcept;
+    void list_open() noexcept;
+    int step_cost(int p) const noexcept;
+    void grant(int p) noexcept;
+    void close_unaffordable() noexcept;
 
-  static constexpr double closed = std::numeric_limits<double>::infinity();
+    static constexpr double closed = std::numeric_limits<double>::infinity();
 
-  const coder_config &config_;
-  const smr_table &smr_;
-  side_info &side_;
-  int available_;
-  int open_count_ = 0;
-  std::uint8_t open_[64]; ///< places not closed, in order
-  double mnr_[64];        ///< by place
+    const coder_config &config_;
+    const smr_table &smr_;
+    side_info &side_;
+    int available_;
+    int open_count_ = 0;
+    std::uint8_t open_[64]; ///< places not closed, in order
+    double mnr_[64];        ///< by place
 };
 
 int search::list_candidates(candidate (&list)[64]) const noexcept {
-  int count = 0;
-  for (int sb = 0; sb < config_.sblimit; ++sb) {
-    const alloc_row *const row = &config_.table->row(sb);
-    const auto subband = static_cast<std::uint8_t>(sb);
-    if (is_shared(config_, side_, sb)) {
-      list[count++] = {row, std::max(smr_[0][sb], smr_[1][sb]),
-                       opening_bits(config_, side_, 0, sb), 0, subband};
-      continue;
+    int count = 0;
+    for (int sb = 0; sb < config_.sblimit; ++sb) {
+        const alloc_row *const row = &config_.table->row(sb);
+        const auto subband = static_cast<std::uint8_t>(sb);
+        if (is_shared(config_, side_, sb)) {
+            list[count++] = {row, std::max(smr_[0][sb], smr_[1][sb]),
+                             opening_bits(config_, side_, 0, sb), 0, subband};
+            continue;
+        }
+        for (int ch = 0; ch < config_.channels; ++ch) {
+            list[count++] = {row, smr_[ch][sb], opening_bits(config_, side_, ch, sb),
+                             static_cast<std::uint8_t>(ch), subband};
+        }
     }
-    for (int ch = 0; ch < config_.channels; ++ch) {
-      list[count++] = {row, smr_[ch][sb], opening_bits(config_, side_, ch, sb),
-                       static_cast<std::uint8_t>(ch), subband};
-    }
-  }
-  return count;
+    return count;
 }
 
 void search::grant_common_level() noexcept {
-  candidate list[64];
-  const int count = list_candidates(list);
-  // Nothing starts below the least ratio without bits, so that level is
-  // affordable.
-  double low = closed;
-  for (int i = 0; i < count; ++i)
-    low = std::min(low, 0.0 - list[i].smr);
-  double high = low + 128.0; // more than the finest quantizer's SNR
-  if (config_.layer == 1) {
-    // Where the first subband ends, the search ends.
-    high = std::min(
-        high, (config_.table->row(0)
-                   .snr[static_cast<unsigned>(config_.table->row(0).last)] -
-               smr_[0][0]) +
-                  1.0);
-  }
-  int spent = 0;
-  // Each halving costs about as much as one step of the search and saves half
-  // of those that are left.
-  for (int i = 0; i < 8; ++i) {
-    const double middle = low + (high - low) / 2;
-    int cost = 0;
-    for (int k = 0; k < count; ++k)
-      cost += list[k].cost(list[k].steps_below(middle));
-    if (cost <= available_) {
-      low = middle;
-      spent = cost;
-    } else {
-      high = middle;
+    candidate list[64];
+    const int count = list_candidates(list);
+    // Nothing starts below the least ratio without bits, so that level is
+    // affordable.
+    double low = closed;
+    for (int i = 0; i < count; ++i)
+        low = std::min(low, 0.0 - list[i].smr);
+    double high = low + 128.0; // more than the finest quantizer's SNR
+    if (config_.layer == 1) {
+        // Where the first subband ends, the search ends.
+        high =
+            std::min(high, (config_.table->row(0).snr[static_cast<unsigned>(config_.table->row(0).last)]
+                            - smr_[0][0])
+                               + 1.0);
     }
-  }
-  for (int k = 0; k < count; ++k) {
-    const auto step = static_cast<std::uint8_t>(list[k].steps_below(low));
-    side_.allocation[list[k].ch][list[k].sb] = step;
-    if (is_shared(config_, side_, list[k].sb))
-      side_.allocation[1][list[k].sb] = step;
-  }
-  available_ -= spent;
+    int spent = 0;
+    // Each halving costs about as much as one step of the search and saves half
+    // of those that are left.
+    for (int i = 0; i < 8; ++i) {
+        const double middle = low + (high - low) / 2;
+        int cost = 0;
+        for (int k = 0; k < count; ++k)
+            cost += list[k].cost(list[k].steps_below(middle));
+        if (cost <= available_) {
+            low = middle;
+            spent = cost;
+        } else {
+            high = middle;
+        }
+    }
+    for (int k = 0; k < count; ++k) {
+        const auto step = static_cast<std::uint8_t>(list[k].steps_below(low));
+        side_.allocation[list[k].ch][list[k].sb] = step;
+        if (is_shared(config_, side_, list[k].sb)) side_.allocation[1][list[k].sb] = step;
+    }
+    available_ -= spent;
 }
 
 void search::list_open() noexcept {
-  for (int p = 0; p < 64; ++p) {
-    const int ch = channel(p), sb = subband(p);
-    if (ch >= config_.channels || sb >= config_.sblimit)
-      continue;
-    if (side_.allocation[ch][sb] >= config_.table->row(sb).last)
-      continue;
-    mnr_[p] = ratio(ch, sb);
-    open_[open_count_++] = static_cast<std::uint8_t>(p);
-  }
+    for (int p = 0; p < 64; ++p) {
+        const int ch = channel(p), sb = subband(p);
+        if (ch >= config_.channels || sb >= config_.sblimit) continue;
+        if (side_.allocation[ch][sb] >= config_.table->row(sb).last) continue;
+        mnr_[p] = ratio(ch, sb);
+        open_[open_count_++] = static_cast<std::uint8_t>(p);
+    }
 }
 
 int search::step_cost(int p) const noexcept {
-  const int ch = channel(p), sb = subband(p);
-  const alloc_row &row = config_.table->row(sb);
-  const unsigned step = side_.allocation[ch][sb];
-  return row.sample_bits[step + 1] - row.sample_bits[step] +
-         (step == 0 ? opening_bits(config_, side_, ch, sb) : 0);
+    const int ch = channel(p), sb = subband(p);
+    const alloc_row &row = config_.table->row(sb);
+    const unsigned step = side_.allocation[ch][sb];
+    return row.sample_bits[step + 1] - row.sample_bits[step]
+           + (step == 0 ? opening_bits(config_, side_, ch, sb) : 0);
 }
 
 void search::grant(int p) noexcept {
-  const int ch = channel(p), sb = subband(p);
-  available_ -= step_cost(p);
-  const auto step = static_cast<std::uint8_t>(side_.allocation[ch][sb] + 1);
-  const bool done = step == config_.table->row(sb).last;
-  side_.allocation[ch][sb] = step;
-  mnr_[p] = done ? closed : ratio(ch, sb);
-  if (!is_shared(config_, side_, sb))
-    return;
-  side_.allocation[1 - ch][sb] = step;
-  mnr_[place(1 - ch, sb)] = done ? closed : ratio(1 - ch, sb);
+    const int ch = channel(p), sb = subband(p);
+    available_ -= step_cost(p);
+    const auto step = static_cast<std::uint8_t>(side_.allocation[ch][sb] + 1);
+    const bool done = step == config_.table->row(sb).last;
+    side_.allocation[ch][sb] = step;
+    mnr_[p] = done ? closed : ratio(ch, sb);
+    if (!is_shared(config_, side_, sb)) return;
+    side_.allocation[1 - ch][sb] = step;
+    mnr_[place(1 - ch, sb)] = done ? closed : ratio(1 - ch, sb);
 }
 
 void search::close_unaffordable() noexcept {
-  int kept = 0;
-  for (int i = 0; i < open_count_; ++i) {
-    const std::uint8_t p = open_[i];
-    if (mnr_[p] < closed && step_cost(p) <= available_)
-      open_[kept++] = p;
-  }
-  open_count_ = kept;
+    int kept = 0;
+    for (int i = 0; i < open_count_; ++i) {
+        const std::uint8_t p = open_[i];
+        if (mnr_[p] < closed && step_cost(p) <= available_) open_[kept++] = p;
+    }
+    open_count_ = kept;
 }
 
 void search::grant_step_by_step() noexcept {
-  list_open();
-  while (true) {
-    double least = end_ratio();
-    int pick = -1;
-    for (int i = 0; i < open_count_; ++i) {
-      const int p = open_[i];
-      if (mnr_[p] < least) {
-        least = mnr_[p];
-        pick = p;
-      }
+    list_open();
+    while (true) {
+        double least = end_ratio();
+        int pick = -1;
+        for (int i = 0; i < open_count_; ++i) {
+            const int p = open_[i];
+            if (mnr_[p] < least) {
+                least = mnr_[p];
+                pick = p;
+            }
+        }
+        if (pick < 0) return;
+        // What is too dear now stays so: bits only become fewer, and a step's price
+        // does not change. So all such pairs can be closed together, whenever their
+        // turn would have come.
+        if (step_cost(pick) <= available_) {
+            grant(pick);
+        } else {
+            close_unaffordable();
+        }
     }
-    if (pick < 0)
-      return;
-    // What is too dear now stays so: bits only become fewer, and a step's price
-    // does not change. So all such pairs can be closed together, whenever their
-    // turn would have come.
-    if (step_cost(pick) <= available_) {
-      grant(pick);
-    } else {
-      close_unaffordable();
-    }
-  }
 }
 
 } // namespace
 
-void choose_joint_bound(const coder_config &config, const smr_table &smr,
-                        int frame_bits, frame_header &header,
-                        side_info &side) noexcept {
-  const int sblimit = config.sblimit;
-  subband_demand bits[32];
-  for (int sb = 0; sb < sblimit; ++sb)
-    bits[sb] = demand(config, smr, side, sb);
-  // The Layer I estimate leaves the CRC out; the choice, and so the stream,
-  // depends on it.
-  const int uncounted = config.layer == 1 ? crc_bits(config) : 0;
-  const auto needed = [&](int joint_bound) {
-    int total = fixed_bits(config, joint_bound) - uncounted;
+void choose_joint_bound(const coder_config &config, const smr_table &smr, int frame_bits,
+                        frame_header &header, side_info &side) noexcept {
+    const int sblimit = config.sblimit;
+    subband_demand bits[32];
     for (int sb = 0; sb < sblimit; ++sb)
-      total += sb < joint_bound ? bits[sb].separate : bits[sb].shared;
-    return total;
-  };
+        bits[sb] = demand(config, smr, side, sb);
+    // The Layer I estimate leaves the CRC out; the choice, and so the stream,
+    // depends on it.
+    const int uncounted = config.layer == 1 ? crc_bits(config) : 0;
+    const auto needed = [&](int joint_bound) {
+        int total = fixed_bits(config, joint_bound) - uncounted;
+        for (int sb = 0; sb < sblimit; ++sb)
+            total += sb < joint_bound ? bits[sb].separate : bits[sb].shared;
+        return total;
+    };
 
-  header.mode = MPEG_A_MODE_STEREO;
-  header.mode_extension = 0;
-  side.joint_bound = sblimit;
-  if (needed(sblimit) <= frame_bits)
-    return;
-  header.mode = MPEG_A_MODE_JOINT_STEREO;
-  int extension = 4;
-  do {
-    --extension;
-    // A bound beyond sblimit shares nothing.
-    side.joint_bound =
-        std::min(joint_bounds[static_cast<unsigned>(extension)], sblimit);
-  } while (needed(side.joint_bound) > frame_bits && extension > 0);
-  header.mode_extension = static_cast<std::uint8_t>(extension);
+    header.mode = MPEG_A_MODE_STEREO;
+    header.mode_extension = 0;
+    side.joint_bound = sblimit;
+    if (needed(sblimit) <= frame_bits) return;
+    header.mode = MPEG_A_MODE_JOINT_STEREO;
+    int extension = 4;
+    do {
+        --extension;
+        // A bound beyond sblimit shares nothing.
+        side.joint_bound = std::min(joint_bounds[static_cast<unsigned>(extension)], sblimit);
+    } while (needed(side.joint_bound) > frame_bits && extension > 0);
+    header.mode_extension = static_cast<std::uint8_t>(extension);
 }
 
-int allocate_bits(const coder_config &config, const smr_table &smr,
-                  int frame_bits, side_info &side) noexcept {
-  search greedy(config, smr, frame_bits - fixed_bits(config, side.joint_bound),
-                side);
-  greedy.grant_common_level();
-  greedy.grant_step_by_step();
-  return greedy.available();
+int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits,
+                  side_info &side) noexcept {
+    search greedy(config, smr, frame_bits - fixed_bits(config, side.joint_bound), side);
+    greedy.grant_common_level();
+    greedy.grant_step_by_step();
+    return greedy.available();
 }
 
 } // namespace vela

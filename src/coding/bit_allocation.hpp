@@ -9,9 +9,8 @@ namespace vela {
 /// way, else joint stereo with the highest bound that fits (or the lowest
 /// bound), and sets side.joint_bound to match.
 /// @param frame_bits  the whole frame
-void choose_joint_bound(const coder_config &config, const smr_table &smr,
-                        int frame_bits, frame_header &header,
-                        side_info &side) noexcept;
+void choose_joint_bound(const coder_config &config, const smr_table &smr, int frame_bits,
+                        frame_header &header, side_info &side) noexcept;
 
 /// Distributes the frame's bits (ISO/IEC 11172-3, C.1.5.1.6 and C.1.5.2.7):
 /// time and again the subband with the least mask-to-noise ratio gets the next
@@ -19,7 +18,7 @@ void choose_joint_bound(const coder_config &config, const smr_table &smr,
 /// and, in Layer II, side.scfsi; fills side.allocation.
 /// @return bits left over; negative when not even header and allocation fields
 /// fit
-int allocate_bits(const coder_config &config, const smr_table &smr,
-                  int frame_bits, side_info &side) noexcept;
+int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits,
+                  side_info &side) noexcept;
 
 } // namespace vela

@@ -20,89 +20,82 @@ extern const coding_kernels coding_table;
 }
 
 const coding_kernels &coding_kernels_of(level which) noexcept {
-  switch (which) {
-  case level::reference:
-    return reference::coding_table;
-  case level::baseline:
-    return baseline::coding_table;
-  case level::avx2:
-    break;
-  }
-  return avx2::coding_table;
+    switch (which) {
+    case level::reference:
+        return reference::coding_table;
+    case level::baseline:
+        return baseline::coding_table;
+    case level::avx2:
+        break;
+    }
+    return avx2::coding_table;
 }
 
 coder_config make_coder_config(const frame_header &header) noexcept {
-  coder_config config{};
-  config.layer = header.layer;
-  config.mode = header.mode;
-  config.error_protection = header.error_protection != 0;
-  config.channels = header.mode == MPEG_A_MODE_MONO ? 1 : 2;
-  config.table = &table_layer1;
-  if (config.layer == 2) {
-    const int kbps = bitrate_kbps(header.layer, header.bitrate_index);
-    const auto rate = static_cast<int>(
-        1000.0 * sampling_frequency_khz[header.sampling_frequency]);
-    config.table = &select_alloc_table(rate, kbps / config.channels);
-  }
-  config.sblimit = config.table->sblimit;
-  return config;
+    coder_config config{};
+    config.layer = header.layer;
+    config.mode = header.mode;
+    config.error_protection = header.error_protection != 0;
+    config.channels = header.mode == MPEG_A_MODE_MONO ? 1 : 2;
+    config.table = &table_layer1;
+    if (config.layer == 2) {
+        const int kbps = bitrate_kbps(header.layer, header.bitrate_index);
+        const auto rate = static_cast<int>(1000.0 * sampling_frequency_khz[header.sampling_frequency]);
+        config.table = &select_alloc_table(rate, kbps / config.channels);
+    }
+    config.sblimit = config.table->sblimit;
+    return config;
 }
 
 void frame_coder::init(const coding_kernels &kernels, frame_header &header,
                        bit_writer &writer) noexcept {
-  kernels_ = &kernels;
-  header_ = &header;
-  writer_ = &writer;
-  config_ = make_coder_config(header);
+    kernels_ = &kernels;
+    header_ = &header;
+    writer_ = &writer;
+    config_ = make_coder_config(header);
 }
 
 void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
                                const smr_table &smr) noexcept {
-  side_info side;
-  part_samples joint[3];
-  sample_codes codes;
-  const bool joint_stereo = config_.mode == MPEG_A_MODE_JOINT_STEREO;
+    side_info side;
+    part_samples joint[3];
+    sample_codes codes;
+    const bool joint_stereo = config_.mode == MPEG_A_MODE_JOINT_STEREO;
 
-  for (int part = 0; part < config_.parts(); ++part) {
-    for (int ch = 0; ch < config_.channels; ++ch) {
-      compute_scalefactors(*kernels_, samples[ch][part],
-                           side.scalefactor[ch][part]);
+    for (int part = 0; part < config_.parts(); ++part) {
+        for (int ch = 0; ch < config_.channels; ++ch) {
+            compute_scalefactors(*kernels_, samples[ch][part], side.scalefactor[ch][part]);
+        }
+        if (!joint_stereo) continue;
+        kernels_->combine(samples[0][part], samples[1][part], joint[part]);
+        compute_scalefactors(*kernels_, joint[part], side.joint_scalefactor[part]);
     }
-    if (!joint_stereo)
-      continue;
-    kernels_->combine(samples[0][part], samples[1][part], joint[part]);
-    compute_scalefactors(*kernels_, joint[part], side.joint_scalefactor[part]);
-  }
-  if (config_.layer == 2)
-    choose_scfsi(config_, side);
+    if (config_.layer == 2) choose_scfsi(config_, side);
 
-  side.joint_bound = config_.sblimit;
-  if (joint_stereo)
-    choose_joint_bound(config_, smr, frame_bits, *header_, side);
-  const int stuffing = allocate_bits(config_, smr, frame_bits, side);
+    side.joint_bound = config_.sblimit;
+    if (joint_stereo) choose_joint_bound(config_, smr, frame_bits, *header_, side);
+    const int stuffing = allocate_bits(config_, smr, frame_bits, side);
 
-  quantize_samples(*kernels_, config_, side, samples, joint, codes);
-  write_frame(side, codes, stuffing);
+    quantize_samples(*kernels_, config_, side, samples, joint, codes);
+    write_frame(side, codes, stuffing);
 }
 
-void frame_coder::write_frame(const side_info &side, const sample_codes &codes,
-                              int stuffing) noexcept {
-  const std::uint32_t word = header_word(*header_);
-  writer_->put_header_word(word, header_info{*header_, {}});
+void frame_coder::write_frame(const side_info &side, const sample_codes &codes, int stuffing) noexcept {
+    const std::uint32_t word = header_word(*header_);
+    writer_->put_header_word(word, header_info{*header_, {}});
 
-  bit_buffer bits;
-  if (config_.error_protection)
-    bits.put(frame_crc(config_, word, side), 16);
-  pack_side_info(config_, side, bits);
-  writer_->put(bits);
+    bit_buffer bits;
+    if (config_.error_protection) bits.put(frame_crc(config_, word, side), 16);
+    pack_side_info(config_, side, bits);
+    writer_->put(bits);
 
-  // A small block is changed before the samples rather than in their midst.
-  constexpr std::uint32_t sample_room = 1024;
-  writer_->request_space(sample_room);
-  pack_samples(config_, side, codes, bits);
-  bits.put_zeros(stuffing);
-  bits.align();
-  writer_->put(bits);
+    // A small block is changed before the samples rather than in their midst.
+    constexpr std::uint32_t sample_room = 1024;
+    writer_->request_space(sample_room);
+    pack_samples(config_, side, codes, bits);
+    bits.put_zeros(stuffing);
+    bits.align();
+    writer_->put(bits);
 }
 
 } // namespace vela

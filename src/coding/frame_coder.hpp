@@ -14,57 +14,52 @@ namespace vela {
 
 /// What the stream's settings fix for every frame.
 struct coder_config {
-  int layer;
-  int mode; ///< as configured, see enum mpeg_a_mode
-  bool error_protection;
-  int channels;
-  int sblimit; ///< coded subbands: 32 in Layer I; 8, 12, 27 or 30 in Layer II
-  const alloc_table *table;
+    int layer;
+    int mode; ///< as configured, see enum mpeg_a_mode
+    bool error_protection;
+    int channels;
+    int sblimit; ///< coded subbands: 32 in Layer I; 8, 12, 27 or 30 in Layer II
+    const alloc_table *table;
 
-  int parts() const noexcept { return layer == 1 ? 1 : 3; }
+    int parts() const noexcept { return layer == 1 ? 1 : 3; }
 };
 
 coder_config make_coder_config(const frame_header &header) noexcept;
 
 /// Side information of one frame: [channel][subband], [channel][part][subband].
 struct side_info {
-  std::uint8_t allocation[2][32];
-  std::uint8_t scfsi[2][32];
-  std::uint8_t scalefactor[2][3][32];
-  std::uint8_t joint_scalefactor[3][32]; ///< normalise the shared samples; not
-                                         ///< transmitted
-  /// First subband whose samples both channels share; sblimit when none are.
-  int joint_bound;
+    std::uint8_t allocation[2][32];
+    std::uint8_t scfsi[2][32];
+    std::uint8_t scalefactor[2][3][32];
+    std::uint8_t joint_scalefactor[3][32]; ///< normalise the shared samples; not
+                                           ///< transmitted
+    /// First subband whose samples both channels share; sblimit when none are.
+    int joint_bound;
 
-  /// Channels that have an allocation and samples of their own in a subband.
-  int coded_channels(int channels, int sb) const noexcept {
-    return sb < joint_bound ? channels : 1;
-  }
+    /// Channels that have an allocation and samples of their own in a subband.
+    int coded_channels(int channels, int sb) const noexcept { return sb < joint_bound ? channels : 1; }
 };
 
 /// Codes the frames of one stream.
 class frame_coder {
-public:
-  /// @param header  of the stream; its mode and mode_extension change per frame
-  /// when joint stereo is
-  ///                configured. Must outlive the coder, as must `writer`.
-  void init(const coding_kernels &kernels, frame_header &header,
-            bit_writer &writer) noexcept;
+  public:
+    /// @param header  of the stream; its mode and mode_extension change per frame
+    /// when joint stereo is
+    ///                configured. Must outlive the coder, as must `writer`.
+    void init(const coding_kernels &kernels, frame_header &header, bit_writer &writer) noexcept;
 
-  /// Writes one frame of exactly `frame_bits` bits.
-  void encode_frame(int frame_bits, const subband_samples &samples,
-                    const smr_table &smr) noexcept;
+    /// Writes one frame of exactly `frame_bits` bits.
+    void encode_frame(int frame_bits, const subband_samples &samples, const smr_table &smr) noexcept;
 
-  const coder_config &config() const noexcept { return config_; }
+    const coder_config &config() const noexcept { return config_; }
 
-private:
-  void write_frame(const side_info &side, const sample_codes &codes,
-                   int stuffing) noexcept;
+  private:
+    void write_frame(const side_info &side, const sample_codes &codes, int stuffing) noexcept;
 
-  const coding_kernels *kernels_;
-  frame_header *header_;
-  bit_writer *writer_;
-  coder_config config_;
+    const coding_kernels *kernels_;
+    frame_header *header_;
+    bit_writer *writer_;
+    coder_config config_;
 };
 
 } // namespace vela

@@ -15,111 +15,81 @@ namespace {
 /// unreachable large factors before it, negative ones behind.
 constexpr int guard = 4;
 constexpr std::array<double, guard + 63 + guard> guarded_table = [] {
-  std::array<double, guard + 63 + guard> table{};
-  table.fill(-1.0);
-  for (unsigned i = 0; i < guard; ++i)
-    table[i] = std::numeric_limits<double>::infinity();
-  for (unsigned i = 0; i < 63; ++i)
-    table[guard + i] = scalefactor_table[i];
-  return table;
+    std::array<double, guard + 63 + guard> table{};
+    table.fill(-1.0);
+    for (unsigned i = 0; i < guard; ++i)
+        table[i] = std::numeric_limits<double>::infinity();
+    for (unsigned i = 0; i < 63; ++i)
+        table[guard + i] = scalefactor_table[i];
+    return table;
 }();
 
-/// Classes of a difference of two consecutive indexes.
-constexpr unsigned difference_class(int d) noexcept {
-  if (d <= -3)
-    return 0;
-  if (d < 0)
-    return 1;
-  if (d == 0)
-    return 2;
-  return d < 3 ? 3 : 4;
-}
+/// Classes of a difference of two consecutive indexes, -62..62, at [difference + 62].
+constexpr std::array<std::uint8_t, 125> difference_class = [] {
+    std::array<std::uint8_t, 125> table{};
+    for (int d = -62; d <= 62; ++d) {
+        const int c = d <= -3 ? 0 : d < 0 ? 1 : d == 0 ? 2 : d < 3 ? 3 : 4;
+        table[static_cast<unsigned>(d + 62)] = static_cast<std::uint8_t>(c);
+    }
+    return table;
+}();
 
-/// Transmission patterns: which of the three indexes each part uses; `smaller`
-/// is the smaller one of the first and the third.
-enum pattern : std::uint8_t {
-  p123,
-  p122,
-  p133,
-  p113,
-  p111,
-  p222,
-  p333,
-  smaller
+/// How a subband's three indexes are sent: scfsi, and which of them each part uses; `smaller` is the
+/// smaller one of the first and the third.
+struct pattern {
+    std::uint8_t scfsi, use[3];
 };
+constexpr std::uint8_t smaller = 3;
+constexpr pattern p123{0, {0, 1, 2}}, p122{3, {0, 1, 1}}, p133{3, {0, 2, 2}}, p113{1, {0, 0, 2}},
+    p111{2, {0, 0, 0}}, p222{2, {1, 1, 1}}, p333{2, {2, 2, 2}}, p444{2, {smaller, smaller, smaller}};
 
-/// Pattern by the classes of (first - second) and (second - third), ISO/IEC
-/// 11172-3 Table C.4.
+/// Pattern by the classes of (first - second) and (second - third), ISO/IEC 11172-3 Table C.4.
 constexpr pattern pattern_table[5][5] = {
-    {p123, p122, p122, p133, p123}, {p113, p111, p111, smaller, p113},
-    {p111, p111, p111, p333, p113}, {p222, p222, p222, p333, p123},
-    {p123, p122, p122, p133, p123},
+    {p123, p122, p122, p133, p123}, {p113, p111, p111, p444, p113}, {p111, p111, p111, p333, p113},
+    {p222, p222, p222, p333, p123}, {p123, p122, p122, p133, p123},
 };
 
 } // namespace
 
 int scalefactor_index(double magnitude) noexcept {
-  // With 2^e <= magnitude < 2^(e + 1) the exact factors 2^(1 - i/3) allow i =
-  // -3e .. 3 - 3e; rounding of the table can take one step off. Start one below
-  // and count the factors that still reach up.
-  const auto bits = std::bit_cast<std::uint64_t>(magnitude);
-  const int exponent = std::clamp(static_cast<int>(bits >> 52) - 1023, -20, 1);
-  const double *const candidate =
-      guarded_table.data() + guard - 3 * exponent - 1;
-  int index = -3 * exponent - 2;
-  for (int i = 0; i < 5; ++i)
-    index += candidate[i] >= magnitude;
-  return std::max(index, 0);
+    // With 2^e <= magnitude < 2^(e + 1) the exact factors 2^(1 - i/3) allow i =
+    // -3e .. 3 - 3e; rounding of the table can take one step off. Start one below
+    // and count the factors that still reach up.
+    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
+    const int exponent = std::clamp(static_cast<int>(bits >> 52) - 1023, -20, 1);
+    const double *const candidate = guarded_table.data() + guard - 3 * exponent - 1;
+    int index = -3 * exponent - 2;
+    for (int i = 0; i < 5; ++i)
+        index += candidate[i] >= magnitude;
+    return std::max(index, 0);
 }
 
-void compute_scalefactors(const coding_kernels &kernels,
-                          const part_samples &samples,
+void compute_scalefactors(const coding_kernels &kernels, const part_samples &samples,
                           std::uint8_t (&index)[32]) noexcept {
-  double peak[32];
-  kernels.peaks(samples, peak);
-  for (int sb = 0; sb < 32; ++sb)
-    index[sb] = static_cast<std::uint8_t>(scalefactor_index(peak[sb]));
+    double peak[32];
+    kernels.peaks(samples, peak);
+    for (int sb = 0; sb < 32; ++sb)
+        index[sb] = static_cast<std::uint8_t>(scalefactor_index(peak[sb]));
 }
 
-int choose_scfsi(std::uint8_t &first, std::uint8_t &second,
-                 std::uint8_t &third) noexcept {
-  switch (pattern_table[difference_class(first - second)]
-                       [difference_class(second - third)]) {
-  case p123:
-    return 0;
-  case p122:
-    third = second;
-    return 3;
-  case p133:
-    second = third;
-    return 3;
-  case p113:
-    second = first;
-    return 1;
-  case p111:
-    second = third = first;
-    return 2;
-  case p222:
-    first = third = second;
-    return 2;
-  case p333:
-    first = second = third;
-    return 2;
-  case smaller:
-    first = second = third = std::min(first, third);
-    return 2;
-  }
-  return 0;
+int choose_scfsi(std::uint8_t &first, std::uint8_t &second, std::uint8_t &third) noexcept {
+    const pattern &chosen = pattern_table[difference_class[static_cast<unsigned>(first - second + 62)]]
+                                         [difference_class[static_cast<unsigned>(second - third + 62)]];
+    const std::uint8_t sources[4] = {first, second, third, std::min(first, third)};
+    first = sources[chosen.use[0]];
+    second = sources[chosen.use[1]];
+    third = sources[chosen.use[2]];
+    return chosen.scfsi;
 }
 
 void choose_scfsi(const coder_config &config, side_info &side) noexcept {
-  for (int ch = 0; ch < config.channels; ++ch) {
-    auto &index = side.scalefactor[ch];
-    for (int sb = 0; sb < config.sblimit; ++sb) {
-      side.scfsi[ch][sb] = static_cast<std::uint8_t>(
-          choose_scfsi(index[0][sb], index[1][sb], index[2][sb]));
+    for (int ch = 0; ch < config.channels; ++ch) {
+        auto &index = side.scalefactor[ch];
+        for (int sb = 0; sb < config.sblimit; ++sb) {
+            side.scfsi[ch][sb] =
+                static_cast<std::uint8_t>(choose_scfsi(index[0][sb], index[1][sb], index[2][sb]));
+        }
     }
-  }
 }
 
 } // namespace vela

@@ -7,14 +7,34 @@
 
 namespace vela::VELA_LEVEL {
 
-using V = lane_type<VELA_LANES>;
+namespace {
 
-extern const psy_kernels psy_table;
-const psy_kernels psy_table{
-    .transform = transform<V>,
-    .analyze_lines = analyze_lines<V>,
-    .mask = mask<V>,
-    .ratios = ratios<V>,
+template <int width, int passes>
+constexpr psy_kernels arrangement{
+    .lanes = width,
+    .passes = passes,
+    .transform = transform<lane_type<width>>,
+    .analyze_lines = analyze_lines<lane_type<width>, passes>,
+    .mask = mask<lane_type<width>>,
+    .ratios = ratios<lane_type<width>>,
 };
+
+/// As many passes of a frame side by side as there are lanes for.
+template <int widest>
+const psy_kernels &choose(int layer, int channels) {
+    if constexpr (widest == 1) {
+        return arrangement<1, 1>;
+    } else {
+        if (layer == 1) return channels == 2 ? arrangement<2, 1> : arrangement<1, 1>;
+        return channels == 2 ? arrangement<widest, 2> : arrangement<2, 2>;
+    }
+}
+
+} // namespace
+
+const psy_kernels &psy_table(int layer, int channels) noexcept;
+const psy_kernels &psy_table(int layer, int channels) noexcept {
+    return choose<VELA_LANES>(layer, channels);
+}
 
 } // namespace vela::VELA_LEVEL

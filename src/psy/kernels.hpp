@@ -1,55 +1,62 @@
 // The psychoacoustic model's kernels, compiled once per level.
+//
+// Their lanes are passes: one window of one channel each. Everything that a pass computes stays in its
+// lane, so that all steps of the model run over plain consecutive arrays. A value with index i of all
+// lanes stands at i * lanes.
 #pragma once
 
 #include "psy/partitions.hpp"
 #include "simd/level.hpp"
 
+#include <array>
+
 namespace vela {
 
 inline constexpr int transform_length = 1024;
-/// Lines padded to whole groups of lanes; the padding stays zero.
-inline constexpr int padded_lines = 520;
+inline constexpr int max_lanes = 4;
+inline constexpr int x_alignment = 32;
 
-/// Values per line of a spectrum.
-using lines = double[padded_lines];
-
-/// The transform as pairs: a[k] = H[k] and b[k] = H[1024 - k], H the discrete Hartley transform; for
-/// the unpaired lines 0 and 512, a = 0 and b = H[k]. The DFT is X[k] = ((a + b) + i (b - a)) / 2.
-struct line_pairs {
-    lines a, b;
+/// Per partition: energy, and energy weighted with the unpredictability.
+struct partition_sums {
+    double energy[padded_partitions * max_lanes];
+    double weighted[padded_partitions * max_lanes];
 };
 
-/// What is kept of one pass for the prediction of later ones: the pairs and the magnitudes.
-struct pass_history {
-    line_pairs pair;
-    lines r;
-};
+/// What is kept of a pass for the prediction of later ones: a, b and r of each line (see transform).
+inline constexpr int history_values = 3 * line_count;
 
-/// Energy, and unpredictability (0 tonal .. 1 noise-like) per line.
-struct spectrum {
-    lines energy, unpredictability;
-};
-
-/// Signal-to-mask ratio in dB per subband.
-using smr_row = double[32];
-
+/// The kernels for one arrangement of passes in lanes.
 struct psy_kernels {
-    /// Windows and transforms `count` (1..4) blocks of 1024 samples.
-    void (*transform)(const float *const *blocks, int count, line_pairs *out) noexcept;
+    int lanes;
+    /// Consecutive passes of a channel that stand side by side, 1 or 2; lanes / passes channels are
+    /// analysed at once.
+    int passes;
 
-    /// Energies and unpredictabilities of a pass. `oldest` holds the pass before `previous`; the pass
-    /// itself takes its place.
-    void (*analyze_lines)(const line_pairs &pass, const pass_history &previous, pass_history &oldest,
-                          spectrum &out) noexcept;
+    /// Windows one block of 1024 samples per lane and transforms them; x[1024 * lanes], aligned to
+    /// x_alignment, receives the discrete Hartley transform H in bit-reversed order.
+    void (*transform)(const float *const *windows, double *x) noexcept;
 
-    /// Masking threshold per line of each partition.
-    void (*mask)(const partition_tables &tables, const spectrum &pass,
-                 double (&mask)[padded_partitions]) noexcept;
+    /// Energy of each line (energy[line_count * lanes]) and the sums over the partitions.
+    /// @param history  history_values * lanes doubles: twice that many with one pass per channel, zero
+    /// at
+    ///                 the start; updated
+    /// @param newest   with one pass per channel: which half holds the pass before this one; the other
+    ///                 one is replaced
+    void (*analyze_lines)(const partition_tables &tables, const double *x, double *history, int newest,
+                          double *energy, partition_sums &sums) noexcept;
 
-    /// Ratio of energy to threshold per subband.
-    void (*ratios)(const lines &energy, const lines &threshold, smr_row &out) noexcept;
+    /// Masking threshold per line of each partition: mask[padded_partitions * lanes].
+    void (*mask)(const partition_tables &tables, const partition_sums &sums, double *mask) noexcept;
+
+    /// Signal-to-mask ratio in dB per subband: ratio[32 * lanes].
+    /// @param previous  Layer I: the thresholds of the pass before, against pre-echo, line_count *
+    /// lanes
+    ///                  doubles; updated. Null in Layer II.
+    void (*ratios)(const partition_tables &tables, const double *energy, const double *mask,
+                   double *previous, double *ratio) noexcept;
 };
 
-const psy_kernels &psy_kernels_of(level which) noexcept;
+/// The kernels of a level for a stream.
+const psy_kernels &psy_kernels_of(level which, int layer, int channels) noexcept;
 
 } // namespace vela

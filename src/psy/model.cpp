@@ -7,85 +7,80 @@
 namespace vela {
 
 namespace reference {
-extern const psy_kernels psy_table;
+const psy_kernels &psy_table(int layer, int channels) noexcept;
 }
 namespace baseline {
-extern const psy_kernels psy_table;
+const psy_kernels &psy_table(int layer, int channels) noexcept;
 }
 namespace avx2 {
-extern const psy_kernels psy_table;
+const psy_kernels &psy_table(int layer, int channels) noexcept;
 }
 
-const psy_kernels &psy_kernels_of(level which) noexcept {
+const psy_kernels &psy_kernels_of(level which, int layer, int channels) noexcept {
     switch (which) {
-    case level::reference: return reference::psy_table;
-    case level::baseline: return baseline::psy_table;
-    case level::avx2: break;
+    case level::reference:
+        return reference::psy_table(layer, channels);
+    case level::baseline:
+        return baseline::psy_table(layer, channels);
+    case level::avx2:
+        break;
     }
-    return avx2::psy_table;
+    return avx2::psy_table(layer, channels);
 }
 
-void psy_model::init(const psy_kernels &kernels, int layer, int sample_rate) noexcept {
+void psy_model::init(level kernels, int layer, int channels, int sample_rate) noexcept {
     // Cleared in place: a temporary of this size does not belong on the host's stack.
     static_assert(std::is_trivially_copyable_v<psy_model>);
     std::memset(static_cast<void *>(this), 0, sizeof *this);
-    kernels_ = &kernels;
-    quiet_ = quiet_threshold(sample_rate).data();
+    kernels_ = &psy_kernels_of(kernels, layer, channels);
     layer_ = layer;
+    channels_ = channels;
     passes_ = layer == 1 ? 1 : 2;
     lead_ = layer == 1 ? 640 : 448;
     step_ = layer == 1 ? 384 : 576;
     make_partition_tables(tables_, sample_rate);
     // No limit for the first pass: above every threshold in quiet.
-    for (channel_state &channel : channels_)
-        std::ranges::fill(channel.previous_threshold, 60802371420160.0);
+    std::ranges::fill(previous_threshold_, 60802371420160.0);
 }
 
-void psy_model::analyze(const float *const *frame_start, int channels, smr_table &smr) noexcept {
-    const float *windows[4] = {};
-    line_pairs pairs[4];
-    int count = 0;
-    for (int c = 0; c < channels; ++c) {
-        for (int pass = 0; pass < passes_; ++pass)
-            windows[count++] = frame_start[c] - lead_ + pass * step_;
-    }
-    kernels_->transform(windows, count, pairs);
-    for (int c = 0; c < channels; ++c) {
-        analyze_pass(channels_[c], pairs[c * passes_], smr[c]);
-        for (int pass = 1; pass < passes_; ++pass) {
-            smr_row ratio;
-            analyze_pass(channels_[c], pairs[c * passes_ + pass], ratio);
-            for (int sb = 0; sb < 32; ++sb)
-                smr[c][sb] = std::max(smr[c][sb], ratio[sb]);
+void psy_model::analyze(const float *const *frame_start, smr_table &smr) noexcept {
+    const int group_channels = kernels_->lanes / kernels_->passes;
+    for (int pass = 0; pass < passes_; pass += kernels_->passes) {
+        for (int c = 0; c < channels_; c += group_channels) {
+            analyze_group(frame_start, {c / group_channels, c, pass}, smr);
         }
+        newest_ = 1 - newest_;
     }
 }
 
-void psy_model::analyze_pass(channel_state &channel, const line_pairs &pairs, smr_row &ratio) noexcept {
-    spectrum pass;
-    double mask[padded_partitions];
-    lines threshold;
-    const pass_history &previous = channel.history[channel.newest];
-    channel.newest = 1 - channel.newest;
-    kernels_->analyze_lines(pairs, previous, channel.history[channel.newest], pass);
-    kernels_->mask(tables_, pass, mask);
-    line_thresholds(channel, mask, threshold);
-    kernels_->ratios(pass.energy, threshold, ratio);
-}
+void psy_model::analyze_group(const float *const *frame_start, lane_group group,
+                              smr_table &smr) noexcept {
+    const int width = kernels_->lanes;
+    const auto channel_of = [&](int lane) { return group.first_channel + lane / kernels_->passes; };
+    const auto pass_of = [&](int lane) { return group.first_pass + lane % kernels_->passes; };
+    const float *windows[max_lanes] = {};
+    for (int t = 0; t < width; ++t)
+        windows[t] = frame_start[channel_of(t)] - lead_ + pass_of(t) * step_;
 
-void psy_model::line_thresholds(channel_state &channel, const double (&mask)[padded_partitions],
-                                lines &threshold) noexcept {
-    // max and min as written keep the threshold in quiet where a mask is not a number.
-    for (unsigned line = 0; line < line_count; ++line) {
-        threshold[line] = std::max(quiet_[line], mask[tables_.of_line[line]]);
-    }
-    if (layer_ != 1) return;
-    // Pre-echo: a pass may rise above the one before by 15 dB (a factor of 32) at most, down to a limit
-    // of 25 dB (0.00316) below its own threshold.
-    for (unsigned line = 0; line < line_count; ++line) {
-        const double t = threshold[line];
-        threshold[line] = std::max(0.00316 * t, std::min(t, channel.previous_threshold[line]));
-        channel.previous_threshold[line] = 32 * t;
+    alignas(x_alignment) double spectrum[transform_length * max_lanes];
+    double energy[line_count * max_lanes];
+    partition_sums sums;
+    double mask[padded_partitions * max_lanes], ratio[32 * max_lanes];
+    const int history_length = history_values * width * (kernels_->passes == 1 ? 2 : 1);
+    double *const previous =
+        layer_ == 1 ? previous_threshold_ + group.index * line_count * width : nullptr;
+    kernels_->transform(windows, spectrum);
+    kernels_->analyze_lines(tables_, spectrum, history_ + group.index * history_length, newest_, energy,
+                            sums);
+    kernels_->mask(tables_, sums, mask);
+    kernels_->ratios(tables_, energy, mask, previous, ratio);
+
+    for (int t = 0; t < width; ++t) {
+        double *const row = smr[channel_of(t)];
+        for (int sb = 0; sb < 32; ++sb) {
+            const double value = ratio[sb * width + t];
+            row[sb] = pass_of(t) == 0 ? value : std::max(row[sb], value);
+        }
     }
 }
 

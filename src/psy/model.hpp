@@ -8,7 +8,7 @@
 namespace vela {
 
 /// Signal-to-mask ratios in dB of one frame: [channel][subband].
-using smr_table = smr_row[2];
+using smr_table = double[2][32];
 
 /// The model of one stream. Layer I looks at a frame once, Layer II twice, each time through a window
 /// of 1024 samples (positions relative to frame_start):
@@ -20,31 +20,34 @@ using smr_table = smr_row[2];
 /// of the pass before against pre-echo.
 class psy_model {
   public:
-    void init(const psy_kernels &kernels, int layer, int sample_rate) noexcept;
+    void init(level kernels, int layer, int channels, int sample_rate) noexcept;
 
     /// @param frame_start  per channel, readable over the windows above
-    /// @param smr          row c is written for every channel c below `channels`
-    void analyze(const float *const *frame_start, int channels, smr_table &smr) noexcept;
+    /// @param smr          row c is written for every channel c
+    void analyze(const float *const *frame_start, smr_table &smr) noexcept;
 
   private:
-    struct channel_state {
-        pass_history history[2];
-        lines previous_threshold;
-        int newest; ///< which history holds the latest pass
+    /// The passes that one run of the kernels analyses: lane t is pass first_pass + t % passes of
+    /// channel first_channel + t / passes.
+    struct lane_group {
+        int index; ///< of the group's channels
+        int first_channel;
+        int first_pass;
     };
 
-    void analyze_pass(channel_state &channel, const line_pairs &pairs, smr_row &ratio) noexcept;
-    void line_thresholds(channel_state &channel, const double (&mask)[padded_partitions],
-                         lines &threshold) noexcept;
+    void analyze_group(const float *const *frame_start, lane_group group, smr_table &smr) noexcept;
 
     const psy_kernels *kernels_;
-    const double *quiet_;
     int layer_;
+    int channels_;
     int passes_;
-    int lead_; ///< samples before frame_start at which the first window begins
-    int step_; ///< samples from one window to the next
+    int lead_;   ///< samples before frame_start at which the first window begins
+    int step_;   ///< samples from one window to the next
+    int newest_; ///< with one pass per lane group: the half of the history that is the latest
     partition_tables tables_;
-    channel_state channels_[2];
+    // Lane groups one behind the other; what they need adds up to the same for every arrangement.
+    double history_[history_values * max_lanes];
+    double previous_threshold_[line_count * 2];
 };
 
 } // namespace vela

@@ -87,7 +87,7 @@ double lay_spreading(partition_tables &tables, const std::array<double, partitio
             in_run = false;
         }
         if (!in_run) continue;
-        tables.spreading[at(masker)][at(maskee)] = gain;
+        tables.spreading[at(maskee / spreading_group)][at(masker)][at(maskee % spreading_group)] = gain;
         group_first = std::min(group_first, masker);
         group_end = std::max(group_end, masker + 1);
     }
@@ -98,8 +98,8 @@ double lay_spreading(partition_tables &tables, const std::array<double, partitio
 
 void make_partition_tables(partition_tables &tables, int sample_rate) noexcept {
     const auto bark = lay_partitions(tables, sample_rate);
-    for (auto &row : tables.spreading)
-        row.fill(0);
+    tables.spreading = {};
+    tables.quiet = quiet_threshold(sample_rate).data();
     tables.first_masker.fill(partition_count);
     tables.end_masker.fill(0);
     tables.tone_masking.fill(24.5);

@@ -1,65 +1,102 @@
-// Energy and unpredictability of each line (ISO/IEC 11172-3, D.2.4). Lanes are lines.
+// Energy and unpredictability of each line (ISO/IEC 11172-3, D.2.4), summed over the partitions.
 #pragma once
 
 #include "psy/kernels.hpp"
 #include "simd/lanes.hpp"
 
 #include <array>
+#include <cstdint>
 
 namespace vela::VELA_LEVEL {
 
-/// |X[k]|^2 = (a^2 + b^2) / 2, but H[k]^2 for the unpaired lines 0 and 512.
-inline constexpr std::array<double, padded_lines> energy_scale = [] {
-    std::array<double, padded_lines> scale{};
-    scale.fill(0.5);
-    scale[0] = scale[512] = 1.0;
-    return scale;
+/// Where the transform leaves H[k]: the place of k with its ten bits reversed.
+inline constexpr std::array<std::uint16_t, transform_length> place_of = [] {
+    std::array<std::uint16_t, transform_length> reversed{};
+    for (unsigned i = 1; i < transform_length; ++i) {
+        reversed[i] = static_cast<std::uint16_t>(reversed[i / 2] / 2 + (i % 2) * transform_length / 2);
+    }
+    return reversed;
 }();
 
-/// The unpredictability of a line is the distance of its value X from the value predicted from the two
-/// passes before, relative to the sum of their magnitudes:
+/// A line of a pass as a pair of Hartley values a = H[k] and b = H[1024 - k] and its magnitude r. The
+/// DFT is X[k] = ((a + b) + i (b - a)) / 2. The unpaired lines 0 and 512 have a = 0 and b = H[k].
+template <class V>
+struct line_values {
+    V a, b, r;
+};
+
+/// The distance of a line's value X = r e^(i phi) from the value predicted from the two passes before,
+/// relative to the sum of their magnitudes:
 ///
 ///     r^ = 2 r' - r''    phi^ = 2 phi' - phi''    c = |X - r^ e^(i phi^)| / (r + |r^|)
 ///
 /// The cosine and sine of phi^ need no trigonometric function. A pair gives cos phi = (a + b) / 2r and
 /// sin phi = (b - a) / 2r, hence cos 2 phi = 2ab / 2r^2 and sin 2 phi = (b^2 - a^2) / 2r^2: P / D and Q
 /// / D are first these for the previous pass, then, turned back by phi'', cos phi^ and sin phi^.
+/// Everything is brought over the one denominator 2 D (r + |r^|), so that a single division is left.
 template <class V>
-void analyze_lines(const line_pairs &pass, const pass_history &previous, pass_history &oldest,
-                   spectrum &out) noexcept {
+VELA_INLINE V unpredictability(const line_values<V> &now, const line_values<V> &previous,
+                               const line_values<V> &oldest) {
     const V zero = splat<V>(0.0), one = splat<V>(1.0), two = splat<V>(2.0), half = splat<V>(0.5);
-    for (int k = 0; k < padded_lines; k += lanes<V>) {
-        const V a = load<V>(pass.a + k), b = load<V>(pass.b + k);
-        const V energy = (a * a + b * b) * load<V>(energy_scale.data() + k);
-        const V r = square_root(energy);
+    const auto no_previous = previous.r == zero;
+    V P = select(no_previous, one, two * previous.a * previous.b);
+    V Q = select(no_previous, zero, previous.b * previous.b - previous.a * previous.a);
+    V D = select(no_previous, one, two * previous.r * previous.r);
 
-        const V a1 = load<V>(previous.pair.a + k), b1 = load<V>(previous.pair.b + k),
-                r1 = load<V>(previous.r + k);
-        const auto no_previous = r1 == zero;
-        V P = select(no_previous, one, two * a1 * b1);
-        V Q = select(no_previous, zero, b1 * b1 - a1 * a1);
-        V D = select(no_previous, one, two * r1 * r1);
+    const auto no_oldest = oldest.r == zero;
+    const V m = (P + Q) * (oldest.a + oldest.b) * half;
+    const V turned_p = m - Q * oldest.a, turned_q = m - oldest.b * P;
+    P = select(no_oldest, P, turned_p);
+    Q = select(no_oldest, Q, turned_q);
+    D = select(no_oldest, D, D * oldest.r);
 
-        const V a2 = load<V>(oldest.pair.a + k), b2 = load<V>(oldest.pair.b + k),
-                r2 = load<V>(oldest.r + k);
-        const auto no_oldest = r2 == zero;
-        const V m = (P + Q) * (a2 + b2) * half;
-        const V turned_p = m - Q * a2, turned_q = m - b2 * P;
-        P = select(no_oldest, P, turned_p);
-        Q = select(no_oldest, Q, turned_q);
-        D = select(no_oldest, D, D * r2);
+    const V predicted = two * previous.r - oldest.r;
+    const V size = now.r + magnitude(predicted);
+    const V U = P * (two * predicted) - (now.a + now.b) * D;
+    const V W = Q * (two * predicted) - (now.b - now.a) * D;
+    return select(size == zero, zero, square_root(U * U + W * W) / (two * D * size));
+}
 
-        const V predicted = two * r1 - r2;
-        const V size = magnitude(predicted) + r;
-        const V g = two * predicted / D;
-        const V U = P * g - (a + b), V_ = Q * g - (b - a);
-        const V c = square_root(U * U + V_ * V_) / (two * (r + magnitude(predicted)));
+/// @tparam passes  consecutive passes side by side. With two, the history is the frame before: for each
+///                 lane the pass two before its own.
+template <class V, int passes>
+void analyze_lines(const partition_tables &tables, const double *x, double *history, int newest,
+                   double *energy, partition_sums &sums) noexcept {
+    constexpr int L = lanes<V>;
+    const double *const newest_half = history + newest * history_values * L;
+    double *const oldest_half = passes == 2 ? history : history + (1 - newest) * history_values * L;
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        V sum = splat<V>(0.0), weighted = splat<V>(0.0);
+        for (int k = tables.first_line[p]; k < tables.first_line[p + 1]; ++k) {
+            const bool paired = k % 512 != 0;
+            const V h = load<V>(x + L * place_of[static_cast<unsigned>(k)]);
+            line_values<V> now;
+            now.a = paired ? h : splat<V>(0.0);
+            now.b = paired ? load<V>(x + L * place_of[static_cast<unsigned>(transform_length - k)]) : h;
+            // |X|^2 = (a^2 + b^2) / 2 for pairs, H^2 for the others.
+            const V e = (now.a * now.a + now.b * now.b) * splat<V>(paired ? 0.5 : 1.0);
+            now.r = square_root(e);
 
-        store(oldest.pair.a + k, a);
-        store(oldest.pair.b + k, b);
-        store(oldest.r + k, r);
-        store(out.energy + k, energy);
-        store(out.unpredictability + k, select(size == zero, zero, c));
+            double *const slot = oldest_half + 3 * k * L;
+            const line_values<V> oldest{load<V>(slot), load<V>(slot + L), load<V>(slot + 2 * L)};
+            line_values<V> previous;
+            if constexpr (passes == 2) {
+                previous = {preceding(oldest.a, now.a), preceding(oldest.b, now.b),
+                            preceding(oldest.r, now.r)};
+            } else {
+                const double *const before = newest_half + 3 * k * L;
+                previous = {load<V>(before), load<V>(before + L), load<V>(before + 2 * L)};
+            }
+            store(slot, now.a);
+            store(slot + L, now.b);
+            store(slot + 2 * L, now.r);
+
+            sum = sum + e;
+            weighted = weighted + e * unpredictability(now, previous, oldest);
+            store(energy + k * L, e);
+        }
+        store(sums.energy + p * L, sum);
+        store(sums.weighted + p * L, weighted);
     }
 }
 

@@ -1,5 +1,4 @@
-// Masking thresholds and signal-to-mask ratios (ISO/IEC 11172-3, D.2.4). Lanes are partitions or
-// subbands.
+// Masking thresholds and signal-to-mask ratios (ISO/IEC 11172-3, D.2.4).
 #pragma once
 
 #include "psy/kernels.hpp"
@@ -8,100 +7,82 @@
 
 namespace vela::VELA_LEVEL {
 
-/// Energies of the partitions, plain and weighted with the unpredictability.
-struct partition_sums {
-    double energy[padded_partitions], weighted[padded_partitions];
-};
-
-inline void sum_partitions(const partition_tables &tables, const spectrum &pass,
-                           partition_sums &sums) noexcept {
-    for (unsigned p = 0; p < padded_partitions; ++p) {
-        double energy = 0, weighted = 0;
-        for (int line = tables.first_line[p]; line < tables.first_line[p + 1]; ++line) {
-            energy += pass.energy[line];
-            weighted += pass.energy[line] * pass.unpredictability[line];
-        }
-        sums.energy[p] = energy;
-        sums.weighted[p] = weighted;
-    }
-}
-
-/// Masking threshold per line from spread energy and spread weighted energy.
+/// Masking threshold per line of partition p from its spread energy and spread weighted energy.
 template <class V>
-VELA_INLINE V partition_mask(const partition_tables &tables, unsigned first, V energy, V weighted) {
+VELA_INLINE V partition_mask(const partition_tables &tables, unsigned p, V energy, V weighted) {
     const V zero = splat<V>(0.0), one = splat<V>(1.0);
-    const V base = energy / load<V>(tables.spread_norm.data() + first);
+    const V base = energy / splat<V>(tables.spread_norm[p]);
     const V unpredictability = select(energy == zero, zero, weighted / energy);
-    // Tonality: 1 for c <= 0.05, 0 for c >= 0.5: -log10 c - log10 2.
+    // Tonality: 1 for c <= 0.05, 0 for c >= 0.5, -log10 c - log10 2 in between.
     const V c = clamp(unpredictability, splat<V>(0.05), splat<V>(0.5));
     const V tonality = splat<V>(-0.434294482) * logarithm(c) - splat<V>(0.301029996);
-    const V offset =
-        load<V>(tables.tone_masking.data() + first) * tonality + splat<V>(5.5) * (one - tonality);
-    const V limited = max_of(offset, load<V>(tables.min_offset.data() + first));
+    const V offset = splat<V>(tables.tone_masking[p]) * tonality + splat<V>(5.5) * (one - tonality);
+    const V limited = max_of(offset, splat<V>(tables.min_offset[p]));
     return base * exponential(splat<V>(-0.2302585093) * limited);
 }
 
 /// Convolves the partitions with the spreading function and derives each partition's threshold.
 template <class V>
-void mask(const partition_tables &tables, const spectrum &pass,
-          double (&out)[padded_partitions]) noexcept {
-    partition_sums sums;
-    sum_partitions(tables, pass, sums);
-    constexpr int G = spreading_group / lanes<V>;
+void mask(const partition_tables &tables, const partition_sums &sums, double *out) noexcept {
+    constexpr int L = lanes<V>;
     for (unsigned group = 0; group < padded_partitions / spreading_group; ++group) {
-        const unsigned first = group * spreading_group;
-        V energy[G], weighted[G];
-        for (int g = 0; g < G; ++g)
-            energy[g] = weighted[g] = splat<V>(0.0);
+        V energy[spreading_group], weighted[spreading_group];
+        for (int i = 0; i < spreading_group; ++i)
+            energy[i] = weighted[i] = splat<V>(0.0);
+        const auto &gains = tables.spreading[group];
         for (int masker = tables.first_masker[group]; masker < tables.end_masker[group]; ++masker) {
-            const double *const gains = tables.spreading[static_cast<unsigned>(masker)].data() + first;
-            const V e = splat<V>(sums.energy[masker]), w = splat<V>(sums.weighted[masker]);
-#pragma GCC unroll 8
-            for (int g = 0; g < G; ++g) {
-                const V gain = load<V>(gains + g * lanes<V>);
-                energy[g] = energy[g] + e * gain;
-                weighted[g] = weighted[g] + gain * w;
+            const V e = load<V>(sums.energy + masker * L), w = load<V>(sums.weighted + masker * L);
+#pragma GCC unroll 4
+            for (unsigned i = 0; i < spreading_group; ++i) {
+                const V gain = splat<V>(gains[static_cast<unsigned>(masker)][i]);
+                energy[i] = energy[i] + e * gain;
+                weighted[i] = weighted[i] + gain * w;
             }
         }
-        for (int g = 0; g < G; ++g) {
-            const auto p = first + static_cast<unsigned>(g * lanes<V>);
-            store(out + p, partition_mask(tables, p, energy[g], weighted[g]));
+        for (unsigned i = 0; i < spreading_group; ++i) {
+            const unsigned p = group * spreading_group + i;
+            store(out + p * L, partition_mask(tables, p, energy[i], weighted[i]));
         }
     }
 }
 
-/// The values of as many subbands as V has lanes at one of their lines.
+/// Thresholds of the lines: the mask of the line's partition or the threshold in quiet. In Layer I a
+/// pass may rise above the one before by 15 dB (a factor of 32) at most, down to a limit of 25 dB
+/// (0.00316) below its own threshold: this keeps pre-echo down.
 template <class V>
-VELA_INLINE V load_subbands(const double *first) {
-    V values;
-    for (int i = 0; i < lanes<V>; ++i)
-        set_lane(values, i, first[16 * i]);
-    return values;
+VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask, double *previous,
+                             int k) {
+    constexpr int L = lanes<V>;
+    const V t =
+        max_of(load<V>(mask + L * tables.of_line[static_cast<unsigned>(k)]), splat<V>(tables.quiet[k]));
+    if (previous == nullptr) return t;
+    const V limit = load<V>(previous + k * L);
+    store(previous + k * L, splat<V>(32.0) * t);
+    return max_of(splat<V>(0.00316) * t, min_of(limit, t));
 }
 
 /// A subband spans 17 lines: neighbours share one. Below subband 13 the least threshold of the lines
 /// counts for all of them, above that the sum.
 template <class V>
-void ratios(const lines &energy, const lines &threshold, smr_row &out) noexcept {
+void ratios(const partition_tables &tables, const double *energy, const double *mask, double *previous,
+            double *ratio) noexcept {
+    constexpr int L = lanes<V>;
     constexpr int least_threshold_subbands = 13;
     constexpr double loudest = 60802371420160.0;
-    for (int sb = 0; sb < 32; sb += lanes<V>) {
-        V E = splat<V>(0.0), sum = splat<V>(0.0), least = splat<V>(loudest);
-        for (int i = 0; i < 17; ++i) {
-            const V t = load_subbands<V>(threshold + 16 * sb + i);
-            E = E + load_subbands<V>(energy + 16 * sb + i);
+    // The limits matter for infinities in the input only: every ratio is finite.
+    const V highest = splat<V>(1e300);
+    V t = line_threshold<V>(tables, mask, previous, 0);
+    for (int sb = 0; sb < 32; ++sb) {
+        V E = load<V>(energy + 16 * sb * L);
+        V sum = t, least = min_of(t, splat<V>(loudest));
+        for (int k = 16 * sb + 1; k <= 16 * sb + 16; ++k) {
+            t = line_threshold<V>(tables, mask, previous, k);
+            E = E + load<V>(energy + k * L);
             sum = sum + t;
             least = min_of(t, least);
         }
-        V T = splat<V>(17.0) * least;
-        for (int i = 0; i < lanes<V>; ++i) {
-            if (sb + i >= least_threshold_subbands) set_lane(T, i, lane(sum, i));
-        }
-        // The upper limits matter for infinities in the input only: every ratio is finite.
-        const V highest = splat<V>(1e300);
-        E = clamp(E, splat<V>(0.5), highest);
-        T = min_of(T, highest);
-        store(out + sb, splat<V>(4.342944819) * logarithm(E / T));
+        const V T = min_of(sb < least_threshold_subbands ? splat<V>(17.0) * least : sum, highest);
+        store(ratio + sb * L, splat<V>(4.342944819) * logarithm(clamp(E, splat<V>(0.5), highest) / T));
     }
 }
 

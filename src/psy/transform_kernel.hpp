@@ -28,129 +28,101 @@ inline constexpr std::array<double, 256> quarter_wave = [] {
     return c;
 }();
 
-inline constexpr std::array<std::uint16_t, transform_length> bit_reversal = [] {
-    std::array<std::uint16_t, transform_length> reversed{};
-    for (unsigned i = 1; i < transform_length; ++i) {
-        reversed[i] = static_cast<std::uint16_t>(reversed[i / 2] / 2 + (i % 2) * transform_length / 2);
-    }
-    return reversed;
+/// cos and sin of three times the angle 2 pi i / 1024, i = 0..127.
+inline constexpr std::array<double, 128> triple_cosine = [] {
+    std::array<double, 128> c{};
+    for (unsigned i = 1; i < 128; ++i)
+        c[i] = 3 * i < 256 ? quarter_wave[3 * i] : -quarter_wave[512 - 3 * i];
+    return c;
+}();
+inline constexpr std::array<double, 128> triple_sine = [] {
+    std::array<double, 128> s{};
+    for (unsigned i = 1; i < 128; ++i)
+        s[i] = quarter_wave[3 * i < 256 ? 256 - 3 * i : 3 * i - 256];
+    return s;
 }();
 
-/// Calls body(i0) for every block start of the split-radix index pattern of a stage of length n: blocks
-/// that an earlier stage has finished are skipped.
-template <class Body>
-VELA_INLINE void for_each_block(int n, Body body) {
-    for (int id = n; id <= transform_length; id *= 4) {
-        for (int i0 = id - n; i0 < transform_length; i0 += 2 * id)
-            body(i0);
-    }
-}
-
-/// L-shaped butterflies of a stage whose twiddle factors are 1 and sqrt 2.
-template <class V>
-VELA_INLINE void plain_butterflies(V *x, int n) {
-    const int quarter = n / 4, half = n / 2, eighth = n / 8;
+/// Split-radix butterflies of a block of n values (decimation in frequency): the block's first half is
+/// left to a transform of n / 2, its third and fourth quarters to transforms of n / 4.
+///
+///     0            quarter        half        half + quarter     n
+///     | sums of values n/2 apart   | turned by j   | turned by 3 j |
+template <class V, int n>
+VELA_INLINE void butterflies(V *x) {
+    constexpr int quarter = n / 4, half = n / 2, eighth = n / 8;
     const V root2 = splat<V>(1.4142135623730951);
-    for_each_block(n, [=](int i0) {
-        V *const p = x + i0;
-        const V d0 = p[0] - p[half], d1 = p[quarter] - p[half + quarter];
-        p[0] = p[0] + p[half];
-        p[quarter] = p[quarter] + p[half + quarter];
-        p[half] = d0 + d1;
-        p[half + quarter] = d0 - d1;
-        V *const q = p + eighth;
+    // Index 0 and index n/8, whose factors are 1 and sqrt 2 ...
+    {
+        const V d0 = x[0] - x[half], d1 = x[quarter] - x[half + quarter];
+        x[0] = x[0] + x[half];
+        x[quarter] = x[quarter] + x[half + quarter];
+        x[half] = d0 + d1;
+        x[half + quarter] = d0 - d1;
+        V *const q = x + eighth;
         const V e0 = q[0] - q[half], e1 = q[quarter] - q[half + quarter];
         q[0] = q[0] + q[half];
         q[quarter] = q[quarter] + q[half + quarter];
         q[half] = e0 * root2;
         q[half + quarter] = e1 * root2;
-    });
-}
-
-/// The other butterflies of a stage: index j of the block turns by j and by 3 j.
-template <class V>
-VELA_INLINE void twiddled_butterflies(V *x, int n) {
-    const int quarter = n / 4, half = n / 2, eighth = n / 8;
-    const int stride = transform_length / n;
+    }
+    // ... and the others, index j together with its mirror image n/4 - j.
+    constexpr auto stride = static_cast<unsigned>(transform_length / n);
     for (int j = 1; j < eighth; ++j) {
-        const auto angle = static_cast<unsigned>(j * stride);
-        const bool obtuse = 3 * angle >= 256;
+        const unsigned angle = static_cast<unsigned>(j) * stride;
         const V cc1 = splat<V>(quarter_wave[angle]), ss1 = splat<V>(quarter_wave[256 - angle]);
-        const V cc3 = splat<V>(obtuse ? -quarter_wave[512 - 3 * angle] : quarter_wave[3 * angle]);
-        const V ss3 = splat<V>(obtuse ? quarter_wave[3 * angle - 256] : quarter_wave[256 - 3 * angle]);
-        for_each_block(n, [=](int i0) {
-            V *const p = x + i0 + j;           // p0, p1, t0, t1 a quarter apart
-            V *const q = x + i0 + quarter - j; // q0, r0, q1, r1 a quarter apart
-            const V p0 = p[0], t0 = p[quarter], p1 = p[half], t1 = p[half + quarter];
-            const V q0 = q[0], r0 = q[quarter], q1 = q[half], r1 = q[half + quarter];
-            p[0] = p0 + p1;
-            q[0] = q0 + q1;
-            q[quarter] = r0 + r1;
-            p[quarter] = t0 + t1;
-            const V A = (p0 - p1) + (q0 - q1), B = (r0 - r1) - (t0 - t1);
-            const V C = (p0 - p1) - (q0 - q1), D = (t0 - t1) + (r0 - r1);
-            p[half] = cc1 * A + ss1 * B;
-            q[half] = ss1 * A - cc1 * B;
-            p[half + quarter] = cc3 * C + ss3 * D;
-            q[half + quarter] = ss3 * C - cc3 * D;
-        });
+        const V cc3 = splat<V>(triple_cosine[angle]), ss3 = splat<V>(triple_sine[angle]);
+        V *const p = x + j;
+        V *const q = x + quarter - j;
+        const V p0 = p[0], t0 = p[quarter], p1 = p[half], t1 = p[half + quarter];
+        const V q0 = q[0], r0 = q[quarter], q1 = q[half], r1 = q[half + quarter];
+        p[0] = p0 + p1;
+        q[0] = q0 + q1;
+        q[quarter] = r0 + r1;
+        p[quarter] = t0 + t1;
+        const V A = (p0 - p1) + (q0 - q1), B = (r0 - r1) - (t0 - t1);
+        const V C = (p0 - p1) - (q0 - q1), D = (t0 - t1) + (r0 - r1);
+        p[half] = cc1 * A + ss1 * B;
+        q[half] = ss1 * A - cc1 * B;
+        p[half + quarter] = cc3 * C + ss3 * D;
+        q[half + quarter] = ss3 * C - cc3 * D;
     }
 }
 
-/// In place, lane by lane: the discrete Hartley transform H[k] = sum of x[n] (cos + sin)(2 pi n k /
-/// 1024) by split-radix decimation in frequency; H[k] is left at x[bit_reversal[k]].
-template <class V>
-VELA_INLINE void hartley(V *x) {
-    for (int n = transform_length; n >= 8; n /= 2) {
-        plain_butterflies(x, n);
-        twiddled_butterflies(x, n);
-    }
-    for_each_block(4, [=](int i0) {
-        for (int k = 0; k < 2; ++k) {
-            const V sum = x[i0 + k] + x[i0 + k + 2], difference = x[i0 + k] - x[i0 + k + 2];
-            x[i0 + k] = sum;
-            x[i0 + k + 2] = difference;
-        }
-    });
-    for (int i = 0; i < transform_length; i += 2) {
-        const V sum = x[i] + x[i + 1], difference = x[i] - x[i + 1];
-        x[i] = sum;
-        x[i + 1] = difference;
+/// In place, lane by lane: the discrete Hartley transform H[k] = sum of x[i] (cos + sin)(2 pi i k / n);
+/// H[k] is left at the place of k with its bits reversed.
+template <class V, int n>
+void hartley(V *x) {
+    if constexpr (n == 2) {
+        const V sum = x[0] + x[1], difference = x[0] - x[1];
+        x[0] = sum;
+        x[1] = difference;
+    } else if constexpr (n == 4) {
+        const V s0 = x[0] + x[2], s1 = x[1] + x[3], d0 = x[0] - x[2], d1 = x[1] - x[3];
+        x[0] = s0 + s1;
+        x[1] = s0 - s1;
+        x[2] = d0 + d1;
+        x[3] = d0 - d1;
+    } else {
+        butterflies<V, n>(x);
+        hartley<V, n / 2>(x);
+        hartley<V, n / 4>(x + n / 2);
+        hartley<V, n / 4>(x + 3 * n / 4);
     }
 }
 
-/// Transforms as many blocks as V has lanes.
 template <class V>
-void transform_group(const float *const *blocks, line_pairs *out) noexcept {
-    V x[transform_length];
-    for (unsigned i = 0; i < transform_length; ++i) {
-        V samples;
+void transform(const float *const *windows, double *out) noexcept {
+    V *const x = reinterpret_cast<V *>(out);
+    for (int i = 0; i < transform_length; i += lanes<V>) {
+        V rows[lanes<V>];
+        const V weights = load<V>(hann_window.data() + i);
         for (int t = 0; t < lanes<V>; ++t)
-            set_lane(samples, t, static_cast<double>(blocks[t][i]));
-        x[i] = samples * splat<V>(hann_window[i]);
+            rows[t] = load_floats<V>(windows[t] + i) * weights;
+        transpose(rows);
+        for (int t = 0; t < lanes<V>; ++t)
+            x[i + t] = rows[t];
     }
-    hartley(x);
-    for (int t = 0; t < lanes<V>; ++t) {
-        out[t].a[0] = 0;
-        out[t].a[512] = 0;
-        out[t].b[0] = lane(x[0], t);
-        out[t].b[512] = lane(x[bit_reversal[512]], t);
-        for (unsigned k = 1; k < 512; ++k) {
-            out[t].a[k] = lane(x[bit_reversal[k]], t);
-            out[t].b[k] = lane(x[bit_reversal[1024 - k]], t);
-        }
-        for (unsigned k = line_count; k < padded_lines; ++k)
-            out[t].a[k] = out[t].b[k] = 0;
-    }
-}
-
-template <class V>
-void transform(const float *const *blocks, int count, line_pairs *out) noexcept {
-    int done = 0;
-    for (; count - done >= lanes<V>; done += lanes<V>)
-        transform_group<V>(blocks + done, out + done);
-    for (; done < count; ++done)
-        transform_group<double>(blocks + done, out + done);
+    hartley<V, transform_length>(x);
 }
 
 } // namespace vela::VELA_LEVEL

@@ -19,9 +19,10 @@ namespace vela::VELA_LEVEL {
 
 #define VELA_INLINE [[gnu::always_inline]] inline
 
-/// W lanes of double. Memory operands need no more alignment than a double has.
+/// W lanes of double. load and store need no more alignment than a double has; arrays of f64 are
+/// aligned to their size, and may lie over arrays of double.
 template <int W>
-struct f64 {
+struct [[gnu::may_alias]] f64 {
     typedef double native __attribute__((vector_size(W * sizeof(double))));
     typedef std::int64_t mask __attribute__((vector_size(W * sizeof(double))));
     native v;
@@ -90,6 +91,52 @@ VELA_INLINE void set_lane(V &a, int i, double x) {
         a = x;
     } else {
         a.v[i] = x;
+    }
+}
+
+/// The lanes of consecutive floats, widened.
+template <class V>
+VELA_INLINE V load_floats(const float *p) {
+    if constexpr (lanes<V> == 1) {
+        return static_cast<double>(*p);
+    } else {
+        typedef float floats __attribute__((vector_size(lanes<V> * sizeof(float))));
+        floats f;
+        std::memcpy(&f, p, sizeof f);
+        return {__builtin_convertvector(f, typename V::native)};
+    }
+}
+
+// ---- rearrangement: values move between lanes, no arithmetic does ----
+
+/// Lane i of rows[j] becomes lane j of rows[i].
+template <class V>
+VELA_INLINE void transpose(V (&rows)[lanes<V>]) {
+    if constexpr (lanes<V> == 2) {
+        const auto a = rows[0].v, b = rows[1].v;
+        rows[0].v = __builtin_shufflevector(a, b, 0, 2);
+        rows[1].v = __builtin_shufflevector(a, b, 1, 3);
+    } else if constexpr (lanes<V> == 4) {
+        const auto low02 = __builtin_shufflevector(rows[0].v, rows[1].v, 0, 4, 2, 6);
+        const auto low13 = __builtin_shufflevector(rows[0].v, rows[1].v, 1, 5, 3, 7);
+        const auto high02 = __builtin_shufflevector(rows[2].v, rows[3].v, 0, 4, 2, 6);
+        const auto high13 = __builtin_shufflevector(rows[2].v, rows[3].v, 1, 5, 3, 7);
+        rows[0].v = __builtin_shufflevector(low02, high02, 0, 1, 4, 5);
+        rows[1].v = __builtin_shufflevector(low13, high13, 0, 1, 4, 5);
+        rows[2].v = __builtin_shufflevector(low02, high02, 2, 3, 6, 7);
+        rows[3].v = __builtin_shufflevector(low13, high13, 2, 3, 6, 7);
+    }
+}
+
+/// Lanes in pairs of an earlier and a later pass: the pass before each, that is the later pass of
+/// `before` for the earlier ones and the earlier pass of `now` for the later ones.
+template <class V>
+VELA_INLINE V preceding(V before, V now) {
+    if constexpr (lanes<V> == 2) {
+        return {__builtin_shufflevector(before.v, now.v, 1, 2)};
+    } else {
+        static_assert(lanes<V> == 4);
+        return {__builtin_shufflevector(before.v, now.v, 1, 4, 3, 6)};
     }
 }
 
