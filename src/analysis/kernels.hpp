@@ -9,7 +9,7 @@ namespace vela {
 /// on, as doubles, so that the same tap of consecutive time steps is contiguous.
 struct sample_columns {
     static constexpr int stride = 52;
-    double at[32 * stride];
+    alignas(32) double at[32 * stride];
 };
 
 struct analysis_kernels {

@@ -1,6 +1,8 @@
 // Quantizers and the tables of those that each subband may choose from.
 #pragma once
 
+#include "coding/kernels.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -47,7 +49,7 @@ struct alloc_row {
                                               ///< is
     std::array<double, 16> snr;               ///< dB
     std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
-    std::array<std::uint16_t, 16> steps;
+    std::array<quantizer, 16> quantizers;
     std::array<std::uint8_t, 16> code_bits; ///< of one code word
     std::array<std::uint8_t, 16>
         grouped_steps; ///< 3, 5 or 9 where a granule shares a code word, else 0
@@ -68,10 +70,20 @@ struct alloc_row {
 
 namespace detail {
 
+/// Layer I quantizer A x + B (ISO/IEC 11172-3, C.1.5.1.7) of allocation n: A = (2^(n+1) - 1) / 2^(n+1)
+/// and B = A - 1, to the nine decimals of the standard's table.
+constexpr quantizer layer1_quantizer(unsigned n) {
+    const std::int64_t unit = 1'000'000'000, steps = std::int64_t{1} << (n + 1);
+    const std::int64_t step_size = (unit + steps / 2) / steps;       // 1 / 2^(n+1), rounded
+    const std::int64_t a = ((steps - 1) * unit + steps / 2) / steps; // 1 - 1 / 2^(n+1), rounded
+    return {static_cast<double>(a) / 1e9, -static_cast<double>(step_size) / 1e9,
+            static_cast<double>(1 << n), static_cast<double>(steps - 2)};
+}
+
 /// A row whose index n >= 1 selects classes[n - 1].
 /// @param samples  of a subband in a frame, 12 or 36
 template <std::size_t N>
-consteval alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N]) {
+constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N]) {
     alloc_row row{};
     row.alloc_bits = alloc_bits;
     row.last = N;
@@ -80,15 +92,16 @@ consteval alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
     for (unsigned n = 1; n <= N; ++n) {
         const quant_class &q = quant_classes[static_cast<unsigned>(classes[n - 1])];
         row.snr[n] = q.snr;
-        row.steps[n] = static_cast<std::uint16_t>(q.steps);
         row.code_bits[n] = static_cast<std::uint8_t>(q.code_bits);
         // Layer I never groups: a code word of its own for each of its samples.
         if (samples == 12) {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));
             row.code_bits[n] = static_cast<std::uint8_t>(n + 1);
+            row.quantizers[n] = layer1_quantizer(n);
         } else {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * q.code_words * q.code_bits);
             row.grouped_steps[n] = static_cast<std::uint8_t>(q.code_words == 1 ? q.steps : 0);
+            row.quantizers[n] = {0.0, 0.0, q.steps / 2.0, q.steps - 1.0};
         }
     }
     for (unsigned i = 0; i < row.first_at.size(); ++i) {
@@ -173,23 +186,6 @@ inline constexpr const alloc_table &select_alloc_table(int sample_rate, int chan
     if (sample_rate == 32000) return table_b2d;
     return channel_kbps <= 48 ? table_b2c : table_b2d;
 }
-
-/// Layer I quantizer A x + B (ISO/IEC 11172-3, C.1.5.1.7) for allocation n
-/// = 1..14, at index n - 1: A = (2^(n+1) - 1) / 2^(n+1) and B = A - 1, to the
-/// nine decimals of the standard's table.
-struct layer1_quantizer {
-    double a, b;
-};
-inline constexpr std::array<layer1_quantizer, 14> layer1_quantizers = [] {
-    std::array<layer1_quantizer, 14> table{};
-    for (unsigned n = 1; n <= 14; ++n) {
-        const std::int64_t unit = 1'000'000'000, steps = std::int64_t{1} << (n + 1);
-        const std::int64_t step_size = (unit + steps / 2) / steps;       // 1 / 2^(n+1), rounded
-        const std::int64_t a = ((steps - 1) * unit + steps / 2) / steps; // 1 - 1 / 2^(n+1), rounded
-        table[n - 1] = {static_cast<double>(a) / 1e9, -static_cast<double>(step_size) / 1e9};
-    }
-    return table;
-}();
 
 // ---- joint stereo ----
 

@@ -13,9 +13,9 @@ class crc16 {
   public:
     /// Runs the low n bits of `field` through the register, most significant
     /// first.
-    constexpr void put(std::uint32_t field, int n) noexcept {
-        for (int i = n - 1; i >= 0; --i) {
-            const std::uint32_t feedback = ((field >> i) ^ (register_ >> 15)) & 1;
+    constexpr void put(std::uint32_t field, unsigned n) noexcept {
+        while (n-- > 0) {
+            const std::uint32_t feedback = ((field >> n) ^ (register_ >> 15)) & 1;
             register_ = (register_ << 1 ^ (feedback != 0 ? 0x8005 : 0)) & 0xFFFF;
         }
     }

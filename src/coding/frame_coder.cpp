@@ -92,7 +92,7 @@ void frame_coder::write_frame(const side_info &side, const sample_codes &codes, 
     // A small block is changed before the samples rather than in their midst.
     constexpr std::uint32_t sample_room = 1024;
     writer_->request_space(sample_room);
-    pack_samples(config_, side, codes, bits);
+    pack_samples(*kernels_, config_, side, codes, bits);
     bits.put_zeros(stuffing);
     bits.align();
     writer_->put(bits);

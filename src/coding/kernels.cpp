@@ -1,6 +1,7 @@
 // Compiled once per level; see cmake/Kernels.cmake.
 #include "coding/kernels.hpp"
 
+#include "coding/pack_kernels.hpp"
 #include "coding/sample_kernels.hpp"
 
 namespace vela::VELA_LEVEL {
@@ -13,6 +14,8 @@ const coding_kernels coding_table{
     .combine = combine<V>,
     .quantize_layer1 = quantize_layer1<V>,
     .quantize_layer2 = quantize_layer2<V>,
+    .pack_layer1 = pack_layer1,
+    .pack_layer2 = pack_layer2,
 };
 
 } // namespace vela::VELA_LEVEL

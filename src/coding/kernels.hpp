@@ -2,6 +2,7 @@
 #pragma once
 
 #include "simd/level.hpp"
+#include "stream/bit_buffer.hpp"
 
 #include <cstdint>
 
@@ -14,18 +15,29 @@ using part_codes = std::int32_t[12][32];
 /// Codes of a frame: [channel][part][sample][subband].
 using sample_codes = std::int32_t[2][3][12][32];
 
-/// The quantizer of each subband of one part, in lanes. A subband without bits
-/// has zeros throughout, so that its codes are 0.
+/// A quantizer in the form that the kernels compute with. No bits: zeros throughout, so that codes are
+/// 0.
+struct quantizer {
+    /// Layer I: codes are a x + b scaled to half_steps = 2^n, the top bit inverted.
+    double a, b;
+    /// Layer I 2^n; Layer II steps / 2.
+    double half_steps;
+    /// The highest code: keeps a sample at or beyond its scale factor within its field.
+    double limit;
+};
+
+/// The quantizers of all subbands of a part, in lanes.
 struct part_quantizer {
     double inverse_scalefactor[32];
-    /// Layer I: codes are a x + b scaled to half_steps = 2^n, the top bit
-    /// inverted.
-    double a[32], b[32];
-    /// Layer I 2^n; Layer II steps / 2.
-    double half_steps[32];
-    /// The highest code: keeps a sample at or beyond its scale factor within its
-    /// field.
-    double limit[32];
+    double a[32], b[32], half_steps[32], limit[32];
+};
+
+/// The samples of one coded subband and channel.
+struct coded_subband {
+    const std::int32_t *codes; ///< the first one; each further sample is 32 places on
+    std::uint8_t bits;         ///< of a code word
+    std::uint8_t
+        grouped_steps; ///< 3, 5 or 9 where the three samples of a granule share a code word, else 0
 };
 
 struct coding_kernels {
@@ -40,6 +52,10 @@ struct coding_kernels {
                             int end, part_codes &codes) noexcept;
     void (*quantize_layer2)(const part_samples &samples, const part_quantizer &quantizer, int first,
                             int end, part_codes &codes) noexcept;
+
+    /// Write the samples of `count` subbands, sample by sample or granule by granule.
+    void (*pack_layer1)(const coded_subband *coded, int count, bit_cursor &bits) noexcept;
+    void (*pack_layer2)(const coded_subband *coded, int count, bit_cursor &bits) noexcept;
 };
 
 const coding_kernels &coding_kernels_of(level which) noexcept;

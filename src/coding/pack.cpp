@@ -32,34 +32,10 @@ void for_each_scaled(const coder_config &config, const side_info &side, Field fi
 template <class Sink>
 void put_protected(const coder_config &config, const side_info &side, Sink &sink) {
     for_each_coded(config, side, [&](int sb, int ch) {
-        sink.put(side.allocation[ch][sb], config.table->row(sb).alloc_bits);
+        sink.put(side.allocation[ch][sb], static_cast<unsigned>(config.table->row(sb).alloc_bits));
     });
     if (config.layer == 1) return;
     for_each_scaled(config, side, [&](int sb, int ch) { sink.put(side.scfsi[ch][sb], 2); });
-}
-
-/// The samples of one coded subband and channel in a granule.
-struct coded_subband {
-    std::uint8_t ch, sb, bits;
-    std::uint8_t grouped_steps; ///< 3, 5 or 9; 0 when each sample has a code word
-                                ///< of its own
-};
-
-/// Lists the subbands that have samples in this frame; returns their number.
-int list_coded(const coder_config &config, const side_info &side, coded_subband (&list)[64]) noexcept {
-    int count = 0;
-    for_each_coded(config, side, [&](int sb, int ch) {
-        const unsigned step = side.allocation[ch][sb];
-        if (step == 0) return;
-        const alloc_row &row = config.table->row(sb);
-        list[count++] = {static_cast<std::uint8_t>(ch), static_cast<std::uint8_t>(sb),
-                         row.code_bits[step], row.grouped_steps[step]};
-    });
-    return count;
-}
-
-std::uint32_t code_of(const std::int32_t &code) noexcept {
-    return static_cast<std::uint32_t>(code);
 }
 
 } // namespace
@@ -82,38 +58,19 @@ void pack_side_info(const coder_config &config, const side_info &side, bit_buffe
     });
 }
 
-void pack_samples(const coder_config &config, const side_info &side, const sample_codes &codes,
-                  bit_buffer &bits) noexcept {
+void pack_samples(const coding_kernels &kernels, const coder_config &config, const side_info &side,
+                  const sample_codes &codes, bit_buffer &bits) noexcept {
     coded_subband coded[64];
-    const int count = list_coded(config, side, coded);
-    if (config.layer == 1) {
-        for (int j = 0; j < 12; ++j) {
-            for (int i = 0; i < count; ++i) {
-                const coded_subband &c = coded[i];
-                bits.put(code_of(codes[c.ch][0][j][c.sb]), c.bits);
-            }
-        }
-        return;
-    }
-    for (int granule = 0; granule < 12; ++granule) {
-        const int part = granule / 4, j = granule % 4 * 3;
-        for (int i = 0; i < count; ++i) {
-            const coded_subband &c = coded[i];
-            const auto &rows = codes[c.ch][part];
-            const std::uint32_t c0 = code_of(rows[j][c.sb]), c1 = code_of(rows[j + 1][c.sb]),
-                                c2 = code_of(rows[j + 2][c.sb]);
-            if (c.grouped_steps != 0) {
-                const std::uint32_t steps = c.grouped_steps;
-                bits.put(c0 + steps * (c1 + steps * c2), c.bits);
-            } else if (c.bits <= 10) {
-                bits.put((c0 << c.bits | c1) << c.bits | c2, 3 * c.bits);
-            } else {
-                bits.put(c0, c.bits);
-                bits.put(c1, c.bits);
-                bits.put(c2, c.bits);
-            }
-        }
-    }
+    int count = 0;
+    for_each_coded(config, side, [&](int sb, int ch) {
+        const unsigned step = side.allocation[ch][sb];
+        if (step == 0) return;
+        const alloc_row &row = config.table->row(sb);
+        coded[count++] = {&codes[ch][0][0][sb], row.code_bits[step], row.grouped_steps[step]};
+    });
+    bit_cursor cursor = bits.cursor();
+    (config.layer == 1 ? kernels.pack_layer1 : kernels.pack_layer2)(coded, count, cursor);
+    bits.resume(cursor);
 }
 
 } // namespace vela

@@ -22,7 +22,7 @@ void pack_side_info(const coder_config &config, const side_info &side, bit_buffe
 
 /// The samples, in Layer II grouped in threes where the quantizer has 3, 5 or 9
 /// steps.
-void pack_samples(const coder_config &config, const side_info &side, const sample_codes &codes,
-                  bit_buffer &bits) noexcept;
+void pack_samples(const coding_kernels &kernels, const coder_config &config, const side_info &side,
+                  const sample_codes &codes, bit_buffer &bits) noexcept;
 
 } // namespace vela

@@ -6,26 +6,23 @@ namespace vela {
 
 namespace {
 
-/// The lanes of subbands first .. end - 1 with these allocations and scale
-/// factors.
-void set_lanes(const coder_config &config, const std::uint8_t (&allocation)[32],
-               const std::uint8_t (&scalefactor)[32], int first, int end, part_quantizer &q) noexcept {
+void set_quantizers(const coder_config &config, const std::uint8_t (&allocation)[32], int first,
+                    int end, part_quantizer &q) noexcept {
     for (int sb = first; sb < end; ++sb) {
-        const unsigned step = sb < config.sblimit ? allocation[sb] : 0;
-        q.inverse_scalefactor[sb] = step == 0 ? 0.0 : inverse_scalefactor[scalefactor[sb]];
-        q.a[sb] = q.b[sb] = q.half_steps[sb] = q.limit[sb] = 0.0;
-        if (step == 0) continue;
-        const int steps = config.table->row(sb).steps[step];
-        q.limit[sb] = steps - 1;
-        if (config.layer == 1) {
-            const layer1_quantizer &quantizer = layer1_quantizers[step - 1];
-            q.a[sb] = quantizer.a;
-            q.b[sb] = quantizer.b;
-            q.half_steps[sb] = 1 << step;
-        } else {
-            q.half_steps[sb] = steps / 2.0;
-        }
+        static constexpr quantizer no_bits{};
+        const quantizer &chosen =
+            sb < config.sblimit ? config.table->row(sb).quantizers[allocation[sb]] : no_bits;
+        q.a[sb] = chosen.a;
+        q.b[sb] = chosen.b;
+        q.half_steps[sb] = chosen.half_steps;
+        q.limit[sb] = chosen.limit;
     }
+}
+
+void set_scalefactors(const std::uint8_t (&scalefactor)[32], int first, int end,
+                      part_quantizer &q) noexcept {
+    for (int sb = first; sb < end; ++sb)
+        q.inverse_scalefactor[sb] = inverse_scalefactor[scalefactor[sb]];
 }
 
 } // namespace
@@ -37,15 +34,19 @@ void quantize_samples(const coding_kernels &kernels, const coder_config &config,
     // Whole groups of lanes; the bounds 4, 8, 12 and 16 are such already.
     const int end = (config.sblimit + 3) / 4 * 4;
     const int bound = side.joint_bound < config.sblimit ? side.joint_bound : end;
-    part_quantizer quantizer;
-    for (int part = 0; part < config.parts(); ++part) {
-        for (int ch = 0; ch < config.channels; ++ch) {
-            set_lanes(config, side.allocation[ch], side.scalefactor[ch][part], 0, bound, quantizer);
-            quantize(samples[ch][part], quantizer, 0, bound, codes[ch][part]);
+    part_quantizer q;
+    for (int ch = 0; ch < config.channels; ++ch) {
+        set_quantizers(config, side.allocation[ch], 0, bound, q);
+        for (int part = 0; part < config.parts(); ++part) {
+            set_scalefactors(side.scalefactor[ch][part], 0, bound, q);
+            quantize(samples[ch][part], q, 0, bound, codes[ch][part]);
         }
-        if (bound == end) continue;
-        set_lanes(config, side.allocation[0], side.joint_scalefactor[part], bound, end, quantizer);
-        quantize(joint[part], quantizer, bound, end, codes[0][part]);
+    }
+    if (bound == end) return;
+    set_quantizers(config, side.allocation[0], bound, end, q);
+    for (int part = 0; part < config.parts(); ++part) {
+        set_scalefactors(side.joint_scalefactor[part], bound, end, q);
+        quantize(joint[part], q, bound, end, codes[0][part]);
     }
 }
 

@@ -5,22 +5,30 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <limits>
+#include <cstdint>
 
 namespace vela {
 
 namespace {
 
-/// scalefactor_table between guards for the guess of scalefactor_index:
-/// unreachable large factors before it, negative ones behind.
-constexpr int guard = 4;
-constexpr std::array<double, guard + 63 + guard> guarded_table = [] {
-    std::array<double, guard + 63 + guard> table{};
-    table.fill(-1.0);
-    for (unsigned i = 0; i < guard; ++i)
-        table[i] = std::numeric_limits<double>::infinity();
-    for (unsigned i = 0; i < 63; ++i)
-        table[guard + i] = scalefactor_table[i];
+// Magnitudes by exponent and the top three bits of the mantissa: narrow enough bins that at most one
+// scale factor lies in each.
+constexpr int bin_shift = 52 - 3;
+constexpr std::int64_t bin_of(double magnitude) noexcept {
+    return static_cast<std::int64_t>(std::bit_cast<std::uint64_t>(magnitude) >> bin_shift);
+}
+constexpr std::int64_t first_bin = bin_of(0x1p-20), last_bin = bin_of(2.0);
+
+/// The index for the lower end of each bin; below the first one it is 62 throughout.
+constexpr auto index_of_bin = [] {
+    std::array<std::uint8_t, last_bin - first_bin + 1> table{};
+    for (std::int64_t bin = first_bin; bin <= last_bin; ++bin) {
+        const double low = std::bit_cast<double>(static_cast<std::uint64_t>(bin) << bin_shift);
+        unsigned i = 62;
+        while (i > 0 && scalefactor_table[i] < low)
+            --i;
+        table[static_cast<unsigned>(bin - first_bin)] = static_cast<std::uint8_t>(i);
+    }
     return table;
 }();
 
@@ -52,16 +60,10 @@ constexpr pattern pattern_table[5][5] = {
 } // namespace
 
 int scalefactor_index(double magnitude) noexcept {
-    // With 2^e <= magnitude < 2^(e + 1) the exact factors 2^(1 - i/3) allow i =
-    // -3e .. 3 - 3e; rounding of the table can take one step off. Start one below
-    // and count the factors that still reach up.
-    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
-    const int exponent = std::clamp(static_cast<int>(bits >> 52) - 1023, -20, 1);
-    const double *const candidate = guarded_table.data() + guard - 3 * exponent - 1;
-    int index = -3 * exponent - 2;
-    for (int i = 0; i < 5; ++i)
-        index += candidate[i] >= magnitude;
-    return std::max(index, 0);
+    const std::int64_t bin = std::clamp(bin_of(magnitude), first_bin, last_bin);
+    const unsigned index = index_of_bin[static_cast<unsigned>(bin - first_bin)];
+    const bool too_small = scalefactor_table[index] < magnitude && index > 0;
+    return static_cast<int>(index) - too_small;
 }
 
 void compute_scalefactors(const coding_kernels &kernels, const part_samples &samples,

@@ -7,7 +7,7 @@ namespace vela {
 enum class level {
     reference, ///< plain double, one lane: the readable original that every other level must equal
     baseline,  ///< x86-64 as every machine has it (SSE2), two lanes
-    avx2,      ///< AVX2, four lanes
+    avx2,      ///< AVX2 and BMI2, four lanes
 };
 
 /// Every level, slowest first.

@@ -16,13 +16,19 @@ inline constexpr double ln2_low = 0x1.a39ef35793c76p-33;
 /// 2^52 + 2^51: adding it to |x| < 2^50 leaves the nearest integer to x in the low bits.
 inline constexpr double round_shift = 6755399441055744.0;
 
-/// Horner evaluation of c[0] + c[1] x + ... + c[N-1] x^(N-1).
-template <class V, int N>
-VELA_INLINE V polynomial(const double (&c)[N], V x) {
-    V sum = splat<V>(c[N - 1]);
-    for (int i = N - 2; i >= 0; --i)
-        sum = sum * x + splat<V>(c[i]);
-    return sum;
+/// c[0] + c[1] x + ... + c[N-1] x^(N-1), halved again and again: low half + x^half * high half. The
+/// short chain of operations lets several evaluations overlap.
+template <int N, class V>
+VELA_INLINE V polynomial(const double *c, V x) {
+    if constexpr (N == 1) {
+        return splat<V>(c[0]);
+    } else {
+        constexpr int half = N > 8 ? 8 : N > 4 ? 4 : N > 2 ? 2 : 1;
+        V power = x;
+        for (int i = 1; i < half; i *= 2)
+            power = power * power;
+        return polynomial<half>(c, x) + power * polynomial<N - half>(c + half, x);
+    }
 }
 
 } // namespace detail
@@ -40,7 +46,7 @@ VELA_INLINE V exponential(V x) {
     const V shifted = x * splat<V>(1.4426950408889634) + splat<V>(detail::round_shift);
     const V n = shifted - splat<V>(detail::round_shift);
     const V r = (x - n * splat<V>(detail::ln2_high)) - n * splat<V>(detail::ln2_low);
-    const V fraction = splat<V>(1.0) + (r + (r * r) * detail::polynomial(c, r));
+    const V fraction = splat<V>(1.0) + (r + (r * r) * detail::polynomial<12>(c, r));
     // n stands in the low bits of `shifted`: moved to the exponent field and added there.
     return from_bits<V>(to_bits(fraction) + (to_bits(shifted) << 52));
 }
@@ -70,7 +76,7 @@ VELA_INLINE V logarithm(V x) {
     const V half_square = splat<V>(0.5) * f * f;
     const V s = f / (splat<V>(2.0) + f);
     const V z = s * s;
-    const V series = z * detail::polynomial(c, z);
+    const V series = z * detail::polynomial<10>(c, z);
     const V low = s * (half_square + series) + k * splat<V>(detail::ln2_low);
     return k * splat<V>(detail::ln2_high) - ((half_square - low) - f);
 }

@@ -52,7 +52,6 @@ void bit_writer::put_header_word(std::uint32_t word, const header_info &info) no
 }
 
 void bit_writer::put(bit_buffer &bits) noexcept {
-    bits.settle();
     store(bits.bytes(), bits.size());
     bits.clear_bytes();
 }

@@ -1,0 +1,174 @@
+// The stages of a stereo Layer II frame at 48 kHz and 224 kbit/s, each alone, at every level. A stage's
+// time is its share of one frame: all channels, passes and parts.
+#include "analysis/filterbank.hpp"
+#include "analysis/pcm_input.hpp"
+#include "coding/bit_allocation.hpp"
+#include "coding/frame_coder.hpp"
+#include "coding/pack.hpp"
+#include "coding/quantize.hpp"
+#include "coding/scalefactors.hpp"
+#include "psy/model.hpp"
+#include "signal.hpp"
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <span>
+#include <x86intrin.h>
+
+namespace {
+
+using namespace vela;
+using namespace vela::bench;
+
+constexpr int layer = 2, channels = 2, passes = 2, sample_rate = 48000, frame_bits = 8 * 672;
+
+/// Everything between PCM and bits of one frame in the midst of the signal, with each stage callable
+/// alone.
+class frame_stages {
+  public:
+    explicit frame_stages(level which)
+        : analysis_(analysis_kernels_of(which)), psy_(psy_kernels_of(which, layer, channels)),
+          coding_(coding_kernels_of(which)), music_(make_music(1, sample_rate, channels)) {
+        frame_header header{};
+        header.layer = layer;
+        header.bitrate_index = 11;
+        header.sampling_frequency = 1;
+        config_ = make_coder_config(header);
+        input_.init(16, channels, layer);
+        make_partition_tables(tables_, sample_rate);
+        model_.init(which, layer, channels, sample_rate);
+        for (int frame = 0; frame < 30; ++frame) {
+            input();
+            model_.analyze(frame_start_, smr_);
+            for (const auto &stage :
+                 {&frame_stages::transform, &frame_stages::spectrum, &frame_stages::mask,
+                  &frame_stages::ratios, &frame_stages::filterbank, &frame_stages::scalefactors,
+                  &frame_stages::allocation, &frame_stages::quantize, &frame_stages::pack}) {
+                (this->*stage)();
+            }
+        }
+    }
+
+    void input() {
+        const std::size_t bytes = sizeof music_[0] * channels * 1152;
+        if (pcm_.size() < bytes) pcm_ = std::as_bytes(std::span(music_));
+        std::span<const std::uint8_t> block(reinterpret_cast<const std::uint8_t *>(pcm_.data()), bytes);
+        input_.fill_frame(block, false);
+        pcm_ = pcm_.subspan(bytes);
+    }
+    void transform() {
+        for_each_group([this](int group, int round) {
+            const float *windows[max_lanes];
+            for (int t = 0; t < psy_.lanes; ++t) {
+                const int channel = group * psy_.lanes / psy_.passes + t / psy_.passes;
+                windows[t] = input_.frame_start(channel) - 448 + 576 * (round + t % psy_.passes);
+            }
+            psy_.transform(windows, x_);
+        });
+    }
+    void spectrum() {
+        for_each_group([this](int group, int) {
+            const int length = history_values * psy_.lanes * (psy_.passes == 1 ? 2 : 1);
+            psy_.analyze_lines(tables_, x_, history_ + group * length, 0, energy_, sums_);
+        });
+    }
+    void mask() {
+        for_each_group([this](int, int) { psy_.mask(tables_, sums_, mask_); });
+    }
+    void ratios() {
+        for_each_group([this](int, int) { psy_.ratios(tables_, energy_, mask_, nullptr, ratio_); });
+    }
+    void filterbank() { analyze_frame(analysis_, frame_start_, channels, config_.parts(), samples_); }
+    void scalefactors() {
+        for (int part = 0; part < config_.parts(); ++part) {
+            for (int ch = 0; ch < channels; ++ch) {
+                compute_scalefactors(coding_, samples_[ch][part], side_.scalefactor[ch][part]);
+            }
+        }
+        choose_scfsi(config_, side_);
+    }
+    void allocation() {
+        side_.joint_bound = config_.sblimit;
+        left_ = allocate_bits(config_, smr_, frame_bits, side_);
+    }
+    void quantize() { quantize_samples(coding_, config_, side_, samples_, nullptr, codes_); }
+    void pack() {
+        bit_buffer bits;
+        pack_side_info(config_, side_, bits);
+        pack_samples(coding_, config_, side_, codes_, bits);
+        bits.put_zeros(left_);
+        benchmark::DoNotOptimize(bits.bytes());
+    }
+
+  private:
+    template <class Run>
+    void for_each_group(Run run) {
+        const int groups = channels * psy_.passes / psy_.lanes;
+        for (int round = 0; round < passes; round += psy_.passes) {
+            for (int group = 0; group < groups; ++group)
+                run(group, round);
+        }
+    }
+
+    const analysis_kernels &analysis_;
+    const psy_kernels &psy_;
+    const coding_kernels &coding_;
+    std::vector<std::int16_t> music_;
+    std::span<const std::byte> pcm_;
+    coder_config config_;
+    pcm_input input_;
+    const float *frame_start_[2] = {input_.frame_start(0), input_.frame_start(1)};
+    psy_model model_;
+    partition_tables tables_;
+    alignas(x_alignment) double x_[transform_length * max_lanes];
+    double history_[history_values * max_lanes] = {};
+    double energy_[line_count * max_lanes], mask_[padded_partitions * max_lanes],
+        ratio_[32 * max_lanes];
+    partition_sums sums_;
+    smr_table smr_;
+    subband_samples samples_;
+    side_info side_;
+    sample_codes codes_;
+    int left_ = 0;
+};
+
+void run_stage(benchmark::State &state, void (frame_stages::*stage)(), level which) {
+    const auto frame = std::make_unique<frame_stages>(which);
+    const auto start = __rdtsc();
+    for (auto _ : state) {
+        (frame.get()->*stage)();
+        benchmark::ClobberMemory();
+    }
+    state.counters["tsc_cycles"] =
+        benchmark::Counter(static_cast<double>(__rdtsc() - start), benchmark::Counter::kAvgIterations);
+}
+
+const int registered = [] {
+    const struct {
+        const char *name;
+        void (frame_stages::*run)();
+    } stages[] = {
+        {"input", &frame_stages::input},
+        {"transform", &frame_stages::transform},
+        {"spectrum", &frame_stages::spectrum},
+        {"mask", &frame_stages::mask},
+        {"ratios", &frame_stages::ratios},
+        {"filterbank", &frame_stages::filterbank},
+        {"scalefactors", &frame_stages::scalefactors},
+        {"allocation", &frame_stages::allocation},
+        {"quantize", &frame_stages::quantize},
+        {"pack", &frame_stages::pack},
+    };
+    for (const level which : supported_levels()) {
+        for (const auto &stage : stages) {
+            benchmark::RegisterBenchmark(("stage/" + name_of(which) + "/" + stage.name).c_str(),
+                                         run_stage, stage.run, which);
+        }
+    }
+    return 0;
+}();
+
+} // namespace
