@@ -1,0 +1,18 @@
+// PCM in, frames out.
+#pragma once
+
+#include "frame_writer.hpp"
+#include "pcm_source.hpp"
+#include "progress.hpp"
+#include "vela_enc_mp1a/settings.h"
+
+namespace velaenc {
+
+/// Encodes the whole source.
+/// @param live  write every block's frames at once: somebody may be waiting for them
+/// @return samples a channel
+/// @throws failure when the input fails; a failed output just ends the loop, and its file knows why
+std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                     progress &shown, bool live);
+
+} // namespace velaenc
