@@ -97,12 +97,31 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
     previous_total_ = 0;
     coder_.init(coding_kernels_of(kernels), header_, writer_);
     filterbank_ = &analysis_kernels_of(kernels);
+    frames_passed_ = 0;
     input_.init(sampling_bits_, coder_.config().channels, header_.layer);
     psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
     timer_.init(header_.layer, start_time_, sampling_frequency_khz[header_.sampling_frequency],
                 bitrate_kbps(header_.layer, header_.bitrate_index));
     initialised_ = true;
     return 0;
+}
+
+void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> history) noexcept {
+    // Padding and time are sums of rounded steps: only the same steps give the same values.
+    for (; frames_passed_ < frame; ++frames_passed_) {
+        timer_.decide_padding();
+        timer_.advance_time();
+    }
+    // Everything else reaches back a few frames only. The model compares a pass with the two before it,
+    // and in Layer I its thresholds with those of the pass before, which in turn had two before it:
+    // three frames. Their windows start up to 704 samples, less than two Layer I frames, earlier still.
+    input_.init(sampling_bits_, coder_.config().channels, header_.layer);
+    psy_.restart();
+    smr_table unused;
+    while (input_.fill_frame(history, false)) {
+        const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
+        psy_.analyze(frame_start, unused);
+    }
 }
 
 std::int32_t mpeg_a_encoder::put_bytes(const void *data, std::uint32_t size) noexcept {
@@ -145,5 +164,6 @@ void mpeg_a_encoder::end_frame(int frame_bits) noexcept {
         std::printf("ERROR: adb = %d, frame_bits = %d\n", frame_bits, static_cast<int>(written));
     }
     previous_total_ = writer_.total_bits();
+    ++frames_passed_;
     writer_.end_frame({.length = (written + 7) / 8, .unused = 0, .time_stamp = timer_.advance_time()});
 }

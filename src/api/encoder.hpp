@@ -26,6 +26,19 @@ struct mpeg_a_encoder {
     std::int32_t put_bytes(const void *data, std::uint32_t size) noexcept;
     void done(bool abort) noexcept;
 
+    /// Frames that position() wants to see before the one it goes to, at most.
+    static constexpr int history_frames = 6;
+
+    /// Moves an initialised encoder forward to a later frame of its stream without encoding the frames
+    /// in between: it goes on exactly as if it had encoded them, in bytes, padding and time stamps. So
+    /// several encoders can share one stream.
+    ///
+    /// @param frame    number of the frame to go to, not below the number of frames passed so far
+    /// @param history  PCM of the history_frames whole frames before it, or of all frames when there
+    /// are
+    ///                 fewer
+    void position(std::int64_t frame, std::span<const std::uint8_t> history) noexcept;
+
     /// Header of the current frame, or of the stream before the first one; valid after init.
     const frame_header &header() const noexcept { return header_; }
 
@@ -45,6 +58,7 @@ struct mpeg_a_encoder {
     free_function free_;
 
     const vela::analysis_kernels *filterbank_;
+    std::int64_t frames_passed_;   ///< encoded or skipped since init
     std::uint64_t previous_total_; ///< bits written up to the end of the frame before
     frame_header header_;
     vela::frame_timer timer_;

@@ -39,6 +39,12 @@ void psy_model::init(level kernels, int layer, int channels, int sample_rate) no
     lead_ = layer == 1 ? 640 : 448;
     step_ = layer == 1 ? 384 : 576;
     make_partition_tables(tables_, sample_rate);
+    restart();
+}
+
+void psy_model::restart() noexcept {
+    std::ranges::fill(history_, 0.0);
+    newest_ = 0;
     // No limit for the first pass: above every threshold in quiet.
     std::ranges::fill(previous_threshold_, 60802371420160.0);
 }

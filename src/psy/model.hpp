@@ -22,6 +22,9 @@ class psy_model {
   public:
     void init(level kernels, int layer, int channels, int sample_rate) noexcept;
 
+    /// Forgets all passes, as at the start of a stream.
+    void restart() noexcept;
+
     /// @param frame_start  per channel, readable over the windows above
     /// @param smr          row c is written for every channel c
     void analyze(const float *const *frame_start, smr_table &smr) noexcept;
