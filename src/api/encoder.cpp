@@ -2,6 +2,7 @@
 
 #include "analysis/filterbank.hpp"
 #include "api/validate.hpp"
+#include "simd/float_environment.hpp"
 #include "stream/frame_header.hpp"
 #include "stream/rate_tables.hpp"
 
@@ -43,6 +44,7 @@ int sampling_bits_of(std::int32_t pcm_format) noexcept {
 }
 
 std::int64_t start_time_of(const mpeg_a_settings &settings) noexcept {
+    const float_environment environment;
     if (settings.pts_units <= 0) return settings.pts_offset;
     const double ticks = static_cast<double>(settings.pts_offset) * 27000000.0 / settings.pts_units;
     // 2^63 and beyond has no 64-bit value; such offsets stop at the ends of the range.
@@ -84,6 +86,7 @@ void mpeg_a_encoder::destroy(mpeg_a_encoder *encoder) noexcept {
 }
 
 std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
+    const float_environment environment;
     if (output == nullptr) {
         done(true);
         return 2;
@@ -107,6 +110,7 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
 }
 
 void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> history) noexcept {
+    const float_environment environment;
     // Padding and time are sums of rounded steps: only the same steps give the same values.
     for (; frames_passed_ < frame; ++frames_passed_) {
         timer_.decide_padding();
@@ -139,6 +143,7 @@ void mpeg_a_encoder::done(bool abort) noexcept {
 }
 
 int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexcept {
+    const float_environment environment;
     const coder_config &config = coder_.config();
     subband_samples samples;
     smr_table smr;

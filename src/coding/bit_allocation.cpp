@@ -93,7 +93,7 @@ class search {
     /// affordable.
     void grant_common_level() noexcept;
 
-    /// Goes on step by step from there.
+    /// Goes on step by step from there, exactly as the search would.
     void grant_step_by_step() noexcept;
 
     int available() const noexcept { return available_; }
@@ -115,7 +115,8 @@ class search {
     double end_ratio() const noexcept { return config_.layer == 1 ? ratio(0, 0) + 1.0 : 999999.0; }
 
     int list_candidates(candidate (&list)[64]) const noexcept;
-    void list_open() noexcept;
+    void list_open(double below) noexcept;
+    bool grant_listed(double below) noexcept;
     int step_cost(int p) const noexcept;
     void grant(int p) noexcept;
     void close_unaffordable() noexcept;
@@ -126,6 +127,7 @@ class search {
     const smr_table &smr_;
     side_info &side_;
     int available_;
+    double high_ = closed; ///< everything that starts from below is more than is affordable
     int open_count_ = 0;
     std::uint8_t open_[64]; ///< places not closed, in order
     double mnr_[64];        ///< by place
@@ -168,7 +170,7 @@ void search::grant_common_level() noexcept {
     int spent = 0;
     // Each halving costs about as much as one step of the search and saves half
     // of those that are left.
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 7; ++i) {
         const double middle = low + (high - low) / 2;
         int cost = 0;
         for (int k = 0; k < count; ++k)
@@ -180,6 +182,7 @@ void search::grant_common_level() noexcept {
             high = middle;
         }
     }
+    high_ = high;
     for (int k = 0; k < count; ++k) {
         const auto step = static_cast<std::uint8_t>(list[k].steps_below(low));
         side_.allocation[list[k].ch][list[k].sb] = step;
@@ -188,13 +191,15 @@ void search::grant_common_level() noexcept {
     available_ -= spent;
 }
 
-void search::list_open() noexcept {
+void search::list_open(double below) noexcept {
+    open_count_ = 0;
     for (int p = 0; p < 64; ++p) {
         const int ch = channel(p), sb = subband(p);
         if (ch >= config_.channels || sb >= config_.sblimit) continue;
-        if (side_.allocation[ch][sb] >= config_.table->row(sb).last) continue;
-        mnr_[p] = ratio(ch, sb);
-        open_[open_count_++] = static_cast<std::uint8_t>(p);
+        const bool done = side_.allocation[ch][sb] >= config_.table->row(sb).last;
+        mnr_[p] = done ? closed : ratio(ch, sb);
+        open_[open_count_] = static_cast<std::uint8_t>(p);
+        open_count_ += mnr_[p] < below;
     }
 }
 
@@ -227,10 +232,11 @@ void search::close_unaffordable() noexcept {
     open_count_ = kept;
 }
 
-void search::grant_step_by_step() noexcept {
-    list_open();
+/// Grants steps of the listed pairs, the least ratio first, as long as it lies below `below`.
+/// @return false when the next step is not affordable, true when there is none
+bool search::grant_listed(double below) noexcept {
     while (true) {
-        double least = end_ratio();
+        double least = std::min(end_ratio(), below);
         int pick = -1;
         for (int i = 0; i < open_count_; ++i) {
             const int p = open_[i];
@@ -239,16 +245,22 @@ void search::grant_step_by_step() noexcept {
                 pick = p;
             }
         }
-        if (pick < 0) return;
-        // What is too dear now stays so: bits only become fewer, and a step's price
-        // does not change. So all such pairs can be closed together, whenever their
-        // turn would have come.
-        if (step_cost(pick) <= available_) {
-            grant(pick);
-        } else {
-            close_unaffordable();
-        }
+        if (pick < 0) return true;
+        if (step_cost(pick) > available_) return false;
+        grant(pick);
     }
+}
+
+void search::grant_step_by_step() noexcept {
+    // The bits run out among the few pairs that start from just above the common level.
+    list_open(high_);
+    grant_listed(high_);
+    // From then on, what is too dear stays so: bits only become fewer, and a step's price does not
+    // change. So all such pairs can be closed together, whenever their turn would have come.
+    list_open(closed);
+    do {
+        close_unaffordable();
+    } while (!grant_listed(closed));
 }
 
 } // namespace
