@@ -72,14 +72,14 @@ class frame_stages {
     void spectrum() {
         for_each_group([this](int group, int) {
             const int length = history_values * psy_.lanes * (psy_.passes == 1 ? 2 : 1);
-            psy_.analyze_lines(tables_, x_, history_ + group * length, 0, energy_, sums_);
+            psy_.analyze_lines(tables_, x_, history_ + group * length, 0, sums_);
         });
     }
     void mask() {
         for_each_group([this](int, int) { psy_.mask(tables_, sums_, mask_); });
     }
     void ratios() {
-        for_each_group([this](int, int) { psy_.ratios(tables_, energy_, mask_, nullptr, ratio_); });
+        for_each_group([this](int, int) { psy_.ratios(tables_, sums_, mask_, nullptr, ratio_); });
     }
     void filterbank() { analyze_frame(analysis_, frame_start_, channels, config_.parts(), samples_); }
     void scalefactors() {
@@ -125,9 +125,8 @@ class frame_stages {
     partition_tables tables_;
     alignas(x_alignment) double x_[transform_length * max_lanes];
     double history_[history_values * max_lanes] = {};
-    double energy_[line_count * max_lanes], mask_[padded_partitions * max_lanes],
-        ratio_[32 * max_lanes];
-    partition_sums sums_;
+    double mask_[padded_partitions * max_lanes], ratio_[32 * max_lanes];
+    spectrum_sums sums_;
     smr_table smr_;
     subband_samples samples_;
     side_info side_;

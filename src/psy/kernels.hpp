@@ -16,10 +16,13 @@ inline constexpr int transform_length = 1024;
 inline constexpr int max_lanes = 4;
 inline constexpr int x_alignment = 32;
 
-/// Per partition: energy, and energy weighted with the unpredictability.
-struct partition_sums {
+/// What the model keeps of a spectrum, of all lanes.
+struct spectrum_sums {
+    // Per partition: energy, and energy weighted with the unpredictability.
     double energy[padded_partitions * max_lanes];
     double weighted[padded_partitions * max_lanes];
+    /// Energy per subband: of lines 16 sb .. 16 sb + 16, so that neighbours share one.
+    double subband[32 * max_lanes];
 };
 
 /// What is kept of a pass for the prediction of later ones: a, b and r of each line (see transform).
@@ -36,23 +39,23 @@ struct psy_kernels {
     /// x_alignment, receives the discrete Hartley transform H in bit-reversed order.
     void (*transform)(const float *const *windows, double *x) noexcept;
 
-    /// Energy of each line (energy[line_count * lanes]) and the sums over the partitions.
+    /// Energies and unpredictabilities of the lines, summed up.
     /// @param history  history_values * lanes doubles: twice that many with one pass per channel, zero
     /// at
     ///                 the start; updated
     /// @param newest   with one pass per channel: which half holds the pass before this one; the other
     ///                 one is replaced
     void (*analyze_lines)(const partition_tables &tables, const double *x, double *history, int newest,
-                          double *energy, partition_sums &sums) noexcept;
+                          spectrum_sums &sums) noexcept;
 
     /// Masking threshold per line of each partition: mask[padded_partitions * lanes].
-    void (*mask)(const partition_tables &tables, const partition_sums &sums, double *mask) noexcept;
+    void (*mask)(const partition_tables &tables, const spectrum_sums &sums, double *mask) noexcept;
 
     /// Signal-to-mask ratio in dB per subband: ratio[32 * lanes].
     /// @param previous  Layer I: the thresholds of the pass before, against pre-echo, line_count *
     /// lanes
     ///                  doubles; updated. Null in Layer II.
-    void (*ratios)(const partition_tables &tables, const double *energy, const double *mask,
+    void (*ratios)(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
                    double *previous, double *ratio) noexcept;
 };
 

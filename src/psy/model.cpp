@@ -69,17 +69,15 @@ void psy_model::analyze_group(const float *const *frame_start, lane_group group,
         windows[t] = frame_start[channel_of(t)] - lead_ + pass_of(t) * step_;
 
     alignas(x_alignment) double spectrum[transform_length * max_lanes];
-    double energy[line_count * max_lanes];
-    partition_sums sums;
+    spectrum_sums sums;
     double mask[padded_partitions * max_lanes], ratio[32 * max_lanes];
     const int history_length = history_values * width * (kernels_->passes == 1 ? 2 : 1);
     double *const previous =
         layer_ == 1 ? previous_threshold_ + group.index * line_count * width : nullptr;
     kernels_->transform(windows, spectrum);
-    kernels_->analyze_lines(tables_, spectrum, history_ + group.index * history_length, newest_, energy,
-                            sums);
+    kernels_->analyze_lines(tables_, spectrum, history_ + group.index * history_length, newest_, sums);
     kernels_->mask(tables_, sums, mask);
-    kernels_->ratios(tables_, energy, mask, previous, ratio);
+    kernels_->ratios(tables_, sums, mask, previous, ratio);
 
     for (int t = 0; t < width; ++t) {
         double *const row = smr[channel_of(t)];

@@ -69,6 +69,22 @@ std::array<double, partition_count> lay_partitions(partition_tables &tables, int
     return bark;
 }
 
+/// Cuts the lines after each partition's last one and after lines 16, 32, ... 512, where a subband ends
+/// (and where the next one has its first line).
+void lay_runs(partition_tables &tables) noexcept {
+    tables.run_count = 0;
+    int subband = 0;
+    for (int line = 0; line < line_count; ++line) {
+        const int partition = tables.of_line[at(line)];
+        const bool closes_partition = line + 1 == tables.first_line[at(partition + 1)];
+        const bool closes_subband = line == 16 * (subband + 1);
+        if (!closes_partition && !closes_subband) continue;
+        tables.run_list[at(tables.run_count++)] = {line + 1, partition, subband, closes_partition,
+                                                   closes_subband};
+        subband += closes_subband;
+    }
+}
+
 /// Fills the maskee's column of the spreading matrix; returns the sum of its whole row, gains outside
 /// the run included.
 double lay_spreading(partition_tables &tables, const std::array<double, partition_count> &bark,
@@ -98,6 +114,7 @@ double lay_spreading(partition_tables &tables, const std::array<double, partitio
 
 void make_partition_tables(partition_tables &tables, int sample_rate) noexcept {
     const auto bark = lay_partitions(tables, sample_rate);
+    lay_runs(tables);
     tables.spreading = {};
     tables.quiet = quiet_threshold(sample_rate).data();
     tables.first_masker.fill(partition_count);

@@ -4,6 +4,8 @@
 #include "psy/quiet_threshold.hpp"
 
 #include <array>
+#include <cstddef>
+#include <span>
 
 namespace vela {
 
@@ -14,11 +16,24 @@ inline constexpr int padded_partitions = 64;
 /// Rows of the spreading matrix that are multiplied side by side.
 inline constexpr int spreading_group = 4;
 
+/// Consecutive lines of one partition and one subband.
+struct line_run {
+    int end; ///< one past the last line
+    int partition, subband;
+    bool closes_partition, closes_subband;
+};
+
 /// Everything about the masking model that depends on the sampling rate alone (ISO/IEC 11172-3, D.2,
 /// with the partitions computed from critical band edges instead of tabulated per rate).
 struct partition_tables {
     /// First line of each partition, then line_count; partitions without lines repeat line_count.
     std::array<int, padded_partitions + 1> first_line;
+    /// All lines, in order, as runs.
+    std::array<line_run, partition_count + 32> run_list;
+    int run_count;
+    std::span<const line_run> runs() const noexcept {
+        return std::span(run_list).first(static_cast<std::size_t>(run_count));
+    }
     /// Partition of each line.
     std::array<unsigned char, line_count> of_line;
     /// Masking offset of a tone in dB: max(bark + 15.5, 24.5).

@@ -57,46 +57,69 @@ VELA_INLINE V unpredictability(const line_values<V> &now, const line_values<V> &
     return select(size == zero, zero, square_root(U * U + W * W) / (two * D * size));
 }
 
+/// Energy of line k and its share in the sum weighted with the unpredictability.
 /// @tparam passes  consecutive passes side by side. With two, the history is the frame before: for each
 ///                 lane the pass two before its own.
 template <class V, int passes>
+VELA_INLINE void analyze_line(const double *x, const double *newest, double *oldest, int k, V &energy,
+                              V &weighted) {
+    constexpr int L = lanes<V>;
+    const bool paired = k % 512 != 0;
+    const V h = load<V>(x + L * place_of[static_cast<unsigned>(k)]);
+    line_values<V> now;
+    now.a = paired ? h : splat<V>(0.0);
+    now.b = paired ? load<V>(x + L * place_of[static_cast<unsigned>(transform_length - k)]) : h;
+    // |X|^2 = (a^2 + b^2) / 2 for pairs, H^2 for the others.
+    energy = (now.a * now.a + now.b * now.b) * splat<V>(paired ? 0.5 : 1.0);
+    now.r = square_root(energy);
+
+    double *const slot = oldest + 3 * k * L;
+    const line_values<V> before{load<V>(slot), load<V>(slot + L), load<V>(slot + 2 * L)};
+    line_values<V> previous;
+    if constexpr (passes == 2) {
+        previous = {preceding(before.a, now.a), preceding(before.b, now.b), preceding(before.r, now.r)};
+    } else {
+        const double *const latest = newest + 3 * k * L;
+        previous = {load<V>(latest), load<V>(latest + L), load<V>(latest + 2 * L)};
+    }
+    store(slot, now.a);
+    store(slot + L, now.b);
+    store(slot + 2 * L, now.r);
+    weighted = energy * unpredictability(now, previous, before);
+}
+
+template <class V, int passes>
 void analyze_lines(const partition_tables &tables, const double *x, double *history, int newest,
-                   double *energy, partition_sums &sums) noexcept {
+                   spectrum_sums &sums) noexcept {
     constexpr int L = lanes<V>;
     const double *const newest_half = history + newest * history_values * L;
     double *const oldest_half = passes == 2 ? history : history + (1 - newest) * history_values * L;
-    for (unsigned p = 0; p < padded_partitions; ++p) {
-        V sum = splat<V>(0.0), weighted = splat<V>(0.0);
-        for (int k = tables.first_line[p]; k < tables.first_line[p + 1]; ++k) {
-            const bool paired = k % 512 != 0;
-            const V h = load<V>(x + L * place_of[static_cast<unsigned>(k)]);
-            line_values<V> now;
-            now.a = paired ? h : splat<V>(0.0);
-            now.b = paired ? load<V>(x + L * place_of[static_cast<unsigned>(transform_length - k)]) : h;
-            // |X|^2 = (a^2 + b^2) / 2 for pairs, H^2 for the others.
-            const V e = (now.a * now.a + now.b * now.b) * splat<V>(paired ? 0.5 : 1.0);
-            now.r = square_root(e);
-
-            double *const slot = oldest_half + 3 * k * L;
-            const line_values<V> oldest{load<V>(slot), load<V>(slot + L), load<V>(slot + 2 * L)};
-            line_values<V> previous;
-            if constexpr (passes == 2) {
-                previous = {preceding(oldest.a, now.a), preceding(oldest.b, now.b),
-                            preceding(oldest.r, now.r)};
-            } else {
-                const double *const before = newest_half + 3 * k * L;
-                previous = {load<V>(before), load<V>(before + L), load<V>(before + 2 * L)};
-            }
-            store(slot, now.a);
-            store(slot + L, now.b);
-            store(slot + 2 * L, now.r);
-
-            sum = sum + e;
-            weighted = weighted + e * unpredictability(now, previous, oldest);
-            store(energy + k * L, e);
+    const V zero = splat<V>(0.0);
+    for (int p = 0; p < padded_partitions; ++p) {
+        store(sums.energy + p * L, zero);
+        store(sums.weighted + p * L, zero);
+    }
+    // A run of lines ends where its partition or its subband ends.
+    V partition_energy = zero, partition_weighted = zero, subband_energy = zero;
+    V energy = zero, weighted = zero;
+    int k = 0;
+    for (const line_run &run : tables.runs()) {
+        for (; k < run.end; ++k) {
+            analyze_line<V, passes>(x, newest_half, oldest_half, k, energy, weighted);
+            partition_energy = partition_energy + energy;
+            partition_weighted = partition_weighted + weighted;
+            subband_energy = subband_energy + energy;
         }
-        store(sums.energy + p * L, sum);
-        store(sums.weighted + p * L, weighted);
+        if (run.closes_partition) {
+            store(sums.energy + run.partition * L, partition_energy);
+            store(sums.weighted + run.partition * L, partition_weighted);
+            partition_energy = partition_weighted = zero;
+        }
+        if (run.closes_subband) {
+            // The last line is the first one of the next subband, too.
+            store(sums.subband + run.subband * L, subband_energy);
+            subband_energy = energy;
+        }
     }
 }
 

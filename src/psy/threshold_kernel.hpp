@@ -23,7 +23,7 @@ VELA_INLINE V partition_mask(const partition_tables &tables, unsigned p, V energ
 
 /// Convolves the partitions with the spreading function and derives each partition's threshold.
 template <class V>
-void mask(const partition_tables &tables, const partition_sums &sums, double *out) noexcept {
+void mask(const partition_tables &tables, const spectrum_sums &sums, double *out) noexcept {
     constexpr int L = lanes<V>;
     for (unsigned group = 0; group < padded_partitions / spreading_group; ++group) {
         V energy[spreading_group], weighted[spreading_group];
@@ -64,8 +64,8 @@ VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask,
 /// A subband spans 17 lines: neighbours share one. Below subband 13 the least threshold of the lines
 /// counts for all of them, above that the sum.
 template <class V>
-void ratios(const partition_tables &tables, const double *energy, const double *mask, double *previous,
-            double *ratio) noexcept {
+void ratios(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
+            double *previous, double *ratio) noexcept {
     constexpr int L = lanes<V>;
     constexpr int least_threshold_subbands = 13;
     constexpr double loudest = 60802371420160.0;
@@ -73,16 +73,15 @@ void ratios(const partition_tables &tables, const double *energy, const double *
     const V highest = splat<V>(1e300);
     V t = line_threshold<V>(tables, mask, previous, 0);
     for (int sb = 0; sb < 32; ++sb) {
-        V E = load<V>(energy + 16 * sb * L);
         V sum = t, least = min_of(t, splat<V>(loudest));
         for (int k = 16 * sb + 1; k <= 16 * sb + 16; ++k) {
             t = line_threshold<V>(tables, mask, previous, k);
-            E = E + load<V>(energy + k * L);
             sum = sum + t;
             least = min_of(t, least);
         }
+        const V E = clamp(load<V>(sums.subband + sb * L), splat<V>(0.5), highest);
         const V T = min_of(sb < least_threshold_subbands ? splat<V>(17.0) * least : sum, highest);
-        store(ratio + sb * L, splat<V>(4.342944819) * logarithm(clamp(E, splat<V>(0.5), highest) / T));
+        store(ratio + sb * L, splat<V>(4.342944819) * logarithm(E / T));
     }
 }
 

@@ -89,9 +89,10 @@ VELA_INLINE void butterflies(V *x) {
 }
 
 /// In place, lane by lane: the discrete Hartley transform H[k] = sum of x[i] (cos + sin)(2 pi i k / n);
-/// H[k] is left at the place of k with its bits reversed.
+/// H[k] is left at the place of k with its bits reversed. Short ones are expanded in place, so that
+/// their values stay in registers.
 template <class V, int n>
-void hartley(V *x) {
+VELA_INLINE void short_hartley(V *x) {
     if constexpr (n == 2) {
         const V sum = x[0] + x[1], difference = x[0] - x[1];
         x[0] = sum;
@@ -102,6 +103,18 @@ void hartley(V *x) {
         x[1] = s0 - s1;
         x[2] = d0 + d1;
         x[3] = d0 - d1;
+    } else {
+        butterflies<V, n>(x);
+        short_hartley<V, n / 2>(x);
+        short_hartley<V, n / 4>(x + n / 2);
+        short_hartley<V, n / 4>(x + 3 * n / 4);
+    }
+}
+
+template <class V, int n>
+void hartley(V *x) {
+    if constexpr (n <= 16) {
+        short_hartley<V, n>(x);
     } else {
         butterflies<V, n>(x);
         hartley<V, n / 2>(x);

@@ -99,6 +99,12 @@ template <class V>
 VELA_INLINE V load_floats(const float *p) {
     if constexpr (lanes<V> == 1) {
         return static_cast<double>(*p);
+#if defined(__AVX__) && !defined(__clang__)
+    } else if constexpr (lanes<V> == 4) {
+        // g++ splits the generic conversion into two halves; this is the one instruction.
+        typedef float floats __attribute__((vector_size(16), aligned(4), may_alias));
+        return {__builtin_ia32_cvtps2pd256(*reinterpret_cast<const floats *>(p))};
+#endif
     } else {
         typedef float floats __attribute__((vector_size(lanes<V> * sizeof(float))));
         floats f;
