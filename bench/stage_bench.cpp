@@ -92,7 +92,7 @@ class frame_stages {
     }
     void allocation() {
         side_.joint_bound = config_.sblimit;
-        left_ = allocate_bits(config_, smr_, frame_bits, side_);
+        left_ = allocate_bits(config_, smr_, frame_bits, side_, level_hint_);
     }
     void quantize() { quantize_samples(coding_, config_, side_, samples_, nullptr, codes_); }
     void pack() {
@@ -132,6 +132,7 @@ class frame_stages {
     side_info side_;
     sample_codes codes_;
     int left_ = 0;
+    double level_hint_ = 0.0;
 };
 
 void run_stage(benchmark::State &state, void (frame_stages::*stage)(), level which) {

@@ -88,10 +88,10 @@ class search {
     search(const coder_config &config, const smr_table &smr, int available, side_info &side) noexcept
         : config_(config), smr_(smr), side_(side), available_(available) {}
 
-    /// Grants in one go what the search would grant for certain: every step from
-    /// below a ratio that is found by bisection and whose steps all together are
-    /// affordable.
-    void grant_common_level() noexcept;
+    /// Grants in one go what the search would grant for certain: every step from below a level whose
+    /// steps all together are affordable.
+    /// @param hint  where to look for that level first; receives it
+    void grant_common_level(double &hint) noexcept;
 
     /// Goes on step by step from there, exactly as the search would.
     void grant_step_by_step() noexcept;
@@ -151,37 +151,43 @@ int search::list_candidates(candidate (&list)[64]) const noexcept {
     return count;
 }
 
-void search::grant_common_level() noexcept {
+void search::grant_common_level(double &hint) noexcept {
     candidate list[64];
     const int count = list_candidates(list);
-    // Nothing starts below the least ratio without bits, so that level is
-    // affordable.
-    double low = closed;
-    for (int i = 0; i < count; ++i)
-        low = std::min(low, 0.0 - list[i].smr);
-    double high = low + 128.0; // more than the finest quantizer's SNR
-    if (config_.layer == 1) {
-        // Where the first subband ends, the search ends.
-        high =
-            std::min(high, (config_.table->row(0).snr[static_cast<unsigned>(config_.table->row(0).last)]
-                            - smr_[0][0])
-                               + 1.0);
-    }
-    int spent = 0;
-    // Each halving costs about as much as one step of the search and saves half
-    // of those that are left.
-    for (int i = 0; i < 7; ++i) {
-        const double middle = low + (high - low) / 2;
+    const auto cost_of = [&](double level) {
         int cost = 0;
         for (int k = 0; k < count; ++k)
-            cost += list[k].cost(list[k].steps_below(middle));
-        if (cost <= available_) {
-            low = middle;
-            spent = cost;
-        } else {
-            high = middle;
-        }
+            cost += list[k].cost(list[k].steps_below(level));
+        return cost;
+    };
+    // Nothing starts below the least ratio without bits, so that level is affordable. The upper end is
+    // more than the finest quantizer's SNR; in Layer I the search ends where the first subband ends.
+    double low = closed;
+    for (int k = 0; k < count; ++k)
+        low = std::min(low, 0.0 - list[k].smr);
+    double high = low + 128.0;
+    if (config_.layer == 1) {
+        const alloc_row &row = config_.table->row(0);
+        high = std::min(high, (row.snr[static_cast<unsigned>(row.last)] - smr_[0][0]) + 1.0);
     }
+    // From the last frame's level outwards in growing strides until the answer lies in between, then by
+    // halves. Trying a level costs about as much as three steps of the search; 1 dB apart, few are
+    // left.
+    int spent = 0;
+    double level = hint, stride = 1.0;
+    bool bracketed = false, was_affordable = false;
+    while (high - low > 1.0) {
+        level = std::clamp(level, low + 0.25, high - 0.25);
+        const int cost = cost_of(level);
+        const bool affordable = cost <= available_;
+        bracketed = bracketed || (stride > 1.0 && affordable != was_affordable);
+        was_affordable = affordable;
+        (affordable ? low : high) = level;
+        if (affordable) spent = cost;
+        level = bracketed ? low + (high - low) / 2 : affordable ? level + stride : level - stride;
+        stride *= 2;
+    }
+    hint = low;
     high_ = high;
     for (int k = 0; k < count; ++k) {
         const auto step = static_cast<std::uint8_t>(list[k].steps_below(low));
@@ -193,13 +199,23 @@ void search::grant_common_level() noexcept {
 
 void search::list_open(double below) noexcept {
     open_count_ = 0;
-    for (int p = 0; p < 64; ++p) {
-        const int ch = channel(p), sb = subband(p);
-        if (ch >= config_.channels || sb >= config_.sblimit) continue;
+    const auto list_pair = [&](int ch, int sb) {
+        const int p = place(ch, sb);
         const bool done = side_.allocation[ch][sb] >= config_.table->row(sb).last;
         mnr_[p] = done ? closed : ratio(ch, sb);
         open_[open_count_] = static_cast<std::uint8_t>(p);
         open_count_ += mnr_[p] < below;
+    };
+    if (config_.layer == 1) {
+        for (int sb = 0; sb < config_.sblimit; ++sb) {
+            for (int ch = 0; ch < config_.channels; ++ch)
+                list_pair(ch, sb);
+        }
+    } else {
+        for (int ch = 0; ch < config_.channels; ++ch) {
+            for (int sb = 0; sb < config_.sblimit; ++sb)
+                list_pair(ch, sb);
+        }
     }
 }
 
@@ -295,10 +311,10 @@ void choose_joint_bound(const coder_config &config, const smr_table &smr, int fr
     header.mode_extension = static_cast<std::uint8_t>(extension);
 }
 
-int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits,
-                  side_info &side) noexcept {
+int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits, side_info &side,
+                  double &level_hint) noexcept {
     search greedy(config, smr, frame_bits - fixed_bits(config, side.joint_bound), side);
-    greedy.grant_common_level();
+    greedy.grant_common_level(level_hint);
     greedy.grant_step_by_step();
     return greedy.available();
 }

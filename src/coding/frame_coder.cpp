@@ -53,6 +53,7 @@ void frame_coder::init(const coding_kernels &kernels, frame_header &header,
     header_ = &header;
     writer_ = &writer;
     config_ = make_coder_config(header);
+    level_hint_ = 0.0;
 }
 
 void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
@@ -74,7 +75,7 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
 
     side.joint_bound = config_.sblimit;
     if (joint_stereo) choose_joint_bound(config_, smr, frame_bits, *header_, side);
-    const int stuffing = allocate_bits(config_, smr, frame_bits, side);
+    const int stuffing = allocate_bits(config_, smr, frame_bits, side, level_hint_);
 
     quantize_samples(*kernels_, config_, side, samples, joint, codes);
     write_frame(side, codes, stuffing);

@@ -60,6 +60,7 @@ class frame_coder {
     frame_header *header_;
     bit_writer *writer_;
     coder_config config_;
+    double level_hint_; ///< see allocate_bits; the only thing that passes from frame to frame
 };
 
 } // namespace vela
