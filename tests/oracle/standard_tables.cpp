@@ -1,0 +1,65 @@
+#include "oracle/standard_tables.hpp"
+
+#include <bit>
+#include <cmath>
+#include <map>
+
+namespace oracle {
+
+const quantizers &quantizers_of(int layer, char table, int subband) {
+    static const quantizers layer1{
+        4, {0, 3, 7, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767}};
+    static const quantizers ab_0{
+        4, {0, 3, 7, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767, 65535}};
+    static const quantizers ab_3{
+        4, {0, 3, 5, 7, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 65535}};
+    static const quantizers ab_11{3, {0, 3, 5, 7, 9, 15, 31, 65535}};
+    static const quantizers ab_23{2, {0, 3, 5, 65535}};
+    static const quantizers cd_0{
+        4, {0, 3, 5, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767}};
+    static const quantizers cd_2{3, {0, 3, 5, 9, 15, 31, 63, 127}};
+    if (layer == 1) return layer1;
+    if (table == 'c' || table == 'd') return subband < 2 ? cd_0 : cd_2;
+    return subband < 3 ? ab_0 : subband < 11 ? ab_3 : subband < 23 ? ab_11 : ab_23;
+}
+
+int sblimit_of(int layer, char table) {
+    if (layer == 1) return 32;
+    return table == 'a' ? 27 : table == 'b' ? 30 : table == 'c' ? 8 : 12;
+}
+
+char table_of(int rate, int kbps_per_channel) {
+    if (kbps_per_channel <= 48) return rate == 32000 ? 'd' : 'c';
+    return rate == 48000 || kbps_per_channel <= 80 ? 'a' : 'b';
+}
+
+double snr_of(int steps) {
+    static const std::map<int, double> table{
+        {0, 0.00},     {3, 7.00},     {5, 11.00},    {7, 16.00},     {9, 20.84},     {15, 25.28},
+        {31, 31.59},   {63, 37.75},   {127, 43.84},  {255, 49.89},   {511, 55.93},   {1023, 61.96},
+        {2047, 67.98}, {4095, 74.01}, {8191, 80.03}, {16383, 86.05}, {32767, 92.01}, {65535, 98.01}};
+    return table.at(steps);
+}
+
+bool is_grouped(int steps) {
+    return steps == 3 || steps == 5 || steps == 9;
+}
+
+int code_bits_of(int layer, int steps) {
+    if (layer == 2 && is_grouped(steps)) return steps == 3 ? 5 : steps == 5 ? 7 : 10;
+    return static_cast<int>(std::bit_width(static_cast<unsigned>(steps)));
+}
+
+double scalefactor(int i) {
+    // Fourteen decimals.
+    const long double units = std::floor(std::pow(2.0L, 1 - i / 3.0L) * 1e14L + 0.5L);
+    return static_cast<double>(units) / 1e14;
+}
+
+int bitrate_of(int layer, int index) {
+    static constexpr int layer2[15] = {0,   32,  48,  56,  64,  80,  96, 112,
+                                       128, 160, 192, 224, 256, 320, 384};
+    return layer == 1 ? 32 * index : layer2[index];
+}
+
+} // namespace oracle
