@@ -1,0 +1,234 @@
+#include "engine/enc_mp1a.hpp"
+
+#include "api/presets.hpp"
+
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+IEngine *get_encMP1A() noexcept {
+    return new vela::enc_MP1A;
+}
+
+namespace vela {
+
+namespace {
+
+struct version_key {
+    const char *key;
+    double number;
+};
+
+constexpr version_key version_keys[] = {
+    {"version::major", 2.0}, {"version::minor", 0.0}, {"version::revision", 1.0}};
+
+/// What follows the family's prefix; null for a key of another family.
+const char *name_in(std::string_view family, const char *key) noexcept {
+    return std::strncmp(key, family.data(), family.size()) == 0 ? key + family.size() : nullptr;
+}
+
+std::int32_t not_supported(const char *what, const char *key) noexcept {
+    std::printf("%s \"%s\" is not supported\n", what, key);
+    return -1;
+}
+
+/// The sink may drop the host's last reference in the middle of an operation.
+class kept_alive {
+  public:
+    explicit kept_alive(IEngine &engine) noexcept : engine_(engine) { engine_.AddRef(); }
+    ~kept_alive() { engine_.Release(); }
+    kept_alive(const kept_alive &) = delete;
+    kept_alive &operator=(const kept_alive &) = delete;
+
+  private:
+    IEngine &engine_;
+};
+
+} // namespace
+
+enc_MP1A::enc_MP1A() noexcept : params_(this), data_(this) {
+}
+
+enc_MP1A::~enc_MP1A() {
+    // The sink may count and release once more while it gets the last frame; that must not lead here
+    // again.
+    EngineBase::AddRef();
+    close_encoder();
+}
+
+std::int32_t enc_MP1A::QueryInterface(const engine_iid &iid, IEngine *&holder) noexcept {
+    if (iid == iid_API_GetSetParamStr) {
+        assign_counted<IEngine>(holder, &params_);
+        return 0;
+    }
+    if (iid == iid_API_PutData) {
+        assign_counted<IEngine>(holder, &data_);
+        return 0;
+    }
+    return iid == iid_IEngine ? 0 : -1;
+}
+
+// Keys.
+
+std::int32_t enc_MP1A::GetSetParamStr::get_parameter(const char *key, double *value,
+                                                     std::int32_t index) noexcept {
+    if (key == nullptr || value == nullptr) return -1;
+    for (const version_key &version : version_keys) {
+        if (std::strcmp(key, version.key) == 0) {
+            *value = version.number;
+            return 0;
+        }
+    }
+    const std::optional<field> found = engine().field_of(key);
+    if (!found || found->entry == nullptr || !has_element(*found->entry, index))
+        return not_supported("get_parameter: key", key);
+    *value = get_element(found->base, *found->entry, index);
+    return 0;
+}
+
+std::int32_t enc_MP1A::GetSetParamStr::set_parameter(const char *key, std::int32_t index,
+                                                     double value) noexcept {
+    if (key == nullptr) return -1;
+    if (const char *const command = name_in("command::", key))
+        return engine().run_command(key, command);
+    const std::optional<field> found = engine().field_of(key);
+    if (!found || found->entry == nullptr || !has_element(*found->entry, index))
+        return not_supported("set_parameter: key", key);
+    set_element(found->base, *found->entry, index, value);
+    engine().written(*found);
+    return 0;
+}
+
+std::int32_t enc_MP1A::GetSetParamStr::set_parameter_str(const char *key, const void *value,
+                                                         std::int32_t size) noexcept {
+    if (key == nullptr) return -1;
+    const kept_alive alive(engine());
+    // The host passes objects through the pointer that carries text otherwise.
+    void *const object = const_cast<void *>(value);
+    if (std::strcmp(key, "init::output::bufstream") == 0) {
+        engine().bind_output(static_cast<bufstream *>(object), nullptr);
+        return 0;
+    }
+    if (value == nullptr) return -1;
+    if (std::strcmp(key, "init::output::PushData") == 0)
+        return engine().bind_sink(*static_cast<PushData *>(object));
+    if (std::strcmp(key, "init::settings") == 0 && size == sizeof(mpeg_a_settings)) {
+        std::memcpy(&engine().record_.settings, value, sizeof(mpeg_a_settings));
+        engine().settings_ready_ = true;
+        return 0;
+    }
+    const std::optional<field> found = engine().field_of(key);
+    if (!found) return not_supported("parameter", key);
+    if (found->entry == nullptr) return 1;
+    set_elements(found->base, *found->entry, static_cast<const char *>(value));
+    engine().written(*found);
+    return 0;
+}
+
+std::optional<enc_MP1A::field> enc_MP1A::field_of(const char *key) noexcept {
+    if (const char *const name = name_in("settings::", key)) {
+        make_ready();
+        return field{&record_, find_param(settings_table, name)};
+    }
+    if (const char *const name = name_in("preset::", key))
+        return field{&preset_, find_param(preset_table, name)};
+    return std::nullopt;
+}
+
+void enc_MP1A::written(const field &changed) noexcept {
+    if (changed.base == &preset_) apply_preset();
+}
+
+void enc_MP1A::apply_preset() noexcept {
+    preset_defaults(record_.settings, preset_, &record_.sample_rate);
+    settings_ready_ = true;
+}
+
+void enc_MP1A::make_ready() noexcept {
+    if (!settings_ready_) apply_preset();
+}
+
+std::int32_t enc_MP1A::run_command(const char *key, const char *name) noexcept {
+    const kept_alive alive(*this);
+    if (std::strcmp(name, "init") == 0) return open_encoder();
+    if (std::strcmp(name, "done") != 0) return not_supported("set_parameter: key", key);
+    close_encoder();
+    return 0;
+}
+
+// The encoder.
+
+std::int32_t enc_MP1A::PutData::put_data(const void *data, std::int32_t size,
+                                         std::int32_t count) noexcept {
+    const std::int64_t bytes = std::int64_t{size} * count;
+    if (bytes < 0 || bytes > INT32_MAX) return -1;
+    auto &engine = static_cast<enc_MP1A &>(*owner());
+    const kept_alive alive(engine);
+    if (engine.encoder_ == nullptr && engine.open_encoder() != 0) return -1;
+    return engine.encoder_->put_bytes(data, static_cast<std::uint32_t>(bytes)) == 0 ? 0 : -1;
+}
+
+std::int32_t enc_MP1A::open_encoder() noexcept {
+    make_ready();
+    if (encoder_ == nullptr) {
+        encoder_ = mpeg_a_encoder::create(nullptr, &record_.settings, record_.sampling_bits >> 3,
+                                          record_.sample_rate);
+        if (encoder_ == nullptr) return -1;
+    }
+    if (encoder_->init(output_, best_level()) != 0) {
+        end_encoder();
+        return -1;
+    }
+    if (sink_ != nullptr) describe_stream();
+    return 0;
+}
+
+void enc_MP1A::describe_stream() noexcept {
+    PushData &sink = *sink_;
+    sink.set_parameter_str("encoding::MP1A::info", &encoder_->header(), sizeof(frame_header), 0);
+    const bool mono = record_.settings.audio_mode == MPEG_A_MODE_MONO;
+    sink.set_parameter("original::audio::PCM::channels", 0, mono ? 1.0 : 2.0);
+    sink.set_parameter("original::audio::PCM::sampling::bits", 0, record_.sampling_bits);
+    sink.set_parameter("original::audio::PCM::sampling::rate", 0, record_.sample_rate);
+}
+
+/// After a failed init nothing is pending.
+void enc_MP1A::end_encoder() noexcept {
+    if (encoder_ == nullptr) return;
+    encoder_->done(false);
+    mpeg_a_encoder::destroy(std::exchange(encoder_, nullptr));
+    while (replaced_ != nullptr)
+        pushdata_bufstream::free(std::exchange(replaced_, replaced_->next));
+}
+
+void enc_MP1A::close_encoder() noexcept {
+    end_encoder();
+    if (sink_ != nullptr) bind_output(nullptr, nullptr);
+}
+
+std::int32_t enc_MP1A::bind_sink(PushData &sink) noexcept {
+    pushdata_bufstream *const adapter = pushdata_bufstream::create(sink);
+    if (adapter == nullptr) return -1;
+    sink.AddRef();
+    bind_output(adapter, &sink);
+    return 0;
+}
+
+/// An adapter and the sink that it was made for come and go together. An adapter that the open encoder
+/// writes to must live on, and with it its own reference on the sink.
+void enc_MP1A::bind_output(bufstream *output, PushData *sink) noexcept {
+    bufstream *const old_output = std::exchange(output_, output);
+    PushData *const old_sink = std::exchange(sink_, sink);
+    if (old_sink == nullptr) return;
+    auto *const adapter = static_cast<pushdata_bufstream *>(old_output);
+    if (encoder_ != nullptr) {
+        adapter->next = std::exchange(replaced_, adapter);
+    } else {
+        pushdata_bufstream::reset(adapter, 0);
+        pushdata_bufstream::free(adapter);
+    }
+    old_sink->Release();
+}
+
+} // namespace vela
