@@ -1,0 +1,159 @@
+#!/usr/bin/env bash
+# The checks behind `./dev lint`: lint.sh ROOT BUILD [CHECK ...], where BUILD is up to date.
+set -uo pipefail
+
+root=$1 build=$2
+shift 2
+checks=(format wording includes tidy symbols exports shell)
+cd "$root" && git ls-files >/dev/null || exit 1
+
+failures=0
+fail() {
+    printf '%s: %s\n' "$check" "$*" >&2
+    failures=$((failures + 1))
+}
+
+# Every file that is tracked or about to be, if its name matches one of the patterns.
+files() {
+    local f
+    git ls-files --cached --others --exclude-standard --deduplicate -- "$@" |
+        while IFS= read -r f; do [ -f "$f" ] && printf '%s\n' "$f"; done
+}
+sources() { files '*.c' '*.h' '*.cpp' '*.hpp'; }
+
+# Layout as .clang-format has it.
+check_format() {
+    local log f
+    log=$(sources | xargs -d '\n' clang-format --dry-run -Werror 2>&1) && return
+    f=$(sed -n 's/^\([^: ]*\):.*error:.*/\1/p' <<<"$log" | sort -u)
+    while IFS= read -r f; do fail "$f; ./dev format puts it right"; done <<<"${f:-$log}"
+}
+
+# No tabs, no blanks at the end of a line, a newline at the end of a file, no file that has grown too long.
+check_wording() {
+    local f lines
+    while IFS= read -r f; do
+        grep -qP '\t' "$f" && fail "$f has tabs"
+        grep -qP '[ \r]$' "$f" && fail "$f has blanks at the end of a line"
+        [ -z "$(tail -c 1 "$f")" ] || fail "$f does not end with a newline"
+        case $f in
+            *.c | *.h | *.cpp | *.hpp)
+                lines=$(wc -l <"$f")
+                [ "$lines" -le 450 ] || fail "$f has $lines lines; split it"
+                ;;
+        esac
+    done < <(files | xargs -d '\n' grep -Il '')
+}
+
+# Rooms include one way only, from the right to the left.
+rooms=(simd stream analysis psy coding api engine)
+# FILE:INCLUDED; the file says why.
+exceptions=(tools/frame_encoder.cpp:api/encoder.hpp)
+rank() {
+    local i
+    for i in "${!rooms[@]}"; do [ "${rooms[i]}" = "$1" ] && printf '%s' "$i" && return; done
+    return 1
+}
+may_include() { # FILE INCLUDED
+    local file=$1 included=$2 from to
+    case $file in tests/* | bench/* | fuzz/*) return 0 ;; esac
+    [[ " ${exceptions[*]} " != *" $file:$included "* ]] || return 0
+    case $included in
+        vela_enc_mp1a/*) return 0 ;;
+        *..*) return 1 ;;
+    esac
+    case $file in
+        src/*/*)
+            from=${file#src/} to=${included%%/*}
+            from=${from%%/*}
+            [ "$from/$to" != psy/analysis ] && [ "$(rank "$to")" -le "$(rank "$from")" ] 2>/dev/null
+            ;;
+        tools/* | plugins/* | examples/*) ! rank "${included%%/*}" >/dev/null ;;
+        *) return 1 ;;
+    esac
+}
+check_includes() {
+    local file line included room
+    room=$(IFS='|' && printf '%s' "${rooms[*]}")
+    while IFS=: read -r file line included; do
+        may_include "$file" "$included" || fail "$file:$line must not include $included"
+    done < <(sources | xargs -d '\n' grep -HnoP '^\s*#\s*include\s*("\K[^"]+|<\K('"$room"')/[^>]+)')
+}
+
+# clang-tidy over every file that the build compiles, again only when it or something it includes has
+# changed: a ninja file of its own, with the dependencies that the compiler found.
+check_tidy() {
+    local quiet=(--quiet) configs
+    [ -t 1 ] && quiet=()
+    configs=$(files '*.clang-tidy' | sed "s|^|$root/|" | tr '\n' ' ')
+    mkdir -p "$build/tidy"
+    ninja -C "$build" -t deps | awk -v root="$root/" -v configs="$configs" '
+        function flush(    name) {
+            if (source != "" && !(source in done)) {
+                done[source] = 1
+                name = substr(source, length(root) + 1)
+                gsub("/", "_", name)
+                print "build tidy/" name ": tidy " source " | " configs included
+            }
+            source = included = ""
+        }
+        BEGIN {
+            print "rule tidy"
+            print "  command = clang-tidy --quiet -p . $in >$out.log 2>&1 && touch $out" \
+                " || { grep -E \"(error|warning):\" $out.log | sort -u; exit 1; }"
+            print "  description = tidy $in"
+        }
+        /: #deps/ { flush(); first = 1; next }
+        index($1, root) == 1 { if (first) source = $1; else included = included " " $1 }
+        NF { first = 0 }
+        END { flush() }' >"$build/tidy/build.ninja"
+    ninja -C "$build" -f tidy/build.ninja -k 0 "${quiet[@]}" 2>&1 | grep -v '^FAILED: \|^clang-tidy \|^ninja: '
+    [ "${PIPESTATUS[0]}" -eq 0 ] || fail "the whole messages are in $build/tidy/*.log"
+}
+
+# Every function that the linker may merge and that was compiled for one level lies in that level's namespace.
+# Otherwise the copy that it keeps for everyone might need instructions that a machine lacks. Constants may be
+# shared, and so may the compiler's own references to the runtime (DW.ref): they hold no instructions. Nor may
+# anything of a level run when the library is loaded.
+check_symbols() {
+    local object level pattern found=0 symbol
+    while IFS= read -r object; do
+        found=$((found + 1))
+        level=${object#*/mp1a_core_}
+        level=${level%%.dir/*}
+        pattern="^_Z(GV|GR|T[VTIS])?Z*N[rVK]*[RO]?4vela${#level}${level}[0-9]|^DW\.ref\."
+        while IFS= read -r symbol; do
+            fail "$(c++filt "$symbol") is weak in level $level, in ${object#"$build"/}"
+        done < <(nm -f sysv --defined-only "$object" |
+            awk -F' *[|] *' '$3 ~ /^[VvWwu]$/ && $NF !~ /^\.rodata/ { print $1 }' | grep -vE "$pattern")
+        readelf -SW "$object" | grep -qE '\.(init_array|ctors)' && fail "${object#"$build"/} has code that runs at load"
+    done < <(find "$build/src" -path '*/mp1a_core_*.dir/*.o')
+    [ "$found" -gt 0 ] || fail 'no kernels found'
+}
+
+# The library's surface: its names, its soname, what it needs.
+check_exports() {
+    local library="$build/lib/libvela_enc_mp1a.so.2.0"
+    tests/api/check_exports.sh "$library" get_encMP1A mpegOutAudioChkSettings mpegOutAudioDefaults mpegOutAudioDone \
+        mpegOutAudioFree mpegOutAudioInit mpegOutAudioNew mpegOutAudioPutBytes || fail "$library"
+    readelf -dW "$library" | grep -E 'RPATH|RUNPATH|TEXTREL' && fail 'there is a run path or a text relocation'
+}
+
+# The scripts.
+check_shell() {
+    files dev .ci/run '*.sh' | xargs -d '\n' shellcheck || fail 'see above'
+}
+
+[ $# -gt 0 ] || set -- "${checks[@]}"
+for check in "$@"; do
+    declare -F "check_$check" >/dev/null || {
+        printf 'lint: unknown check "%s"; there are: %s\n' "$check" "${checks[*]}" >&2
+        exit 1
+    }
+done
+for check in "$@"; do
+    before=$failures
+    "check_$check"
+    [ "$failures" -eq "$before" ] && printf '%s: ok\n' "$check"
+done
+[ "$failures" -eq 0 ]
