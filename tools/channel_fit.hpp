@@ -17,6 +17,9 @@ class channel_fit final : public pcm_source {
     const pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return source_->length(); }
     std::span<const std::byte> next_block() override;
+    bool ready_before(std::chrono::steady_clock::time_point time) const override {
+        return source_->ready_before(time);
+    }
 
   private:
     std::unique_ptr<pcm_source> source_;

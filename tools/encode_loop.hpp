@@ -1,4 +1,4 @@
-// PCM in, frames out.
+// PCM in, frames out, on one thread.
 #pragma once
 
 #include "frame_writer.hpp"

@@ -3,10 +3,13 @@
 #include "failure.hpp"
 #include "vela_enc_mp1a/settings.h"
 
+#include <algorithm>
 #include <charconv>
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <filesystem>
+#include <sched.h>
+#include <thread>
 #include <vector>
 
 namespace velaenc {
@@ -157,6 +160,15 @@ void add_raw_options(CLI::App &app, raw_options &given) {
     }
 }
 
+constexpr int most_jobs = 256;
+
+/// Processors that this process may use.
+int usable_processors() {
+    cpu_set_t allowed;
+    if (::sched_getaffinity(0, sizeof allowed, &allowed) == 0) return CPU_COUNT(&allowed);
+    return static_cast<int>(std::thread::hardware_concurrency()); // more than the set can name
+}
+
 /// The input's name with the layer's extension, in the input's folder; a pipe goes on into a pipe.
 std::string default_output(const options &wanted) {
     if (wanted.input == "-") return "-";
@@ -172,13 +184,16 @@ bool is_countable(const options &wanted) {
     return std::abs(units > 0 ? offset * 27e6 / units : offset) < 0x1p62;
 }
 
-void complete(options &wanted, const raw_options &given) {
+void complete(options &wanted, const raw_options &given, std::optional<int> jobs) {
     if (wanted.input.empty()) throw failure(exit_code::usage, "IN has no name");
     if (given.raw) wanted.raw = pcm_shape{given.rate.value(), given.channels.value(), given.format};
     if (given.raw && wanted.raw->channels < 1)
         throw failure(exit_code::usage, "--channels should be 1 or 2");
     if (!is_countable(wanted))
         throw failure(exit_code::usage, "--pts-offset lies beyond what 27 MHz ticks can count");
+    wanted.jobs = jobs.value_or(std::clamp(usable_processors(), 1, most_jobs));
+    if (wanted.jobs < 1 || wanted.jobs > most_jobs)
+        throw failure(exit_code::usage, "--jobs should be 1 to " + std::to_string(most_jobs));
     if (wanted.output.empty()) wanted.output = default_output(wanted);
     if (wanted.output == "-" && wanted.timestamps == "-")
         throw failure(exit_code::usage, "OUT and --timestamps cannot both go to standard output");
@@ -189,6 +204,7 @@ void complete(options &wanted, const raw_options &given) {
 std::optional<options> read_options(int argc, char **argv) {
     options wanted;
     raw_options given;
+    std::optional<int> jobs;
     CLI::App app(description, "velaenc");
     app.footer(footer);
     app.set_version_flag("--version", "velaenc " VELAENC_VERSION, "Print the version");
@@ -200,6 +216,8 @@ std::optional<options> read_options(int argc, char **argv) {
                    "CSV of the frames: number, byte offset, bytes, time stamp")
         ->type_name("FILE");
     add_raw_options(app, given);
+    add_number(app, "-j,--jobs", jobs, "N",
+               "Threads that encode, for the same stream; without it one for every processor");
     app.add_flag("--quiet", wanted.quiet, "Only errors on standard error");
     app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
     try {
@@ -211,7 +229,7 @@ std::optional<options> read_options(int argc, char **argv) {
         throw failure(exit_code::usage,
                       std::string(error.what()) + "; velaenc --help lists the options");
     }
-    complete(wanted, given);
+    complete(wanted, given, jobs);
     return wanted;
 }
 

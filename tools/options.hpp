@@ -28,6 +28,7 @@ struct options {
     std::optional<int> pts_units;
 
     std::optional<pcm_shape> raw; ///< shape of headerless input
+    int jobs = 1;                 ///< threads that encode
     bool quiet = false;
     bool force = false;
 };

@@ -23,8 +23,6 @@ class output_file {
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;
 
-    const std::string &name() const noexcept { return name_; }
-
     /// Final path, links resolved.
     const std::string &target() const noexcept { return target_; }
 

@@ -1,6 +1,7 @@
 // Where the encode loop gets its PCM from: blocks of interleaved samples in a format the encoder takes.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,10 +17,9 @@ struct pcm_shape {
     int channels = 0;
     sample_format format = sample_format::s16;
 
-    std::size_t sample_bytes() const noexcept { return static_cast<std::size_t>(format); }
     /// Bytes of one sampling instant: a sample of every channel.
     std::size_t instant_bytes() const noexcept {
-        return sample_bytes() * static_cast<std::size_t>(channels);
+        return static_cast<std::size_t>(format) * static_cast<std::size_t>(channels);
     }
 };
 
@@ -39,6 +39,9 @@ class pcm_source {
     /// The next whole instants, valid until the next call; empty at the end.
     /// @throws failure when the input cannot be read or ends before its time
     virtual std::span<const std::byte> next_block() = 0;
+
+    /// Whether next_block() will have something to return by that time. Files always have.
+    virtual bool ready_before(std::chrono::steady_clock::time_point) const { return true; }
 };
 
 } // namespace velaenc

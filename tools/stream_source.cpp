@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <poll.h>
 
 namespace velaenc {
 
@@ -28,6 +29,14 @@ std::span<const std::byte> stream_source::next_block() {
     if (used_ == 0) check_end();
     handed_out_ += used_;
     return std::span(buffer_).first(used_);
+}
+
+bool stream_source::ready_before(std::chrono::steady_clock::time_point time) const {
+    if (filled_ - used_ >= shape_.instant_bytes() || left_ == 0) return true;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(time - std::chrono::steady_clock::now());
+    pollfd state{input_.handle.get(), POLLIN, 0};
+    return ::poll(&state, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) != 0;
 }
 
 bool stream_source::refill() {

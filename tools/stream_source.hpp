@@ -21,6 +21,7 @@ class stream_source final : public pcm_source {
     /// Hands out what a read brings instead of waiting for a full block, so that live input is encoded
     /// as it comes.
     std::span<const std::byte> next_block() override;
+    bool ready_before(std::chrono::steady_clock::time_point time) const override;
 
   private:
     bool refill();

@@ -53,12 +53,12 @@ void catch_signals() {
 
 signals_held::signals_held() {
     const sigset_t set = fatal_set();
-    ::sigprocmask(SIG_BLOCK, &set, nullptr);
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
 signals_held::~signals_held() {
     const sigset_t set = fatal_set();
-    ::sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 int list_unfinished(const std::string &path) {

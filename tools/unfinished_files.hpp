@@ -9,7 +9,8 @@ namespace velaenc {
 /// writing to a closed pipe or beyond the limit of a file's size is an ordinary error.
 void catch_signals();
 
-/// Blocks those signals while a file and its entry in the list come into being together.
+/// Keeps those signals from the calling thread and those that it starts: while a file and its entry in
+/// the list come into being together, and for threads that do not deal with files.
 class signals_held {
   public:
     signals_held();

@@ -1,53 +1,34 @@
 #include "frame_list.hpp"
 
-#include <array>
-#include <cstdint>
+#include "oracle/standard_tables.hpp"
 
 namespace velaenc_test {
 namespace {
 
-constexpr std::array<int, 3> rates{44100, 48000, 32000};
-constexpr std::array<int, 15> layer2_kbit{0,   32,  48,  56,  64,  80,  96, 112,
-                                          128, 160, 192, 224, 256, 320, 384};
-
-bool read_header(std::uint32_t word, frame &to) {
-    const auto field = [word](int shift, unsigned mask) {
-        return static_cast<int>(word >> shift & mask);
-    };
-    const int layer_code = field(17, 3), index = field(12, 15), rate = field(10, 3);
-    // Sync word and MPEG-1; layer codes 3 and 2 are Layer I and II.
-    if (field(19, 0x1FFF) != 0x1FFF || layer_code < 2 || index < 1 || index > 14 || rate == 3)
-        return false;
-    to.layer = 4 - layer_code;
-    to.crc = 1 - field(16, 1);
-    to.kbit = to.layer == 1 ? 32 * index : layer2_kbit[static_cast<std::size_t>(index)];
-    to.rate = rates[static_cast<std::size_t>(rate)];
-    to.private_bit = field(8, 1);
-    to.mode = field(6, 3);
-    to.copyright = field(3, 1);
-    to.original = field(2, 1);
-    to.emphasis = field(0, 3);
-    const int slots = (to.layer == 1 ? 12000 : 144000) * to.kbit / to.rate + field(9, 1);
-    to.bytes = static_cast<std::size_t>(to.layer == 1 ? 4 * slots : slots);
-    return true;
+/// Length of the frame whose header is there (ISO/IEC 11172-3, 2.4.1.3 and 2.4.3.1); 0 for no header.
+std::size_t frame_bytes(std::span<const std::uint8_t> header) {
+    constexpr int rates[] = {44100, 48000, 32000, 0};
+    if (header.size() < 4) return 0;
+    const int layer = 4 - (header[1] >> 1 & 3), index = header[2] >> 4;
+    const int rate = rates[header[2] >> 2 & 3], padding = header[2] >> 1 & 1;
+    if (layer > 2 || index > 14 || rate == 0) return 0;
+    const int kbps = oracle::bitrate_of(layer, index);
+    return static_cast<std::size_t>(layer == 1 ? 4 * (12000 * kbps / rate + padding)
+                                               : 144000 * kbps / rate + padding);
 }
 
 } // namespace
 
 std::vector<frame> frames_of(const std::string &stream) {
+    const std::span bytes(reinterpret_cast<const std::uint8_t *>(stream.data()), stream.size());
     std::vector<frame> frames;
-    std::size_t offset = 0;
-    while (offset + 4 <= stream.size()) {
-        std::uint32_t word = 0;
-        for (std::size_t i = 0; i < 4; ++i)
-            word = word << 8 | static_cast<std::uint8_t>(stream[offset + i]);
-        frame next;
-        next.offset = offset;
-        if (!read_header(word, next)) return {};
-        frames.push_back(next);
-        offset += next.bytes;
+    for (std::size_t offset = 0; offset < bytes.size(); offset += frames.back().bytes) {
+        const std::size_t length = frame_bytes(bytes.subspan(offset));
+        if (length == 0 || length > bytes.size() - offset) return {};
+        frames.push_back({oracle::parse_frame(bytes.subspan(offset, length)), offset, length});
+        if (!frames.back().error.empty()) return {};
     }
-    return offset == stream.size() ? frames : std::vector<frame>{};
+    return frames;
 }
 
 } // namespace velaenc_test

@@ -50,7 +50,7 @@ class input_test : public workbench {
 };
 
 TEST_F(input_test, every_container_gives_the_same_stream_from_a_file_and_from_a_pipe) {
-    put("raw", as_s16(samples_));
+    put("raw", pcm(samples_));
     const auto expected = encoded("--raw --rate 48000 --channels 2 --format s16 raw");
     ASSERT_EQ(frames_of(expected).size(), 35u);
     for (const auto &kind : containers) {
@@ -78,7 +78,7 @@ TEST_F(input_test, a_file_without_its_end_is_noticed_in_every_container) {
 
 TEST_F(input_test,
        a_wav_ends_where_its_size_says_and_with_the_file_when_a_piping_writer_could_not_know) {
-    const std::string whole = wav(as_s16(samples_), 2, 48000);
+    const std::string whole = wav(pcm(samples_), 2, 48000);
     put("whole.wav", whole);
     const auto expected = encoded("whole.wav");
     ASSERT_EQ(frames_of(expected).size(), 35u);
@@ -119,7 +119,7 @@ TEST_F(input_test, input_that_is_no_audio_is_named_for_what_it_is) {
 
 TEST_F(input_test, headerless_input_streams_and_has_whole_samples) {
     const std::string raw = "velaenc --raw --rate 48000 --channels 2 --format s24 ";
-    put("whole", as_s24(noise(2 * 2400)));
+    put("whole", pcm(noise(2 * 2400), 3));
     put("odd", get("whole") + "12345");
     put("empty", "");
     expect_failure(raw + "odd out.mp2", 2, "5 of 6 bytes");
@@ -132,11 +132,12 @@ TEST_F(input_test, headerless_input_streams_and_has_whole_samples) {
     const std::string pieces = "(head -c 4000; sleep 0.02; head -c 4003; sleep 0.02; cat) < whole | ";
     EXPECT_TRUE(shell(pieces + raw + "-").out == expected);
     // Frames come out while the input is still open.
-    const auto live =
-        shell("(cat whole; for i in {1..100}; do sleep 0.02; [ $(stat -c %s out) -ge 1344 ] && exit; "
-              "done; echo late >&2) | "
-              + raw + "--quiet - - > out");
-    EXPECT_EQ(live.err, "");
+    for (const std::string jobs : {"-j 1", "-j 3"}) {
+        const auto live = shell("(cat whole; for i in {1..100}; do sleep 0.02; [ $(stat -c %s out) -ge "
+                                "1344 ] && exit; done; echo late >&2) | "
+                                + raw + jobs + " --quiet - - > out");
+        EXPECT_EQ(live.err, "") << jobs;
+    }
 }
 
 } // namespace

@@ -9,8 +9,8 @@ class options_test : public workbench {
   protected:
     options_test() {
         for (const int rate : {44100, 48000}) {
-            put(std::to_string(rate) + ".wav", wav(as_s16(noise(9600)), 2, rate));
-            put("mono" + std::to_string(rate) + ".wav", wav(as_s16(noise(4800)), 1, rate));
+            put(std::to_string(rate) + ".wav", wav(pcm(noise(9600)), 2, rate));
+            put("mono" + std::to_string(rate) + ".wav", wav(pcm(noise(4800)), 1, rate));
         }
     }
 };
@@ -39,6 +39,9 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
         {"in.wav --raw --rate 48000 --channels 2 --format u8", "s16|s24|f32"},
         {"in.wav --raw --rate 48000 --channels 0 --format s16", "1 or 2"},
         {"in.wav --rate 48000", "--raw"},
+        {"in.wav -j 0", "1 to 256"},
+        {"in.wav --jobs 257", "1 to 256"},
+        {"in.wav -j many", "--jobs"},
         {"in.wav - --timestamps -", "standard output"},
         {"48000.wav out.mp2 --timestamps ./out.mp2", "--timestamps"},
     };
@@ -66,8 +69,8 @@ TEST_F(options_test, every_header_option_reaches_its_own_field) {
         {"--mode joint --bitrate 64", &frame::mode, 1}, // too little for noise in plain stereo
         {"--mode dual", &frame::mode, 2},
         {"--mode mono", &frame::mode, 3},
-        {"--bitrate 320", &frame::kbit, 320},
-        {"--layer 1 --bitrate 288", &frame::kbit, 288},
+        {"--bitrate 320", &frame::kbps, 320},
+        {"--layer 1 --bitrate 288", &frame::kbps, 288},
         {"--crc", &frame::crc, 1},
         {"--no-crc", &frame::crc, 0},
         {"--emphasis 50/15", &frame::emphasis, 1},
@@ -116,7 +119,7 @@ TEST_F(options_test, presets_conform_to_themselves_in_two_channels_mono_and_laye
     for (const auto &[arguments, kbit, crc] : cases) {
         const auto frames = frames_of(encoded(arguments));
         ASSERT_FALSE(frames.empty()) << arguments;
-        EXPECT_EQ(frames[0].kbit, kbit) << arguments;
+        EXPECT_EQ(frames[0].kbps, kbit) << arguments;
         EXPECT_EQ(frames[0].crc, crc) << arguments;
         EXPECT_EQ(frames[0].mode == 3, arguments.find("mono") != std::string::npos) << arguments;
     }

@@ -7,24 +7,24 @@ namespace {
 
 class output_test : public workbench {
   protected:
-    output_test() {
-        put("in.wav", wav(as_s16(noise(960000)), 2, 48000));
-    } // more than a buffer of output
+    output_test() { put("in.wav", wav(pcm(noise(960000)), 2, 48000)); } // more than a buffer of output
 };
 
 TEST_F(output_test, no_half_file_is_left_when_the_output_fails) {
-    expect_failure("velaenc in.wav /dev/full", 3, "/dev/full: No space left");
-    expect_failure("velaenc in.wav - > /dev/full", 3, "standard output: No space left");
-    expect_failure("velaenc in.wav out.mp2 --timestamps /dev/full", 3, "/dev/full: No space left");
-    expect_failure("ulimit -f 100; velaenc in.wav out.mp2", 3, "out.mp2: File too large");
-    // Only the last write, after the last frame, is too long.
-    expect_failure("ulimit -f 270; velaenc in.wav out.mp2", 3, "out.mp2: File too large");
-    expect_failure("ulimit -f 4; velaenc in.wav /dev/null --timestamps list.csv", 3,
-                   "list.csv: File too large");
+    for (const std::string velaenc : {"velaenc -j 1 in.wav ", "velaenc -j 3 in.wav "}) {
+        expect_failure(velaenc + "/dev/full", 3, "/dev/full: No space left");
+        expect_failure(velaenc + "- > /dev/full", 3, "standard output: No space left");
+        expect_failure(velaenc + "out.mp2 --timestamps /dev/full", 3, "/dev/full: No space left");
+        expect_failure("ulimit -f 100; " + velaenc + "out.mp2", 3, "out.mp2: File too large");
+        // Only the last write, after the last frame, is too long.
+        expect_failure("ulimit -f 273; " + velaenc + "out.mp2", 3, "out.mp2: File too large");
+        expect_failure("ulimit -f 4; " + velaenc + "/dev/null --timestamps list.csv", 3,
+                       "list.csv: File too large");
+        expect_failure(velaenc + "- | head -c 1000 > /dev/null", 3, "standard output: Broken pipe");
+    }
     expect_failure("velaenc in.wav no/out.mp2", 3, "no/out.mp2: No such file");
     expect_failure("velaenc in.wav .", 3, "folder");
     expect_failure("velaenc in.wav out.mp2 --timestamps no/list.csv", 3, "no/list.csv: No such file");
-    expect_failure("velaenc in.wav - | head -c 1000 > /dev/null", 3, "standard output: Broken pipe");
 }
 
 TEST_F(output_test, the_input_never_becomes_the_output) {
@@ -62,10 +62,11 @@ TEST_F(output_test, an_older_file_is_replaced_with_its_links_and_permissions) {
 }
 
 TEST_F(output_test, a_signal_ends_the_run_and_removes_the_files) {
-    const char *start = "(head -c 200000 in.wav; sleep 5) | "
-                        "velaenc - out.mp2 --timestamps list.csv & for i in {1..100}; do sleep 0.02; "
-                        "[ $(ls -A | grep -c '^[.]velaenc-') = 2 ] && break; done; "
-                        "ls out.mp2 list.csv; ls -A | grep -c '^[.]velaenc-'; ";
+    const char *start =
+        "(head -c 200000 in.wav; sleep 5) | "
+        "velaenc -j 3 - out.mp2 --timestamps list.csv & for i in {1..100}; do sleep 0.02; "
+        "[ $(ls -A | grep -c '^[.]velaenc-') = 2 ] && break; done; "
+        "ls out.mp2 list.csv; ls -A | grep -c '^[.]velaenc-'; ";
     const struct {
         const char *signal;
         int status;

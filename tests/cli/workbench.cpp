@@ -34,39 +34,29 @@ std::vector<std::int16_t> noise(std::size_t samples, unsigned seed) {
     return values;
 }
 
-std::string as_s16(const std::vector<std::int16_t> &samples) {
+std::string pcm(const std::vector<std::int16_t> &samples, int width, unsigned low) {
     std::string bytes;
-    for (const int value : samples)
-        append(bytes, static_cast<std::uint32_t>(value), 2);
+    for (const int value : samples) {
+        const auto scaled = static_cast<std::uint32_t>(value) << (width == 3 ? 8 : 0) | low;
+        append(bytes,
+               width == 4 ? std::bit_cast<std::uint32_t>(static_cast<float>(value) / 32768.0f) : scaled,
+               width);
+    }
     return bytes;
 }
 
-std::string as_s24(const std::vector<std::int16_t> &samples, unsigned low) {
-    std::string bytes;
-    for (const int value : samples)
-        append(bytes, static_cast<std::uint32_t>(value) << 8 | low, 3);
-    return bytes;
-}
-
-std::string as_f32(const std::vector<std::int16_t> &samples) {
-    std::string bytes;
-    for (const int value : samples)
-        append(bytes, std::bit_cast<std::uint32_t>(static_cast<float>(value) / 32768.0f), 4);
-    return bytes;
-}
-
-std::string wav(const std::string &data, int channels, int rate, int bits, int code) {
-    const auto align = static_cast<std::uint32_t>(channels * bits / 8);
+std::string wav(const std::string &data, int channels, int rate, int width) {
+    const auto align = static_cast<std::uint32_t>(channels * width);
     std::string file = "RIFF";
     append(file, static_cast<std::uint32_t>(36 + data.size()), 4);
     file += "WAVEfmt ";
     append(file, 16, 4);
-    append(file, static_cast<std::uint32_t>(code), 2);
+    append(file, width == 4 ? 3 : 1, 2); // floating point or PCM
     append(file, static_cast<std::uint32_t>(channels), 2);
     append(file, static_cast<std::uint32_t>(rate), 4);
     append(file, static_cast<std::uint32_t>(rate) * align, 4);
     append(file, align, 2);
-    append(file, static_cast<std::uint32_t>(bits), 2);
+    append(file, static_cast<std::uint32_t>(8 * width), 2);
     file += "data";
     append(file, static_cast<std::uint32_t>(data.size()), 4);
     return file + data;

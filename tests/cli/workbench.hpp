@@ -18,13 +18,12 @@ struct outcome {
 /// Interleaved 16-bit noise, the same for the same seed.
 std::vector<std::int16_t> noise(std::size_t samples, unsigned seed = 1);
 
-/// Samples as little-endian bytes: 16 bits, 24 bits (the 16-bit value times 256 plus `low`), or floats.
-std::string as_s16(const std::vector<std::int16_t> &samples);
-std::string as_s24(const std::vector<std::int16_t> &samples, unsigned low = 0);
-std::string as_f32(const std::vector<std::int16_t> &samples);
+/// Samples as little-endian bytes, `width` bytes each: 16 bits, 24 bits (the 16-bit value times 256
+/// plus `low`), or floats.
+std::string pcm(const std::vector<std::int16_t> &samples, int width = 2, unsigned low = 0);
 
-/// A WAV file: format code 1 is PCM, 3 is floating point.
-std::string wav(const std::string &data, int channels, int rate, int bits = 16, int code = 1);
+/// A WAV file of PCM of that width.
+std::string wav(const std::string &data, int channels, int rate, int width = 2);
 
 class workbench : public testing::Test {
   protected:

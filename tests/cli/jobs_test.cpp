@@ -1,0 +1,144 @@
+// Several threads: whatever their number and the segments, the stream and the list are those of one.
+#include "encode_loop.hpp"
+#include "failure.hpp"
+#include "frame_list.hpp"
+#include "host/encoding.hpp"
+#include "host/signals.hpp"
+#include "parallel_loop.hpp"
+#include "workbench.hpp"
+
+#include <algorithm>
+
+namespace velaenc_test {
+namespace {
+
+using bytes = std::vector<std::uint8_t>;
+
+/// PCM from memory in blocks of a given length, which lets others wait every now and then.
+class memory_source final : public velaenc::pcm_source {
+  public:
+    memory_source(const mp1a_test::stream &how, const bytes &pcm, std::size_t block_instants,
+                  bool endless = false)
+        : shape_{how.rate, how.channels(), static_cast<velaenc::sample_format>(how.width)},
+          pcm_(std::as_bytes(std::span(pcm))), block_(block_instants * shape_.instant_bytes()),
+          endless_(endless) {}
+
+    const velaenc::pcm_shape &shape() const noexcept override { return shape_; }
+    std::optional<std::uint64_t> length() const noexcept override { return std::nullopt; }
+    std::span<const std::byte> next_block() override {
+        const auto block = pcm_.subspan(at_, std::min(block_, pcm_.size() - at_));
+        at_ = endless_ ? 0 : at_ + block.size();
+        return block;
+    }
+    bool ready_before(std::chrono::steady_clock::time_point) const override {
+        return endless_ || ++asked_ % 7 != 0;
+    }
+
+  private:
+    velaenc::pcm_shape shape_;
+    std::span<const std::byte> pcm_;
+    std::size_t block_, at_ = 0;
+    bool endless_;
+    mutable unsigned asked_ = 0;
+};
+
+struct result {
+    std::string stream, list;
+    std::uint64_t samples;
+    bool operator==(const result &) const = default;
+};
+
+class jobs_test : public workbench {
+  protected:
+    /// @param how_to_divide  none: the plain loop
+    result encode(const mp1a_test::stream &how, memory_source source,
+                  const std::optional<velaenc::division> &how_to_divide) const {
+        velaenc::output_file stream(path("stream"), {}), list(path("list"), {});
+        velaenc::timestamp_list stamps(list);
+        velaenc::frame_writer writer(stream, &stamps);
+        velaenc::progress hidden(how.rate, std::nullopt, false);
+        auto settings = how.settings();
+        settings.pts_offset = 12345;
+        const auto samples = how_to_divide
+                                 ? encode_in_parallel(source, settings, writer, hidden, *how_to_divide)
+                                 : velaenc::encode(source, settings, writer, hidden, false);
+        stamps.flush();
+        stream.close();
+        list.close();
+        stream.publish();
+        list.publish();
+        return {get("stream"), get("list"), samples};
+    }
+};
+
+TEST_F(jobs_test, every_setting_in_segments_of_any_length_is_the_stream_of_one_thread) {
+    constexpr int rates[] = {44100, 48000, 32000};
+    constexpr std::size_t segments[] = {1, 2, 5, 6, 7, 16, 100}, blocks[] = {37, 1000, 16384};
+    for (int k = 0; k < 2 * 4 * 3 * 3; ++k) {
+        const mp1a_test::stream how{.layer = 1 + k % 2,
+                                    .mode = k / 2 % 4,
+                                    .bitrate = 6,
+                                    .crc = k / 3 % 2,
+                                    .rate = rates[k / 8 % 3],
+                                    .width = 2 + k / 24};
+        // The input ends just before, at and just behind the end of a frame, and so of some segments.
+        const int samples = how.channels() * ((8 + k % 11) * how.frame_samples() + k % 3 - 1);
+        const auto kind = mp1a_test::all_waveforms[k % (how.width == 4 ? 7 : 6)]; // the last has no integers
+        const auto pcm = mp1a_test::pcm_bytes(mp1a_test::make_signal(kind, samples), how.width);
+        const auto expected = encode(how, {how, pcm, 5000}, std::nullopt);
+        EXPECT_EQ(frames_of(expected.stream).size(), 8u + k % 11 + (k % 3 == 2)) << k;
+        for (int i = 0; i < 4; ++i) {
+            const velaenc::division divided{1 + i, segments[(k + 2 * i) % 7]};
+            EXPECT_TRUE(encode(how, {how, pcm, blocks[(k + i) % 3]}, divided) == expected)
+                << "case " << k << ", " << divided.jobs << " jobs, " << divided.segment_frames;
+        }
+    }
+}
+
+TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {
+    const mp1a_test::stream how;
+    const bytes pcm(4 * 1152);
+    memory_source endless(how, pcm, 1152, true);
+    velaenc::output_file full("/dev/full", {});
+    velaenc::frame_writer writer(full, nullptr);
+    velaenc::progress hidden(how.rate, std::nullopt, false);
+    const auto samples = encode_in_parallel(endless, how.settings(), writer, hidden, {3, 8});
+    EXPECT_LE(samples, (2 * 3 + 1) * 8 * 1152u);
+    EXPECT_THROW(full.check(), velaenc::failure);
+}
+
+TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_of_jobs) {
+    const auto samples = noise(2 * 480000);
+    put("16.wav", wav(pcm(samples), 2, 48000));
+    put("24.wav", wav(pcm(samples, 3), 2, 44100, 3));
+    put("raw", pcm(samples, 4));
+    put("cut.wav", get("16.wav").substr(0, 1500000));
+    const struct {
+        std::string before, arguments;
+        int status;
+    } cases[] = {
+        {"", "16.wav", 0},
+        {"", "16.wav --mode mono", 0},
+        {"", "24.wav --layer 1 --mode joint", 0},
+        {"", "- --raw --rate 32000 --channels 1 --format f32 --mode dual < raw", 0},
+        {"cat raw | ", "- --raw --rate 48000 --channels 2 --format f32", 0},
+        {"(head -c 700001; sleep 0.1; cat) < 16.wav | ", "-", 0},
+        // What came before the failure of the input went to the pipe.
+        {"cat cut.wav | ", "-", 2},
+    };
+    for (const auto &[before, arguments, status] : cases) {
+        const auto run = [&](const std::string &jobs) {
+            const auto result = shell(before + "velaenc --timestamps list.csv --quiet " + jobs + " "
+                                      + arguments + " -");
+            EXPECT_EQ(result.status, status) << arguments << jobs << result.err;
+            return result.out + result.err + get("list.csv");
+        };
+        const auto expected = run("-j 1");
+        EXPECT_GT(expected.size(), 100000u) << arguments;
+        for (const std::string jobs : {"-j 2", "--jobs 5", ""})
+            EXPECT_TRUE(run(jobs) == expected) << before << arguments << ' ' << jobs;
+    }
+}
+
+} // namespace
+} // namespace velaenc_test

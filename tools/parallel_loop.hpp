@@ -1,0 +1,22 @@
+// PCM in, frames out, on several threads.
+#pragma once
+
+#include "frame_writer.hpp"
+#include "pcm_source.hpp"
+#include "progress.hpp"
+#include "vela_enc_mp1a/settings.h"
+
+namespace velaenc {
+
+struct division {
+    int jobs = 1; ///< threads
+    std::size_t segment_frames =
+        256; ///< long enough that the look back at its start costs next to nothing
+};
+
+/// As encode(), with the same result. The source is cut into segments that are encoded side by side;
+/// their number in memory at a time is limited.
+std::uint64_t encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
+                                 frame_writer &writer, progress &shown, const division &how);
+
+} // namespace velaenc
