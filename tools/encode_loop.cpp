@@ -1,5 +1,6 @@
 #include "encode_loop.hpp"
 
+#include "engine_encoder.hpp"
 #include "frame_encoder.hpp"
 
 namespace velaenc {
@@ -8,11 +9,10 @@ namespace {
 /// The shortest frame of PCM has 384 16-bit samples of one channel.
 constexpr std::size_t most_frames_in_block = block_bytes / (384 * 2) + 1;
 
-} // namespace
-
-std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                     progress &shown, bool live) {
-    frame_encoder encoder(settings, source.shape(), 4 * most_frames_in_block);
+template <class Encoder>
+std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                          progress &shown, bool live) {
+    Encoder encoder(settings, source.shape(), 4 * most_frames_in_block);
     std::uint64_t samples = 0;
     for (auto block = source.next_block(); !block.empty(); block = source.next_block()) {
         encoder.put(block);
@@ -24,6 +24,18 @@ std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_
     encoder.finish();
     writer.write(encoder.output());
     return samples;
+}
+
+} // namespace
+
+std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                     progress &shown, bool live) {
+    return encode_with<frame_encoder>(source, settings, writer, shown, live);
+}
+
+std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
+                                    frame_writer &writer, progress &shown, bool live) {
+    return encode_with<engine_encoder>(source, settings, writer, shown, live);
 }
 
 } // namespace velaenc

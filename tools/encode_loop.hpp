@@ -15,4 +15,8 @@ namespace velaenc {
 std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                      progress &shown, bool live);
 
+/// The same through the plug-in interface: an engine and a sink of ours.
+std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
+                                    frame_writer &writer, progress &shown, bool live);
+
 } // namespace velaenc

@@ -54,9 +54,12 @@ void encode_to(const options &wanted, pcm_source &source, const mpeg_a_settings 
     frame_writer writer(files.stream, list ? &*list : nullptr);
     const bool visible = !wanted.quiet && ::isatty(STDERR_FILENO);
     std::optional<progress> shown(std::in_place, source.shape().rate, source.length(), visible);
+    const bool live = files.stream.is_direct();
     const std::uint64_t samples =
-        wanted.jobs == 1 ? encode(source, settings, writer, *shown, files.stream.is_direct())
-                         : encode_in_parallel(source, settings, writer, *shown, {.jobs = wanted.jobs});
+        wanted.engine ? encode_through_engine(source, settings, writer, *shown, live)
+        : wanted.jobs == 1
+            ? encode(source, settings, writer, *shown, live)
+            : encode_in_parallel(source, settings, writer, *shown, {.jobs = wanted.jobs});
     if (list) list->flush();
     files.stream.check();
     if (samples == 0)

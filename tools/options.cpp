@@ -216,8 +216,12 @@ std::optional<options> read_options(int argc, char **argv) {
                    "CSV of the frames: number, byte offset, bytes, time stamp")
         ->type_name("FILE");
     add_raw_options(app, given);
-    add_number(app, "-j,--jobs", jobs, "N",
-               "Threads that encode, for the same stream; without it one for every processor");
+    auto *threads =
+        add_number(app, "-j,--jobs", jobs, "N",
+                   "Threads that encode, for the same stream; without it one for every processor");
+    app.add_flag("--engine", wanted.engine,
+                 "Encode through the plug-in interface, on one thread, for the same stream")
+        ->excludes(threads);
     app.add_flag("--quiet", wanted.quiet, "Only errors on standard error");
     app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
     try {

@@ -29,6 +29,7 @@ struct options {
 
     std::optional<pcm_shape> raw; ///< shape of headerless input
     int jobs = 1;                 ///< threads that encode
+    bool engine = false;          ///< encode through the plug-in interface
     bool quiet = false;
     bool force = false;
 };

@@ -83,7 +83,8 @@ TEST_F(jobs_test, every_setting_in_segments_of_any_length_is_the_stream_of_one_t
                                     .width = 2 + k / 24};
         // The input ends just before, at and just behind the end of a frame, and so of some segments.
         const int samples = how.channels() * ((8 + k % 11) * how.frame_samples() + k % 3 - 1);
-        const auto kind = mp1a_test::all_waveforms[k % (how.width == 4 ? 7 : 6)]; // the last has no integers
+        const auto kind =
+            mp1a_test::all_waveforms[k % (how.width == 4 ? 7 : 6)]; // the last has no integers
         const auto pcm = mp1a_test::pcm_bytes(mp1a_test::make_signal(kind, samples), how.width);
         const auto expected = encode(how, {how, pcm, 5000}, std::nullopt);
         EXPECT_EQ(frames_of(expected.stream).size(), 8u + k % 11 + (k % 3 == 2)) << k;

@@ -2,19 +2,18 @@
 #include "frame_list.hpp"
 #include "workbench.hpp"
 
-#include <regex>
-
 namespace velaenc_test {
 namespace {
 
 using rules_test = workbench;
 
+/// Every "A123:" of the text.
 std::string codes_in(const std::string &text) {
-    static const std::regex code("A\\d\\d\\d(?=:)");
     std::string codes;
-    for (std::sregex_iterator each(text.begin(), text.end(), code), end; each != end; ++each) {
-        if (!codes.empty()) codes += ' ';
-        codes += each->str();
+    for (std::size_t at = text.find('A'); at != std::string::npos; at = text.find('A', at + 1)) {
+        const std::size_t end = text.find_first_not_of("0123456789", at + 1);
+        if (end != at + 4 || text[end] != ':') continue;
+        codes.append(codes.empty() ? "" : " ").append(text, at, 4);
     }
     return codes;
 }

@@ -16,8 +16,7 @@ TEST_F(stream_test, frames_cover_the_input_and_average_to_the_exact_bitrate) {
         std::size_t instants, frames, bytes;
     } cases[] = {
         // A frame is 144000 kbit / rate bytes, in Layer I 12000 kbit / rate slots of four bytes.
-        {2, 384, 32000, 11521, 11, 19008},
-        {2, 64, 48000, 1, 1, 192},
+        {2, 384, 32000, 11521, 11, 19008}, {2, 64, 48000, 1, 1, 192},
         {2, 192, 44100, 56448, 49, 30720}, // 626 46/49 bytes a frame
         {1, 448, 44100, 8064, 21, 10240},  // 121 19/21 slots
         {1, 384, 32000, 385, 2, 1152},
