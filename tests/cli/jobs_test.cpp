@@ -83,11 +83,13 @@ TEST_F(jobs_test, every_setting_in_segments_of_any_length_is_the_stream_of_one_t
                                     .width = 2 + k / 24};
         // The input ends just before, at and just behind the end of a frame, and so of some segments.
         const int samples = how.channels() * ((8 + k % 11) * how.frame_samples() + k % 3 - 1);
-        const auto kind =
-            mp1a_test::all_waveforms[k % (how.width == 4 ? 7 : 6)]; // the last has no integers
+        // The last one is for floats only.
+        const auto kind = mp1a_test::all_waveforms[k % (how.width == 4 ? 7 : 6)];
         const auto pcm = mp1a_test::pcm_bytes(mp1a_test::make_signal(kind, samples), how.width);
         const auto expected = encode(how, {how, pcm, 5000}, std::nullopt);
-        EXPECT_EQ(frames_of(expected.stream).size(), 8u + k % 11 + (k % 3 == 2)) << k;
+        EXPECT_EQ(frames_of(expected.stream).size(),
+                  static_cast<std::size_t>(8 + k % 11 + (k % 3 == 2)))
+            << k;
         for (int i = 0; i < 4; ++i) {
             const velaenc::division divided{1 + i, segments[(k + 2 * i) % 7]};
             EXPECT_TRUE(encode(how, {how, pcm, blocks[(k + i) % 3]}, divided) == expected)
@@ -127,17 +129,17 @@ TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_
         // What came before the failure of the input went to the pipe.
         {"cat cut.wav | ", "-", 2},
     };
-    for (const auto &[before, arguments, status] : cases) {
+    for (const auto &each : cases) {
         const auto run = [&](const std::string &jobs) {
-            const auto result = shell(before + "velaenc --timestamps list.csv --quiet " + jobs + " "
-                                      + arguments + " -");
-            EXPECT_EQ(result.status, status) << arguments << jobs << result.err;
+            const auto result = shell(each.before + "velaenc --timestamps list.csv --quiet " + jobs
+                                      + " " + each.arguments + " -");
+            EXPECT_EQ(result.status, each.status) << each.arguments << jobs << result.err;
             return result.out + result.err + get("list.csv");
         };
         const auto expected = run("-j 1");
-        EXPECT_GT(expected.size(), 100000u) << arguments;
+        EXPECT_GT(expected.size(), 100000u) << each.arguments;
         for (const std::string jobs : {"-j 2", "--jobs 5", ""})
-            EXPECT_TRUE(run(jobs) == expected) << before << arguments << ' ' << jobs;
+            EXPECT_TRUE(run(jobs) == expected) << each.before << each.arguments << ' ' << jobs;
     }
 }
 

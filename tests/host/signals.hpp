@@ -45,7 +45,7 @@ inline std::vector<float> make_signal(waveform kind, int samples, unsigned seed 
             case waveform::clicks:
                 return i % 700 == static_cast<int>(seed) % 700 ? 1.0F : 0.0F;
             case waveform::onset:
-                return i % 4000 < 2500 ? 1e-4F * noise : noise;
+                return i % 1500 < 900 ? 1e-4F * noise : noise;
             case waveform::broken:
                 return i % 97 == 0 ? bad[i / 97 % 7] : 0.3F * noise;
             }

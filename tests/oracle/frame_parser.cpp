@@ -149,7 +149,7 @@ class parser {
                     const int steps = f.steps[ch][sb];
                     if (steps == 0) continue;
                     int word = is_grouped(steps) ? read(code_bits_of(2, steps)) : 0;
-                    check(word < steps * steps * steps || steps > 9, "forbidden group");
+                    check(steps > 9 || word < steps * steps * steps, "forbidden group");
                     for (int j = 0; j < 3; ++j, word /= steps) {
                         put_sample(ch, granule / 4, granule % 4 * 3 + j, sb,
                                    is_grouped(steps) ? word % steps : read(code_bits_of(2, steps)));
