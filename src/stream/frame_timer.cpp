@@ -31,6 +31,8 @@ int frame_timer::decide_padding() noexcept {
 std::int64_t frame_timer::advance_time() noexcept {
     constexpr double ticks_per_second = 27000000.0;
     running_time_ = samples_per_frame_ * ticks_per_second / rate_ + running_time_;
+    // A start near the end of the range: 2^63 ticks and beyond have no 64-bit value.
+    if (running_time_ >= 0x1p63) return INT64_MAX;
     return static_cast<std::int64_t>(running_time_);
 }
 

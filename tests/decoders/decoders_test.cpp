@@ -149,7 +149,6 @@ TEST_P(decoders, take_every_frame_without_a_complaint_and_in_time) {
     const int channels = mode == MPEG_A_MODE_MONO ? 1 : 2;
     const auto input = programme(channels);
     if (input.empty()) GTEST_SKIP() << "the recordings of alsa-utils are not installed";
-    const bool joint = mode == MPEG_A_MODE_JOINT_STEREO;
     const int delay = layer == 1 ? 545 : 481;
     double previous[3] = {-10, -10, -10};
     for (const auto &[index, forbidden] : qualities(layer, channels)) {
@@ -165,7 +164,7 @@ TEST_P(decoders, take_every_frame_without_a_complaint_and_in_time) {
             if (which == decoder::madplay && forbidden) continue;
             // ffmpeg takes the CRC of Layer I joint stereo over the wrong bits, and drops leading
             // frames where the mode changes from frame to frame.
-            const bool ffmpeg_joint = which == decoder::ffmpeg && joint;
+            const bool ffmpeg_joint = which == decoder::ffmpeg && mode == MPEG_A_MODE_JOINT_STEREO;
             const decoded out =
                 decode(which, file, channels, how.crc == 1 && !(ffmpeg_joint && layer == 1));
             if (!out.installed)

@@ -63,6 +63,14 @@ TEST(frame_timer, padding_and_stamps_at_44100_keep_to_exact_arithmetic) {
     }
 }
 
+TEST(frame_timer, time_stops_at_the_end_of_its_range) {
+    frame_timer timer;
+    timer.init(2, INT64_MAX - 1000000, 48.0, 224);
+    for (int n = 0; n < 3; ++n)
+        EXPECT_GE(timer.advance_time(), INT64_MAX - 1000000);
+    EXPECT_EQ(timer.advance_time(), INT64_MAX);
+}
+
 TEST(frame_timer, first_paddings_follow_the_rule_for_ties) {
     // Worked out by hand with fractions: 224 kbit/s is 731 3/7 slots, 192 is 626 46/49, Layer I at 448
     // is 121 19/21.
