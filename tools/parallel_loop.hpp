@@ -10,8 +10,10 @@ namespace velaenc {
 
 struct division {
     int jobs = 1; ///< threads
-    std::size_t segment_frames =
-        256; ///< long enough that the look back at its start costs next to nothing
+
+    /// Long enough that the look back at a segment's start costs little (1% of the work; 4% at 64),
+    /// short enough that clips of some seconds still use several threads.
+    std::size_t segment_frames = 256;
 };
 
 /// As encode(), with the same result. The source is cut into segments that are encoded side by side;
