@@ -10,8 +10,7 @@
 
 namespace vela {
 
-/// One kind of quantizer (ISO/IEC 11172-3 Table 3-B.4; signal-to-noise ratios:
-/// Table C.5).
+/// One kind of quantizer (ISO/IEC 11172-3 Table 3-B.4; signal-to-noise ratios: Table C.5).
 struct quant_class {
     int steps;
     int code_words; ///< per granule of three samples: 1 grouped, 3 separate
@@ -40,8 +39,7 @@ inline constexpr std::array<quant_class, 17> quant_classes{{
     {65535, 3, 16, 98.01},
 }};
 
-/// The quantizers that a subband may choose from, coarse to fine, by allocation
-/// index: 0 is no bits.
+/// The quantizers that a subband may choose from, coarse to fine, by allocation index: 0 is no bits.
 struct alloc_row {
     int alloc_bits;                           ///< width of the subband's allocation field
     int last;                                 ///< highest allocation index
@@ -56,11 +54,9 @@ struct alloc_row {
     /// First index with an SNR of at least i - 0.5 dB, at most `last`.
     std::array<std::uint8_t, 100> first_at;
 
-    /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last`
-    /// when none does.
+    /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last` when none does.
     int first_reaching(double mnr, double smr) const noexcept {
-        // No two quantizers lie within 1 dB, so that at most one has to be compared
-        // exactly.
+        // No two quantizers lie within 1 dB, so that at most one has to be compared exactly.
         const int bucket = static_cast<int>(std::clamp(mnr + smr + 0.5, 0.0, 99.0));
         const unsigned index = first_at[static_cast<unsigned>(bucket)];
         const bool short_of = snr[index] - smr < mnr && static_cast<int>(index) < last;
@@ -119,8 +115,8 @@ namespace alloc_rows {
 /// Layer I: allocation n means 2^(n+1) - 1 steps in n + 1 bits.
 inline constexpr alloc_row layer1 =
     detail::make_row(4, 12, {0, 2, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
-// Layer II by the tables' blocks of subbands. Classes by steps: 0 is 3, 1 is 5,
-// 2 is 7, 3 is 9, then 2^n - 1.
+// Layer II by the tables' blocks of subbands. Classes by steps: 0 is 3, 1 is 5, 2 is 7, 3 is 9, then
+// 2^n - 1.
 inline constexpr alloc_row a_low =
     detail::make_row(4, 36, {0, 2, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
 inline constexpr alloc_row a_mid =
@@ -189,8 +185,7 @@ inline constexpr const alloc_table &select_alloc_table(int sample_rate, int chan
 
 // ---- joint stereo ----
 
-/// First subband that both channels share, by mode_extension (ISO/IEC
-/// 11172-3, 2.4.2.3).
+/// First subband that both channels share, by mode_extension (ISO/IEC 11172-3, 2.4.2.3).
 inline constexpr std::array<int, 4> joint_bounds{4, 8, 12, 16};
 
 // ---- scale factor selection ----

@@ -36,15 +36,14 @@ bool is_shared(const coder_config &config, const side_info &side, int sb) noexce
     return config.channels == 2 && sb >= side.joint_bound;
 }
 
-/// Bits that the first step of a subband costs beside its samples; shared
-/// subbands send both channels' scale factors.
+/// Bits that the first step of a subband costs beside its samples; shared subbands send both channels'
+/// scale factors.
 int opening_bits(const coder_config &config, const side_info &side, int ch, int sb) noexcept {
     const int own = side_bits(config, side, ch, sb);
     return is_shared(config, side, sb) ? own + side_bits(config, side, 1 - ch, sb) : own;
 }
 
-/// Bits of one subband, in both channels, if every coded sample's noise is
-/// masked.
+/// Bits of one subband, in both channels, if every coded sample's noise is masked.
 struct subband_demand {
     int separate, shared;
 };
@@ -64,10 +63,9 @@ subband_demand demand(const coder_config &config, const smr_table &smr, const si
     return bits;
 }
 
-/// The greedy search grants the least mask-to-noise ratio first, so as long as
-/// bits last it grants, in some order, every step that starts from a ratio
-/// below some level. One pair of channel and subband, or both channels of a
-/// shared subband:
+/// The greedy search grants the least mask-to-noise ratio first, so as long as bits last it grants, in
+/// some order, every step that starts from a ratio below some level. One pair of channel and subband,
+/// or both channels of a shared subband:
 struct candidate {
     const alloc_row *row;
     double smr; ///< the larger one of a shared subband
@@ -99,9 +97,8 @@ class search {
     int available() const noexcept { return available_; }
 
   private:
-    /// Pairs in the order in which the search looks at them: of equal ratios the
-    /// first one wins. Layer I goes subband by subband, channel 0 first; Layer II
-    /// channel by channel.
+    /// Pairs in the order in which the search looks at them: of equal ratios the first one wins. Layer
+    /// I goes subband by subband, channel 0 first; Layer II channel by channel.
     int place(int ch, int sb) const noexcept { return config_.layer == 1 ? 2 * sb + ch : 32 * ch + sb; }
     int channel(int p) const noexcept { return config_.layer == 1 ? p % 2 : p / 32; }
     int subband(int p) const noexcept { return config_.layer == 1 ? p / 2 : p % 32; }
@@ -110,8 +107,8 @@ class search {
         return config_.table->row(sb).snr[side_.allocation[ch][sb]] - smr_[ch][sb];
     }
 
-    /// Ratios at and above this end the search. Layer I stops as soon as
-    /// everything lies a full dB above the first subband of channel 0.
+    /// Ratios at and above this end the search. Layer I stops as soon as everything lies a full dB
+    /// above the first subband of channel 0.
     double end_ratio() const noexcept { return config_.layer == 1 ? ratio(0, 0) + 1.0 : 999999.0; }
 
     int list_candidates(candidate (&list)[64]) const noexcept;
@@ -287,8 +284,7 @@ void choose_joint_bound(const coder_config &config, const smr_table &smr, int fr
     subband_demand bits[32];
     for (int sb = 0; sb < sblimit; ++sb)
         bits[sb] = demand(config, smr, side, sb);
-    // The Layer I estimate leaves the CRC out; the choice, and so the stream,
-    // depends on it.
+    // The Layer I estimate leaves the CRC out; the choice, and so the stream, depends on it.
     const int uncounted = config.layer == 1 ? crc_bits(config) : 0;
     const auto needed = [&](int joint_bound) {
         int total = fixed_bits(config, joint_bound) - uncounted;

@@ -5,17 +5,15 @@
 
 namespace vela {
 
-/// Joint stereo only: labels the frame stereo when everything audible fits that
-/// way, else joint stereo with the highest bound that fits (or the lowest
-/// bound), and sets side.joint_bound to match.
+/// Joint stereo only: labels the frame stereo when everything audible fits that way, else joint stereo
+/// with the highest bound that fits (or the lowest bound), and sets side.joint_bound to match.
 /// @param frame_bits  the whole frame
 void choose_joint_bound(const coder_config &config, const smr_table &smr, int frame_bits,
                         frame_header &header, side_info &side) noexcept;
 
-/// Distributes the frame's bits (ISO/IEC 11172-3, C.1.5.1.6 and C.1.5.2.7):
-/// time and again the subband with the least mask-to-noise ratio gets the next
-/// finer quantizer, until nothing affordable is left. Reads side.joint_bound
-/// and, in Layer II, side.scfsi; fills side.allocation.
+/// Distributes the frame's bits (ISO/IEC 11172-3, C.1.5.1.6 and C.1.5.2.7): time and again the subband
+/// with the least mask-to-noise ratio gets the next finer quantizer, until nothing affordable is left.
+/// Reads side.joint_bound and, in Layer II, side.scfsi; fills side.allocation.
 /// @param level_hint  a mask-to-noise ratio in dB that most of the subbands may reach; receives the one
 /// that
 ///                    they do reach. Any value gives the same allocation: a good one, such as the last

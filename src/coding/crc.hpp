@@ -7,12 +7,10 @@
 
 namespace vela {
 
-/// CRC-16 of ISO/IEC 11172-3, 2.4.3.1: generator x^16 + x^15 + x^2 + 1, all
-/// ones at the start.
+/// CRC-16 of ISO/IEC 11172-3, 2.4.3.1: generator x^16 + x^15 + x^2 + 1, all ones at the start.
 class crc16 {
   public:
-    /// Runs the low n bits of `field` through the register, most significant
-    /// first.
+    /// Runs the low n bits of `field` through the register, most significant first.
     constexpr void put(std::uint32_t field, unsigned n) noexcept {
         while (n-- > 0) {
             const std::uint32_t feedback = ((field >> n) ^ (register_ >> 15)) & 1;
@@ -26,8 +24,7 @@ class crc16 {
     std::uint32_t register_ = 0xFFFF;
 };
 
-/// The register after the last sixteen bits of the header, the ones that are
-/// protected.
+/// The register after the last sixteen bits of the header, the ones that are protected.
 constexpr crc16 header_crc(std::uint32_t header_word) noexcept {
     crc16 crc;
     crc.put(header_word, 16);

@@ -6,8 +6,8 @@ namespace vela {
 
 namespace {
 
-/// Calls field(subband, channel) for every allocation field of a frame, in
-/// order: above the joint bound both channels share one.
+/// Calls field(subband, channel) for every allocation field of a frame, in order: above the joint bound
+/// both channels share one.
 template <class Field>
 void for_each_coded(const coder_config &config, const side_info &side, Field field) {
     for (int sb = 0; sb < config.sblimit; ++sb) {
@@ -16,9 +16,8 @@ void for_each_coded(const coder_config &config, const side_info &side, Field fie
     }
 }
 
-/// Calls field(subband, channel) for every subband with bits in every channel,
-/// in order: scfsi and scale factors are sent for both channels above the joint
-/// bound too.
+/// Calls field(subband, channel) for every subband with bits in every channel, in order: scfsi and
+/// scale factors are sent for both channels above the joint bound too.
 template <class Field>
 void for_each_scaled(const coder_config &config, const side_info &side, Field field) {
     for (int sb = 0; sb < config.sblimit; ++sb) {

@@ -40,8 +40,7 @@ void quantize_layer1(const part_samples &samples, const part_quantizer &q, int f
             const V y = load<V>(samples[j] + sb) * inverse * a + b;
             const auto positive = y >= zero;
             const V base = select(positive, top, zero);
-            // Not a number takes the lower branch, where the limit turns it into code
-            // 0.
+            // Not a number takes the lower branch, where the limit turns it into code 0.
             const V magnitude_bits = clamp(select(positive, y, y + one) * top, zero, limit - base);
             std::int32_t low[lanes<V>], high[lanes<V>];
             store_truncated(low, magnitude_bits);
@@ -52,8 +51,8 @@ void quantize_layer1(const part_samples &samples, const part_quantizer &q, int f
     }
 }
 
-/// ISO/IEC 11172-3, C.1.5.2.6, in closed form: for x in [-1, 1) the quantizer's
-/// codes are (x + 1) steps / 2, truncated.
+/// ISO/IEC 11172-3, C.1.5.2.6, in closed form: for x in [-1, 1) the quantizer's codes are (x + 1) steps
+/// / 2, truncated.
 template <class V>
 void quantize_layer2(const part_samples &samples, const part_quantizer &q, int first, int end,
                      part_codes &codes) noexcept {

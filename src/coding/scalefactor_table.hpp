@@ -6,9 +6,8 @@
 
 namespace vela {
 
-/// Scale factors, ISO/IEC 11172-3 Table 3-B.1: 2^(1 - i/3) for i = 0..62, full
-/// scale 1.0, rounded to the fourteen decimals printed there. Entry 63 is
-/// negative, so that no magnitude ever selects it.
+/// Scale factors, ISO/IEC 11172-3 Table 3-B.1: 2^(1 - i/3) for i = 0..62, full scale 1.0, rounded to
+/// the fourteen decimals printed there. Entry 63 is negative, so that no magnitude ever selects it.
 inline constexpr std::array<double, 64> scalefactor_table = [] {
     // 2, 2^(2/3) and 2^(1/3) in units of 1e-18; every third entry halves.
     constexpr std::uint64_t octave[3] = {2'000'000'000'000'000'000U, 1'587'401'051'968'199'475U,
