@@ -15,7 +15,7 @@ static uint8_t *request(bufstream *self, uint32_t n) {
 
 static uint32_t commit(bufstream *self, uint32_t n) {
     /* Layer II, 48 kHz, 224 kbit/s, no CRC. */
-    if (self == NULL || memcmp(block, "\xFF\xFD\xB4", 3) != 0) ++wrong;
+    wrong += self == NULL || memcmp(block, "\xFF\xFD\xB4", 3) != 0;
     bytes += n;
     return n;
 }
@@ -24,14 +24,11 @@ static uint32_t chunk_size(bufstream *self) {
     return self != NULL ? sizeof block : 0;
 }
 
-static uint32_t auxinfo(bufstream *self, uint32_t offset, uint32_t info_id, const void *data,
+static uint32_t auxinfo(bufstream *self, uint32_t offset, uint32_t id, const void *data,
                         uint32_t size) {
-    frame_info info;
-    if (info_id != MPEG_A_FRAME_INFO) return 0;
-    memcpy(&info, data, sizeof info);
-    if (self == NULL || size != sizeof info || offset != 0
-        || info.time_stamp != 648000 * (int64_t)++frames)
-        ++wrong;
+    if (id != MPEG_A_FRAME_INFO) return 0;
+    const int64_t stamp = ((const frame_info *)data)->time_stamp;
+    wrong += self == NULL || size != 16 || offset != 0 || stamp != 648000 * (int64_t)++frames;
     return 0;
 }
 

@@ -1,169 +1,152 @@
-// Every key, value and message of the engine.
-#include "engine/raw_calls.hpp"
-#include "vela_enc_mp1a/engine.h"
+// The key mechanism with a table of the test's own, then every key, value and message of the engine.
+#include "engine/engine_host.hpp"
+#include "engine/params.hpp"
 
-#include <gtest/gtest.h>
-#include <string>
-#include <utility>
+#include <iterator>
+#include <regex>
 
 namespace mp1a_test {
-namespace {
 
-struct engine_keys : testing::Test {
-    engine_keys() : params(engine.object, params_identifier) {}
-    /// Runs `f` and returns what it printed to standard output.
-    template <class Function>
-    std::string printed(Function f) {
-        testing::internal::CaptureStdout();
-        f();
-        return testing::internal::GetCapturedStdout();
+/// A table as text; semicolons end its rows.
+static std::vector<std::istringstream> rows(const std::string &text) {
+    std::istringstream all(text);
+    std::vector<std::istringstream> found;
+    for (std::string row; std::getline(all >> std::ws, row, ';');)
+        found.emplace_back(row);
+    return found;
+}
+
+/// At odd addresses, with room between the fields that must stay as it is.
+constexpr vela::param_entry types[] = {
+    {"i8", 1, vela::param_type::int8, 4},       {"i16", 41, vela::param_type::int16, 4},
+    {"i32", 81, vela::param_type::int32, 4},    {"i64", 121, vela::param_type::int64, 4},
+    {"u8", 161, vela::param_type::uint8, 4},    {"u16", 201, vela::param_type::uint16, 4},
+    {"u32", 241, vela::param_type::uint32, 4},  {"u64", 281, vela::param_type::uint64, 4},
+    {"f32", 321, vela::param_type::float32, 4}, {"f64", 361, vela::param_type::float64, 4},
+    {nullptr, 0, vela::param_type::int8, 4},    {"behind", 0, vela::param_type::int8, 4}};
+
+/// Expects the four elements of a field, which held 7, to begin with `read` after a call of `write`.
+static void expect(const char *type, std::vector<double> read, const auto &write) {
+    const vela::param_entry &entry = *vela::find_param(types, type);
+    std::string memory(420, '\xEE');
+    for (int i = 0; i < 4; ++i)
+        vela::set_element(memory.data(), entry, i, 7);
+    write(memory.data(), entry);
+    read.resize(4, 7);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(vela::get_element(memory.data(), entry, i), read[static_cast<std::size_t>(i)]) << i;
+    const auto bytes = static_cast<std::size_t>(4 * std::atoi(type + 1) / 8);
+    EXPECT_EQ(memory.erase(entry.offset, bytes), std::string(420 - bytes, '\xEE')) << type;
+}
+
+TEST(engine_params, numbers_are_truncated_limited_to_64_bits_and_keep_the_low_bits) {
+    for (const char *name : {"", "I8", "i88", "behind"})
+        EXPECT_EQ(vela::find_param(types, name), nullptr) << name;
+    EXPECT_FALSE(vela::has_element(types[0], -1) || vela::has_element(types[0], 4));
+    const char *const cases =
+        "i8 -1.9 -1; i8 300 44; i16 40000 -25536; i32 12.9 12; i32 4294967301 5; i32 inf -1; "
+        "i32 nan 0; i64 1e30 0x1p63; i64 -1e30 -0x1p63; i64 -1500.7 -1500; u8 256.5 0; u64 nan 0; "
+        "u16 -1.5 65535; u32 0x1p63 4294967295; u32 -0x1p64 0; u64 0x1p63 0x1p63; u64 -1e30 0x1p63; "
+        "u64 -2048 0xFFFFFFFFFFFFF800; u64 1e30 0x1p64; f32 1e300 inf; f32 0.25 0.25; f64 0.1 0.1";
+    for (std::istringstream &row : rows(cases)) {
+        std::string type, value, read;
+        SCOPED_TRACE(row.str());
+        row >> type >> value >> read;
+        for (i32 index = 0; index < 4; ++index) {
+            std::vector<double> all(4, 7);
+            all[static_cast<std::size_t>(index)] = std::stod(read);
+            expect(type.c_str(), all, [&](void *memory, const vela::param_entry &entry) {
+                vela::set_element(memory, entry, index, std::stod(value));
+            });
+        }
     }
+}
 
-    handle engine{get_encMP1A()};
-    handle params;
-};
+TEST(engine_params, text_stores_numbers_lists_and_quoted_characters) {
+    // Types, elements, <text>, the elements that change.
+    const char *const cases =
+        "i8,i16,i32,u8,u16,u32 4 < \t0x1Fg> 31; i8,i16,i32,u8,u16,u32 4 <014.9> 12; "
+        "i64,u64,f32,f64 4 <1.75e2x> 175; i64,u64,f32,f64 4 <014> 14; f32,f64 4 <-2.5> -2.5; "
+        "u32 4 <-1> 4294967295; i64 4 <-1e99> -9223372036854775808; all 4 <abc> 0; all 0 <1>; "
+        "all 4 <{1, 2 \t3,4,5}> 1 2 3 4; all 4 <{1,2> 1 2; all 2 <{1,2,3}> 1 2; all 4 <{}>; "
+        "all 4 <{1, }> 1 0; all 4 <{1,,5}> 1 0 5; all 3 <{x}> 0 0 0; i8,i16,u8,u16 0 <\"1\">; "
+        "i8,i16,u8,u16 4 <\"AB\"C> 65 66 0; i8,i16,u8,u16 4 <\"ABCDE> 65 66 67 0; "
+        "i8,i16,u8,u16 1 <\"AB\"> 0; u8,i16 4 <\"\xE4\"> 228 0; i32,i64,u32,u64,f32,f64 4 <\"9\"> 0";
+    for (std::istringstream &row : rows(cases)) {
+        std::string names, text;
+        std::uint16_t count = 0;
+        std::getline((row >> names >> count).ignore(9, '<'), text, '>');
+        const std::vector<double> read(std::istream_iterator<double>(row), {});
+        for (const vela::param_entry *type = types; type->name != nullptr; ++type) {
+            if (names != "all" && names.find(type->name) == std::string::npos) continue;
+            SCOPED_TRACE(row.str() + " of " + type->name);
+            expect(type->name, read, [&](void *memory, vela::param_entry entry) {
+                entry.count = count;
+                vela::set_elements(memory, entry, text.c_str());
+            });
+        }
+    }
+}
 
-const std::string settings = "settings::";
+/// g gets, s sets a number, t sets text, L loads a record; -1: refused; capitals: index 1; ~: settings.
+static const char *const key_rows =
+    R"(G version::major 2; g version::minor 0; g version::revision 1; g preset::audio_type 4;
+    g ~sample_rate 48000; g ~sampling_bits 16; s ~sampling_bits 24; g ~sampling::bits 24;
+    s ~sample_rate 7; g ~sampling::rate 7; s ~pts_units 5; t ~pts_offset -1500 -1500.7;
+    t ~audio_bitrate 196 0xC4 kbit; t ~audio_bitrate 196 {}; s preset::video_type 1;
+    g preset::audio_type 1; g ~sampling::rate 44100; g ~pts_units 0; g ~sampling_bits 24;
+    t preset::audio_type 18 0x12; g ~audio_bitrate 14; s ~audio_bitrate 5; t preset::video_type 18 {};
+    g ~audio_bitrate 14; s ~sampling::rate 8; g ~sample_rate 8; s ~sampling::bits 9;
+    g ~sampling_bits 9; g settings: -1; G ~audio_mode -1; g Settings::audio_mode -1; g preset::none -1;
+    g version::major2 -1; g command::init -1; g ~none -1; s ~none -1; S preset::audio_type -1;
+    s command::start -1; s version::major -1; s init::settings -1; t unknown::x -1;
+    t version::major -1; t init::settings -1; t init::output::none -1; g preset::audio_type 18;
+    L ~audio_mode 0; g ~audio_layer 1; g ~psych_model 2; g ~audio_bitrate 3; g ~emphasis 4;
+    g ~extension 5; g ~error_protection 6; g ~copyright 7; g ~original 8; g ~pts_offset 4294967305;
+    g ~pts_units 11; g ~sampling_bits 9)";
 
-TEST_F(engine_keys, names_reach_the_bytes_of_the_record_that_they_stand_for) {
-    const struct {
-        const char *name;
-        std::size_t offset;
-    } fields[] = {{"audio_mode", 0},        {"audio_layer", 4}, {"psych_model", 8},
-                  {"audio_bitrate", 12},    {"emphasis", 16},   {"extension", 20},
-                  {"error_protection", 24}, {"copyright", 28},  {"original", 32},
-                  {"pts_offset", 36},       {"pts_units", 44}};
+TEST(engine_keys, every_family_has_its_values_messages_and_results) {
+    user host;
     unsigned char record[4096]{};
-    for (const auto &[name, offset] : fields)
-        record[offset] = static_cast<unsigned char>(offset + 1);
-    record[41] = 1; // 2^40, which only a 64-bit field has
-    EXPECT_EQ(params.text("init::settings", record, 4096), 0);
-    double added = 0;
-    for (const auto &[name, offset] : fields) {
-        const std::string key = settings + name;
-        const double loaded = static_cast<double>(offset + 1) + (offset == 36 ? 0x1p40 : 0);
-        EXPECT_EQ(params.value(key.c_str()), loaded) << name;
-        EXPECT_EQ(params.set(key.c_str(), loaded + ++added), 0) << name;
-    }
-    added = 0;
-    for (const auto &[name, offset] : fields) {
-        const double loaded = static_cast<double>(offset + 1) + (offset == 36 ? 0x1p40 : 0);
-        EXPECT_EQ(params.value((settings + name).c_str()), loaded + ++added) << name;
-    }
-    const struct {
-        const char *written, *read;
-    } pairs[] = {{"settings::sample_rate", "settings::sampling::rate"},
-                 {"settings::sampling::rate", "settings::sample_rate"},
-                 {"settings::sampling_bits", "settings::sampling::bits"},
-                 {"settings::sampling::bits", "settings::sampling_bits"},
-                 {"preset::audio_type", "preset::video_type"},
-                 {"preset::video_type", "preset::audio_type"}};
-    for (const auto &[written, read] : pairs) {
-        EXPECT_EQ(params.set(written, ++added), 0) << written;
-        EXPECT_EQ(params.value(read), added) << read;
+    for (unsigned char i = 0; i < 12; ++i)
+        record[4 * i] = i;
+    record[40] = 1; // 2^32 in the 64-bit field
+    for (std::istringstream &row : rows(std::regex_replace(key_rows, std::regex("~"), "settings::"))) {
+        SCOPED_TRACE(row.str());
+        char operation = 0;
+        std::string key, text;
+        double number = 0, value = -1;
+        std::getline(row >> operation >> key >> number >> std::ws, text);
+        const bool gets = (operation | 32) == 'g', refused = number == -1;
+        testing::internal::CaptureStdout();
+        const i32 index = operation < 'a' ? 1 : 0;
+        const i32 result = operation == 'L'   ? host.text("init::settings", record, sizeof record)
+                           : gets             ? call(host.params, 4, key.c_str(), &value, index)
+                           : operation == 't' ? host.text(key.c_str(), text.c_str())
+                                              : call(host.params, 3, key.c_str(), index, number);
+        EXPECT_EQ(result, refused ? -1 : 0);
+        const std::string name = gets               ? "get_parameter: key"
+                                 : operation == 't' ? "parameter"
+                                                    : "set_parameter: key";
+        const std::string message = name + " \"" + key + "\" is not supported\n";
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), refused ? message : "");
+        if (!gets && !refused) value = host.get(key.c_str());
+        EXPECT_EQ(value, number);
     }
 }
 
-TEST_F(engine_keys, defaults_come_with_the_first_read_and_a_preset_rewrites_all_but_the_sample_width) {
-    const std::pair<const char *, double> fresh[] = {{"version::major", 2},
-                                                     {"version::minor", 0},
-                                                     {"version::revision", 1},
-                                                     {"preset::audio_type", 4},
-                                                     {"settings::sample_rate", 48000},
-                                                     {"settings::error_protection", 1},
-                                                     {"settings::sampling_bits", 16}};
-    for (const auto &[key, value] : fresh)
-        EXPECT_EQ(params.value(key), value) << key;
-    params.set("settings::sampling_bits", 24);
-    params.set("settings::sample_rate", 32000);
-    params.set("settings::pts_units", 5);
-    EXPECT_EQ(params.set("preset::video_type", 1), 0);
-    EXPECT_EQ(params.value("settings::sample_rate"), 44100);
-    EXPECT_EQ(params.value("settings::error_protection"), 0);
-    EXPECT_EQ(params.value("settings::pts_units"), 0);
-    EXPECT_EQ(params.value("settings::sampling_bits"), 24);
-    EXPECT_EQ(params.text("preset::audio_type", "0x12"), 0);
-    EXPECT_EQ(params.value("settings::audio_bitrate"), 14);
-    params.set("settings::audio_bitrate", 5);
-    EXPECT_EQ(params.text("preset::audio_type", "{}"), 0);
-    EXPECT_EQ(params.value("settings::audio_bitrate"), 14)
-        << "text that stores nothing applies as well";
+TEST(engine_keys, unknown_names_of_text_and_null_arguments_are_refused_silently) {
+    user host;
+    double *const nowhere = nullptr;
+    const char *const none = nullptr;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(host.text("settings::none", "9") + host.text("preset::none", "9"), 2);
+    EXPECT_EQ(host.get(none), -12345);
+    EXPECT_EQ(host.set(none, 1) + host.text(none, "1") + host.text("init::settings", none, 4096), -3);
+    for (const char *key : {"settings::audio_mode", "preset::audio_type", "init::output::PushData"})
+        EXPECT_EQ(call(host.params, 4, key, nowhere, 0) + host.text(key, none), -2);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(host.get("settings::audio_bitrate") + host.get("preset::audio_type"), 11 + 4);
 }
 
-TEST_F(engine_keys, text_of_the_settings_is_read_by_the_fields_type) {
-    const struct {
-        const char *key, *text;
-        double read;
-    } cases[] = {{"settings::audio_bitrate", "0xC", 12},     {"settings::audio_bitrate", "014", 12},
-                 {"settings::audio_bitrate", "12abc", 12},   {"settings::audio_bitrate", "abc", 0},
-                 {"settings::audio_bitrate", "12.9", 12},    {"settings::audio_mode", "{3}", 3},
-                 {"settings::pts_offset", "-1500.7", -1500}, {"settings::pts_offset", "90000", 90000},
-                 {"settings::audio_mode", "\"1\"", 0},       {"settings::sampling::bits", "24", 24}};
-    for (const auto &[key, text, read] : cases) {
-        params.set(key, 77);
-        EXPECT_EQ(params.text(key, text), 0) << key;
-        EXPECT_EQ(params.value(key), read) << key << ' ' << text;
-        for (const char *nothing : {"{}", "{"})
-            EXPECT_EQ(params.text(key, nothing), 0);
-        EXPECT_EQ(params.value(key), read) << key;
-    }
-}
-
-TEST_F(engine_keys, refused_keys_give_their_message_and_result) {
-    const struct {
-        char operation; // g, s, t
-        const char *key;
-        std::int32_t index_or_size, result;
-    } cases[] = {{'g', "settings::none", 0, -1},       {'g', "settings::", 0, -1},
-                 {'g', "settings::audio_mode", 1, -1}, {'g', "settings::audio_mode", -1, -1},
-                 {'g', "Settings::audio_mode", 0, -1}, {'g', "settings:", 0, -1},
-                 {'g', "preset::none", 0, -1},         {'g', "preset::audio_type", 1, -1},
-                 {'g', "version::none", 0, -1},        {'g', "version::major2", 0, -1},
-                 {'g', "command::init", 0, -1},        {'g', "", 0, -1},
-                 {'s', "settings::none", 0, -1},       {'s', "settings::audio_bitrate", 1, -1},
-                 {'s', "preset::none", 0, -1},         {'s', "preset::audio_type", -1, -1},
-                 {'s', "command::start", 0, -1},       {'s', "command::", 0, -1},
-                 {'s', "version::major", 0, -1},       {'s', "init::settings", 0, -1},
-                 {'t', "unknown::x", 0, -1},           {'t', "version::major", 0, -1},
-                 {'t', "command::init", 0, -1},        {'t', "init::settings", 100, -1},
-                 {'t', "init::settings2", 4096, -1},   {'t', "init::output::none", 0, -1},
-                 {'t', "settings::unknown", 0, 1},     {'t', "preset::unknown", 0, 1}};
-    for (const auto &[operation, key, number, result] : cases) {
-        double value = 5;
-        std::int32_t got = 0;
-        const std::string message = printed([&, operation = operation, key = key, number = number] {
-            got = operation == 'g'   ? params.get(key, &value, number)
-                  : operation == 's' ? params.set(key, 9, number)
-                                     : params.text(key, "9", number);
-        });
-        const std::string opening = operation == 'g'   ? "get_parameter: key \""
-                                    : operation == 's' ? "set_parameter: key \""
-                                                       : "parameter \"";
-        EXPECT_EQ(message, result == 1 ? "" : opening + key + "\" is not supported\n");
-        EXPECT_EQ(got, result) << key;
-        EXPECT_EQ(value, 5) << key;
-    }
-    EXPECT_EQ(params.value("preset::audio_type"), 4);
-    EXPECT_EQ(params.value("settings::audio_bitrate"), 11);
-}
-
-TEST_F(engine_keys, null_arguments_are_refused_silently_and_change_nothing) {
-    double value = 5;
-    const std::string message = printed([&] {
-        EXPECT_EQ(params.get(nullptr, &value), -1);
-        EXPECT_EQ(params.get("version::major", nullptr), -1);
-        EXPECT_EQ(params.get("settings::audio_mode", nullptr), -1);
-        EXPECT_EQ(params.set(nullptr, 1), -1);
-        EXPECT_EQ(params.text(nullptr, "1"), -1);
-        for (const char *key : {"settings::audio_mode", "preset::audio_type", "init::output::PushData"})
-            EXPECT_EQ(params.text(key, nullptr), -1);
-        EXPECT_EQ(params.text("init::settings", nullptr, 4096), -1);
-        EXPECT_EQ(params.text("init::output::bufstream", nullptr), 0);
-    });
-    EXPECT_EQ(message, "");
-    EXPECT_EQ(value, 5);
-    EXPECT_EQ(params.value("settings::audio_layer"), 2);
-}
-
-} // namespace
 } // namespace mp1a_test

@@ -3,34 +3,74 @@
 
 #include "api/encoder.hpp"
 #include "host/fake_output.hpp"
-#include "simd/level.hpp"
 
-#include <cstdint>
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <span>
-#include <vector>
 
 namespace mp1a_test {
 
 struct stream {
     int layer = 2, mode = MPEG_A_MODE_STEREO, bitrate = 11, crc = 0, rate = 48000;
     int width = 2; ///< bytes per input sample
+    std::int64_t pts_offset = 0;
+    std::int32_t pts_units = 0;
+    int flags = 0; ///< private bit, copyright, original, emphasis; 1, 2, 4 and from 8 on
 
     int channels() const { return mode == MPEG_A_MODE_MONO ? 1 : 2; }
     int frame_samples() const { return layer == 1 ? 384 : 1152; }
-    mpeg_a_settings settings() const;
+    mpeg_a_settings settings() const {
+        mpeg_a_settings record{};
+        mpegOutAudioDefaults(&record, MPEG_A_PRESET_NONE);
+        record.audio_layer = layer;
+        record.audio_mode = mode;
+        record.audio_bitrate = bitrate;
+        record.error_protection = crc;
+        record.psych_model = 1; // which must not matter
+        record.extension = flags & 1;
+        record.copyright = flags >> 1 & 1;
+        record.original = flags >> 2 & 1;
+        record.emphasis = flags >> 3;
+        record.pts_offset = pts_offset;
+        record.pts_units = pts_units;
+        return record;
+    }
 };
 
 using encoder_pointer = std::unique_ptr<mpeg_a_encoder, void (*)(mpeg_a_encoder *)>;
 
-/// A new encoder without a lookup; not yet initialised.
-encoder_pointer make_encoder(const stream &how);
+/// A new encoder, not yet initialised.
+inline encoder_pointer make_encoder(const stream &how, resource_lookup lookup = nullptr) {
+    const mpeg_a_settings settings = how.settings();
+    return {mpegOutAudioNew(lookup, &settings, 0, how.width, how.rate), mpegOutAudioFree};
+}
 
 /// Init, PutBytes in one piece, Done.
-std::vector<delivered_frame> encode(const stream &how, std::span<const std::uint8_t> pcm,
-                                    vela::level level = vela::best_level());
+inline std::vector<delivered_frame> encode(const stream &how, std::span<const std::uint8_t> pcm,
+                                           vela::level level = vela::best_level()) {
+    const encoder_pointer encoder = make_encoder(how);
+    fake_output output;
+    if (encoder == nullptr || encoder->init(&output, level) != 0) return {};
+    mpegOutAudioPutBytes(encoder.get(), pcm.data(), static_cast<std::uint32_t>(pcm.size()));
+    mpegOutAudioDone(encoder.get(), 0);
+    return output.overrun ? std::vector<delivered_frame>{} : output.frames;
+}
+
+/// The bytes of the frames from `first` on.
+inline std::vector<std::uint8_t> joined(const std::vector<delivered_frame> &frames,
+                                        std::size_t first = 0) {
+    std::vector<std::uint8_t> bytes;
+    for (std::size_t f = first; f < frames.size(); ++f)
+        bytes.insert(bytes.end(), frames[f].bytes.begin(), frames[f].bytes.end());
+    return bytes;
+}
 
 /// The levels that this machine runs.
-std::vector<vela::level> levels();
+inline std::vector<vela::level> levels() {
+    std::vector<vela::level> found;
+    std::ranges::copy_if(vela::all_levels, std::back_inserter(found), vela::is_supported);
+    return found;
+}
 
 } // namespace mp1a_test

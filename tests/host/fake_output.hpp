@@ -1,9 +1,13 @@
-// A host's bufstream that records what the encoder calls, keeps the frames and fails on demand.
+// What a host gives to the encoder, recording every call and failing on demand.
 #pragma once
 
-#include "vela_enc_mp1a/bufstream.h"
+#include "vela_enc_mp1a/encoder.h"
 
+#include <algorithm>
+#include <cstdarg>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -16,27 +20,109 @@ struct delivered_frame {
 };
 
 struct fake_output : bufstream {
-    explicit fake_output(std::uint32_t chunk_bytes = 4096);
-    fake_output(const fake_output &) = delete;
-    fake_output &operator=(const fake_output &) = delete;
-
-    std::uint32_t chunk;      ///< what chunk_size answers
-    int refused_request = -1; ///< this request, counted from 0, gets no block
-    int short_commit = -1;    ///< this commit, counted from 0, accepts one byte less
-    bool recording = true;    ///< false: keep nothing, allocate nothing
-    bool overrun = false;     ///< something was written behind the block
+    std::uint32_t chunk;                         ///< what chunk_size answers
+    int refused_request = -1, short_commit = -1; ///< counted from 0: no block; one byte less
+    bool recording = true;                       ///< false: keep nothing, allocate nothing
+    bool overrun = false;                        ///< something was written behind the block
     int requests = 0, commits = 0;
     std::vector<std::string> calls; ///< such as "request 4096", "commit 672", "header 0", "frame 0"
     std::vector<delivered_frame> frames;
     std::vector<std::uint8_t> stream; ///< every committed byte
 
+    explicit fake_output(std::uint32_t chunk_bytes = 4096)
+        : bufstream{}, chunk(chunk_bytes), block_(chunk_bytes + 64) {
+        chunk_size = [](bufstream *s) {
+            self(s).note("chunk_size", self(s).chunk);
+            return self(s).chunk;
+        };
+        request = [](bufstream *s, std::uint32_t n) { return self(s).lend(n); };
+        commit = [](bufstream *s, std::uint32_t n) { return self(s).take(n); };
+        auxinfo = [](bufstream *s, std::uint32_t offset, std::uint32_t id, const void *data,
+                     std::uint32_t size) { return self(s).inform(offset, id, data, size); };
+    }
+    fake_output(const fake_output &) = delete;
+    fake_output &operator=(const fake_output &) = delete;
+
   private:
-    static constexpr std::size_t guard = 64;
     static constexpr std::uint8_t untouched = 0xA5;
-    void note(const char *name, std::uint32_t value);
+
+    static fake_output &self(bufstream *stream) { return *static_cast<fake_output *>(stream); }
+
+    void note(const char *name, std::uint32_t value) {
+        if (recording) calls.push_back(std::string(name) + ' ' + std::to_string(value));
+    }
+    std::uint8_t *lend(std::uint32_t n) {
+        note("request", n);
+        std::ranges::fill(block_, untouched); // old contents must not pass for written bytes
+        return requests++ == refused_request || n > chunk ? nullptr : block_.data();
+    }
+    std::uint32_t take(std::uint32_t n) {
+        note("commit", n);
+        overrun |= n > chunk || std::any_of(block_.begin() + chunk, block_.end(), [](int b) {
+                       return b != untouched;
+                   });
+        if (recording && !overrun) {
+            current_.bytes.insert(current_.bytes.end(), block_.begin(), block_.begin() + n);
+            stream.insert(stream.end(), block_.begin(), block_.begin() + n);
+        }
+        return commits++ == short_commit ? n - 1 : n;
+    }
+    std::uint32_t inform(std::uint32_t offset, std::uint32_t id, const void *data, std::uint32_t size) {
+        const bool header = id == MPEG_A_HEADER_INFO && size == sizeof(header_info);
+        const bool frame = id == MPEG_A_FRAME_INFO && size == sizeof(frame_info);
+        note(header ? "header" : frame ? "frame" : "unknown auxinfo", offset);
+        if (header) std::memcpy(&current_.header, data, size);
+        if (frame) {
+            std::memcpy(&current_.info, data, size);
+            if (recording) frames.push_back(current_);
+            current_ = {};
+        }
+        return 0xDEAD; // the encoder ignores it
+    }
 
     std::vector<std::uint8_t> block_;
     delivered_frame current_;
+};
+
+/// What the functions behind `lookup` see and do; reset() before use. One test at a time.
+struct fake_host {
+    std::vector<std::string> names, messages; ///< asked for and printed, in order
+    bool has_malloc = false, has_free = false, malloc_fails = false;
+    int mallocs = 0, frees = 0;
+
+    static fake_host &reset() {
+        static fake_host host;
+        return *(current = &(host = {}));
+    }
+    static void *lookup(const char *name) {
+        const std::string &asked = current->names.emplace_back(name);
+        if (asked == "err_printf") return reinterpret_cast<void *>(print);
+        if (asked == "malloc" && current->has_malloc) return reinterpret_cast<void *>(allocate);
+        if (asked == "free" && current->has_free) return reinterpret_cast<void *>(release);
+        return nullptr;
+    }
+
+  private:
+    static inline fake_host *current = &reset();
+
+    static int print(const char *format, ...) {
+        char text[256];
+        va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(text, sizeof text, format, arguments);
+        va_end(arguments);
+        current->messages.emplace_back(text);
+        return 0;
+    }
+    static void *allocate(std::size_t size) {
+        ++current->mallocs;
+        // Memory as it comes: anything but zeros.
+        return current->malloc_fails ? nullptr : std::memset(std::malloc(size), 0xA5, size);
+    }
+    static void release(void *block) {
+        ++current->frees;
+        std::free(block);
+    }
 };
 
 } // namespace mp1a_test

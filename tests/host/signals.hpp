@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -20,38 +19,20 @@ inline constexpr waveform all_waveforms[] = {waveform::silence, waveform::noise,
 /// Samples with full scale 1.0. `onset` is near silence, then noise; `broken` has NaN, infinities,
 /// subnormal values and some far beyond full scale among noise.
 inline std::vector<float> make_signal(waveform kind, int samples, unsigned seed = 1) {
+    constexpr float bad[] = {NAN, 1e-40F, 1e30F, -3e38F, 2.0F, INFINITY, -INFINITY};
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> uniform(-1, 1);
-    const float bad[] = {std::numeric_limits<float>::quiet_NaN(),
-                         1e-40F,
-                         1e30F,
-                         -3e38F,
-                         2.0F,
-                         std::numeric_limits<float>::infinity(),
-                         -std::numeric_limits<float>::infinity()};
-    std::vector<float> out(static_cast<std::size_t>(samples));
+    std::vector<float> out;
     for (int i = 0; i < samples; ++i) {
         const float noise = uniform(random);
-        const auto value = [&]() -> float {
-            switch (kind) {
-            case waveform::silence:
-                return 0;
-            case waveform::noise:
-                return noise;
-            case waveform::tone:
-                return 0.9F * static_cast<float>(std::sin(0.05 * (1 + seed % 7) * i));
-            case waveform::square:
-                return i / 50 % 2 == 0 ? 1.0F : -1.0F;
-            case waveform::clicks:
-                return i % 700 == static_cast<int>(seed) % 700 ? 1.0F : 0.0F;
-            case waveform::onset:
-                return i % 1500 < 900 ? 1e-4F * noise : noise;
-            case waveform::broken:
-                return i % 97 == 0 ? bad[i / 97 % 7] : 0.3F * noise;
-            }
-            return 0;
-        };
-        out[static_cast<std::size_t>(i)] = value();
+        const float values[] = {0,
+                                noise,
+                                0.9F * static_cast<float>(std::sin(0.05 * (1 + seed % 7) * i)),
+                                i / 50 % 2 == 0 ? 1.0F : -1.0F,
+                                i % 700 == static_cast<int>(seed) % 700 ? 1.0F : 0.0F,
+                                i % 1500 < 900 ? 1e-4F * noise : noise,
+                                i % 97 == 0 ? bad[i / 97 % 7] : 0.3F * noise};
+        out.push_back(values[static_cast<int>(kind)]);
     }
     return out;
 }
@@ -64,8 +45,7 @@ inline std::vector<std::uint8_t> pcm_bytes(const std::vector<float> &samples, in
         std::memcpy(&bits, &sample, sizeof bits);
         if (width != 4) {
             const double scale = width == 2 ? 32767 : 8388607;
-            bits = static_cast<std::uint32_t>(
-                static_cast<std::int32_t>(scale * static_cast<double>(sample)));
+            bits = static_cast<std::uint32_t>(static_cast<std::int32_t>(scale * sample));
         }
         for (int i = 0; i < width; ++i)
             out.push_back(static_cast<std::uint8_t>(bits >> 8 * i));
@@ -76,10 +56,8 @@ inline std::vector<std::uint8_t> pcm_bytes(const std::vector<float> &samples, in
 /// Channels side by side; both end with the shorter one.
 inline std::vector<float> interleave(const std::vector<float> &left, const std::vector<float> &right) {
     std::vector<float> out;
-    for (std::size_t i = 0; i < std::min(left.size(), right.size()); ++i) {
-        out.push_back(left[i]);
-        out.push_back(right[i]);
-    }
+    for (std::size_t i = 0; i < std::min(left.size(), right.size()); ++i)
+        out.insert(out.end(), {left[i], right[i]});
     return out;
 }
 

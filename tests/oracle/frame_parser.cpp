@@ -3,16 +3,6 @@
 #include "oracle/standard_tables.hpp"
 
 namespace oracle {
-
-unsigned crc_of_bits(std::span<const std::uint8_t> bytes, int first, int end, unsigned start) {
-    for (int i = first; i < end; ++i) {
-        const unsigned bit = bytes[static_cast<unsigned>(i) / 8] >> (7 - i % 8) & 1u;
-        const unsigned top = start >> 15 & 1u;
-        start = (start << 1 & 0xFFFF) ^ (bit != top ? 0x8005 : 0);
-    }
-    return start;
-}
-
 namespace {
 
 class parser {
@@ -22,7 +12,7 @@ class parser {
     parsed_frame run() {
         header();
         if (f.error.empty()) side_information();
-        if (f.error.empty()) f.layer == 1 ? samples_layer1() : samples_layer2();
+        if (f.error.empty()) samples();
         f.stuffing = size() - at_;
         while (at_ < size())
             check(read(1) == 0, "stuffing is not zero");
@@ -31,16 +21,13 @@ class parser {
 
   private:
     int size() const { return static_cast<int>(8 * bytes_.size()); }
+    int bit(int i) const { return bytes_[static_cast<unsigned>(i) / 8] >> (7 - i % 8) & 1; }
 
     int read(int n) {
-        if (at_ + n > size()) {
-            check(false, "fields beyond the end of the frame");
-            at_ = size();
-            return 0;
-        }
+        check(at_ + n <= size(), "fields beyond the end of the frame");
         int value = 0;
-        for (; n > 0; --n, ++at_)
-            value = 2 * value + (bytes_[static_cast<unsigned>(at_) / 8] >> (7 - at_ % 8) & 1);
+        for (; n > 0 && at_ < size(); --n)
+            value = 2 * value + bit(at_++);
         return value;
     }
 
@@ -49,22 +36,21 @@ class parser {
     }
 
     void header() {
-        check(read(12) == 0xFFF, "sync word");
-        check(read(1) == 1, "ID is not MPEG-1");
-        f.layer = 4 - read(2);
+        int sync = 0, no_crc = 0, bitrate_index = 0, rate_index = 0;
+        const std::pair<int *, int> fields[] = {
+            {&sync, 13},         {&f.layer, 2},    {&no_crc, 1},
+            {&bitrate_index, 4}, {&rate_index, 2}, {&f.padding, 1},
+            {&f.private_bit, 1}, {&f.mode, 2},     {&f.mode_extension, 2},
+            {&f.copyright, 1},   {&f.original, 1}, {&f.emphasis, 2}};
+        for (const auto &[field, bits] : fields)
+            *field = read(bits);
+        f.layer = 4 - f.layer;
+        f.crc = 1 - no_crc;
+        check(sync == 0x1FFF, "sync word or ID");
         check(f.layer == 1 || f.layer == 2, "layer");
-        f.crc = 1 - read(1);
-        const int bitrate_index = read(4), rate_index = read(2);
         check(bitrate_index >= 1 && bitrate_index <= 14, "bitrate index");
         check(rate_index < 3, "sampling frequency");
-        f.padding = read(1);
-        f.private_bit = read(1);
-        f.mode = read(2);
-        f.mode_extension = read(2);
         check(f.mode == 1 || f.mode_extension == 0, "mode extension outside joint stereo");
-        f.copyright = read(1);
-        f.original = read(1);
-        f.emphasis = read(2);
         check(f.emphasis != 2, "emphasis");
         if (!f.error.empty()) return;
         f.rate = rate_index == 0 ? 44100 : rate_index == 1 ? 48000 : 32000;
@@ -80,6 +66,8 @@ class parser {
     }
 
     int coded_channels(int sb) const { return sb < f.bound ? f.channels : 1; }
+    /// One more than the last channel that a field of a subband counts for.
+    int end_of(int ch, int sb) const { return sb < f.bound ? ch + 1 : f.channels; }
 
     void side_information() {
         const int crc = f.crc == 1 ? read(16) : 0;
@@ -90,18 +78,14 @@ class parser {
                 const auto n = static_cast<unsigned>(read(row.alloc_bits));
                 check(n < row.steps.size(), "forbidden allocation");
                 if (n >= row.steps.size()) return;
-                for (int c = ch; c < (sb < f.bound ? ch + 1 : f.channels); ++c) {
+                for (int c = ch; c < end_of(ch, sb); ++c) {
                     f.allocation[c][sb] = static_cast<int>(n);
                     f.steps[c][sb] = row.steps[n];
                 }
             }
         }
         for_each_allocated([&](int ch, int sb) { f.scfsi[ch][sb] = f.layer == 1 ? 2 : read(2); });
-        if (f.crc == 1) {
-            const unsigned expected =
-                crc_of_bits(bytes_, first_protected, at_, crc_of_bits(bytes_, 16, 32));
-            check(static_cast<unsigned>(crc) == expected, "CRC");
-        }
+        check(f.crc == 0 || crc == crc_of(first_protected, at_, crc_of(16, 32, 0xFFFF)), "CRC");
         for_each_allocated([&](int ch, int sb) {
             const int scfsi = f.scfsi[ch][sb];
             int sent[3] = {};
@@ -115,45 +99,40 @@ class parser {
         });
     }
 
+    /// 2.4.3.1, bit by bit: the register after bits first .. end - 1.
+    int crc_of(int first, int end, int start) const {
+        for (int i = first; i < end; ++i)
+            start = (start << 1 & 0xFFFF) ^ (bit(i) != start >> 15 ? 0x8005 : 0);
+        return start;
+    }
+
     template <class Body>
     void for_each_allocated(Body body) {
-        for (int sb = 0; sb < f.sblimit; ++sb) {
-            for (int ch = 0; ch < f.channels; ++ch) {
-                if (f.allocation[ch][sb] != 0) body(ch, sb);
-            }
+        for (int i = 0; i < f.sblimit * f.channels; ++i) {
+            if (f.allocation[i % f.channels][i / f.channels] != 0) body(i % f.channels, i / f.channels);
         }
     }
 
     /// The middle of the code's interval: C (s''' + D) with the constants of Table 3-B.4.
-    void put_sample(int ch, int part, int j, int sb, int code) {
+    void put_sample(int ch, int i, int sb, int code) {
         const int steps = f.steps[ch][sb];
         check(code < steps, "forbidden code");
-        for (int c = ch; c < (sb < f.bound ? ch + 1 : f.channels); ++c)
-            f.fraction[c][part][j][sb] = (2.0 * code + 1 - steps) / steps;
+        for (int c = ch; c < end_of(ch, sb); ++c)
+            f.fraction[c][i / 12][i % 12][sb] = (2.0 * code + 1 - steps) / steps;
     }
 
-    void samples_layer1() {
-        for (int j = 0; j < 12; ++j) {
-            for (int sb = 0; sb < 32; ++sb) {
-                for (int ch = 0; ch < coded_channels(sb); ++ch) {
-                    if (f.steps[ch][sb] != 0) put_sample(ch, 0, j, sb, read(f.allocation[ch][sb] + 1));
-                }
-            }
-        }
-    }
-
-    void samples_layer2() {
-        for (int granule = 0; granule < 12; ++granule) {
+    void samples() {
+        const int triple = f.layer == 1 ? 1 : 3;
+        for (int i = 0; i < 12 * triple; i += triple) {
             for (int sb = 0; sb < f.sblimit; ++sb) {
                 for (int ch = 0; ch < coded_channels(sb); ++ch) {
-                    const int steps = f.steps[ch][sb];
+                    const int steps = f.steps[ch][sb], bits = code_bits_of(f.layer, steps);
+                    const bool grouped = is_grouped(f.layer, steps);
                     if (steps == 0) continue;
-                    int word = is_grouped(steps) ? read(code_bits_of(2, steps)) : 0;
-                    check(steps > 9 || word < steps * steps * steps, "forbidden group");
-                    for (int j = 0; j < 3; ++j, word /= steps) {
-                        put_sample(ch, granule / 4, granule % 4 * 3 + j, sb,
-                                   is_grouped(steps) ? word % steps : read(code_bits_of(2, steps)));
-                    }
+                    int word = grouped ? read(bits) : 0;
+                    check(!grouped || word < steps * steps * steps, "forbidden group");
+                    for (int j = 0; j < triple; ++j, word /= steps)
+                        put_sample(ch, i + j, sb, grouped ? word % steps : read(bits));
                 }
             }
         }

@@ -21,7 +21,4 @@ struct parsed_frame {
 /// @param bytes  exactly one frame
 parsed_frame parse_frame(std::span<const std::uint8_t> bytes);
 
-/// CRC-16 of 2.4.3.1, bit by bit: the register after bits first .. end - 1.
-unsigned crc_of_bits(std::span<const std::uint8_t> bytes, int first, int end, unsigned start = 0xFFFF);
-
 } // namespace oracle

@@ -19,7 +19,7 @@ const quantizers &quantizers_of(int layer, char table, int subband) {
         4, {0, 3, 5, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767}};
     static const quantizers cd_2{3, {0, 3, 5, 9, 15, 31, 63, 127}};
     if (layer == 1) return layer1;
-    if (table == 'c' || table == 'd') return subband < 2 ? cd_0 : cd_2;
+    if (table >= 'c') return subband < 2 ? cd_0 : cd_2;
     return subband < 3 ? ab_0 : subband < 11 ? ab_3 : subband < 23 ? ab_11 : ab_23;
 }
 
@@ -41,24 +41,22 @@ double snr_of(int steps) {
     return table.at(steps);
 }
 
-bool is_grouped(int steps) {
-    return steps == 3 || steps == 5 || steps == 9;
+bool is_grouped(int layer, int steps) {
+    return layer == 2 && (steps == 3 || steps == 5 || steps == 9);
 }
 
 int code_bits_of(int layer, int steps) {
-    if (layer == 2 && is_grouped(steps)) return steps == 3 ? 5 : steps == 5 ? 7 : 10;
-    return static_cast<int>(std::bit_width(static_cast<unsigned>(steps)));
+    if (is_grouped(layer, steps)) return steps == 3 ? 5 : steps == 5 ? 7 : 10;
+    return std::bit_width(static_cast<unsigned>(steps));
 }
 
 double scalefactor(int i) {
     // Fourteen decimals.
-    const long double units = std::floor(std::pow(2.0L, 1 - i / 3.0L) * 1e14L + 0.5L);
-    return static_cast<double>(units) / 1e14;
+    return static_cast<double>(std::floor(std::pow(2.0L, 1 - i / 3.0L) * 1e14L + 0.5L)) / 1e14;
 }
 
 int bitrate_of(int layer, int index) {
-    static constexpr int layer2[15] = {0,   32,  48,  56,  64,  80,  96, 112,
-                                       128, 160, 192, 224, 256, 320, 384};
+    static constexpr int layer2[] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
     return layer == 1 ? 32 * index : layer2[index];
 }
 

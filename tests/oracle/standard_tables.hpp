@@ -23,10 +23,8 @@ char table_of(int rate, int kbps_per_channel);
 /// Signal-to-noise ratio in dB by steps, Table C.5; 0 for no steps.
 double snr_of(int steps);
 
-/// 3, 5 or 9 steps: one code word for three samples, in Layer II.
-bool is_grouped(int steps);
-
-/// Bits of a code word, grouped or not (Table 3-B.4).
+/// One code word for three samples (Table 3-B.4), and the bits of a code word, grouped or not.
+bool is_grouped(int layer, int steps);
 int code_bits_of(int layer, int steps);
 
 /// Table 3-B.1, i = 0..62, to the digits printed there.

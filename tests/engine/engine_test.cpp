@@ -1,0 +1,222 @@
+// The engine as hosts see it: slots, queries, outputs in every order, the same frames, the example.
+#include "engine/engine_host.hpp"
+#include "host/signals.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+
+namespace mp1a_test {
+
+constexpr int block = 4608, piece = 3 * block / 2; ///< bytes of a frame of stereo and of one put
+const std::vector<std::uint8_t> pcm(piece, 3);
+
+TEST(engine_slots, operations_have_their_numbers_and_interfaces_share_one_count) {
+    user host;
+    sink output;
+    for (void *const interface : {host.engine, host.params, host.data}) {
+        EXPECT_EQ(call(interface, 0), 4);
+        EXPECT_EQ(call(interface, 2), 3);
+    }
+    EXPECT_EQ(call(host.params, 6), -1);
+    // The engine's own table goes on with its two destructors; the second one frees the memory too.
+    host.bind(output);
+    host.references = 0;
+    call<void>(host.engine, 3);
+    std::free(host.engine);
+    call<void>(get_encMP1A(), 4);
+
+    const void *const value = pcm.data();
+    call(&output, 3, "key", 0, 0.5), call(&output, 5, "key", value, 1, 0);
+    call(&output, 10, std::int64_t{5}, std::int64_t{5});
+    call(&output, 8, 3, 0), call(&output, 7, pcm.data(), 3), call(&output, 9);
+    EXPECT_EQ(call(&output, 1, value, value) + call(&output, 4) + call(&output, 6), -3);
+    EXPECT_EQ(output.calls, "AARRdDtbpe");
+}
+
+TEST(engine_slots, a_query_moves_exactly_one_reference_into_the_holder) {
+    user host, other;
+    void *holder = nullptr;
+    for (void *const from : {host.engine, host.params, host.data}) {
+        EXPECT_EQ(call(from, 1, params_identifier, &holder), 0);
+        EXPECT_EQ(holder, host.params);
+        EXPECT_EQ(call(from, 1, data_identifier, &holder), 0);
+        EXPECT_EQ(call(from, 1, engine_identifier, &holder), 0);
+        for (std::size_t i = 0; i < 16; ++i) {
+            std::string unknown(params_identifier, 16);
+            unknown[i] ^= 0x20;
+            EXPECT_EQ(call(from, 1, unknown.c_str(), &holder), -1) << "byte " << i;
+        }
+        EXPECT_EQ(holder, host.data);
+        EXPECT_EQ(call(from, 0), ++host.references + 1);
+    }
+    EXPECT_EQ(call(other.engine, 1, data_identifier, &holder), 0);
+    EXPECT_EQ(call(holder, 2), 3);
+    EXPECT_EQ(call(host.engine, 0), ++host.references);
+}
+
+TEST(engine_example, the_file_it_writes_is_a_row_of_whole_frames) {
+    const std::string host = "'" ENGINE_HOST "' ", library = "'" ENGINE_LIBRARY "' ";
+    const auto file = testing::TempDir() + "engine_example_" + std::to_string(::getpid());
+    ASSERT_EQ(std::system((host + library + file).c_str()), 0);
+    std::ifstream in(file, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    std::remove(file.c_str());
+    ASSERT_EQ(bytes.size(), 42u * 1152); // one second of 48 kHz Layer II at 384 kbit/s, in whole frames
+    for (std::size_t at = 0; at < bytes.size(); at += 1152) {
+        EXPECT_EQ(bytes.substr(at, 4), std::string("\xFF\xFC\xE4\x00", 4)) << at;
+        EXPECT_NE(bytes.substr(at + 6, 32), std::string(32, '\0')) << "an empty allocation at " << at;
+    }
+    EXPECT_NE(std::system((host + library + "/nowhere/file.mp2 2>/dev/null").c_str()), 0);
+}
+
+/// Runs the operations in `order` (A, B, S, 0 bind; i init, p put, d done), then releases the engine.
+/// @return the calls of the sinks A and B, the frames of the bufstream S, the operations that failed
+static std::string run(const std::string &order) {
+    sink sinks[2];
+    fake_output output;
+    std::string failed;
+    {
+        user host;
+        for (const char operation : order) {
+            const i32 result = operation == 'i'   ? host.set("command::init", 0)
+                               : operation == 'd' ? host.set("command::done", 0)
+                               : operation == 'p' ? host.put(pcm.data(), piece)
+                               : operation == '0' ? host.text("init::output::bufstream", nullptr)
+                               : operation == 'S' ? host.text("init::output::bufstream", &output)
+                                                  : host.bind(sinks[operation - 'A']);
+            if (result != 0) failed += operation;
+            sinks[0].calls += ' ', sinks[1].calls += ' ';
+        }
+    }
+    return sinks[0].calls + '|' + sinks[1].calls + '|' + std::to_string(output.frames.size()) + failed;
+}
+
+TEST(engine_output, no_order_of_operations_leaks_releases_twice_or_mixes_outputs_up) {
+    const char *const cases[][2] = {
+        {"ApBiApd", "AA Ddddtbpe R  AA  RRR |  AA Dddd R tbpe tbpeR |0"},
+        {"ApBSAipdAp", "AA Ddddtbpe R  AA Dddd tbpe tbpeRRR AA Ddddtbpe tbpeRR|  AA R    R   |0"},
+        {"SpApBip0id", "  AA  R    R  |    AA Dddd tbpe R R  |3i"},
+        {"ApApAiApd", "AA Ddddtbpe AAR tbpetbpe AAR Dddd AAR tbpe tbpeRRRRR |         |0"},
+        {"Ap0ipAp", "AA Ddddtbpe R R  AA Ddddtbpe tbpeRR|       |0ip"},
+        {"SpdpAd", "    AA RR |      |4"}};
+    for (const auto &[order, calls] : cases)
+        EXPECT_EQ(run(order), calls) << order;
+    for (std::size_t number = 0; number < 7 * 7 * 7 * 7 * 7 && !HasFailure(); ++number) {
+        std::string order;
+        for (std::size_t rest = number; order.size() < 5; rest /= 7)
+            order += "0ABSipd"[rest % 7];
+        SCOPED_TRACE(order);
+        run(order); // the sinks complain
+    }
+}
+
+TEST(engine_output, a_sink_is_told_the_stream_and_gets_each_frame_with_its_time_whatever_it_answers) {
+    sink output;
+    output.result = -1;
+    user host;
+    host.set("preset::audio_type", 9); // MicroMV: Layer II, index 12, CRC, 48000 Hz
+    host.set("settings::audio_mode", 3);
+    host.set("settings::sampling_bits", 32);
+    host.bind(output);
+    host.put(pcm.data(), block - 1);
+    host.set("command::init", 0);
+    host.put(pcm.data(), block);
+    host.set("command::done", 0);
+    EXPECT_EQ(output.calls, "AADdddDdddtbpeRR");
+    // id, layer, CRC, index, rate, padding, private, mode, extension, copyright, original, emphasis
+    const std::string stream = "encoding::MP1A::info 0: 1 2 1 12 1 0 0 3 0 0 0 0 0 0 0 0\n"
+                               "original::audio::PCM::channels 0 1\n"
+                               "original::audio::PCM::sampling::bits 0 32\n"
+                               "original::audio::PCM::sampling::rate 0 48000\n";
+    EXPECT_EQ(output.description.str(), stream + stream);
+    EXPECT_EQ(output.frames.at(0).info.time_stamp, 648000) << "1152 / 48000 s, from the start";
+}
+
+TEST(engine_output, settings_count_from_the_next_opening_and_what_fails_is_reported) {
+    user host;
+    fake_output output;
+    host.text("init::output::bufstream", &output);
+    output.refused_request = 3;
+    enum operation { init, done, rate, put };
+    const char *const keys[] = {"command::init", "command::done", "settings::audio_bitrate"};
+    const struct {
+        operation key;
+        i32 number, count, result;  ///< of put: bytes of an element, elements
+        std::size_t frames, length; ///< length of the last frame
+    } steps[] = {
+        {put, -1, 4608, -1, 0, 0}, {put, 65536, 32768, -1, 0, 0}, {put, 65536, 65536, -1, 0, 0},
+        {put, 2, 2304, 0, 1, 672}, {rate, 14, 0, 0, 1, 672},      {put, 2, 2305, 0, 2, 672},
+        {done, 0, 0, 0, 3, 672},   {put, 4608, 1, -1, 3, 672},    {put, 4608, 1, -1, 3, 672},
+        {init, 0, 0, 0, 3, 672},   {put, 4608, 1, 0, 4, 1152},    {done, 0, 0, 0, 4, 1152},
+        {rate, 15, 0, 0, 4, 1152}, {init, 0, 0, -1, 4, 1152},     {put, 2, 1, -1, 4, 1152}};
+    for (const auto &[key, number, count, result, frames, length] : steps) {
+        const i32 got = key == put ? host.put(pcm.data(), count, number) : host.set(keys[key], number);
+        EXPECT_EQ(got, result) << key << ' ' << number << " after " << output.frames.size();
+        ASSERT_EQ(output.frames.size(), frames) << key << ' ' << number;
+        EXPECT_EQ(frames == 0 ? 0 : output.frames.back().bytes.size(), length);
+    }
+}
+
+TEST(engine_output, a_sink_may_ask_count_query_and_give_up_the_last_reference_inside_every_call) {
+    for (const char letter : {'A', 'D', 'd', 't', 'b', 'p', 'e', 'R'}) {
+        SCOPED_TRACE(letter);
+        sink output;
+        user host;
+        call(host.engine, 2), call(host.engine, 2);
+        host.references = 1;
+        output.hook = [&](char now) {
+            EXPECT_EQ(call(host.engine, 1, params_identifier, &host.params), 0);
+            EXPECT_EQ(host.get("settings::audio_bitrate"), 11);
+            if (now == letter && host.references > 0) host.references = 0, call(host.data, 2);
+        };
+        host.bind(output);
+        if (host.references > 0) host.put(pcm.data(), block);
+        if (host.references > 0) host.set("command::done", 0);
+        EXPECT_EQ(host.references, 0);
+    }
+}
+
+/// Frames by the functions, pushed and lent, the latter two in pieces; shape 0 is the preset's own.
+static void compare(int preset, int width, int shape) {
+    SCOPED_TRACE(testing::Message() << preset << ' ' << width << ' ' << shape);
+    const auto input = pcm_bytes(make_signal(waveform::noise, 8000), width); // 3.5 frames of stereo
+    const auto size = static_cast<i32>(input.size());
+    user host;
+    sink pushed;
+    fake_output expected, lent;
+    mpeg_a_settings settings;
+    mpegOutAudioDefaults(&settings, preset);
+    settings.pts_offset = shape * preset;
+    if (shape > 0) settings.audio_mode = shape % 4, settings.audio_layer = shape / 4 + 1;
+    for (const bool pushes : {true, false}) {
+        host.set("settings::sampling_bits", 8 * width);
+        host.set("preset::audio_type", preset);
+        if (shape > 0) host.text("init::settings", &settings, sizeof settings);
+        pushes ? host.bind(pushed) : host.text("init::output::bufstream", &lent);
+        for (i32 at = 0; at < size; at += 1000 * width)
+            EXPECT_EQ(host.put(input.data() + at, std::min(1000 * width, size - at)), 0);
+        host.set("command::done", 0);
+    }
+    const auto rate = static_cast<i32>(host.get("settings::sample_rate"));
+    mpeg_a_encoder *const encoder = mpegOutAudioNew(nullptr, &settings, 0, width, rate);
+    ASSERT_EQ(mpegOutAudioInit(encoder, &expected), 0);
+    mpegOutAudioPutBytes(encoder, input.data(), static_cast<std::uint32_t>(size));
+    mpegOutAudioDone(encoder, 0);
+    mpegOutAudioFree(encoder);
+    const auto same = [](const delivered_frame &a, const delivered_frame &b) {
+        return a.bytes == b.bytes && a.info.time_stamp == b.info.time_stamp;
+    };
+    EXPECT_GE(expected.frames.size(), 4u);
+    EXPECT_TRUE(std::ranges::equal(pushed.frames, expected.frames, same));
+    EXPECT_TRUE(std::ranges::equal(lent.frames, expected.frames, same));
+}
+
+TEST(engine_output, frames_and_time_stamps_equal_those_of_the_functions_for_every_preset) {
+    for (int preset = -1; preset <= 20; ++preset)
+        for (const int width : {2, 3, 4})
+            for (int shape = 0; shape < 8; ++shape)
+                compare(preset, width, shape);
+}
+
+} // namespace mp1a_test
