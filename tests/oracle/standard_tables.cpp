@@ -47,7 +47,7 @@ bool is_grouped(int layer, int steps) {
 
 int code_bits_of(int layer, int steps) {
     if (is_grouped(layer, steps)) return steps == 3 ? 5 : steps == 5 ? 7 : 10;
-    return std::bit_width(static_cast<unsigned>(steps));
+    return static_cast<int>(std::bit_width(static_cast<unsigned>(steps)));
 }
 
 double scalefactor(int i) {
