@@ -33,10 +33,10 @@ constexpr std::uint32_t frame_input = 4608, ticks = 648000;
 const auto pcm = pcm_bytes(make_signal(waveform::noise, 8 * 2304), 2);
 
 /// An encoder and its output, worked by scripts.
-struct session {
+struct host_run {
     encoder_pointer encoder;
     fake_output output;
-    explicit session(const stream &how = {}, std::uint32_t chunk = 4096)
+    explicit host_run(const stream &how = {}, std::uint32_t chunk = 4096)
         : encoder(make_encoder(how, fake_host::lookup)), output(chunk) {}
 
     /// Results of Init ("init", "null"), PutBytes of so many bytes from the start ("4608"), or without
@@ -66,7 +66,7 @@ std::vector<std::uint8_t> undisturbed(std::size_t frames) {
 
 TEST(host, sees_exactly_the_documented_calls) {
     fake_host::reset();
-    session s;
+    host_run s;
     strings expected{"chunk_size 4096", "request 4096"};
     EXPECT_EQ(s.run("init 4606"), "00");
     EXPECT_EQ(s.output.calls, expected);
@@ -88,7 +88,7 @@ TEST(host, gets_the_pending_samples_once_on_flush_and_on_done_but_not_on_abort) 
                                                           {"init 4000 done done", 1},
                                                           {"init 4000 flush 4000 abort", 1}};
     for (const auto &[script, frames] : cases) {
-        session s;
+        host_run s;
         EXPECT_EQ(s.run(script).find('2'), std::string::npos) << script;
         EXPECT_EQ(s.output.frames.size(), frames) << script;
     }
@@ -97,13 +97,13 @@ TEST(host, gets_the_pending_samples_once_on_flush_and_on_done_but_not_on_abort) 
 TEST(host, may_make_calls_out_of_order_or_without_objects) {
     fake_host &seen = fake_host::reset();
     seen.has_malloc = seen.has_free = true; // memory that is not cleared
-    session s;
+    host_run s;
     EXPECT_EQ(s.run("4608 done init 4608 null 4608"), "200022");
     EXPECT_EQ(s.output.frames.size(), 1u);
     EXPECT_EQ(mpegOutAudioNew(nullptr, nullptr, 0, 2, 48000), nullptr);
     EXPECT_EQ(seen.messages, strings{});
     EXPECT_EQ(mpegOutAudioNew(fake_host::lookup, nullptr, 0, 2, 48000), nullptr);
-    session none({.bitrate = 3});
+    host_run none({.bitrate = 3});
     EXPECT_EQ(seen.messages, (strings{"A031:Invalid mpeg_a_settings parameter",
                                       "A025:Invalid audio bitrate code (3), range is 4 .. 14"}));
     EXPECT_EQ(none.encoder, nullptr);
@@ -112,7 +112,7 @@ TEST(host, may_make_calls_out_of_order_or_without_objects) {
 }
 
 TEST(host, initialises_again_and_gets_a_fresh_stream) {
-    session s;
+    host_run s;
     s.run("init 14824");
     const auto calls = s.output.calls;
     fake_output second;
@@ -126,7 +126,7 @@ TEST(host, initialises_again_and_gets_a_fresh_stream) {
 TEST(host, refusing_a_block_at_any_position_ends_the_stream_there) {
     for (int position = 0; position < 4; ++position) {
         fake_host &seen = fake_host::reset();
-        session s;
+        host_run s;
         s.output.refused_request = position;
         testing::internal::CaptureStderr();
         // Half a frame beyond what fails: it must not count towards the next call's frame.
@@ -147,7 +147,7 @@ TEST(host, refusing_a_block_at_any_position_ends_the_stream_there) {
 
 TEST(host, accepting_too_little_still_gets_that_frames_report_and_nothing_more) {
     for (int position = 0; position < 3; ++position) {
-        session s;
+        host_run s;
         s.output.short_commit = position;
         EXPECT_EQ(s.run("init 18432"), "02");
         EXPECT_EQ(s.output.frames.size(), static_cast<std::size_t>(position + 1));
@@ -162,7 +162,7 @@ TEST(host, lending_small_blocks_gets_the_same_bytes_in_more_commits) {
     const std::pair<std::uint32_t, int> cases[] = {{4096, 3}, {1728, 3}, {1040, 6}, {1025, 6}, {673, 6},
                                                    {672, 7},  {671, 0},  {4, 0},    {0, 0}};
     for (const auto &[chunk, commits] : cases) {
-        session s({}, chunk);
+        host_run s({}, chunk);
         testing::internal::CaptureStderr();
         EXPECT_EQ(s.run("init 13824"), commits == 0 ? "02" : "00") << chunk;
         testing::internal::GetCapturedStderr();
@@ -183,7 +183,7 @@ TEST(host, memory_comes_once_from_its_pair_or_from_the_process) {
         seen.malloc_fails = i == 4;
         const int pair = i % 4 == 0;
         {
-            session s;
+            host_run s;
             EXPECT_EQ(s.encoder == nullptr, i == 4);
             s.run("init 4608");
             EXPECT_EQ(s.output.stream, undisturbed(i == 4 ? 0 : 1)) << "old contents matter";
@@ -201,7 +201,7 @@ TEST(host, pays_for_no_allocation_while_encoding) {
     if (!counting) GTEST_SKIP() << "this build's malloc is a sanitizer's";
     fake_host::reset();
     for (int i = 0; i < 8; ++i) {
-        session s({1 + i % 2, i / 2, 6, 1, 44100});
+        host_run s({1 + i % 2, i / 2, 6, 1, 44100});
         s.output.recording = false;
         const long before = allocations;
         mpegOutAudioInit(s.encoder.get(), &s.output);
@@ -253,7 +253,7 @@ TEST(host, keeps_its_floating_point_environment_which_does_not_change_the_stream
     for (const unsigned environment : {0x1F80u, 0x5F80u, 0x9FC0u, 0x1900u}) {
         const unsigned usual = _mm_getcsr();
         _mm_setcsr(environment);
-        session s({2, 0, 4, 0, 44100, 4, 1, 3});
+        host_run s({2, 0, 4, 0, 44100, 4, 1, 3});
         s.run("init");
         mpegOutAudioPutBytes(s.encoder.get(), floats.data(), static_cast<std::uint32_t>(floats.size()));
         s.run("done");
