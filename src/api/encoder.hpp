@@ -34,9 +34,8 @@ struct mpeg_a_encoder {
     /// several encoders can share one stream.
     ///
     /// @param frame    number of the frame to go to, not below the number of frames passed so far
-    /// @param history  PCM of the history_frames whole frames before it, or of all frames when there
-    /// are
-    ///                 fewer
+    /// @param history  PCM of the history_frames whole frames before it, or of all frames when
+    ///                 there are fewer
     void position(std::int64_t frame, std::span<const std::uint8_t> history) noexcept;
 
     /// Header of the current frame, or of the stream before the first one; valid after init.

@@ -40,11 +40,10 @@ struct psy_kernels {
     void (*transform)(const float *const *windows, double *x) noexcept;
 
     /// Energies and unpredictabilities of the lines, summed up.
-    /// @param history  history_values * lanes doubles: twice that many with one pass per channel, zero
-    /// at
-    ///                 the start; updated
-    /// @param newest   with one pass per channel: which half holds the pass before this one; the other
-    ///                 one is replaced
+    /// @param history  history_values * lanes doubles: twice that many with one pass per channel,
+    ///                 zero at the start; updated
+    /// @param newest   with one pass per channel: which half holds the pass before this one; the
+    ///                 other one is replaced
     void (*analyze_lines)(const partition_tables &tables, const double *x, double *history, int newest,
                           spectrum_sums &sums) noexcept;
 
@@ -52,9 +51,8 @@ struct psy_kernels {
     void (*mask)(const partition_tables &tables, const spectrum_sums &sums, double *mask) noexcept;
 
     /// Signal-to-mask ratio in dB per subband: ratio[32 * lanes].
-    /// @param previous  Layer I: the thresholds of the pass before, against pre-echo, line_count *
-    /// lanes
-    ///                  doubles; updated. Null in Layer II.
+    /// @param previous  Layer I: the thresholds of the pass before, against pre-echo,
+    ///                  line_count * lanes doubles; updated. Null in Layer II.
     void (*ratios)(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
                    double *previous, double *ratio) noexcept;
 };

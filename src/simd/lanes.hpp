@@ -76,24 +76,6 @@ VELA_INLINE V splat(double x) {
     }
 }
 
-template <class V>
-VELA_INLINE double lane(V a, int i) {
-    if constexpr (lanes<V> == 1) {
-        return a;
-    } else {
-        return a.v[i];
-    }
-}
-
-template <class V>
-VELA_INLINE void set_lane(V &a, int i, double x) {
-    if constexpr (lanes<V> == 1) {
-        a = x;
-    } else {
-        a.v[i] = x;
-    }
-}
-
 /// The lanes of consecutive floats, widened.
 template <class V>
 VELA_INLINE V load_floats(const float *p) {
