@@ -39,6 +39,7 @@ class frame_stages {
         config_ = make_coder_config(header);
         input_.init(16, channels, layer);
         make_partition_tables(tables_, sample_rate);
+        clear_history(history_, psy_.lanes);
         model_.init(which, layer, channels, sample_rate);
         for (int frame = 0; frame < 30; ++frame) {
             input();
@@ -124,7 +125,7 @@ class frame_stages {
     psy_model model_;
     partition_tables tables_;
     alignas(x_alignment) double x_[transform_length * max_lanes];
-    double history_[history_values * max_lanes] = {};
+    double history_[history_values * max_lanes];
     double mask_[padded_partitions * max_lanes], ratio_[32 * max_lanes];
     spectrum_sums sums_;
     smr_table smr_;

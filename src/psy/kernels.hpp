@@ -25,8 +25,15 @@ struct spectrum_sums {
     double subband[32 * max_lanes];
 };
 
-/// What is kept of a pass for the prediction of later ones: a, b and r of each line (see transform).
+/// What is kept of a pass for the prediction of later ones: of each line the cosine and the sine of its
+/// phase and twice its magnitude.
 inline constexpr int history_values = 3 * line_count;
+
+/// A history without sound: magnitude 0, phase 0. For all lanes, in every arrangement.
+inline void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept {
+    for (int i = 0; i < history_values * max_lanes; ++i)
+        history[i] = i / lanes % 3 == 0 ? 1.0 : 0.0;
+}
 
 /// The kernels for one arrangement of passes in lanes.
 struct psy_kernels {
@@ -41,7 +48,7 @@ struct psy_kernels {
 
     /// Energies and unpredictabilities of the lines, summed up.
     /// @param history  history_values * lanes doubles: twice that many with one pass per channel,
-    ///                 zero at the start; updated
+    ///                 cleared at the start; updated
     /// @param newest   with one pass per channel: which half holds the pass before this one; the
     ///                 other one is replaced
     void (*analyze_lines)(const partition_tables &tables, const double *x, double *history, int newest,

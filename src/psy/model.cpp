@@ -43,7 +43,7 @@ void psy_model::init(level kernels, int layer, int channels, int sample_rate) no
 }
 
 void psy_model::restart() noexcept {
-    std::ranges::fill(history_, 0.0);
+    clear_history(history_, kernels_->lanes);
     newest_ = 0;
     // No limit for the first pass: above every threshold in quiet.
     std::ranges::fill(previous_threshold_, 60802371420160.0);

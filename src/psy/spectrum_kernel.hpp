@@ -2,7 +2,7 @@
 #pragma once
 
 #include "psy/kernels.hpp"
-#include "simd/lanes.hpp"
+#include "simd/math.hpp"
 
 #include <array>
 #include <cstdint>
@@ -18,108 +18,158 @@ inline constexpr std::array<std::uint16_t, transform_length> place_of = [] {
     return reversed;
 }();
 
-/// A line of a pass as a pair of Hartley values a = H[k] and b = H[1024 - k] and its magnitude r. The
-/// DFT is X[k] = ((a + b) + i (b - a)) / 2. The unpaired lines 0 and 512 have a = 0 and b = H[k].
+/// As many lines as a subband has: what one step computes for all of them and leaves to the next.
+///
+/// A line's value is X = r e^(i phi). Values and magnitudes are kept doubled, 2 X and 2 r, energies
+/// four times: a pair of Hartley values a = H[k], b = H[1024 - k] gives 2 X[k] = (a + b) + i (b - a).
 template <class V>
-struct line_values {
-    V a, b, r;
+struct line_block {
+    static constexpr int size = 16;
+
+    V re[size], im[size];       ///< 2 X
+    V energy[size];             ///< 4 r^2
+    single<V> seed[size];       ///< of the inverse root of the energy
+    V cosine[size], sine[size]; ///< of phi; 1 and 0 where r is 0
+    V magnitude[size];          ///< 2 r
+    V distance[size];           ///< |2 X - 2 r^ e^(i phi^)|^2
+    V together[size];           ///< 2 (r + |r^|)
 };
 
-/// The distance of a line's value X = r e^(i phi) from the value predicted from the two passes before,
-/// relative to the sum of their magnitudes:
-///
-///     r^ = 2 r' - r''    phi^ = 2 phi' - phi''    c = |X - r^ e^(i phi^)| / (r + |r^|)
-///
-/// The cosine and sine of phi^ need no trigonometric function. A pair gives cos phi = (a + b) / 2r and
-/// sin phi = (b - a) / 2r, hence cos 2 phi = 2ab / 2r^2 and sin 2 phi = (b^2 - a^2) / 2r^2: P / D and Q
-/// / D are first these for the previous pass, then, turned back by phi'', cos phi^ and sin phi^.
-/// Everything is brought over the one denominator 2 D (r + |r^|), so that a single division is left.
+// The steps run over a whole block each instead of one behind the other for a line: a line's chain of
+// roots and divisions takes 200 cycles, and a processor can look ahead no further than two such chains.
+
 template <class V>
-VELA_INLINE V unpredictability(const line_values<V> &now, const line_values<V> &previous,
-                               const line_values<V> &oldest) {
-    const V zero = splat<V>(0.0), one = splat<V>(1.0), two = splat<V>(2.0), half = splat<V>(0.5);
-    const auto no_previous = previous.r == zero;
-    V P = select(no_previous, one, two * previous.a * previous.b);
-    V Q = select(no_previous, zero, previous.b * previous.b - previous.a * previous.a);
-    V D = select(no_previous, one, two * previous.r * previous.r);
-
-    const auto no_oldest = oldest.r == zero;
-    const V m = (P + Q) * (oldest.a + oldest.b) * half;
-    const V turned_p = m - Q * oldest.a, turned_q = m - oldest.b * P;
-    P = select(no_oldest, P, turned_p);
-    Q = select(no_oldest, Q, turned_q);
-    D = select(no_oldest, D, D * oldest.r);
-
-    const V predicted = two * previous.r - oldest.r;
-    const V size = now.r + magnitude(predicted);
-    const V U = P * (two * predicted) - (now.a + now.b) * D;
-    const V W = Q * (two * predicted) - (now.b - now.a) * D;
-    return select(size == zero, zero, square_root(U * U + W * W) / (two * D * size));
+VELA_INLINE void set_line(line_block<V> &block, int i, V re, V im, V energy) {
+    block.re[i] = re;
+    block.im[i] = im;
+    block.energy[i] = energy;
+    block.seed[i] = inverse_root_seed(energy);
 }
 
-/// Energy of line k and its share in the sum weighted with the unpredictability.
-/// @tparam passes  consecutive passes side by side. With two, the history is the frame before: for each
-///                 lane the pass two before its own.
+/// Line k = 1 .. 511.
+template <class V>
+VELA_INLINE void read_pair(line_block<V> &block, int i, const double *x, int k) {
+    const V a = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(k)]);
+    const V b = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(transform_length - k)]);
+    const V re = a + b, im = b - a;
+    set_line(block, i, re, im, re * re + im * im);
+}
+
+/// Lines 0 and 512 have no partner: a = 0 and b = H[k], but |X|^2 = H[k]^2.
+template <class V>
+VELA_INLINE void read_unpaired(line_block<V> &block, int i, const double *x, int k) {
+    const V h = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(k)]);
+    set_line(block, i, h, h, splat<V>(4.0) * h * h);
+}
+
+template <class V>
+VELA_INLINE void find_phase(line_block<V> &block, int i) {
+    const V energy = block.energy[i], zero = splat<V>(0.0);
+    const V inverse = inverse_root<V>(energy, block.seed[i]);
+    block.cosine[i] = block.re[i] * inverse + select(energy == zero, splat<V>(1.0), zero);
+    block.sine[i] = block.im[i] * inverse;
+    block.magnitude[i] = energy * inverse;
+}
+
+/// Predicts the line from the same line of the two passes before, ' and '':
+///
+///     r^ = 2 r' - r''    phi^ = 2 phi' - phi''
+///
+/// and replaces the older one in the history.
+/// @param latest  the pass before, unless passes is 2; then it stands in the lane before, or in the
+///                older pass's later lane
+/// @param oldest  for each lane the pass two before its own
 template <class V, int passes>
-VELA_INLINE void analyze_line(const double *x, const double *newest, double *oldest, int k, V &energy,
-                              V &weighted) {
+VELA_INLINE void predict(line_block<V> &block, int i, const double *latest, double *oldest) {
     constexpr int L = lanes<V>;
-    const bool paired = k % 512 != 0;
-    const V h = load<V>(x + L * place_of[static_cast<unsigned>(k)]);
-    line_values<V> now;
-    now.a = paired ? h : splat<V>(0.0);
-    now.b = paired ? load<V>(x + L * place_of[static_cast<unsigned>(transform_length - k)]) : h;
-    // |X|^2 = (a^2 + b^2) / 2 for pairs, H^2 for the others.
-    energy = (now.a * now.a + now.b * now.b) * splat<V>(paired ? 0.5 : 1.0);
-    now.r = square_root(energy);
-
-    double *const slot = oldest + 3 * k * L;
-    const line_values<V> before{load<V>(slot), load<V>(slot + L), load<V>(slot + 2 * L)};
-    line_values<V> previous;
+    const V cosine2 = load<V>(oldest), sine2 = load<V>(oldest + L), r2 = load<V>(oldest + 2 * L);
+    V cosine1, sine1, r1;
     if constexpr (passes == 2) {
-        previous = {preceding(before.a, now.a), preceding(before.b, now.b), preceding(before.r, now.r)};
+        cosine1 = preceding(cosine2, block.cosine[i]);
+        sine1 = preceding(sine2, block.sine[i]);
+        r1 = preceding(r2, block.magnitude[i]);
     } else {
-        const double *const latest = newest + 3 * k * L;
-        previous = {load<V>(latest), load<V>(latest + L), load<V>(latest + 2 * L)};
+        cosine1 = load<V>(latest);
+        sine1 = load<V>(latest + L);
+        r1 = load<V>(latest + 2 * L);
     }
-    store(slot, now.a);
-    store(slot + L, now.b);
-    store(slot + 2 * L, now.r);
-    weighted = energy * unpredictability(now, previous, before);
+    store(oldest, block.cosine[i]);
+    store(oldest + L, block.sine[i]);
+    store(oldest + 2 * L, block.magnitude[i]);
+
+    const V cosine_of_twice = cosine1 * cosine1 - sine1 * sine1;
+    const V sine_of_twice = (cosine1 + cosine1) * sine1;
+    const V cosine = cosine_of_twice * cosine2 + sine_of_twice * sine2;
+    const V sine = sine_of_twice * cosine2 - cosine_of_twice * sine2;
+    const V predicted = (r1 + r1) - r2;
+    const V U = block.re[i] - cosine * predicted, W = block.im[i] - sine * predicted;
+    block.distance[i] = U * U + W * W;
+    block.together[i] = block.magnitude[i] + magnitude(predicted);
 }
 
+/// Sums of energies and of energies weighted with the unpredictability
+///
+///     c = |X - r^ e^(i phi^)| / (r + |r^|).
+template <class V>
+struct line_sums {
+    V energy{}, partition{}, weighted{}, subband{}; ///< the last line's energy; four times the sums
+
+    VELA_INLINE void add(const line_block<V> &block, int i) {
+        energy = block.energy[i];
+        partition = partition + energy;
+        weighted = weighted + energy * root_over(block.distance[i], block.together[i]);
+        subband = subband + energy;
+    }
+    VELA_INLINE void close_partition(spectrum_sums &sums, int p) {
+        store(sums.energy + p * lanes<V>, splat<V>(0.25) * partition);
+        store(sums.weighted + p * lanes<V>, splat<V>(0.25) * weighted);
+        partition = weighted = splat<V>(0.0);
+    }
+    /// The last line is the first one of the next subband, too.
+    VELA_INLINE void close_subband(spectrum_sums &sums, int sb) {
+        store(sums.subband + sb * lanes<V>, splat<V>(0.25) * subband);
+        subband = energy;
+    }
+};
+
+/// @tparam passes  consecutive passes side by side. With two, the history is the frame before.
 template <class V, int passes>
 void analyze_lines(const partition_tables &tables, const double *x, double *history, int newest,
-                   spectrum_sums &sums) noexcept {
-    constexpr int L = lanes<V>;
-    const double *const newest_half = history + newest * history_values * L;
-    double *const oldest_half = passes == 2 ? history : history + (1 - newest) * history_values * L;
-    const V zero = splat<V>(0.0);
+                   spectrum_sums &result) noexcept {
+    constexpr int L = lanes<V>, size = line_block<V>::size;
+    const double *const latest = history + newest * history_values * L;
+    double *const oldest = passes == 2 ? history : history + (1 - newest) * history_values * L;
     for (int p = 0; p < padded_partitions; ++p) {
-        store(sums.energy + p * L, zero);
-        store(sums.weighted + p * L, zero);
+        store(result.energy + p * L, splat<V>(0.0));
+        store(result.weighted + p * L, splat<V>(0.0));
     }
-    // A run of lines ends where its partition or its subband ends.
-    V partition_energy = zero, partition_weighted = zero, subband_energy = zero;
-    V energy = zero, weighted = zero;
-    int k = 0;
-    for (const line_run &run : tables.runs()) {
-        for (; k < run.end; ++k) {
-            analyze_line<V, passes>(x, newest_half, oldest_half, k, energy, weighted);
-            partition_energy = partition_energy + energy;
-            partition_weighted = partition_weighted + weighted;
-            subband_energy = subband_energy + energy;
+    line_block<V> block;
+    line_sums<V> sums;
+    read_unpaired(block, 0, x, 0);
+    find_phase(block, 0);
+    predict<V, passes>(block, 0, latest, oldest);
+    sums.add(block, 0);
+
+    const line_run *run = tables.runs().data();
+    int k = 1;
+    for (int sb = 0; sb < 32; ++sb) {
+        // Lines 16 sb + 1 .. 16 sb + 16, the last of which closes the subband.
+        const int first = k;
+        const int pairs = sb < 31 ? size : size - 1;
+        for (int i = 0; i < pairs; ++i)
+            read_pair(block, i, x, first + i);
+        if (pairs < size) read_unpaired(block, pairs, x, first + pairs);
+        for (int i = 0; i < size; ++i)
+            find_phase(block, i);
+        for (int i = 0; i < size; ++i)
+            predict<V, passes>(block, i, latest + 3 * (first + i) * L, oldest + 3 * (first + i) * L);
+        for (bool closed = false; !closed; ++run) {
+            for (; k < run->end; ++k)
+                sums.add(block, k - first);
+            if (run->closes_partition) sums.close_partition(result, run->partition);
+            closed = run->closes_subband;
         }
-        if (run.closes_partition) {
-            store(sums.energy + run.partition * L, partition_energy);
-            store(sums.weighted + run.partition * L, partition_weighted);
-            partition_energy = partition_weighted = zero;
-        }
-        if (run.closes_subband) {
-            // The last line is the first one of the next subband, too.
-            store(sums.subband + run.subband * L, subband_energy);
-            subband_energy = energy;
-        }
+        sums.close_subband(result, sb);
     }
 }
 

@@ -76,23 +76,71 @@ VELA_INLINE V splat(double x) {
     }
 }
 
+// ---- single precision ----
+
+/// As many floats as V has lanes. Two lanes are the lower half of four, which is what the conversion
+/// instructions work on.
+template <class V>
+struct single_of {
+    static constexpr unsigned width = lanes<V> == 2 ? 4 : lanes<V>;
+    typedef float type __attribute__((vector_size(width * sizeof(float))));
+};
+template <>
+struct single_of<double> {
+    typedef float type;
+};
+template <class V>
+using single = typename single_of<V>::type;
+
+// g++ splits the generic conversions of vectors into halves; the built-in functions are the one
+// instruction each.
+#if defined(__clang__)
+#define VELA_GENERIC_CONVERSION 1
+#else
+#define VELA_GENERIC_CONVERSION 0
+#endif
+
+/// Rounded to the nearest float.
+template <class V>
+VELA_INLINE single<V> to_single(V a) {
+    if constexpr (lanes<V> == 1) {
+        return static_cast<float>(a);
+    } else if constexpr (lanes<V> == 2) {
+        return __builtin_ia32_cvtpd2ps(a.v);
+    } else {
+#if VELA_GENERIC_CONVERSION
+        return __builtin_convertvector(a.v, single<V>);
+#else
+        return __builtin_ia32_cvtpd2ps256(a.v);
+#endif
+    }
+}
+
+/// The same numbers as doubles.
+template <class V>
+VELA_INLINE V widen(single<V> a) {
+    if constexpr (lanes<V> == 1) {
+        return static_cast<double>(a);
+#if VELA_GENERIC_CONVERSION
+    } else if constexpr (lanes<V> == 2) {
+        return {__builtin_convertvector(__builtin_shufflevector(a, a, 0, 1), typename V::native)};
+    } else {
+        return {__builtin_convertvector(a, typename V::native)};
+#else
+    } else if constexpr (lanes<V> == 2) {
+        return {__builtin_ia32_cvtps2pd(a)};
+    } else {
+        return {__builtin_ia32_cvtps2pd256(a)};
+#endif
+    }
+}
+
 /// The lanes of consecutive floats, widened.
 template <class V>
 VELA_INLINE V load_floats(const float *p) {
-    if constexpr (lanes<V> == 1) {
-        return static_cast<double>(*p);
-#if defined(__AVX__) && !defined(__clang__)
-    } else if constexpr (lanes<V> == 4) {
-        // g++ splits the generic conversion into two halves; this is the one instruction.
-        typedef float floats __attribute__((vector_size(16), aligned(4), may_alias));
-        return {__builtin_ia32_cvtps2pd256(*reinterpret_cast<const floats *>(p))};
-#endif
-    } else {
-        typedef float floats __attribute__((vector_size(lanes<V> * sizeof(float))));
-        floats f;
-        std::memcpy(&f, p, sizeof f);
-        return {__builtin_convertvector(f, typename V::native)};
-    }
+    single<V> f{};
+    std::memcpy(&f, p, lanes<V> * sizeof(float));
+    return widen<V>(f);
 }
 
 // ---- rearrangement: values move between lanes, no arithmetic does ----
@@ -165,6 +213,19 @@ VELA_INLINE f64<W> square_root(f64<W> a) {
     for (int i = 0; i < W; ++i)
         r.v[i] = __builtin_sqrt(a.v[i]);
     return r;
+}
+
+/// Of a single<V>.
+template <class F>
+VELA_INLINE F single_root(F a) {
+    if constexpr (sizeof a == sizeof(float)) {
+        return __builtin_sqrtf(a);
+    } else {
+        F r;
+        for (unsigned i = 0; i < sizeof a / sizeof(float); ++i)
+            r[i] = __builtin_sqrtf(a[i]);
+        return r;
+    }
 }
 
 // ---- bit patterns, for the exponent arithmetic of math.hpp ----

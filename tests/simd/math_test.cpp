@@ -39,6 +39,23 @@ TEST(math, functions_are_within_one_ulp_where_the_model_uses_them) {
     EXPECT_TRUE(e(0.0) == 1.0 && l(1.0) == 0.0);
 }
 
+TEST(math, inverse_roots_are_exact_to_1e_12_and_finite_for_silence) {
+    using namespace vela::reference;
+    const auto inverse = [](auto x) { return inverse_root(x, inverse_root_seed(x)); };
+    const auto over = [](auto x) { return root_over(x, splat<decltype(x)>(12345.678)); };
+    const auto over_tiny = [](auto x) { return root_over(x, splat<decltype(x)>(3e-9)); };
+    // A relative error of 1e-12 is at least 4500 units of the last place.
+    const double low = std::log(1e-20), high = std::log(1e30);
+    EXPECT_LT(worst_error(low, high, true, inverse, [](auto x) { return 1 / sqrtl(x); }), 4500);
+    EXPECT_LT(worst_error(low, high, true, over, [](auto x) { return sqrtl(x) / 12345.678; }), 4500);
+    EXPECT_LT(
+        worst_error(low, std::log(1e-17), true, over_tiny, [](auto x) { return sqrtl(x) / 3e-9; }),
+        4500);
+    EXPECT_TRUE(std::isfinite(inverse(0.0)));
+    EXPECT_EQ(root_over(0.0, 0.0), 0.0);
+    EXPECT_EQ(root_over(0.0, 1.0), 0.0);
+}
+
 TEST(math, constants_of_the_tables_are_rounded_from_exact_values) {
     for (int i = -1; i < 1024; ++i) {
         // Filterbank, transform, window.
