@@ -57,10 +57,11 @@ struct alloc_row {
     /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last` when none does.
     int first_reaching(double mnr, double smr) const noexcept {
         // No two quantizers lie within 1 dB, so that at most one has to be compared exactly.
-        const int bucket = static_cast<int>(std::clamp(mnr + smr + 0.5, 0.0, 99.0));
-        const unsigned index = first_at[static_cast<unsigned>(bucket)];
-        const bool short_of = snr[index] - smr < mnr && static_cast<int>(index) < last;
-        return static_cast<int>(index) + short_of;
+        // Without branches: the search asks for all subbands, and no two answers are alike.
+        const double position = std::min(99.0, std::max(0.0, mnr + smr + 0.5));
+        const int index = first_at[static_cast<unsigned>(static_cast<int>(position))];
+        const int short_of = snr[static_cast<unsigned>(index)] - smr < mnr;
+        return index + (short_of & static_cast<int>(index < last));
     }
 };
 

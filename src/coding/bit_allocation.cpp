@@ -76,7 +76,7 @@ struct candidate {
         return static_cast<unsigned>(row->first_reaching(mnr, smr));
     }
     int cost(unsigned step) const noexcept {
-        return step == 0 ? 0 : row->sample_bits[step] + opening_bits;
+        return row->sample_bits[step] + (step != 0) * opening_bits;
     }
 };
 

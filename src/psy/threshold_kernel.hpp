@@ -7,23 +7,16 @@
 
 namespace vela::VELA_LEVEL {
 
-/// Masking threshold per line of partition p from its spread energy and spread weighted energy.
+/// Energy and weighted energy that a partition hears from all partitions.
 template <class V>
-VELA_INLINE V partition_mask(const partition_tables &tables, unsigned p, V energy, V weighted) {
-    const V zero = splat<V>(0.0), one = splat<V>(1.0);
-    const V base = energy / splat<V>(tables.spread_norm[p]);
-    const V unpredictability = select(energy == zero, zero, weighted / energy);
-    // Tonality: 1 for c <= 0.05, 0 for c >= 0.5, -log10 c - log10 2 in between.
-    const V c = clamp(unpredictability, splat<V>(0.05), splat<V>(0.5));
-    const V tonality = splat<V>(-0.434294482) * logarithm(c) - splat<V>(0.301029996);
-    const V offset = splat<V>(tables.tone_masking[p]) * tonality + splat<V>(5.5) * (one - tonality);
-    const V limited = max_of(offset, splat<V>(tables.min_offset[p]));
-    return base * exponential(splat<V>(-0.2302585093) * limited);
-}
+struct spread_sums {
+    V energy[padded_partitions], weighted[padded_partitions];
+};
 
-/// Convolves the partitions with the spreading function and derives each partition's threshold.
+/// Convolves the partitions with the spreading function.
 template <class V>
-void mask(const partition_tables &tables, const spectrum_sums &sums, double *out) noexcept {
+VELA_INLINE void spread(const partition_tables &tables, const spectrum_sums &sums,
+                        spread_sums<V> &heard) {
     constexpr int L = lanes<V>;
     for (unsigned group = 0; group < padded_partitions / spreading_group; ++group) {
         V energy[spreading_group], weighted[spreading_group];
@@ -40,9 +33,42 @@ void mask(const partition_tables &tables, const spectrum_sums &sums, double *out
             }
         }
         for (unsigned i = 0; i < spreading_group; ++i) {
-            const unsigned p = group * spreading_group + i;
-            store(out + p * L, partition_mask(tables, p, energy[i], weighted[i]));
+            heard.energy[group * spreading_group + i] = energy[i];
+            heard.weighted[group * spreading_group + i] = weighted[i];
         }
+    }
+}
+
+/// From how far the partition is from predictable to how far in dB its masking threshold lies below its
+/// energy.
+/// @param c  unpredictability, limited to 0.05 .. 0.5
+template <class V>
+VELA_INLINE V masking_offset(const partition_tables &tables, unsigned p, V c) {
+    // Tonality: 1 for c = 0.05 and below, 0 for 0.5 and above, -log10 c - log10 2 in between.
+    const V tonality = splat<V>(-0.434294482) * logarithm(c) - splat<V>(0.301029996);
+    const V offset =
+        splat<V>(tables.tone_masking[p]) * tonality + splat<V>(5.5) * (splat<V>(1.0) - tonality);
+    return max_of(offset, splat<V>(tables.min_offset[p]));
+}
+
+/// Masking threshold per line of each partition: one step after the other for all partitions, because
+/// whole chains would be too long to overlap.
+template <class V>
+void mask(const partition_tables &tables, const spectrum_sums &sums, double *out) noexcept {
+    spread_sums<V> heard;
+    spread(tables, sums, heard);
+    const V zero = splat<V>(0.0);
+    V c[padded_partitions], offset[padded_partitions];
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        const V energy = heard.energy[p];
+        const V unpredictability = select(energy == zero, zero, heard.weighted[p] / energy);
+        c[p] = clamp(unpredictability, splat<V>(0.05), splat<V>(0.5));
+    }
+    for (unsigned p = 0; p < padded_partitions; ++p)
+        offset[p] = masking_offset(tables, p, c[p]);
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        const V base = heard.energy[p] / splat<V>(tables.spread_norm[p]);
+        store(out + p * lanes<V>, base * exponential(splat<V>(-0.2302585093) * offset[p]));
     }
 }
 
@@ -81,8 +107,10 @@ void ratios(const partition_tables &tables, const spectrum_sums &sums, const dou
         }
         const V E = clamp(load<V>(sums.subband + sb * L), splat<V>(0.5), highest);
         const V T = min_of(sb < least_threshold_subbands ? splat<V>(17.0) * least : sum, highest);
-        store(ratio + sb * L, splat<V>(4.342944819) * logarithm(E / T));
+        store(ratio + sb * L, E / T);
     }
+    for (int sb = 0; sb < 32; ++sb)
+        store(ratio + sb * L, splat<V>(4.342944819) * logarithm(load<V>(ratio + sb * L)));
 }
 
 } // namespace vela::VELA_LEVEL
