@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace vela {
 
@@ -46,7 +47,9 @@ struct alloc_row {
     int demand_limit;                         ///< the index that counts as sufficient when no lower one
                                               ///< is
     std::array<double, 16> snr;               ///< dB
+    std::array<double, 16> snr_to_refine;     ///< the same, but infinite where nothing finer exists
     std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
+    std::array<std::int16_t, 16> refine_bits; ///< more of them one index further; 32767 at the last
     std::array<quantizer, 16> quantizers;
     std::array<std::uint8_t, 16> code_bits; ///< of one code word
     std::array<std::uint8_t, 16>
@@ -56,12 +59,11 @@ struct alloc_row {
 
     /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last` when none does.
     int first_reaching(double mnr, double smr) const noexcept {
-        // No two quantizers lie within 1 dB, so that at most one has to be compared exactly.
-        // Without branches: the search asks for all subbands, and no two answers are alike.
-        const double position = std::min(99.0, std::max(0.0, mnr + smr + 0.5));
-        const int index = first_at[static_cast<unsigned>(static_cast<int>(position))];
-        const int short_of = snr[static_cast<unsigned>(index)] - smr < mnr;
-        return index + (short_of & static_cast<int>(index < last));
+        // No two quantizers lie within 1 dB, so that at most one has to be compared exactly. Without
+        // branches: the search asks for all subbands, and no two answers are alike.
+        const int decibels = std::clamp(static_cast<int>(mnr + smr + 0.5), 0, 99);
+        const int index = first_at[static_cast<unsigned>(decibels)];
+        return index + (snr_to_refine[static_cast<unsigned>(index)] - smr < mnr);
     }
 };
 
@@ -101,6 +103,12 @@ constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
             row.quantizers[n] = {0.0, 0.0, q.steps / 2.0, q.steps - 1.0};
         }
     }
+    for (unsigned n = 0; n < N; ++n) {
+        row.snr_to_refine[n] = row.snr[n];
+        row.refine_bits[n] = static_cast<std::int16_t>(row.sample_bits[n + 1] - row.sample_bits[n]);
+    }
+    row.snr_to_refine[N] = std::numeric_limits<double>::infinity();
+    row.refine_bits[N] = std::numeric_limits<std::int16_t>::max();
     for (unsigned i = 0; i < row.first_at.size(); ++i) {
         unsigned n = 0;
         while (n < N && row.snr[n] < i - 0.5)

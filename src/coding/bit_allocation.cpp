@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <span>
 
 namespace vela {
 
@@ -63,28 +64,33 @@ subband_demand demand(const coder_config &config, const smr_table &smr, const si
     return bits;
 }
 
-/// The greedy search grants the least mask-to-noise ratio first, so as long as bits last it grants, in
-/// some order, every step that starts from a ratio below some level. One pair of channel and subband,
-/// or both channels of a shared subband:
-struct candidate {
+/// A channel's part of a subband below sblimit, in the order in which the search looks at them: of
+/// equal ratios the first one wins. Layer I goes subband by subband, channel 0 first; Layer II channel by
+/// channel. In a shared subband a step of one channel is a step of the other one, too.
+struct pair {
     const alloc_row *row;
-    double smr; ///< the larger one of a shared subband
+    double smr;
+    double decisive_smr; ///< the larger one of both channels where they share
     int opening_bits;
+    int counted; ///< 1, but 0 for the second channel where both share
     std::uint8_t ch, sb;
 
     unsigned steps_below(double mnr) const noexcept {
-        return static_cast<unsigned>(row->first_reaching(mnr, smr));
+        return static_cast<unsigned>(row->first_reaching(mnr, decisive_smr));
     }
+    /// Of all steps up to this one.
     int cost(unsigned step) const noexcept {
-        return row->sample_bits[step] + (step != 0) * opening_bits;
+        return (row->sample_bits[step] + (step != 0) * opening_bits) * counted;
     }
 };
 
 /// The greedy search over one frame.
+///
+/// It grants the least mask-to-noise ratio first, so as long as bits last it grants, in some order, every
+/// step that starts from a ratio below some level.
 class search {
   public:
-    search(const coder_config &config, const smr_table &smr, int available, side_info &side) noexcept
-        : config_(config), smr_(smr), side_(side), available_(available) {}
+    search(const coder_config &config, const smr_table &smr, int available, side_info &side) noexcept;
 
     /// Grants in one go what the search would grant for certain: every step from below a level whose
     /// steps all together are affordable.
@@ -97,71 +103,85 @@ class search {
     int available() const noexcept { return available_; }
 
   private:
-    /// Pairs in the order in which the search looks at them: of equal ratios the first one wins. Layer
-    /// I goes subband by subband, channel 0 first; Layer II channel by channel.
-    int place(int ch, int sb) const noexcept { return config_.layer == 1 ? 2 * sb + ch : 32 * ch + sb; }
-    int channel(int p) const noexcept { return config_.layer == 1 ? p % 2 : p / 32; }
-    int subband(int p) const noexcept { return config_.layer == 1 ? p / 2 : p % 32; }
+    void add_pair(int ch, int sb) noexcept;
 
-    double ratio(int ch, int sb) const noexcept {
-        return config_.table->row(sb).snr[side_.allocation[ch][sb]] - smr_[ch][sb];
+    std::uint8_t &allocation(const pair &p) const noexcept { return side_.allocation[p.ch][p.sb]; }
+
+    /// Bits of a pair's next step; more than any frame has when there is none.
+    int step_cost(const pair &p) const noexcept {
+        const unsigned step = allocation(p);
+        return p.row->refine_bits[step] + (step == 0) * p.opening_bits;
+    }
+
+    /// Where a pair's next step starts from; infinite when there is none.
+    double ratio(const pair &p) const noexcept {
+        return p.row->snr_to_refine[allocation(p)] - p.smr;
     }
 
     /// Ratios at and above this end the search. Layer I stops as soon as everything lies a full dB
     /// above the first subband of channel 0.
-    double end_ratio() const noexcept { return config_.layer == 1 ? ratio(0, 0) + 1.0 : 999999.0; }
+    double end_ratio() const noexcept {
+        if (config_.layer == 2) return 999999.0;
+        return (config_.table->row(0).snr[side_.allocation[0][0]] - smr_[0][0]) + 1.0;
+    }
 
-    int list_candidates(candidate (&list)[64]) const noexcept;
-    void list_open(double below) noexcept;
+    void list_open(double below, int affordable) noexcept;
     bool grant_listed(double below) noexcept;
-    int step_cost(int p) const noexcept;
-    void grant(int p) noexcept;
-    void close_unaffordable() noexcept;
-
-    static constexpr double closed = std::numeric_limits<double>::infinity();
 
     const coder_config &config_;
     const smr_table &smr_;
     side_info &side_;
     int available_;
-    double high_ = closed; ///< everything that starts from below is more than is affordable
+    double high_ = infinite; ///< everything that starts from below is more than is affordable
+    int count_ = 0;
     int open_count_ = 0;
-    std::uint8_t open_[64]; ///< places not closed, in order
-    double mnr_[64];        ///< by place
+    pair pairs_[64];
+    std::uint8_t open_[64]; ///< pairs that may get steps, in order
+
+    static constexpr double infinite = std::numeric_limits<double>::infinity();
 };
 
-int search::list_candidates(candidate (&list)[64]) const noexcept {
-    int count = 0;
-    for (int sb = 0; sb < config_.sblimit; ++sb) {
-        const alloc_row *const row = &config_.table->row(sb);
-        const auto subband = static_cast<std::uint8_t>(sb);
-        if (is_shared(config_, side_, sb)) {
-            list[count++] = {row, std::max(smr_[0][sb], smr_[1][sb]),
-                             opening_bits(config_, side_, 0, sb), 0, subband};
-            continue;
+search::search(const coder_config &config, const smr_table &smr, int available,
+               side_info &side) noexcept
+    : config_(config), smr_(smr), side_(side), available_(available) {
+    if (config.layer == 1) {
+        for (int sb = 0; sb < config.sblimit; ++sb) {
+            for (int ch = 0; ch < config.channels; ++ch)
+                add_pair(ch, sb);
         }
-        for (int ch = 0; ch < config_.channels; ++ch) {
-            list[count++] = {row, smr_[ch][sb], opening_bits(config_, side_, ch, sb),
-                             static_cast<std::uint8_t>(ch), subband};
+    } else {
+        for (int ch = 0; ch < config.channels; ++ch) {
+            for (int sb = 0; sb < config.sblimit; ++sb)
+                add_pair(ch, sb);
         }
     }
-    return count;
+}
+
+void search::add_pair(int ch, int sb) noexcept {
+    const bool shared = is_shared(config_, side_, sb);
+    pair &p = pairs_[count_++];
+    p.row = &config_.table->row(sb);
+    p.smr = smr_[ch][sb];
+    p.decisive_smr = shared ? std::max(smr_[0][sb], smr_[1][sb]) : p.smr;
+    p.opening_bits = opening_bits(config_, side_, ch, sb);
+    p.counted = !shared || ch == 0;
+    p.ch = static_cast<std::uint8_t>(ch);
+    p.sb = static_cast<std::uint8_t>(sb);
 }
 
 void search::grant_common_level(double &hint) noexcept {
-    candidate list[64];
-    const int count = list_candidates(list);
+    const std::span pairs(pairs_, static_cast<std::size_t>(count_));
     const auto cost_of = [&](double level) {
         int cost = 0;
-        for (int k = 0; k < count; ++k)
-            cost += list[k].cost(list[k].steps_below(level));
+        for (const pair &p : pairs)
+            cost += p.cost(p.steps_below(level));
         return cost;
     };
     // Nothing starts below the least ratio without bits, so that level is affordable. The upper end is
     // more than the finest quantizer's SNR; in Layer I the search ends where the first subband ends.
-    double low = closed;
-    for (int k = 0; k < count; ++k)
-        low = std::min(low, 0.0 - list[k].smr);
+    double low = infinite;
+    for (const pair &p : pairs)
+        low = std::min(low, 0.0 - p.decisive_smr);
     double high = low + 128.0;
     if (config_.layer == 1) {
         const alloc_row &row = config_.table->row(0);
@@ -186,63 +206,19 @@ void search::grant_common_level(double &hint) noexcept {
     }
     hint = low;
     high_ = high;
-    for (int k = 0; k < count; ++k) {
-        const auto step = static_cast<std::uint8_t>(list[k].steps_below(low));
-        side_.allocation[list[k].ch][list[k].sb] = step;
-        if (is_shared(config_, side_, list[k].sb)) side_.allocation[1][list[k].sb] = step;
-    }
+    for (const pair &p : pairs)
+        allocation(p) = static_cast<std::uint8_t>(p.steps_below(low));
     available_ -= spent;
 }
 
-void search::list_open(double below) noexcept {
+/// Lists the pairs whose next step starts from below a ratio and costs no more than that.
+void search::list_open(double below, int affordable) noexcept {
     open_count_ = 0;
-    const auto list_pair = [&](int ch, int sb) {
-        const int p = place(ch, sb);
-        const bool done = side_.allocation[ch][sb] >= config_.table->row(sb).last;
-        mnr_[p] = done ? closed : ratio(ch, sb);
-        open_[open_count_] = static_cast<std::uint8_t>(p);
-        open_count_ += mnr_[p] < below;
-    };
-    if (config_.layer == 1) {
-        for (int sb = 0; sb < config_.sblimit; ++sb) {
-            for (int ch = 0; ch < config_.channels; ++ch)
-                list_pair(ch, sb);
-        }
-    } else {
-        for (int ch = 0; ch < config_.channels; ++ch) {
-            for (int sb = 0; sb < config_.sblimit; ++sb)
-                list_pair(ch, sb);
-        }
+    for (int i = 0; i < count_; ++i) {
+        const pair &p = pairs_[i];
+        open_[open_count_] = static_cast<std::uint8_t>(i);
+        open_count_ += (ratio(p) < below) & (step_cost(p) <= affordable);
     }
-}
-
-int search::step_cost(int p) const noexcept {
-    const int ch = channel(p), sb = subband(p);
-    const alloc_row &row = config_.table->row(sb);
-    const unsigned step = side_.allocation[ch][sb];
-    return row.sample_bits[step + 1] - row.sample_bits[step]
-           + (step == 0 ? opening_bits(config_, side_, ch, sb) : 0);
-}
-
-void search::grant(int p) noexcept {
-    const int ch = channel(p), sb = subband(p);
-    available_ -= step_cost(p);
-    const auto step = static_cast<std::uint8_t>(side_.allocation[ch][sb] + 1);
-    const bool done = step == config_.table->row(sb).last;
-    side_.allocation[ch][sb] = step;
-    mnr_[p] = done ? closed : ratio(ch, sb);
-    if (!is_shared(config_, side_, sb)) return;
-    side_.allocation[1 - ch][sb] = step;
-    mnr_[place(1 - ch, sb)] = done ? closed : ratio(1 - ch, sb);
-}
-
-void search::close_unaffordable() noexcept {
-    int kept = 0;
-    for (int i = 0; i < open_count_; ++i) {
-        const std::uint8_t p = open_[i];
-        if (mnr_[p] < closed && step_cost(p) <= available_) open_[kept++] = p;
-    }
-    open_count_ = kept;
 }
 
 /// Grants steps of the listed pairs, the least ratio first, as long as it lies below `below`.
@@ -250,30 +226,32 @@ void search::close_unaffordable() noexcept {
 bool search::grant_listed(double below) noexcept {
     while (true) {
         double least = std::min(end_ratio(), below);
-        int pick = -1;
+        const pair *pick = nullptr;
         for (int i = 0; i < open_count_; ++i) {
-            const int p = open_[i];
-            if (mnr_[p] < least) {
-                least = mnr_[p];
-                pick = p;
+            const pair &p = pairs_[open_[i]];
+            if (ratio(p) < least) {
+                least = ratio(p);
+                pick = &p;
             }
         }
-        if (pick < 0) return true;
-        if (step_cost(pick) > available_) return false;
-        grant(pick);
+        if (pick == nullptr) return true;
+        const int cost = step_cost(*pick);
+        if (cost > available_) return false;
+        available_ -= cost;
+        const std::uint8_t step = ++allocation(*pick);
+        if (is_shared(config_, side_, pick->sb)) side_.allocation[1 - pick->ch][pick->sb] = step;
     }
 }
 
 void search::grant_step_by_step() noexcept {
     // The bits run out among the few pairs that start from just above the common level.
-    list_open(high_);
+    list_open(high_, std::numeric_limits<int>::max());
     grant_listed(high_);
     // From then on, what is too dear stays so: bits only become fewer, and a step's price does not
-    // change. So all such pairs can be closed together, whenever their turn would have come.
-    list_open(closed);
+    // change. So all such pairs can be left out together, whenever their turn would have come.
     do {
-        close_unaffordable();
-    } while (!grant_listed(closed));
+        list_open(infinite, available_);
+    } while (!grant_listed(infinite));
 }
 
 } // namespace
