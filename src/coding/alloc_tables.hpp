@@ -51,9 +51,7 @@ struct alloc_row {
     std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
     std::array<std::int16_t, 16> refine_bits; ///< more of them one index further; 32767 at the last
     std::array<quantizer, 16> quantizers;
-    std::array<std::uint8_t, 16> code_bits; ///< of one code word
-    std::array<std::uint8_t, 16>
-        grouped_steps; ///< 3, 5 or 9 where a granule shares a code word, else 0
+    std::array<code_layout, 16> layouts;
     /// First index with an SNR of at least i - 0.5 dB, at most `last`.
     std::array<std::uint8_t, 100> first_at;
 
@@ -79,6 +77,14 @@ constexpr quantizer layer1_quantizer(unsigned n) {
             static_cast<double>(1 << n), static_cast<double>(steps - 2)};
 }
 
+/// A granule's code words one behind the other, or the one that they share.
+constexpr code_layout layer2_layout(const quant_class &q) {
+    const auto bits = static_cast<std::uint32_t>(q.code_bits);
+    const auto steps = static_cast<std::uint64_t>(q.steps);
+    if (q.code_words == 1) return {{1, steps, steps * steps}, bits};
+    return {{std::uint64_t{1} << 2 * bits, std::uint64_t{1} << bits, 1}, 3 * bits};
+}
+
 /// A row whose index n >= 1 selects classes[n - 1].
 /// @param samples  of a subband in a frame, 12 or 36
 template <std::size_t N>
@@ -91,15 +97,14 @@ constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
     for (unsigned n = 1; n <= N; ++n) {
         const quant_class &q = quant_classes[static_cast<unsigned>(classes[n - 1])];
         row.snr[n] = q.snr;
-        row.code_bits[n] = static_cast<std::uint8_t>(q.code_bits);
         // Layer I never groups: a code word of its own for each of its samples.
         if (samples == 12) {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));
-            row.code_bits[n] = static_cast<std::uint8_t>(n + 1);
+            row.layouts[n] = {{1, 0, 0}, n + 1};
             row.quantizers[n] = layer1_quantizer(n);
         } else {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * q.code_words * q.code_bits);
-            row.grouped_steps[n] = static_cast<std::uint8_t>(q.code_words == 1 ? q.steps : 0);
+            row.layouts[n] = layer2_layout(q);
             row.quantizers[n] = {0.0, 0.0, q.steps / 2.0, q.steps - 1.0};
         }
     }

@@ -32,12 +32,18 @@ struct part_quantizer {
     double a[32], b[32], half_steps[32], limit[32];
 };
 
+/// How the codes of a granule, in Layer I of a single sample, make one field: each times its place
+/// value, added up. Place values are powers of two where each code has a code word of its own, else 1,
+/// steps and steps^2 (ISO/IEC 11172-3, C.1.5.2.7).
+struct code_layout {
+    std::uint64_t place_value[3];
+    std::uint32_t bits; ///< of the field
+};
+
 /// The samples of one coded subband and channel.
 struct coded_subband {
     const std::int32_t *codes; ///< the first one; each further sample is 32 places on
-    std::uint8_t bits;         ///< of a code word
-    std::uint8_t
-        grouped_steps; ///< 3, 5 or 9 where the three samples of a granule share a code word, else 0
+    code_layout layout;
 };
 
 struct coding_kernels {

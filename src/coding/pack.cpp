@@ -86,9 +86,8 @@ void pack_samples(const coding_kernels &kernels, const coder_config &config, con
     int count = 0;
     for_each_coded(config, side, [&](int sb, int ch) {
         const unsigned step = side.allocation[ch][sb];
-        if (step == 0) return;
-        const alloc_row &row = config.table->row(sb);
-        coded[count++] = {&codes[ch][0][0][sb], row.code_bits[step], row.grouped_steps[step]};
+        coded[count] = {&codes[ch][0][0][sb], config.table->row(sb).layouts[step]};
+        count += step != 0;
     });
     bit_cursor cursor = bits.cursor();
     (config.layer == 1 ? kernels.pack_layer1 : kernels.pack_layer2)(coded, count, cursor);

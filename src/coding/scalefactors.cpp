@@ -62,8 +62,8 @@ constexpr pattern pattern_table[5][5] = {
 int scalefactor_index(double magnitude) noexcept {
     const std::int64_t bin = std::clamp(bin_of(magnitude), first_bin, last_bin);
     const unsigned index = index_of_bin[static_cast<unsigned>(bin - first_bin)];
-    const bool too_small = scalefactor_table[index] < magnitude && index > 0;
-    return static_cast<int>(index) - too_small;
+    const int too_small = scalefactor_table[index] < magnitude;
+    return static_cast<int>(index) - (too_small & static_cast<int>(index > 0));
 }
 
 void compute_scalefactors(const coding_kernels &kernels, const part_samples &samples,
