@@ -226,15 +226,15 @@ void search::list_open(double below, int affordable) noexcept {
 bool search::grant_listed(double below) noexcept {
     while (true) {
         double least = std::min(end_ratio(), below);
-        const pair *pick = nullptr;
+        int found = -1;
         for (int i = 0; i < open_count_; ++i) {
-            const pair &p = pairs_[open_[i]];
-            if (ratio(p) < least) {
-                least = ratio(p);
-                pick = &p;
-            }
+            // Selected rather than branched to: which one is the least cannot be foreseen.
+            const double r = ratio(pairs_[open_[i]]);
+            found = r < least ? open_[i] : found;
+            least = std::min(r, least);
         }
-        if (pick == nullptr) return true;
+        if (found < 0) return true;
+        const pair *const pick = &pairs_[found];
         const int cost = step_cost(*pick);
         if (cost > available_) return false;
         available_ -= cost;
