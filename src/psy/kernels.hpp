@@ -8,6 +8,7 @@
 #include "psy/partitions.hpp"
 #include "simd/level.hpp"
 
+#include <algorithm>
 #include <array>
 
 namespace vela {
@@ -31,8 +32,9 @@ inline constexpr int history_values = 3 * line_count;
 
 /// A history without sound: magnitude 0, phase 0. For all lanes, in every arrangement.
 inline void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept {
-    for (int i = 0; i < history_values * max_lanes; ++i)
-        history[i] = i / lanes % 3 == 0 ? 1.0 : 0.0;
+    std::ranges::fill(history, 0.0);
+    for (int line = 0; line < history_values * max_lanes; line += 3 * lanes)
+        std::fill_n(history + line, lanes, 1.0);
 }
 
 /// The kernels for one arrangement of passes in lanes.
