@@ -144,15 +144,13 @@ class search {
 search::search(const coder_config &config, const smr_table &smr, int available,
                side_info &side) noexcept
     : config_(config), smr_(smr), side_(side), available_(available) {
-    if (config.layer == 1) {
-        for (int sb = 0; sb < config.sblimit; ++sb) {
-            for (int ch = 0; ch < config.channels; ++ch)
-                add_pair(ch, sb);
-        }
-    } else {
-        for (int ch = 0; ch < config.channels; ++ch) {
-            for (int sb = 0; sb < config.sblimit; ++sb)
-                add_pair(ch, sb);
+    const bool by_subband = config.layer == 1;
+    const int outer_end = by_subband ? config.sblimit : config.channels;
+    const int inner_end = by_subband ? config.channels : config.sblimit;
+    for (int outer = 0; outer < outer_end; ++outer) {
+        for (int inner = 0; inner < inner_end; ++inner) {
+            const int ch = by_subband ? inner : outer, sb = by_subband ? outer : inner;
+            add_pair(ch, sb);
         }
     }
 }
