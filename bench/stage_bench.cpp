@@ -37,7 +37,7 @@ class frame_stages {
         header.bitrate_index = 11;
         header.sampling_frequency = 1;
         config_ = make_coder_config(header);
-        input_.init(16, channels, layer);
+        input_.init(analysis_, 16, channels, layer);
         make_partition_tables(tables_, sample_rate);
         clear_history(history_, psy_.lanes);
         model_.init(which, layer, channels, sample_rate);

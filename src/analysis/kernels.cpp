@@ -2,11 +2,15 @@
 #include "analysis/kernels.hpp"
 
 #include "analysis/filterbank_kernel.hpp"
+#include "analysis/pcm_kernel.hpp"
 
 namespace vela::VELA_LEVEL {
 
 extern const analysis_kernels analysis_table;
 const analysis_kernels analysis_table{
+    .s16 = kernels_for<s16>,
+    .s24 = kernels_for<s24>,
+    .f32 = kernels_for<f32>,
     .arrange = arrange<lane_type<VELA_LANES>>,
     .analyze_part = analyze_part<lane_type<VELA_LANES>>,
 };

@@ -1,6 +1,8 @@
 // From interleaved PCM bytes in blocks of any length to whole frames of samples per channel.
 #pragma once
 
+#include "analysis/kernels.hpp"
+
 #include <cstdint>
 #include <span>
 
@@ -26,7 +28,7 @@ class pcm_input {
     /// @param sampling_bits  24: 24-bit integers; 32: floats with full scale 1.0; else 16-bit integers
     /// @param channels       1 or 2
     /// @param layer          1 or 2
-    void init(int sampling_bits, int channels, int layer) noexcept;
+    void init(const analysis_kernels &kernels, int sampling_bits, int channels, int layer) noexcept;
 
     /// Takes bytes from the front of `pcm` until a frame is complete or no whole sample is left; bytes
     /// of a cut sample are dropped. A frame may be gathered over many calls, and a block may end
@@ -42,13 +44,12 @@ class pcm_input {
     }
 
   private:
-    template <class Format>
     void take(std::span<const std::uint8_t> &pcm) noexcept;
     void make_room() noexcept;
     void pad() noexcept;
 
     float buffer_[2][buffer_length];
-    int sampling_bits_;
+    const pcm_kernels *format_;
     int channels_;
     int frame_samples_; ///< per channel
     int newest_;        ///< position of the newest frame's first sample

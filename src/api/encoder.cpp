@@ -99,9 +99,9 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
     writer_.bind(output);
     previous_total_ = 0;
     coder_.init(coding_kernels_of(kernels), header_, writer_);
-    filterbank_ = &analysis_kernels_of(kernels);
+    analysis_ = &analysis_kernels_of(kernels);
     frames_passed_ = 0;
-    input_.init(sampling_bits_, coder_.config().channels, header_.layer);
+    input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
     psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
     timer_.init(header_.layer, start_time_, sampling_frequency_khz[header_.sampling_frequency],
                 bitrate_kbps(header_.layer, header_.bitrate_index));
@@ -119,7 +119,7 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
     // Everything else reaches back a few frames only. The model compares a pass with the two before it,
     // and in Layer I its thresholds with those of the pass before, which in turn had two before it:
     // three frames. Their windows start up to 704 samples, less than two Layer I frames, earlier still.
-    input_.init(sampling_bits_, coder_.config().channels, header_.layer);
+    input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
     psy_.restart();
     smr_table unused;
     while (input_.fill_frame(history, false)) {
@@ -156,7 +156,7 @@ int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexce
         }
         const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
         psy_.analyze(frame_start, smr);
-        analyze_frame(*filterbank_, frame_start, config.channels, config.parts(), samples);
+        analyze_frame(*analysis_, frame_start, config.channels, config.parts(), samples);
         coder_.encode_frame(frame_bits, samples, smr);
         end_frame(frame_bits);
     }

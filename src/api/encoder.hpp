@@ -56,7 +56,7 @@ struct mpeg_a_encoder {
     mpeg_a_message_function inf_printf_;
     free_function free_;
 
-    const vela::analysis_kernels *filterbank_;
+    const vela::analysis_kernels *analysis_;
     std::int64_t frames_passed_;   ///< encoded or skipped since init
     std::uint64_t previous_total_; ///< bits written up to the end of the frame before
     frame_header header_;

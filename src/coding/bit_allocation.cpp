@@ -65,8 +65,8 @@ subband_demand demand(const coder_config &config, const smr_table &smr, const si
 }
 
 /// A channel's part of a subband below sblimit, in the order in which the search looks at them: of
-/// equal ratios the first one wins. Layer I goes subband by subband, channel 0 first; Layer II channel by
-/// channel. In a shared subband a step of one channel is a step of the other one, too.
+/// equal ratios the first one wins. Layer I goes subband by subband, channel 0 first; Layer II channel
+/// by channel. In a shared subband a step of one channel is a step of the other one, too.
 struct pair {
     const alloc_row *row;
     double smr;
@@ -86,8 +86,8 @@ struct pair {
 
 /// The greedy search over one frame.
 ///
-/// It grants the least mask-to-noise ratio first, so as long as bits last it grants, in some order, every
-/// step that starts from a ratio below some level.
+/// It grants the least mask-to-noise ratio first, so as long as bits last it grants, in some order,
+/// every step that starts from a ratio below some level.
 class search {
   public:
     search(const coder_config &config, const smr_table &smr, int available, side_info &side) noexcept;
@@ -114,9 +114,7 @@ class search {
     }
 
     /// Where a pair's next step starts from; infinite when there is none.
-    double ratio(const pair &p) const noexcept {
-        return p.row->snr_to_refine[allocation(p)] - p.smr;
-    }
+    double ratio(const pair &p) const noexcept { return p.row->snr_to_refine[allocation(p)] - p.smr; }
 
     /// Ratios at and above this end the search. Layer I stops as soon as everything lies a full dB
     /// above the first subband of channel 0.
