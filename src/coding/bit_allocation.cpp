@@ -213,7 +213,9 @@ void search::list_open(double below, int affordable) noexcept {
     for (int i = 0; i < count_; ++i) {
         const pair &p = pairs_[i];
         open_[open_count_] = static_cast<std::uint8_t>(i);
-        open_count_ += (ratio(p) < below) & (step_cost(p) <= affordable);
+        // Both are asked, without a branch.
+        const int refinable = ratio(p) < below, payable = step_cost(p) <= affordable;
+        open_count_ += refinable & payable;
     }
 }
 
