@@ -26,13 +26,13 @@ const analysis_kernels &analysis_kernels_of(level which) noexcept {
 
 void analyze_frame(const analysis_kernels &kernels, const float *const *frame_start, int channels,
                    int parts, subband_samples &out) noexcept {
-    // A step's window reaches 15 rows of 32 samples back.
-    constexpr int history_rows = 15;
-    sample_columns columns;
+    // A step's window of 512 samples ends with its 32 new ones.
+    constexpr int history = 480;
+    alignas(32) double samples[history + 3 * 12 * 32];
     for (int c = 0; c < channels; ++c) {
-        kernels.arrange(frame_start[c] - 32 * history_rows, 12 * parts + history_rows, columns);
+        kernels.to_doubles(frame_start[c] - history, history + 12 * 32 * parts, samples);
         for (int part = 0; part < parts; ++part)
-            kernels.analyze_part(columns, 12 * part, out[c][part]);
+            kernels.analyze_part(samples + 12 * 32 * part, out[c][part]);
     }
 }
 

@@ -1,5 +1,5 @@
 // Polyphase analysis filterbank (ISO/IEC 11172-3, C.1.3): windowed sums and a fast 32-point cosine
-// transform. Lanes are time steps.
+// transform. Lanes are neighbouring taps in the one, time steps in the other.
 #pragma once
 
 #include "analysis/kernels.hpp"
@@ -99,25 +99,23 @@ VELA_INLINE void dct32(V *v) {
     }
 }
 
-/// sum[g] = sum over j = 0..7 of window[tap + 64 j] times that tap's samples, for G groups of time
-/// steps.
-template <class V, int G>
-VELA_INLINE void window_sum(const double *columns, int tap, V (&sum)[G]) {
-    const double *const samples = columns + (tap % 32) * sample_columns::stride + tap / 32;
-    const double *const window = analysis_window.data() + tap;
+/// sum[s] = sum over j = 0..7 of window[tap + 64 j] times that tap's sample at step s. Lanes are
+/// neighbouring taps.
+template <class V, int steps>
+VELA_INLINE void window_sums(const double *samples, int tap, V (&sum)[steps]) {
 #pragma GCC unroll 8
     for (int j = 0; j < 8; ++j) {
-        const V weight = splat<V>(window[64 * j]);
+        const V weight = load<V>(analysis_window.data() + tap + 64 * j);
 #pragma GCC unroll 12
-        for (int g = 0; g < G; ++g) {
-            const V product = load<V>(samples + 2 * j + g * lanes<V>) * weight;
-            sum[g] = j == 0 ? product : sum[g] + product;
+        for (int s = 0; s < steps; ++s) {
+            const V product = load<V>(samples + 32 * s + tap + 64 * j) * weight;
+            sum[s] = j == 0 ? product : sum[s] + product;
         }
     }
 }
 
-/// Twelve time steps. In the standard's terms (C.1.3: Z[i] = C[i] X[i], Y[k] = sum over j of Z[k + 64
-/// j]) the transform's input is
+/// In the standard's terms (C.1.3: Z[i] = C[i] X[i], Y[k] = sum over j of Z[k + 64 j]) the transform's
+/// input is
 ///
 ///     a[0]  = Y[16]
 ///     a[n]  = Y[16 - n] + Y[16 + n]    n = 1..16
@@ -126,53 +124,52 @@ VELA_INLINE void window_sum(const double *columns, int tap, V (&sum)[G]) {
 /// and S[i] = sum over k of cos((2i + 1)(k - 16) pi / 64) Y[k] = sum over n of cos((2i + 1) n pi / 64)
 /// a[n]. Y[k] stands at tap 63 - k of the reversed window.
 template <class V>
-void analyze_part(const sample_columns &columns, int first_row, double (*out)[32]) noexcept {
-    constexpr int L = lanes<V>, G = 12 / L;
-    const double *const first_column = columns.at + first_row;
-    V a[G][32], first[G], second[G];
-    window_sum<V, G>(first_column, 63 - 16, first);
-    for (int g = 0; g < G; ++g)
-        a[g][0] = first[g];
-    for (int n = 1; n <= 16; ++n) {
-        window_sum<V, G>(first_column, 63 - (16 - n), first);
-        window_sum<V, G>(first_column, 63 - (16 + n), second);
-        for (int g = 0; g < G; ++g)
-            a[g][n] = first[g] + second[g];
-    }
-    for (int n = 17; n <= 31; ++n) {
-        window_sum<V, G>(first_column, 63 - (16 + n), first);
-        window_sum<V, G>(first_column, 63 - (80 - n), second);
-        for (int g = 0; g < G; ++g)
-            a[g][n] = first[g] - second[g];
-    }
-    for (int g = 0; g < G; ++g) {
-        dct32(a[g]);
-        for (int i = 0; i < 32; i += L) {
-            V rows[L];
-            for (int t = 0; t < L; ++t)
-                rows[t] = a[g][i + t];
-            transpose(rows);
-            for (int t = 0; t < L; ++t)
-                store(out[g * L + t] + i, rows[t]);
+VELA_INLINE void fold(const V (&sum)[64], V (&a)[32]) {
+    a[0] = sum[47];
+    for (int n = 1; n <= 16; ++n)
+        a[n] = sum[47 + n] + sum[47 - n];
+    for (int n = 17; n <= 31; ++n)
+        a[n] = sum[47 - n] - sum[n - 17];
+}
+
+template <class V>
+void analyze_part(const double *samples, double (*out)[32]) noexcept {
+    // As many steps at once as sums fit into registers, in groups that become the lanes.
+    constexpr int L = lanes<V>, groups = L == 1 ? 12 : 3, steps = groups * L;
+    for (int first = 0; first < 12; first += steps) {
+        V by_step[groups][64];
+        for (int tap = 0; tap < 64; tap += L) {
+            V sum[steps];
+            window_sums(samples + 32 * first, tap, sum);
+            for (int g = 0; g < groups; ++g) {
+                V rows[L];
+                for (int t = 0; t < L; ++t)
+                    rows[t] = sum[g * L + t];
+                transpose(rows);
+                for (int t = 0; t < L; ++t)
+                    by_step[g][tap + t] = rows[t];
+            }
+        }
+        for (int g = 0; g < groups; ++g) {
+            V a[32];
+            fold(by_step[g], a);
+            dct32(a);
+            for (int i = 0; i < 32; i += L) {
+                V rows[L];
+                for (int t = 0; t < L; ++t)
+                    rows[t] = a[i + t];
+                transpose(rows);
+                for (int t = 0; t < L; ++t)
+                    store(out[first + g * L + t] + i, rows[t]);
+            }
         }
     }
 }
 
 template <class V>
-void arrange(const float *samples, int rows, sample_columns &columns) noexcept {
-    constexpr int L = lanes<V>;
-    // The last group of rows may reach beyond the ones that are needed; it starts early instead.
-    for (int next = 0; next < rows; next += L) {
-        const int row = next + L <= rows ? next : rows - L;
-        for (int r = 0; r < 32; r += L) {
-            V block[L];
-            for (int t = 0; t < L; ++t)
-                block[t] = load_floats<V>(samples + 32 * (row + t) + r);
-            transpose(block);
-            for (int t = 0; t < L; ++t)
-                store(columns.at + (r + t) * sample_columns::stride + row, block[t]);
-        }
-    }
+void to_doubles(const float *samples, int count, double *out) noexcept {
+    for (int i = 0; i < count; i += lanes<V>)
+        store(out + i, load_floats<V>(samples + i));
 }
 
 } // namespace vela::VELA_LEVEL

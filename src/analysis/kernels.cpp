@@ -11,7 +11,7 @@ const analysis_kernels analysis_table{
     .s16 = kernels_for<s16>,
     .s24 = kernels_for<s24>,
     .f32 = kernels_for<f32>,
-    .arrange = arrange<lane_type<VELA_LANES>>,
+    .to_doubles = to_doubles<lane_type<VELA_LANES>>,
     .analyze_part = analyze_part<lane_type<VELA_LANES>>,
 };
 
