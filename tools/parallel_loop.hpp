@@ -11,8 +11,8 @@ namespace velaenc {
 struct division {
     int jobs = 1; ///< threads
 
-    /// Long enough that the look back at a segment's start costs little (1% of the work; 4% at 64),
-    /// short enough that clips of some seconds still use several threads.
+    /// Long enough that the look back at a segment's start costs little (below 1% of the work; 3% at
+    /// 64), short enough that clips of some seconds still use several threads.
     std::size_t segment_frames = 256;
 };
 

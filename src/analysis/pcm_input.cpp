@@ -3,7 +3,6 @@
 #include "stream/rate_tables.hpp"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 
 namespace vela {

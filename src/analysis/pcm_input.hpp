@@ -3,6 +3,7 @@
 
 #include "analysis/kernels.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -29,6 +30,11 @@ class pcm_input {
     /// @param channels       1 or 2
     /// @param layer          1 or 2
     void init(const analysis_kernels &kernels, int sampling_bits, int channels, int layer) noexcept;
+
+    /// PCM of a frame, all channels.
+    std::size_t frame_bytes() const noexcept {
+        return static_cast<std::size_t>(format_->width * frame_samples_ * channels_);
+    }
 
     /// Takes bytes from the front of `pcm` until a frame is complete or no whole sample is left; bytes
     /// of a cut sample are dropped. A frame may be gathered over many calls, and a block may end

@@ -116,15 +116,19 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
         timer_.decide_padding();
         timer_.advance_time();
     }
-    // Everything else reaches back a few frames only. The model compares a pass with the two before it,
-    // and in Layer I its thresholds with those of the pass before, which in turn had two before it:
-    // three frames. Their windows start up to 704 samples, less than two Layer I frames, earlier still.
+    // Everything else reaches back a few frames only. The model compares a pass with the two before it:
+    // in Layer II those of the frame before. In Layer I it also compares its thresholds with those of
+    // the pass before, which in turn had two before it: three frames. Their windows start up to 448
+    // samples before a Layer II frame, less than a frame, and 704 before a Layer I frame, less than
+    // two.
     input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
     psy_.restart();
+    const std::size_t compared = header_.layer == 1 ? 3 : 1;
     smr_table unused;
-    while (input_.fill_frame(history, false)) {
+    for (std::size_t left = history.size() / input_.frame_bytes(); left > 0; --left) {
+        input_.fill_frame(history, false);
         const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-        psy_.analyze(frame_start, unused);
+        if (left <= compared) psy_.analyze(frame_start, unused);
     }
 }
 
