@@ -33,7 +33,8 @@ class pcm_input {
 
     /// PCM of a frame, all channels.
     std::size_t frame_bytes() const noexcept {
-        return static_cast<std::size_t>(format_->width * frame_samples_ * channels_);
+        return static_cast<std::size_t>(frame_samples_) * static_cast<std::size_t>(format_->width)
+               * static_cast<std::size_t>(channels_);
     }
 
     /// Takes bytes from the front of `pcm` until a frame is complete or no whole sample is left; bytes

@@ -94,7 +94,7 @@ VELA_INLINE V logarithm(V x) {
 // The seed's |e| is below 3.6e-7: six roundings to 24 bits at most.
 //
 // Arguments are 0 or lie in 1e-30 .. 1e36; what is added for the seed keeps that one within the range
-// of normal floats and changes no argument that counts.
+// of normal floats and changes no argument that counts. Larger ones, far beyond any sound, give 0.
 
 /// The seed h for 1 / sqrt(x).
 template <class V>
