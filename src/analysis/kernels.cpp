@@ -8,9 +8,9 @@ namespace vela::VELA_LEVEL {
 
 extern const analysis_kernels analysis_table;
 const analysis_kernels analysis_table{
-    .s16 = kernels_for<s16>,
-    .s24 = kernels_for<s24>,
-    .f32 = kernels_for<f32>,
+    .s16 = kernels_for<pcm_s16>,
+    .s24 = kernels_for<pcm_s24>,
+    .f32 = kernels_for<pcm_f32>,
     .to_doubles = to_doubles<lane_type<VELA_LANES>>,
     .analyze_part = analyze_part<lane_type<VELA_LANES>>,
 };

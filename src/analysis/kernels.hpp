@@ -11,9 +11,9 @@ namespace vela {
 struct pcm_kernels {
     int width; ///< bytes of a sample
     /// `count` consecutive samples.
-    void (*widen)(const std::uint8_t *pcm, int count, float *out) noexcept;
+    void (*convert)(const std::uint8_t *pcm, int count, float *out) noexcept;
     /// `pairs` interleaved samples of two channels.
-    void (*split)(const std::uint8_t *pcm, int pairs, float *left, float *right) noexcept;
+    void (*convert_pairs)(const std::uint8_t *pcm, int pairs, float *left, float *right) noexcept;
 };
 
 struct analysis_kernels {

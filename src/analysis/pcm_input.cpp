@@ -38,15 +38,15 @@ void pcm_input::take(std::span<const std::uint8_t> &pcm) noexcept {
     float *const first = buffer_[0] + newest_;
     float *const second = buffer_[1] + newest_;
     if (channels_ == 1) {
-        format_->widen(at(0), count, first + gathered_);
+        format_->convert(at(0), count, first + gathered_);
     } else {
         // A block may start with the second channel of a pair and end with the first one of another.
         int i = 0;
-        if (count > 0 && gathered_ % 2 == 1) format_->widen(at(i++), 1, second + gathered_ / 2);
+        if (count > 0 && gathered_ % 2 == 1) format_->convert(at(i++), 1, second + gathered_ / 2);
         float *const left = first + (gathered_ + i) / 2, *const right = second + (gathered_ + i) / 2;
         const int pairs = (count - i) / 2;
-        format_->split(at(i), pairs, left, right);
-        if (i + 2 * pairs < count) format_->widen(at(count - 1), 1, left + pairs);
+        format_->convert_pairs(at(i), pairs, left, right);
+        if (i + 2 * pairs < count) format_->convert(at(count - 1), 1, left + pairs);
     }
     gathered_ += count;
     // What is left of the block is either the start of the next frame or a cut sample.

@@ -10,7 +10,7 @@ namespace vela::VELA_LEVEL {
 
 // Each format: the bytes of a sample, its value, and the values of two consecutive ones.
 
-struct s16 {
+struct pcm_s16 {
     static constexpr int width = 2;
     static float read(const std::uint8_t *p) noexcept {
         std::int16_t value;
@@ -26,7 +26,7 @@ struct s16 {
     }
 };
 
-struct s24 {
+struct pcm_s24 {
     static constexpr int width = 3;
     static float read(const std::uint8_t *p) noexcept {
         const std::uint32_t bits =
@@ -39,7 +39,7 @@ struct s24 {
     }
 };
 
-struct f32 {
+struct pcm_f32 {
     static constexpr int width = 4;
     static float read(const std::uint8_t *p) noexcept {
         float value;
@@ -53,13 +53,13 @@ struct f32 {
 };
 
 template <class Format>
-void widen(const std::uint8_t *pcm, int count, float *out) noexcept {
+void convert(const std::uint8_t *pcm, int count, float *out) noexcept {
     for (int i = 0; i < count; ++i)
         out[i] = Format::read(pcm + Format::width * i);
 }
 
 template <class Format>
-void split(const std::uint8_t *pcm, int pairs, float *left, float *right) noexcept {
+void convert_pairs(const std::uint8_t *pcm, int pairs, float *left, float *right) noexcept {
     for (int i = 0; i < pairs; ++i) {
         float first, second;
         Format::read_pair(pcm + 2 * Format::width * i, first, second);
@@ -69,6 +69,6 @@ void split(const std::uint8_t *pcm, int pairs, float *left, float *right) noexce
 }
 
 template <class Format>
-inline constexpr pcm_kernels kernels_for{Format::width, widen<Format>, split<Format>};
+inline constexpr pcm_kernels kernels_for{Format::width, convert<Format>, convert_pairs<Format>};
 
 } // namespace vela::VELA_LEVEL

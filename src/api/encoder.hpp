@@ -26,8 +26,9 @@ struct mpeg_a_encoder {
     std::int32_t put_bytes(const void *data, std::uint32_t size) noexcept;
     void done(bool abort) noexcept;
 
-    /// Frames that position() wants to see before the one it goes to, at most.
-    static constexpr int history_frames = 6;
+    /// Frames that position() wants to see before the one it goes to: Layer I needs five of them,
+    /// Layer II two.
+    static constexpr int history_frames = 5;
 
     /// Moves an initialised encoder forward to a later frame of its stream without encoding the frames
     /// in between: it goes on exactly as if it had encoded them, in bytes, padding and time stamps. So

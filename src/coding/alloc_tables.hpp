@@ -49,13 +49,14 @@ struct alloc_row {
     std::array<double, 16> snr;               ///< dB
     std::array<double, 16> snr_to_refine;     ///< the same, but infinite where nothing finer exists
     std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
-    std::array<std::int16_t, 16> refine_bits; ///< more of them one index further; 32767 at the last
+    std::array<std::int16_t, 16> refine_bits; ///< more of them one index further, if any
     std::array<quantizer, 16> quantizers;
     std::array<code_layout, 16> layouts;
     /// First index with an SNR of at least i - 0.5 dB, at most `last`.
     std::array<std::uint8_t, 100> first_at;
 
     /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last` when none does.
+    /// Both arguments are finite; their sum lies within 10^6 dB.
     int first_reaching(double mnr, double smr) const noexcept {
         // No two quantizers lie within 1 dB, so that at most one has to be compared exactly. Without
         // branches: the search asks for all subbands, and no two answers are alike.
@@ -113,7 +114,6 @@ constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
         row.refine_bits[n] = static_cast<std::int16_t>(row.sample_bits[n + 1] - row.sample_bits[n]);
     }
     row.snr_to_refine[N] = std::numeric_limits<double>::infinity();
-    row.refine_bits[N] = std::numeric_limits<std::int16_t>::max();
     for (unsigned i = 0; i < row.first_at.size(); ++i) {
         unsigned n = 0;
         while (n < N && row.snr[n] < i - 0.5)

@@ -107,7 +107,7 @@ class search {
 
     std::uint8_t &allocation(const pair &p) const noexcept { return side_.allocation[p.ch][p.sb]; }
 
-    /// Bits of a pair's next step; more than any frame has when there is none.
+    /// Bits of a pair's next step; means nothing when there is none.
     int step_cost(const pair &p) const noexcept {
         const unsigned step = allocation(p);
         return p.row->refine_bits[step] + (step == 0) * p.opening_bits;

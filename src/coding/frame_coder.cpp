@@ -58,7 +58,7 @@ void frame_coder::init(const coding_kernels &kernels, frame_header &header,
 
 void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
                                const smr_table &smr) noexcept {
-    side_info side;
+    side_info side{};
     part_samples joint[3];
     sample_codes codes;
     const bool joint_stereo = config_.mode == MPEG_A_MODE_JOINT_STEREO;

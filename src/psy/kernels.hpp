@@ -8,7 +8,6 @@
 #include "psy/partitions.hpp"
 #include "simd/level.hpp"
 
-#include <algorithm>
 #include <array>
 
 namespace vela {
@@ -31,11 +30,7 @@ struct spectrum_sums {
 inline constexpr int history_values = 3 * line_count;
 
 /// A history without sound: magnitude 0, phase 0. For all lanes, in every arrangement.
-inline void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept {
-    std::ranges::fill(history, 0.0);
-    for (int line = 0; line < history_values * max_lanes; line += 3 * lanes)
-        std::fill_n(history + line, lanes, 1.0);
-}
+void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept;
 
 /// The kernels for one arrangement of passes in lanes.
 struct psy_kernels {

@@ -28,6 +28,12 @@ const psy_kernels &psy_kernels_of(level which, int layer, int channels) noexcept
     return avx2::psy_table(layer, channels);
 }
 
+void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept {
+    std::ranges::fill(history, 0.0);
+    for (int line = 0; line < history_values * max_lanes; line += 3 * lanes)
+        std::fill_n(history + line, lanes, 1.0);
+}
+
 void psy_model::init(level kernels, int layer, int channels, int sample_rate) noexcept {
     // Cleared in place: a temporary of this size does not belong on the host's stack.
     static_assert(std::is_trivially_copyable_v<psy_model>);

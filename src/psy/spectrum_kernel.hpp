@@ -22,6 +22,8 @@ inline constexpr std::array<std::uint16_t, transform_length> place_of = [] {
 ///
 /// A line's value is X = r e^(i phi). Values and magnitudes are kept doubled, 2 X and 2 r, energies
 /// four times: a pair of Hartley values a = H[k], b = H[1024 - k] gives 2 X[k] = (a + b) + i (b - a).
+/// Lines 0 and 512 have no partner. They follow the same rules with a = 0 and b = H[k], but with |X|^2
+/// = H[k]^2, so that their "cosine" and "sine" are both 1/2 or both -1/2.
 template <class V>
 struct line_block {
     static constexpr int size = 16;
@@ -29,7 +31,7 @@ struct line_block {
     V re[size], im[size];       ///< 2 X
     V energy[size];             ///< 4 r^2
     single<V> seed[size];       ///< of the inverse root of the energy
-    V cosine[size], sine[size]; ///< of phi; 1 and 0 where r is 0
+    V cosine[size], sine[size]; ///< of phi; 1 and 0 in silence
     V magnitude[size];          ///< 2 r
     V distance[size];           ///< |2 X - 2 r^ e^(i phi^)|^2
     V together[size];           ///< 2 (r + |r^|)
@@ -55,7 +57,7 @@ VELA_INLINE void read_pair(line_block<V> &block, int i, const double *x, int k) 
     set_line(block, i, re, im, re * re + im * im);
 }
 
-/// Lines 0 and 512 have no partner: a = 0 and b = H[k], but |X|^2 = H[k]^2.
+/// Lines 0 and 512.
 template <class V>
 VELA_INLINE void read_unpaired(line_block<V> &block, int i, const double *x, int k) {
     const V h = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(k)]);
@@ -76,8 +78,8 @@ VELA_INLINE void find_phase(line_block<V> &block, int i) {
 ///     r^ = 2 r' - r''    phi^ = 2 phi' - phi''
 ///
 /// and replaces the older one in the history.
-/// @param latest  the pass before, unless passes is 2; then it stands in the lane before, or in the
-///                older pass's later lane
+/// @param latest  the pass before; unused with two passes, where it is the other lane of the pair, of
+///                this frame or of the frame before
 /// @param oldest  for each lane the pass two before its own
 template <class V, int passes>
 VELA_INLINE void predict(line_block<V> &block, int i, const double *latest, double *oldest) {
@@ -137,7 +139,7 @@ template <class V, int passes>
 void analyze_lines(const partition_tables &tables, const double *x, double *history, int newest,
                    spectrum_sums &result) noexcept {
     constexpr int L = lanes<V>, size = line_block<V>::size;
-    const double *const latest = history + newest * history_values * L;
+    const double *const latest = passes == 2 ? history : history + newest * history_values * L;
     double *const oldest = passes == 2 ? history : history + (1 - newest) * history_values * L;
     for (int p = 0; p < padded_partitions; ++p) {
         store(result.energy + p * L, splat<V>(0.0));

@@ -204,17 +204,6 @@ VELA_INLINE V clamp(V a, V low, V high) {
 
 // ---- single-operand functions ----
 
-VELA_INLINE double square_root(double a) {
-    return __builtin_sqrt(a);
-}
-template <int W>
-VELA_INLINE f64<W> square_root(f64<W> a) {
-    f64<W> r;
-    for (int i = 0; i < W; ++i)
-        r.v[i] = __builtin_sqrt(a.v[i]);
-    return r;
-}
-
 /// Of a single<V>.
 template <class F>
 VELA_INLINE F single_root(F a) {

@@ -91,10 +91,11 @@ VELA_INLINE V logarithm(V x) {
 //
 //     h (3 k^2 - x h^2) = (1 - 3/2 e^2 - e^3/2) / sqrt(x).
 //
-// The seed's |e| is below 3.6e-7: six roundings to 24 bits at most.
-//
-// Arguments are 0 or lie in 1e-30 .. 1e36; what is added for the seed keeps that one within the range
-// of normal floats and changes no argument that counts. Larger ones, far beyond any sound, give 0.
+// Rounding leaves |e| below 3.6e-7: six roundings to 24 bits at most. What is added to the arguments
+// for the seed keeps it within the range of normal floats; where that adds less than 3e-7 of the
+// argument, the result is exact to 1e-12. Below, it is bounded and too small: a magnitude of 1e-14 lies
+// 280 dB below the least significant bit of 16-bit samples. Results are 0 where an argument exceeds the
+// range of float, which takes samples 10^11 times full scale, and not a number for infinite ones.
 
 /// The seed h for 1 / sqrt(x).
 template <class V>
@@ -102,14 +103,15 @@ VELA_INLINE single<V> inverse_root_seed(V x) {
     return detail::seed_scale / single_root(to_single(x + splat<V>(1e-36)));
 }
 
-/// 1 / sqrt(x) with a relative error below 1e-12; finite for 0.
+/// 1 / sqrt(x) with a relative error below 1e-12 for x >= 1e-29; finite for 0.
 template <class V>
 VELA_INLINE V inverse_root(V x, single<V> seed) {
     const V h = widen<V>(seed);
     return h * (splat<V>(detail::three_scale_squares) - x * h * h);
 }
 
-/// sqrt(x) / y with a relative error below 1e-12, for x <= y^2; 0 for x = y = 0.
+/// sqrt(x) / y with a relative error below 1e-12 for y >= 1e-11 and x >= 1e-29 that is not above y^2; 0
+/// for x = y = 0.
 /// It is x times the inverse root of x y^2, whose factors are converted one by one: together they would
 /// leave the range of float.
 template <class V>
