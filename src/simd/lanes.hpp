@@ -11,7 +11,6 @@
 
 #include "simd/level.hpp"
 
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
