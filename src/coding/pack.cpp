@@ -2,8 +2,6 @@
 
 #include "coding/crc.hpp"
 
-#include <array>
-
 namespace vela {
 
 namespace {
@@ -21,25 +19,12 @@ void for_each_coded(const coder_config &config, const side_info &side, Field fie
 /// Calls field(subband, channel) for every subband of every channel, in order: scfsi and scale factors
 /// are sent for both channels above the joint bound too.
 template <class Field>
-void for_each_scaled(const coder_config &config, Field field) {
+void for_each_subband(const coder_config &config, Field field) {
     for (int sb = 0; sb < config.sblimit; ++sb) {
         for (int ch = 0; ch < config.channels; ++ch)
             field(sb, ch);
     }
 }
-
-/// How a subband's scale factors are sent, by scfsi (ISO/IEC 11172-3, 2.4.3.3).
-struct scalefactor_layout {
-    unsigned bits;
-    unsigned shift_first; ///< the first part's comes before all others
-    unsigned keep_second, keep_third;
-};
-constexpr std::array<scalefactor_layout, 4> scalefactor_layouts{{
-    {18, 12, 63, 63}, // one for each part
-    {12, 6, 0, 63},   // parts 0 and 1 share
-    {6, 0, 0, 0},     // all share
-    {12, 6, 0, 63},   // parts 1 and 2 share
-}};
 
 /// Writes the fields that the CRC protects to anything with put(value, bits).
 template <class Sink>
@@ -48,7 +33,7 @@ void put_protected(const coder_config &config, const side_info &side, Sink &sink
         sink.put(side.allocation[ch][sb], static_cast<unsigned>(config.table->row(sb).alloc_bits));
     });
     if (config.layer == 1) return;
-    for_each_scaled(config, [&](int sb, int ch) {
+    for_each_subband(config, [&](int sb, int ch) {
         const unsigned sent = side.allocation[ch][sb] != 0;
         sink.put(sent * side.scfsi[ch][sb], sent * 2);
     });
@@ -68,14 +53,16 @@ std::uint32_t frame_crc(const coder_config &config, std::uint32_t header_word,
 void pack_side_info(const coder_config &config, const side_info &side, bit_buffer &bits) noexcept {
     bit_cursor cursor = bits.cursor();
     put_protected(config, side, cursor);
-    for_each_scaled(config, [&](int sb, int ch) {
+    for_each_subband(config, [&](int sb, int ch) {
         const unsigned sent = side.allocation[ch][sb] != 0;
-        const unsigned scfsi = config.layer == 1 ? 2 : side.scfsi[ch][sb];
-        const scalefactor_layout &layout = scalefactor_layouts[scfsi];
+        // One scale factor is the first part's, two are those of the first and the last part (ISO/IEC
+        // 11172-3, 2.4.2.7).
+        const auto count =
+            config.layer == 1 ? 1U : static_cast<unsigned>(scalefactors_per_scfsi[side.scfsi[ch][sb]]);
         const auto index = [&](int part) { return unsigned{side.scalefactor[ch][part][sb]}; };
-        const unsigned all = index(0) << layout.shift_first | (index(1) & layout.keep_second) << 6
-                             | (index(2) & layout.keep_third);
-        cursor.put(sent * all, sent * layout.bits);
+        const unsigned all =
+            index(0) << 6 * (count - 1) | (count == 3) * index(1) << 6 | (count > 1) * index(2);
+        cursor.put(sent * all, sent * 6 * count);
     });
     bits.resume(cursor);
 }
