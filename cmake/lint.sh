@@ -47,8 +47,13 @@ check_wording() {
 
 # Rooms include one way only, from the right to the left.
 rooms=(simd stream analysis psy coding api engine)
+# Those of tools/: which rooms a room may include beside itself. The programs do not know each other.
+declare -A tool_rooms=(
+    [common]='' [parser]='common' [input]='common' [output]='common' [jobs]='common input output'
+    [velaenc]='common parser input output jobs' [velainfo]='common parser input output jobs'
+)
 # FILE:INCLUDED; the file says why.
-exceptions=(tools/frame_encoder.cpp:api/encoder.hpp)
+exceptions=(tools/jobs/stream_encoder.cpp:api/encoder.hpp)
 rank() {
     local i
     for i in "${!rooms[@]}"; do [ "${rooms[i]}" = "$1" ] && printf '%s' "$i" && return; done
@@ -68,7 +73,12 @@ may_include() { # FILE INCLUDED
             from=${from%%/*}
             [ "$from/$to" != psy/analysis ] && [ "$(rank "$to")" -le "$(rank "$from")" ] 2>/dev/null
             ;;
-        tools/* | plugins/* | examples/*) ! rank "${included%%/*}" >/dev/null ;;
+        tools/*/*)
+            from=${file#tools/} to=${included%%/*}
+            from=${from%%/*}
+            [[ -v tool_rooms[$from] && " $from ${tool_rooms[$from]} " == *" $to "* ]]
+            ;;
+        plugins/* | examples/*) ! rank "${included%%/*}" >/dev/null ;;
         *) return 1 ;;
     esac
 }

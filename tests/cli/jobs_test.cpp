@@ -1,10 +1,10 @@
 // Several threads: whatever their number and the segments, the stream and the list are those of one.
-#include "encode_loop.hpp"
-#include "failure.hpp"
+#include "common/failure.hpp"
 #include "frame_list.hpp"
 #include "host/encoding.hpp"
 #include "host/signals.hpp"
-#include "parallel_loop.hpp"
+#include "jobs/encode_loop.hpp"
+#include "jobs/parallel_loop.hpp"
 #include "workbench.hpp"
 
 #include <algorithm>
@@ -15,15 +15,15 @@ namespace {
 using bytes = std::vector<std::uint8_t>;
 
 /// PCM from memory in blocks of a given length, which lets others wait every now and then.
-class memory_source final : public velaenc::pcm_source {
+class memory_source final : public tools::pcm_source {
   public:
     memory_source(const mp1a_test::stream &how, const bytes &pcm, std::size_t block_instants,
                   bool endless = false)
-        : shape_{how.rate, how.channels(), static_cast<velaenc::sample_format>(how.width)},
+        : shape_{how.rate, how.channels(), static_cast<tools::sample_format>(how.width)},
           pcm_(std::as_bytes(std::span(pcm))), block_(block_instants * shape_.instant_bytes()),
           endless_(endless) {}
 
-    const velaenc::pcm_shape &shape() const noexcept override { return shape_; }
+    const tools::pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return std::nullopt; }
     std::span<const std::byte> next_block() override {
         const auto block = pcm_.subspan(at_, std::min(block_, pcm_.size() - at_));
@@ -35,7 +35,7 @@ class memory_source final : public velaenc::pcm_source {
     }
 
   private:
-    velaenc::pcm_shape shape_;
+    tools::pcm_shape shape_;
     std::span<const std::byte> pcm_;
     std::size_t block_, at_ = 0;
     bool endless_;
@@ -52,16 +52,16 @@ class jobs_test : public workbench {
   protected:
     /// @param how_to_divide  none: the plain loop
     result encode(const mp1a_test::stream &how, memory_source source,
-                  const std::optional<velaenc::division> &how_to_divide) const {
-        velaenc::output_file stream(path("stream"), {}), list(path("list"), {});
-        velaenc::timestamp_list stamps(list);
-        velaenc::frame_writer writer(stream, &stamps);
-        velaenc::progress hidden(how.rate, std::nullopt, false);
+                  const std::optional<tools::division> &how_to_divide) const {
+        tools::output_file stream(path("stream"), {}), list(path("list"), {});
+        tools::timestamp_list stamps(list);
+        tools::frame_writer writer(stream, &stamps);
+        tools::progress hidden(how.rate, std::nullopt, false);
         auto settings = how.settings();
         settings.pts_offset = 12345;
         const auto samples = how_to_divide
                                  ? encode_in_parallel(source, settings, writer, hidden, *how_to_divide)
-                                 : velaenc::encode(source, settings, writer, hidden, false);
+                                 : tools::encode(source, settings, writer, hidden, false);
         stamps.flush();
         stream.close();
         list.close();
@@ -91,7 +91,7 @@ TEST_F(jobs_test, every_setting_in_segments_of_any_length_is_the_stream_of_one_t
                   static_cast<std::size_t>(8 + k % 11 + (k % 3 == 2)))
             << k;
         for (int i = 0; i < 4; ++i) {
-            const velaenc::division divided{1 + i, segments[(k + 2 * i) % 7]};
+            const tools::division divided{1 + i, segments[(k + 2 * i) % 7]};
             EXPECT_TRUE(encode(how, {how, pcm, blocks[(k + i) % 3]}, divided) == expected)
                 << "case " << k << ", " << divided.jobs << " jobs, " << divided.segment_frames;
         }
@@ -102,12 +102,12 @@ TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {
     const mp1a_test::stream how;
     const bytes pcm(4 * 1152);
     memory_source endless(how, pcm, 1152, true);
-    velaenc::output_file full("/dev/full", {});
-    velaenc::frame_writer writer(full, nullptr);
-    velaenc::progress hidden(how.rate, std::nullopt, false);
+    tools::output_file full("/dev/full", {});
+    tools::frame_writer writer(full, nullptr);
+    tools::progress hidden(how.rate, std::nullopt, false);
     const auto samples = encode_in_parallel(endless, how.settings(), writer, hidden, {3, 8});
     EXPECT_LE(samples, (2 * 3 + 1) * 8 * 1152u);
-    EXPECT_THROW(full.check(), velaenc::failure);
+    EXPECT_THROW(full.check(), tools::failure);
 }
 
 TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_of_jobs) {

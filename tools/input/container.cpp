@@ -1,0 +1,163 @@
+#include "input/container.hpp"
+
+#include "common/failure.hpp"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace tools {
+namespace {
+
+/// The chunked containers differ only in these numbers.
+struct chunk_layout {
+    std::string_view magic; ///< the file's first bytes
+    std::uint64_t first_chunk;
+    std::size_t id_bytes; ///< the first four bytes are the name also where the identifier is longer
+    std::size_t size_bytes;
+    bool big_endian;
+    bool size_covers_header;
+    std::uint64_t alignment;
+    std::string_view sound_chunk;
+};
+
+constexpr std::array<chunk_layout, 5> layouts{{
+    {"RIFF", 12, 4, 4, false, false, 2, "data"},
+    {"RF64", 12, 4, 4, false, false, 2, "data"},
+    {"riff", 40, 16, 8, false, true, 8, "data"}, // W64
+    {"FORM", 12, 4, 4, true, false, 2, "SSND"},
+    {"caff", 8, 4, 8, true, false, 1, "data"},
+}};
+
+constexpr int most_chunks = 10000; ///< walks of damaged files end
+
+std::uint64_t number(std::span<const std::byte> bytes, bool big_endian) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        value =
+            value << 8 | std::to_integer<std::uint64_t>(bytes[big_endian ? i : bytes.size() - 1 - i]);
+    return value;
+}
+
+std::string_view name_of(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char *>(bytes.data()), 4};
+}
+
+/// Programs that write to a pipe put about the largest number, signed or unsigned, for a size that they
+/// cannot know yet.
+bool is_placeholder(std::uint64_t size, std::size_t size_bytes) {
+    if (size_bytes == 8) return size >= std::uint64_t{1} << 62;
+    return size >= 0xFFFFF000u || (size >= 0x7FFFF000u && size <= 0x80000000u);
+}
+
+const chunk_layout *layout_of(const fetch_function &fetch) {
+    std::array<std::byte, 4> magic{};
+    if (fetch(0, magic) < magic.size()) return nullptr;
+    const auto *found = std::ranges::find_if(
+        layouts, [&](const auto &layout) { return layout.magic == name_of(magic); });
+    return found == layouts.end() ? nullptr : found;
+}
+
+std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout &layout,
+                                std::string_view name) {
+    const std::size_t header_bytes = layout.id_bytes + layout.size_bytes;
+    std::array<std::byte, 24> bytes{};
+    const auto header = std::span(bytes).first(header_bytes);
+    std::uint64_t offset = layout.first_chunk;
+    for (int i = 0; i < most_chunks && fetch(offset, header) == header_bytes; ++i) {
+        std::uint64_t size = number(header.subspan(layout.id_bytes), layout.big_endian);
+        const bool unknown = is_placeholder(size, layout.size_bytes);
+        if (layout.size_covers_header) size -= std::min<std::uint64_t>(size, header_bytes);
+        if (name_of(header) == name)
+            return chunk{offset + header_bytes, unknown ? std::nullopt : std::optional(size)};
+        if (size >= std::uint64_t{1} << 62) break;
+        offset += header_bytes + (size + layout.alignment - 1) / layout.alignment * layout.alignment;
+    }
+    return std::nullopt;
+}
+
+/// RF64 keeps the size of its data chunk in "ds64": the file's size, then the data's, 64 bits each.
+std::optional<std::uint64_t> rf64_data_bytes(const fetch_function &fetch, const chunk_layout &layout) {
+    const auto sizes = find_chunk(fetch, layout, "ds64");
+    std::array<std::byte, 16> bytes{};
+    if (!sizes || fetch(sizes->offset, bytes) < bytes.size()) return std::nullopt;
+    const std::uint64_t size = number(std::span(bytes).last(8), false);
+    return is_placeholder(size, 8) ? std::nullopt : std::optional(size);
+}
+
+/// Others put 0. That stands for no sound only where the size of the whole file was filled in
+/// afterwards.
+bool zero_is_placeholder(const fetch_function &fetch, const chunk &sound) {
+    std::array<std::byte, 4> bytes{};
+    if (fetch(4, bytes) < bytes.size()) return false;
+    const std::uint64_t size = number(bytes, false);
+    return size + 8 <= sound.offset || is_placeholder(size, 4);
+}
+
+/// AU has no chunks: the magic, then offset and size of the data.
+std::optional<chunk> find_au_data(const fetch_function &fetch) {
+    std::array<std::byte, 12> bytes{};
+    if (fetch(0, bytes) < bytes.size() || name_of(bytes) != ".snd") return std::nullopt;
+    const std::uint64_t size = number(std::span(bytes).subspan(8, 4), true);
+    return chunk{number(std::span(bytes).subspan(4, 4), true),
+                 is_placeholder(size, 4) ? std::nullopt : std::optional(size)};
+}
+
+/// Bytes that the last Ogg page has beyond the end of the file; 0 for a whole page and for other files.
+std::uint64_t ogg_bytes_missing(const input_file &input) {
+    constexpr std::size_t header_bytes = 27, longest_page = header_bytes + 255 + 255 * 255;
+    std::vector<std::byte> tail(
+        static_cast<std::size_t>(std::min<std::uint64_t>(input.size(), longest_page)));
+    tail.resize(read_at(input, input.size() - tail.size(), tail));
+    std::array<std::byte, 4> magic{};
+    if (read_at(input, 0, magic) < magic.size() || name_of(magic) != "OggS") return 0;
+    const auto page = std::find_end(tail.begin(), tail.end(), magic.begin(), magic.end());
+    const std::span<const std::byte> rest(page, tail.end());
+    if (rest.size() < header_bytes) return header_bytes - rest.size();
+    const auto segments = std::to_integer<std::size_t>(rest[header_bytes - 1]);
+    std::size_t bytes = header_bytes + segments;
+    for (std::size_t i = header_bytes; i < std::min(header_bytes + segments, rest.size()); ++i)
+        bytes += std::to_integer<std::size_t>(rest[i]);
+    return bytes > rest.size() ? bytes - rest.size() : 0;
+}
+
+} // namespace
+
+std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name) {
+    const chunk_layout *layout = layout_of(fetch);
+    if (layout == nullptr || (layout->magic != "RIFF" && layout->magic != "RF64")) return std::nullopt;
+    return find_chunk(fetch, *layout, name);
+}
+
+std::optional<chunk> find_sound_data(const fetch_function &fetch) {
+    const chunk_layout *layout = layout_of(fetch);
+    if (layout == nullptr) return find_au_data(fetch);
+    auto sound = find_chunk(fetch, *layout, layout->sound_chunk);
+    if (sound && layout->magic == "RF64") sound->bytes = rf64_data_bytes(fetch, *layout);
+    if (sound && layout->magic == "RIFF" && sound->bytes == 0 && zero_is_placeholder(fetch, *sound))
+        sound->bytes.reset();
+    return sound;
+}
+
+fetch_function fetch_from(const input_file &input) {
+    return [&input](std::uint64_t offset, std::span<std::byte> room) {
+        return read_at(input, offset, room);
+    };
+}
+
+void check_complete(const input_file &input) {
+    std::uint64_t missing = 0;
+    if (const auto sound = find_sound_data(fetch_from(input)); sound && sound->bytes) {
+        const std::uint64_t end = sound->offset + *sound->bytes;
+        missing = end > input.size() ? end - input.size() : 0;
+    } else {
+        missing = ogg_bytes_missing(input);
+    }
+    if (missing != 0)
+        throw failure(exit_code::input, input.name + " is truncated: its header promises "
+                                            + std::to_string(missing) + " more bytes than the "
+                                            + std::to_string(input.size())
+                                            + " that are there; the complete file is needed");
+}
+
+} // namespace tools

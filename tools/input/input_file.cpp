@@ -1,0 +1,91 @@
+#include "input/input_file.hpp"
+
+#include "common/failure.hpp"
+#include "input/pcm_source.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <vector>
+
+namespace tools {
+namespace {
+
+[[noreturn]] void unreadable(const std::string &name, int error) {
+    throw failure(exit_code::input, "cannot read " + name + ": " + std::strerror(error));
+}
+
+[[noreturn]] void cannot_spool(const std::string &folder, int error) {
+    throw failure(exit_code::output,
+                  "cannot keep the piped input in " + folder + ": " + std::strerror(error)
+                      + "; set TMPDIR to a folder with room, or give the input as a file");
+}
+
+file_handle nameless_file(const std::string &folder) {
+    std::string path = folder + "/velaenc-XXXXXX";
+    file_handle handle(::mkostemp(path.data(), O_CLOEXEC));
+    if (!handle.is_open()) cannot_spool(folder, errno);
+    ::unlink(path.c_str());
+    return handle;
+}
+
+void append(int descriptor, std::span<const std::byte> bytes, const std::string &folder) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0) cannot_spool(folder, errno);
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+}
+
+} // namespace
+
+input_file open_input(const std::string &path) {
+    input_file input;
+    const bool standard = path == "-";
+    input.name = standard ? "standard input" : path;
+    input.handle =
+        file_handle(standard ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!input.handle.is_open() || ::fstat(input.handle.get(), &input.status) != 0)
+        unreadable(input.name, errno);
+    if (S_ISDIR(input.status.st_mode))
+        throw failure(exit_code::input, path + " is a folder; name an audio file in it");
+    if (::isatty(input.handle.get()))
+        throw failure(exit_code::input,
+                      input.name + " is a terminal; pipe audio into it or name a file");
+    if (S_ISREG(input.status.st_mode) && input.size() == 0)
+        throw failure(exit_code::input, input.name + " is empty (0 bytes); an audio file is needed");
+    return input;
+}
+
+std::size_t read_some(const input_file &input, std::span<std::byte> room) {
+    ssize_t count = 0;
+    do
+        count = ::read(input.handle.get(), room.data(), room.size());
+    while (count < 0 && errno == EINTR);
+    if (count < 0) unreadable(input.name, errno);
+    return static_cast<std::size_t>(count);
+}
+
+std::size_t read_at(const input_file &input, std::uint64_t offset, std::span<std::byte> room) {
+    const ssize_t count =
+        ::pread(input.handle.get(), room.data(), room.size(), static_cast<off_t>(offset));
+    if (count < 0) unreadable(input.name, errno);
+    return static_cast<std::size_t>(count);
+}
+
+input_file spool(input_file input, std::span<const std::byte> head) {
+    const char *wish = std::getenv("TMPDIR");
+    const std::string folder = wish != nullptr && *wish != '\0' ? wish : "/tmp";
+    input_file spooled{nameless_file(folder), input.name, {}};
+    append(spooled.handle.get(), head, folder);
+    std::vector<std::byte> block(block_bytes);
+    while (const std::size_t count = read_some(input, block))
+        append(spooled.handle.get(), std::span(block).first(count), folder);
+    if (::lseek(spooled.handle.get(), 0, SEEK_SET) != 0
+        || ::fstat(spooled.handle.get(), &spooled.status) != 0)
+        unreadable(input.name, errno);
+    return spooled;
+}
+
+} // namespace tools

@@ -1,0 +1,41 @@
+// Opening the input: a named file or standard input, and what kind of file it is.
+#pragma once
+
+#include "common/file_handle.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <sys/stat.h>
+
+namespace tools {
+
+struct input_file {
+    file_handle handle;
+    std::string name; ///< as messages call it
+    struct stat status {};
+
+    /// Everything but a regular file is read once and forwards only.
+    bool seekable() const noexcept { return S_ISREG(status.st_mode); }
+    std::uint64_t size() const noexcept { return static_cast<std::uint64_t>(status.st_size); }
+};
+
+/// @param path  "-" is standard input
+/// @throws failure
+input_file open_input(const std::string &path);
+
+/// Reads what is there, at most `room.size()` bytes. Returns the number of bytes, 0 at the end.
+/// @throws failure
+std::size_t read_some(const input_file &input, std::span<std::byte> room);
+
+/// Reads at a place of a seekable file, without moving its position. Returns fewer bytes at the end.
+/// @throws failure
+std::size_t read_at(const input_file &input, std::uint64_t offset, std::span<std::byte> room);
+
+/// Moves `head` and everything that is still to come into a nameless temporary file, for readers that
+/// have to seek.
+/// @throws failure
+input_file spool(input_file input, std::span<const std::byte> head);
+
+} // namespace tools

@@ -1,0 +1,47 @@
+// Where the encode loop gets its PCM from: blocks of interleaved samples in a format the encoder takes.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace tools {
+
+/// The value is the number of bytes of a sample, and the encoder's pcm_format.
+enum class sample_format { s16 = 2, s24 = 3, f32 = 4 };
+
+struct pcm_shape {
+    int rate = 0; ///< Hz
+    int channels = 0;
+    sample_format format = sample_format::s16;
+
+    /// Bytes of one sampling instant: a sample of every channel.
+    std::size_t instant_bytes() const noexcept {
+        return static_cast<std::size_t>(format) * static_cast<std::size_t>(channels);
+    }
+};
+
+/// Bytes of a block at most: large enough that a block's fixed costs vanish, small enough for the
+/// cache.
+inline constexpr std::size_t block_bytes = 64 * 1024;
+
+class pcm_source {
+  public:
+    virtual ~pcm_source() = default;
+
+    virtual const pcm_shape &shape() const noexcept = 0;
+
+    /// Samples a channel, where that is known in advance.
+    virtual std::optional<std::uint64_t> length() const noexcept = 0;
+
+    /// The next whole instants, valid until the next call; empty at the end.
+    /// @throws failure when the input cannot be read or ends before its time
+    virtual std::span<const std::byte> next_block() = 0;
+
+    /// Whether next_block() will have something to return by that time. Files always have.
+    virtual bool ready_before(std::chrono::steady_clock::time_point) const { return true; }
+};
+
+} // namespace tools

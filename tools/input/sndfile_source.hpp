@@ -1,0 +1,43 @@
+// PCM from any audio file that libsndfile reads.
+#pragma once
+
+#include "input/input_file.hpp"
+#include "input/pcm_source.hpp"
+
+#include <memory>
+#include <sndfile.h>
+#include <vector>
+
+namespace tools {
+
+class sndfile_source final : public pcm_source {
+  public:
+    /// @param input  seekable
+    /// @throws failure
+    explicit sndfile_source(input_file input);
+
+    const pcm_shape &shape() const noexcept override { return shape_; }
+    std::optional<std::uint64_t> length() const noexcept override { return length_; }
+    std::span<const std::byte> next_block() override;
+
+  private:
+    std::int64_t read_instants();
+    void pack_s24(std::size_t samples) noexcept;
+    void check_end() const;
+
+    struct closer {
+        void operator()(SNDFILE *file) const noexcept { sf_close(file); }
+    };
+
+    input_file input_;
+    std::unique_ptr<SNDFILE, closer> file_;
+    pcm_shape shape_;
+    std::optional<std::uint64_t> length_;
+    bool packed_s24_ = false;  ///< the file has 24-bit samples as the encoder takes them
+    bool exact_length_ = true; ///< the length is a promise, not an estimate
+    std::uint64_t handed_out_ = 0;
+    std::vector<std::byte> buffer_;
+    std::vector<int> wide_; ///< 24-bit samples as libsndfile gives them, in the upper bits
+};
+
+} // namespace tools

@@ -1,0 +1,40 @@
+// PCM read straight from a file descriptor: headerless input, and WAV that arrives through a pipe.
+#pragma once
+
+#include "input/input_file.hpp"
+#include "input/pcm_source.hpp"
+
+#include <vector>
+
+namespace tools {
+
+class stream_source final : public pcm_source {
+  public:
+    /// @param head    PCM bytes already taken from the input
+    /// @param length  samples a channel that the input promises, where it does
+    stream_source(input_file input, const pcm_shape &shape, std::span<const std::byte> head,
+                  std::optional<std::uint64_t> length);
+
+    const pcm_shape &shape() const noexcept override { return shape_; }
+    std::optional<std::uint64_t> length() const noexcept override { return length_; }
+
+    /// Hands out what a read brings instead of waiting for a full block, so that live input is encoded
+    /// as it comes.
+    std::span<const std::byte> next_block() override;
+    bool ready_before(std::chrono::steady_clock::time_point time) const override;
+
+  private:
+    bool refill();
+    void check_end() const;
+
+    input_file input_;
+    pcm_shape shape_;
+    std::optional<std::uint64_t> length_;
+    std::uint64_t left_; ///< bytes that may still be read
+    std::uint64_t handed_out_ = 0;
+    std::vector<std::byte> buffer_;
+    std::size_t filled_ = 0; ///< bytes in the buffer
+    std::size_t used_ = 0;   ///< bytes at its start that the last block covered
+};
+
+} // namespace tools

@@ -1,0 +1,41 @@
+#include "jobs/encode_loop.hpp"
+
+#include "jobs/engine_encoder.hpp"
+#include "jobs/stream_encoder.hpp"
+
+namespace tools {
+namespace {
+
+/// The shortest frame of PCM has 384 16-bit samples of one channel.
+constexpr std::size_t most_frames_in_block = block_bytes / (384 * 2) + 1;
+
+template <class Encoder>
+std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                          progress &shown, bool live) {
+    Encoder encoder(settings, source.shape(), 4 * most_frames_in_block);
+    std::uint64_t samples = 0;
+    for (auto block = source.next_block(); !block.empty(); block = source.next_block()) {
+        encoder.put(block);
+        samples += block.size() / source.shape().instant_bytes();
+        const bool fills_up = encoder.output().frames().size() > 3 * most_frames_in_block;
+        if ((live || fills_up) && !writer.write(encoder.output())) return samples;
+        shown.update(samples);
+    }
+    encoder.finish();
+    writer.write(encoder.output());
+    return samples;
+}
+
+} // namespace
+
+std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                     progress &shown, bool live) {
+    return encode_with<stream_encoder>(source, settings, writer, shown, live);
+}
+
+std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
+                                    frame_writer &writer, progress &shown, bool live) {
+    return encode_with<engine_encoder>(source, settings, writer, shown, live);
+}
+
+} // namespace tools

@@ -1,0 +1,28 @@
+// A run of whole frames that is encoded on its own, wherever it lies in the stream.
+#pragma once
+
+#include "output/frame_buffer.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace tools {
+
+///     pcm   | history: the frames before | the segment's frames | only in the last one: part of a
+///     frame |
+///           0                            history_bytes
+struct segment {
+    explicit segment(std::size_t most_frames) : frames(most_frames + 1) {}
+
+    bool is_empty() const noexcept { return pcm.size() == history_bytes; }
+
+    std::int64_t first_frame = 0;
+    std::vector<std::byte> pcm;
+    std::size_t history_bytes = 0;
+    bool last = false;   ///< the stream ends with it
+    frame_buffer frames; ///< what came out
+    bool done = false;   ///< `frames` is complete
+};
+
+} // namespace tools

@@ -1,0 +1,59 @@
+// Threads that encode segments, each of them with an encoder of its own.
+#pragma once
+
+#include "jobs/segment.hpp"
+#include "jobs/stream_encoder.hpp"
+
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace tools {
+
+/// The thread that hands the segments out belongs to the crew: while it waits for a segment it encodes
+/// another one. A thread is started only when there is more to do than those that run can do, so a
+/// short file is encoded without any.
+///
+///     submit() --> waiting_ --> a worker, or finish() --> segment.done
+class segment_crew {
+  public:
+    /// @param jobs  threads, the caller's included
+    segment_crew(const mpeg_a_settings &settings, const pcm_shape &shape, int jobs,
+                 std::size_t most_frames);
+
+    /// Segments that no thread has begun stay as they are.
+    ~segment_crew();
+    segment_crew(const segment_crew &) = delete;
+    segment_crew &operator=(const segment_crew &) = delete;
+
+    /// Segments come in the order of the stream.
+    /// @param next  belongs to the crew until it is finished or the crew has gone
+    void submit(segment &next);
+
+    /// Returns when the segment is done.
+    /// @throws whatever ended a worker
+    void finish(segment &wanted);
+
+  private:
+    void start_worker();
+    void work(const std::stop_token &stop);
+    void encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder);
+
+    mpeg_a_settings settings_;
+    pcm_shape shape_;
+    std::size_t most_frames_;
+    std::size_t most_workers_;
+    stream_encoder own_;
+
+    std::mutex mutex_; ///< of the members below, and of segment::done
+    std::condition_variable_any submitted_;
+    std::condition_variable done_;
+    std::deque<segment *> waiting_;
+    std::exception_ptr error_;
+    std::vector<std::jthread> workers_; ///< last, so that they end before what they use
+};
+
+} // namespace tools

@@ -1,0 +1,240 @@
+#include "velaenc/options.hpp"
+
+#include "common/failure.hpp"
+#include "vela_enc_mp1a/settings.h"
+
+#include <algorithm>
+#include <charconv>
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <filesystem>
+#include <sched.h>
+#include <thread>
+#include <vector>
+
+namespace tools {
+namespace {
+
+/// Names on the command line and what they stand for, in the order of the help.
+template <class Value>
+using choices = std::vector<std::pair<std::string, Value>>;
+
+const choices<int> preset_codes{
+    {"vcd", MPEG_A_PRESET_VCD},   {"svcd", MPEG_A_PRESET_SVCD},
+    {"dvd", MPEG_A_PRESET_DVD},   {"dvd-dual", MPEG_A_PRESET_DVD_DUAL},
+    {"dvb", MPEG_A_PRESET_DVB},   {"micromv", MPEG_A_PRESET_MICROMV},
+    {"dvhs", MPEG_A_PRESET_DVHS}, {"hdv", MPEG_A_PRESET_HDV},
+    {"none", MPEG_A_PRESET_NONE},
+};
+const choices<int> layer_codes{{"1", 1}, {"2", 2}};
+const choices<int> bit_codes{{"0", 0}, {"1", 1}};
+const choices<int> mode_codes{{"stereo", MPEG_A_MODE_STEREO},
+                              {"joint", MPEG_A_MODE_JOINT_STEREO},
+                              {"dual", MPEG_A_MODE_DUAL_CHANNEL},
+                              {"mono", MPEG_A_MODE_MONO}};
+const choices<int> emphasis_codes{
+    {"none", MPEG_A_EMPHASIS_NONE}, {"50/15", MPEG_A_EMPHASIS_50_15}, {"j17", MPEG_A_EMPHASIS_J17}};
+const choices<sample_format> format_codes{
+    {"s16", sample_format::s16}, {"s24", sample_format::s24}, {"f32", sample_format::f32}};
+
+constexpr const char *description =
+    "velaenc: encodes audio as MPEG-1 Audio Layer I or II (ISO/IEC 11172-3).\n"
+    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of 32000, 44100 or 48000 Hz.";
+
+constexpr const char *footer =
+    "Defaults: Layer II, the channels of IN, no CRC, 224 kbit/s for two channels and 112 for one "
+    "(Layer I:\n"
+    "384 and 192). A preset brings its own; in mono it starts at half of its bitrate and takes the "
+    "next one\n"
+    "that conforms. 16-bit and 24-bit input is encoded as such, everything else as 32-bit float.\n"
+    "\n"
+    "Time stamps count 27 MHz ticks and tell when a frame ends: the first one is the start plus the\n"
+    "duration of one frame. Frames are numbered from 0.\n"
+    "\n"
+    "OUT appears under its name when it is complete. Pipes and devices are written directly.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0  success\n"
+    "  1  the command line is wrong\n"
+    "  2  the input is missing, unreadable, truncated, empty or has more than two channels\n"
+    "  3  the output cannot be written\n"
+    "  4  the settings or the sample rate cannot be encoded or do not conform to the preset\n"
+    "  5  memory is out, or the program is at fault\n"
+    "  128 + n  ended by signal n";
+
+template <class Value>
+std::string names_of(const choices<Value> &named) {
+    std::string names;
+    for (const auto &[name, value] : named)
+        names += (names.empty() ? "" : "|") + name;
+    return names;
+}
+
+template <class Value>
+std::optional<Value> find_choice(const choices<Value> &named, const std::string &wanted) {
+    for (const auto &[name, value] : named)
+        if (name == wanted) return value;
+    return std::nullopt;
+}
+
+/// Decimal only, and nothing too large goes unnoticed.
+template <class Number>
+std::optional<Number> parse_number(const std::string &text) {
+    Number value{};
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    return result.ec == std::errc() && result.ptr == end ? std::optional(value) : std::nullopt;
+}
+
+[[noreturn]] void refuse(const std::string &option, const std::string &text, const std::string &right) {
+    throw CLI::ValidationError(option, "'" + text + "' should be " + right);
+}
+
+template <class Value, class Target>
+CLI::Option *add_choice(CLI::App &app, const std::string &option, Target &target,
+                        const choices<Value> &named, const std::string &help) {
+    const auto store = [&target, &named, option](const std::string &text) {
+        const auto value = find_choice(named, text);
+        if (!value) refuse(option, text, names_of(named));
+        target = *value;
+    };
+    return app.add_option_function<std::string>(option, store, help)->type_name(names_of(named));
+}
+
+template <class Number>
+CLI::Option *add_number(CLI::App &app, const std::string &option, std::optional<Number> &target,
+                        const std::string &type, const std::string &help) {
+    const auto store = [&target, option](const std::string &text) {
+        target = parse_number<Number>(text);
+        if (!target) refuse(option, text, "a whole number of a sensible size");
+    };
+    return app.add_option_function<std::string>(option, store, help)->type_name(type);
+}
+
+void add_preset(CLI::App &app, options &wanted) {
+    const auto store = [&wanted](const std::string &text) {
+        auto code = find_choice(preset_codes, text);
+        if (!code) code = parse_number<int>(text);
+        if (!code) refuse("--preset", text, names_of(preset_codes) + " or a code");
+        wanted.preset = *code;
+        wanted.preset_name = text;
+    };
+    app.add_option_function<std::string>("--preset", store, "Target format: its defaults and its rules")
+        ->type_name(names_of(preset_codes) + "|CODE");
+}
+
+void add_stream_options(CLI::App &app, options &wanted) {
+    add_preset(app, wanted);
+    add_choice(app, "--layer", wanted.layer, layer_codes, "Layer");
+    add_choice(app, "--mode", wanted.mode, mode_codes, "Mode; two channels are mixed down to mono");
+    add_number(app, "--bitrate", wanted.bitrate, "KBPS", "Bitrate in kbit/s");
+    auto *crc = app.add_flag_callback(
+        "--crc", [&wanted] { wanted.crc = true; }, "A CRC-16 in every frame");
+    app.add_flag_callback(
+           "--no-crc", [&wanted] { wanted.crc = false; }, "No CRC")
+        ->excludes(crc);
+    add_choice(app, "--emphasis", wanted.emphasis, emphasis_codes,
+               "Label of the emphasis in the header");
+    add_choice(app, "--private", wanted.private_bit, bit_codes, "Private bit of the header");
+    add_choice(app, "--copyright", wanted.copyright, bit_codes, "Copyright bit of the header");
+    add_choice(app, "--original", wanted.original, bit_codes, "Original bit of the header");
+    add_number(app, "--pts-offset", wanted.pts_offset, "N", "Start of the time stamps");
+    add_number(app, "--pts-units", wanted.pts_units, "N",
+               "Ticks a second of --pts-offset; without it 27000000");
+}
+
+struct raw_options {
+    bool raw = false;
+    std::optional<int> rate, channels;
+    sample_format format = sample_format::s16;
+};
+
+void add_raw_options(CLI::App &app, raw_options &given) {
+    auto *raw = app.add_flag("--raw", given.raw, "IN is headerless little-endian PCM");
+    auto *rate = add_number(app, "--rate", given.rate, "HZ", "Sample rate of --raw input");
+    auto *channels = add_number(app, "--channels", given.channels, "N", "Channels of --raw input");
+    auto *format = add_choice(app, "--format", given.format, format_codes, "Samples of --raw input");
+    for (auto *option : {rate, channels, format}) {
+        option->needs(raw);
+        raw->needs(option);
+    }
+}
+
+constexpr int most_jobs = 256;
+
+/// Processors that this process may use.
+int usable_processors() {
+    cpu_set_t allowed;
+    if (::sched_getaffinity(0, sizeof allowed, &allowed) == 0) return CPU_COUNT(&allowed);
+    return static_cast<int>(std::thread::hardware_concurrency()); // more than the set can name
+}
+
+/// The input's name with the layer's extension, in the input's folder; a pipe goes on into a pipe.
+std::string default_output(const options &wanted) {
+    if (wanted.input == "-") return "-";
+    return std::filesystem::path(wanted.input)
+        .replace_extension(wanted.layer.value_or(2) == 1 ? ".mp1" : ".mp2")
+        .string();
+}
+
+/// Time stamps are 64-bit counts of 27 MHz ticks; half of the range is left to the stream.
+bool is_countable(const options &wanted) {
+    const auto offset = static_cast<double>(wanted.pts_offset.value_or(0));
+    const int units = wanted.pts_units.value_or(0);
+    return std::abs(units > 0 ? offset * 27e6 / units : offset) < 0x1p62;
+}
+
+void complete(options &wanted, const raw_options &given, std::optional<int> jobs) {
+    if (wanted.input.empty()) throw failure(exit_code::usage, "IN has no name");
+    if (given.raw) wanted.raw = pcm_shape{given.rate.value(), given.channels.value(), given.format};
+    if (given.raw && wanted.raw->channels < 1)
+        throw failure(exit_code::usage, "--channels should be 1 or 2");
+    if (!is_countable(wanted))
+        throw failure(exit_code::usage, "--pts-offset lies beyond what 27 MHz ticks can count");
+    wanted.jobs = jobs.value_or(std::clamp(usable_processors(), 1, most_jobs));
+    if (wanted.jobs < 1 || wanted.jobs > most_jobs)
+        throw failure(exit_code::usage, "--jobs should be 1 to " + std::to_string(most_jobs));
+    if (wanted.output.empty()) wanted.output = default_output(wanted);
+    if (wanted.output == "-" && wanted.timestamps == "-")
+        throw failure(exit_code::usage, "OUT and --timestamps cannot both go to standard output");
+}
+
+} // namespace
+
+std::optional<options> read_options(int argc, char **argv) {
+    options wanted;
+    raw_options given;
+    std::optional<int> jobs;
+    CLI::App app(description, "velaenc");
+    app.footer(footer);
+    app.set_version_flag("--version", "velaenc " VELAENC_VERSION, "Print the version");
+    app.add_option("IN", wanted.input, "Input file, or - for standard input")->required();
+    app.add_option("OUT", wanted.output,
+                   "Output file, or - for standard output; without it IN with .mp1 or .mp2");
+    add_stream_options(app, wanted);
+    app.add_option("--timestamps", wanted.timestamps,
+                   "CSV of the frames: number, byte offset, bytes, time stamp")
+        ->type_name("FILE");
+    add_raw_options(app, given);
+    auto *threads =
+        add_number(app, "-j,--jobs", jobs, "N",
+                   "Threads that encode, for the same stream; without it one for every processor");
+    app.add_flag("--engine", wanted.engine,
+                 "Encode through the plug-in interface, on one thread, for the same stream")
+        ->excludes(threads);
+    app.add_flag("--quiet", wanted.quiet, "Only errors on standard error");
+    app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &request) { // help or version
+        app.exit(request);
+        return std::nullopt;
+    } catch (const CLI::ParseError &error) {
+        throw failure(exit_code::usage,
+                      std::string(error.what()) + "; velaenc --help lists the options");
+    }
+    complete(wanted, given, jobs);
+    return wanted;
+}
+
+} // namespace tools

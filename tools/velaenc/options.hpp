@@ -1,0 +1,42 @@
+// The command line as a record.
+#pragma once
+
+#include "input/pcm_source.hpp"
+
+#include <optional>
+#include <string>
+
+namespace tools {
+
+/// What the user asked for. Fields without a value leave the choice to the preset and the input.
+struct options {
+    std::string input;      ///< "-": standard input
+    std::string output;     ///< "-": standard output
+    std::string timestamps; ///< empty: none
+
+    int preset = 0;
+    std::string preset_name = "none";
+    std::optional<int> layer;
+    std::optional<int> mode;
+    std::optional<int> bitrate; ///< kbit/s
+    std::optional<bool> crc;
+    std::optional<int> emphasis;
+    std::optional<int> private_bit;
+    std::optional<int> copyright;
+    std::optional<int> original;
+    std::optional<std::int64_t> pts_offset;
+    std::optional<int> pts_units;
+
+    std::optional<pcm_shape> raw; ///< shape of headerless input
+    int jobs = 1;                 ///< threads that encode
+    bool engine = false;          ///< encode through the plug-in interface
+    bool quiet = false;
+    bool force = false;
+};
+
+/// Reads the command line. Help and version are printed here.
+/// @return none when there is nothing to encode
+/// @throws failure
+std::optional<options> read_options(int argc, char **argv);
+
+} // namespace tools

@@ -1,0 +1,175 @@
+#include "velaenc/stream_settings.hpp"
+
+#include "common/failure.hpp"
+#include "vela_enc_mp1a/encoder.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <string_view>
+
+namespace tools {
+namespace {
+
+constexpr int lowest_index = 1, highest_index = 14;
+
+/// ISO/IEC 11172-3, 2.4.2.3, bitrate_index 1..14 of Layer II in kbit/s. Layer I has 32 times the index.
+constexpr std::array<int, 14> layer2_kbit{32,  48,  56,  64,  80,  96,  112,
+                                          128, 160, 192, 224, 256, 320, 384};
+
+/// The same clause: Layer II has the low rates for one channel only and the high ones for two only.
+bool standard_allows(const mpeg_a_settings &settings) noexcept {
+    if (settings.audio_layer == 1) return true;
+    const int kbit = kbit_of(settings);
+    if (settings.audio_mode == MPEG_A_MODE_MONO) return kbit <= 192;
+    return kbit == 64 || kbit >= 96;
+}
+
+int check_silently(const mpeg_a_settings &settings, int preset, int rate, int options) noexcept {
+    return mpegOutAudioChkSettings(nullptr, &settings, preset, rate, options, 0);
+}
+
+bool is_usable(const mpeg_a_settings &settings) noexcept {
+    return check_silently(settings, MPEG_A_PRESET_NONE, 48000, MPEG_A_CHECK_GENERIC_ONLY) == 0;
+}
+
+/// Whether the preset would take this mode, layer and bitrate, everything else being its own.
+bool preset_takes(const mpeg_a_settings &settings, int preset) noexcept {
+    mpeg_a_settings pure{};
+    mpegOutAudioDefaults(&pure, preset);
+    pure.audio_mode = settings.audio_mode;
+    pure.audio_layer = settings.audio_layer;
+    pure.audio_bitrate = settings.audio_bitrate;
+    for (const int rate : {48000, 44100, 32000})
+        if (check_silently(pure, preset, rate, 0) == 0) return true;
+    return false;
+}
+
+std::string rates_of(mpeg_a_settings settings) {
+    std::string list;
+    for (int index = lowest_index; index <= highest_index; ++index) {
+        settings.audio_bitrate = index;
+        if (is_usable(settings)) list += (list.empty() ? "" : ", ") + std::to_string(kbit_of(settings));
+    }
+    return list + " kbit/s";
+}
+
+constexpr std::array<const char *, 4> mode_names{"stereo", "joint stereo", "dual channel", "mono"};
+
+std::string mode_name(const mpeg_a_settings &settings) {
+    return mode_names.at(static_cast<std::size_t>(settings.audio_mode));
+}
+
+std::string layer_and_mode(const mpeg_a_settings &settings) {
+    return (settings.audio_layer == 1 ? "Layer I " : "Layer II ") + mode_name(settings);
+}
+
+void choose_bitrate(mpeg_a_settings &settings, int kbit) {
+    for (int index = lowest_index; index <= highest_index; ++index) {
+        settings.audio_bitrate = index;
+        if (kbit_of(settings) == kbit) return;
+    }
+    throw failure(exit_code::rules, "--bitrate " + std::to_string(kbit) + " does not exist: "
+                                        + layer_and_mode(settings) + " has " + rates_of(settings));
+}
+
+/// A preset's bitrate is meant for two channels of Layer II. One channel gets half of it, Layer I what
+/// it needs for the same quality; then the next rate that the preset allows.
+void choose_default_bitrate(mpeg_a_settings &settings, int preset, std::vector<std::string> &notes) {
+    const bool mono = settings.audio_mode == MPEG_A_MODE_MONO;
+    if (!mono && settings.audio_layer == 2) return;
+    choose_bitrate(settings, settings.audio_layer == 1 ? (mono ? 192 : 384) : kbit_of(settings) / 2);
+    const int preferred = settings.audio_bitrate;
+    while (settings.audio_bitrate <= highest_index && !preset_takes(settings, preset))
+        ++settings.audio_bitrate;
+    if (settings.audio_bitrate > highest_index) settings.audio_bitrate = preferred;
+    notes.push_back(layer_and_mode(settings)
+                    + " without --bitrate: " + std::to_string(kbit_of(settings)) + " kbit/s");
+}
+
+template <class Field, class Value>
+void replace(Field &field, const std::optional<Value> &value) {
+    if (value) field = *value;
+}
+
+void apply(const options &wanted, mpeg_a_settings &settings) {
+    replace(settings.audio_layer, wanted.layer);
+    replace(settings.audio_mode, wanted.mode);
+    replace(settings.error_protection, wanted.crc);
+    replace(settings.emphasis, wanted.emphasis);
+    replace(settings.extension, wanted.private_bit);
+    replace(settings.copyright, wanted.copyright);
+    replace(settings.original, wanted.original);
+    // The record is packed: no reference may be bound to this field.
+    if (wanted.pts_offset) settings.pts_offset = *wanted.pts_offset;
+    replace(settings.pts_units, wanted.pts_units);
+}
+
+void note_channels(const mpeg_a_settings &settings, int channels, std::vector<std::string> &notes) {
+    if (channels == 2 && channels_of(settings) == 1)
+        notes.emplace_back("mono: mixing two channels down");
+    if (channels == 1 && channels_of(settings) == 2)
+        notes.push_back(mode_name(settings) + ": duplicating the one channel");
+}
+
+/// Message functions have no argument for the host's own use; these go where errors go.
+int print_rule(const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::fputs("velaenc: ", stderr);
+    const int result = std::vfprintf(stderr, format, arguments);
+    std::fputc('\n', stderr);
+    va_end(arguments);
+    return result;
+}
+
+void *find_rule_printer(const char *name) {
+    return name == std::string_view("err_printf") ? reinterpret_cast<void *>(&print_rule) : nullptr;
+}
+
+} // namespace
+
+int kbit_of(const mpeg_a_settings &settings) noexcept {
+    if (settings.audio_layer == 1) return 32 * settings.audio_bitrate;
+    return layer2_kbit[static_cast<std::size_t>(settings.audio_bitrate - 1) % layer2_kbit.size()];
+}
+
+stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
+    if (input.channels > 2)
+        throw failure(exit_code::input, "the input has " + std::to_string(input.channels)
+                                            + " channels; MPEG-1 Audio has 1 or 2: mix it down first");
+    stream_plan plan;
+    mpegOutAudioDefaults(&plan.settings, wanted.preset);
+    if (input.channels == 1) plan.settings.audio_mode = MPEG_A_MODE_MONO;
+    apply(wanted, plan.settings);
+    note_channels(plan.settings, input.channels, plan.notes);
+    if (wanted.bitrate)
+        choose_bitrate(plan.settings, *wanted.bitrate);
+    else
+        choose_default_bitrate(plan.settings, wanted.preset, plan.notes);
+    if (!standard_allows(plan.settings))
+        plan.notes.push_back("the standard has no " + std::to_string(kbit_of(plan.settings))
+                             + " kbit/s for " + layer_and_mode(plan.settings)
+                             + "; some decoders will refuse the stream");
+    return plan;
+}
+
+void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate) {
+    const int result = mpegOutAudioChkSettings(find_rule_printer, &settings, wanted.preset, sample_rate,
+                                               MPEG_A_CHECK_ALL, 0);
+    if (result == 0) return;
+    if (sample_rate != 32000 && sample_rate != 44100 && sample_rate != 48000)
+        throw failure(exit_code::rules, "the input has " + std::to_string(sample_rate)
+                                            + " Hz; MPEG-1 Audio has 32000, 44100 and 48000 Hz:"
+                                              " convert it to one of them first");
+    if (!is_usable(settings))
+        throw failure(exit_code::rules, std::to_string(kbit_of(settings))
+                                            + " kbit/s cannot be encoded: " + layer_and_mode(settings)
+                                            + " has " + rates_of(settings));
+    if (!wanted.force)
+        throw failure(exit_code::rules,
+                      "the stream would not conform to the preset '" + wanted.preset_name
+                          + "'; change the above, or encode it all the same with --force");
+}
+
+} // namespace tools
