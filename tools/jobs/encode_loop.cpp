@@ -11,7 +11,7 @@ constexpr std::size_t most_frames_in_block = block_bytes / (384 * 2) + 1;
 
 template <class Encoder>
 std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                          progress &shown, bool live) {
+                          progress_listener &shown, bool live) {
     Encoder encoder(settings, source.shape(), 4 * most_frames_in_block);
     std::uint64_t samples = 0;
     for (auto block = source.next_block(); !block.empty(); block = source.next_block()) {
@@ -29,12 +29,12 @@ std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, f
 } // namespace
 
 std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                     progress &shown, bool live) {
+                     progress_listener &shown, bool live) {
     return encode_with<stream_encoder>(source, settings, writer, shown, live);
 }
 
 std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
-                                    frame_writer &writer, progress &shown, bool live) {
+                                    frame_writer &writer, progress_listener &shown, bool live) {
     return encode_with<engine_encoder>(source, settings, writer, shown, live);
 }
 

@@ -13,10 +13,10 @@ namespace tools {
 /// @return samples a channel
 /// @throws failure when the input fails; a failed output just ends the loop, and its file knows why
 std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                     progress &shown, bool live);
+                     progress_listener &shown, bool live);
 
 /// The same through the plug-in interface: an engine and a sink of ours.
 std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
-                                    frame_writer &writer, progress &shown, bool live);
+                                    frame_writer &writer, progress_listener &shown, bool live);
 
 } // namespace tools

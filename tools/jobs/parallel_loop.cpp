@@ -26,7 +26,7 @@ constexpr std::size_t segments_per_job = 2;
 class parallel_run {
   public:
     parallel_run(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                 progress &shown, const division &how)
+                 progress_listener &shown, const division &how)
         : writer_(writer), shown_(shown), how_(how),
           frame_samples_(settings.audio_layer == 1 ? 384 : 1152),
           reader_(source, frame_samples_, how.segment_frames),
@@ -95,7 +95,7 @@ class parallel_run {
     }
 
     frame_writer &writer_;
-    progress &shown_;
+    progress_listener &shown_;
     division how_;
     std::size_t frame_samples_;
     bool works_ = true; ///< the output
@@ -108,7 +108,7 @@ class parallel_run {
 } // namespace
 
 std::uint64_t encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
-                                 frame_writer &writer, progress &shown, const division &how) {
+                                 frame_writer &writer, progress_listener &shown, const division &how) {
     return parallel_run(source, settings, writer, shown, how).run();
 }
 

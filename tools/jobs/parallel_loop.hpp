@@ -19,6 +19,6 @@ struct division {
 /// As encode(), with the same result. The source is cut into segments that are encoded side by side;
 /// their number in memory at a time is limited.
 std::uint64_t encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
-                                 frame_writer &writer, progress &shown, const division &how);
+                                 frame_writer &writer, progress_listener &shown, const division &how);
 
 } // namespace tools

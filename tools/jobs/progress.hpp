@@ -11,19 +11,27 @@ namespace tools {
 /// Hours only where there are some: 4:03.250 or 1:04:03.250, with as many decimals as asked for.
 std::string clock_text(double seconds, int decimals);
 
-class progress {
+/// Is told how far an encode is.
+class progress_listener {
+  public:
+    virtual ~progress_listener() = default;
+
+    /// @param samples  a channel, encoded so far
+    virtual void update(std::uint64_t samples) = 0;
+};
+
+class progress final : public progress_listener {
   public:
     /// @param length   samples a channel, where known
     /// @param visible  false: no progress line
     progress(int rate, std::optional<std::uint64_t> length, bool visible);
 
     /// Takes the line off the terminal, so that a message can follow.
-    ~progress();
+    ~progress() override;
     progress(const progress &) = delete;
     progress &operator=(const progress &) = delete;
 
-    /// @param samples  a channel, encoded so far
-    void update(std::uint64_t samples);
+    void update(std::uint64_t samples) override;
 
     /// Seconds of audio encoded in a second.
     double speed() const;

@@ -1,17 +1,15 @@
-// velaenc: the order of a run, from the command line to the published files.
+// velaenc: the order of a run, from the command line to the exit code.
 
 #include "common/failure.hpp"
-#include "input/channel_fit.hpp"
-#include "input/open_pcm.hpp"
-#include "jobs/encode_loop.hpp"
-#include "jobs/parallel_loop.hpp"
-#include "output/output_file.hpp"
+#include "jobs/progress.hpp"
 #include "output/unfinished_files.hpp"
+#include "velaenc/encode_file.hpp"
 #include "velaenc/options.hpp"
 #include "velaenc/stream_settings.hpp"
 
 #include <cstdio>
 #include <new>
+#include <unistd.h>
 
 namespace tools {
 namespace {
@@ -20,70 +18,38 @@ void say(const std::string &message) {
     std::fprintf(stderr, "velaenc: %s\n", message.c_str());
 }
 
-/// The stream and, where wanted, the list of its frames.
-struct outputs {
-    output_file stream;
-    std::optional<output_file> list;
+/// A terminal shows how far the encode is; notes are said at once.
+class single_run final : public run_listener {
+  public:
+    explicit single_run(bool quiet) : quiet_(quiet) {}
 
-    outputs(const options &wanted, const struct stat &input) : stream(wanted.output, input) {
-        if (wanted.timestamps.empty()) return;
-        list.emplace(wanted.timestamps, input);
-        if (!list->is_direct() && list->target() == stream.target())
-            throw failure(exit_code::usage, "--timestamps names OUT itself; name another file");
+    void violation(const std::string &text) override { say(text); }
+
+    void note(const std::string &text) override {
+        if (!quiet_) say("note: " + text);
     }
 
-    void publish() {
-        stream.close();
-        if (list) list->close();
-        stream.publish();
-        if (list) list->publish();
+    progress_listener &begin(int rate, std::optional<std::uint64_t> length) override {
+        return shown_.emplace(rate, length, !quiet_ && ::isatty(STDERR_FILENO));
     }
+
+    void print_statistics(const file_result &done) {
+        const double speed = shown_->speed();
+        shown_.reset();
+        if (quiet_) return;
+        std::fprintf(stderr, "velaenc: %llu frames, %s, %d kbit/s, %.1f x real time\n",
+                     static_cast<unsigned long long>(done.frames),
+                     clock_text(done.seconds(), 3).c_str(), kbit_of(done.settings), speed);
+    }
+
+  private:
+    bool quiet_;
+    std::optional<progress> shown_;
 };
 
-void print_statistics(const frame_writer &writer, const mpeg_a_settings &settings, double seconds,
-                      double speed) {
-    std::fprintf(stderr, "velaenc: %llu frames, %s, %d kbit/s, %.1f x real time\n",
-                 static_cast<unsigned long long>(writer.frames()), clock_text(seconds, 3).c_str(),
-                 kbit_of(settings), speed);
-}
-
-void encode_to(const options &wanted, pcm_source &source, const mpeg_a_settings &settings,
-               outputs &files, const std::string &input_name) {
-    std::optional<timestamp_list> list;
-    if (files.list) list.emplace(*files.list);
-    frame_writer writer(files.stream, list ? &*list : nullptr);
-    const bool visible = !wanted.quiet && ::isatty(STDERR_FILENO);
-    std::optional<progress> shown(std::in_place, source.shape().rate, source.length(), visible);
-    const bool live = files.stream.is_direct();
-    const std::uint64_t samples =
-        wanted.engine ? encode_through_engine(source, settings, writer, *shown, live)
-        : wanted.jobs == 1
-            ? encode(source, settings, writer, *shown, live)
-            : encode_in_parallel(source, settings, writer, *shown, {.jobs = wanted.jobs});
-    if (list) list->flush();
-    files.stream.check();
-    if (samples == 0)
-        throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
-    files.publish();
-    const double speed = shown->speed();
-    shown.reset();
-    if (!wanted.quiet)
-        print_statistics(writer, settings, static_cast<double>(samples) / source.shape().rate, speed);
-}
-
 void run(const options &wanted) {
-    input_file input = open_input(wanted.input);
-    const struct stat input_status = input.status;
-    const std::string input_name = input.name;
-    auto source = open_pcm(std::move(input), wanted.raw);
-    const stream_plan plan = plan_stream(wanted, source->shape());
-    check_rules(wanted, plan.settings, source->shape().rate);
-    if (!wanted.quiet)
-        for (const auto &note : plan.notes)
-            say("note: " + note);
-    source = fit_channels(std::move(source), channels_of(plan.settings));
-    outputs files(wanted, input_status);
-    encode_to(wanted, *source, plan.settings, files, input_name);
+    single_run listener(wanted.quiet);
+    listener.print_statistics(encode_file(wanted, listener));
 }
 
 exit_code run_safely(int argc, char **argv) {

@@ -112,19 +112,21 @@ void note_channels(const mpeg_a_settings &settings, int channels, std::vector<st
         notes.push_back(mode_name(settings) + ": duplicating the one channel");
 }
 
-/// Message functions have no argument for the host's own use; these go where errors go.
-int print_rule(const char *format, ...) {
+/// Message functions have no argument for the host's own use, so the listener waits here.
+thread_local const std::function<void(const std::string &)> *rule_listener;
+
+int tell_rule(const char *format, ...) {
+    std::array<char, 512> text;
     std::va_list arguments;
     va_start(arguments, format);
-    std::fputs("velaenc: ", stderr);
-    const int result = std::vfprintf(stderr, format, arguments);
-    std::fputc('\n', stderr);
+    const int result = std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
+    (*rule_listener)(text.data());
     return result;
 }
 
-void *find_rule_printer(const char *name) {
-    return name == std::string_view("err_printf") ? reinterpret_cast<void *>(&print_rule) : nullptr;
+void *find_rule_teller(const char *name) {
+    return name == std::string_view("err_printf") ? reinterpret_cast<void *>(&tell_rule) : nullptr;
 }
 
 } // namespace
@@ -154,8 +156,10 @@ stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
     return plan;
 }
 
-void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate) {
-    const int result = mpegOutAudioChkSettings(find_rule_printer, &settings, wanted.preset, sample_rate,
+void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate,
+                 const std::function<void(const std::string &)> &tell) {
+    rule_listener = &tell;
+    const int result = mpegOutAudioChkSettings(find_rule_teller, &settings, wanted.preset, sample_rate,
                                                MPEG_A_CHECK_ALL, 0);
     if (result == 0) return;
     if (sample_rate != 32000 && sample_rate != 44100 && sample_rate != 48000)

@@ -5,6 +5,7 @@
 #include "vela_enc_mp1a/settings.h"
 #include "velaenc/options.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,9 @@ struct stream_plan {
 /// @throws failure when the channels do not fit or the bitrate does not exist
 stream_plan plan_stream(const options &wanted, const pcm_shape &input);
 
-/// Prints every violated rule on standard error.
+/// @param tell  gets every violated rule
 /// @throws failure when the settings are unusable, or non-conforming without --force
-void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate);
+void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate,
+                 const std::function<void(const std::string &)> &tell);
 
 } // namespace tools

@@ -1,0 +1,44 @@
+// The encode of one file, from the name of its input to the published output.
+#pragma once
+
+#include "jobs/progress.hpp"
+#include "vela_enc_mp1a/settings.h"
+#include "velaenc/options.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tools {
+
+/// Hears from an encode while it goes on, on the thread that called for it.
+class run_listener {
+  public:
+    virtual ~run_listener() = default;
+
+    /// A rule that the settings break, also where they are used all the same.
+    virtual void violation(const std::string &text) = 0;
+
+    /// Something that the user did not ask for, or may not expect.
+    virtual void note(const std::string &text) = 0;
+
+    /// The encode starts.
+    /// @param length  samples a channel, where known
+    /// @return who is told how far it is; used until encode_file() returns
+    virtual progress_listener &begin(int rate, std::optional<std::uint64_t> length) = 0;
+};
+
+struct file_result {
+    mpeg_a_settings settings{};
+    int rate = 0;              ///< Hz
+    std::uint64_t frames = 0;  ///< of the stream
+    std::uint64_t samples = 0; ///< a channel, of the input
+
+    double seconds() const noexcept { return static_cast<double>(samples) / rate; }
+};
+
+/// Encodes `wanted.input` into `wanted.output`.
+/// @throws failure; no file is left or changed then
+file_result encode_file(const options &wanted, run_listener &listener);
+
+} // namespace tools
