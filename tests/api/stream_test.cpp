@@ -1,9 +1,9 @@
 // Whole streams: every frame legal, equal to the literal encoder, the same however the input is cut.
 #include "host/encoding.hpp"
 #include "host/signals.hpp"
-#include "oracle/frame_parser.hpp"
-#include "oracle/standard_tables.hpp"
 #include "oracle/steps.hpp"
+#include "parser/frame_parser.hpp"
+#include "parser/standard_tables.hpp"
 #include "stream/frame_header.hpp"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,12 @@
 namespace {
 
 using namespace mp1a_test;
-using parsed_frames = std::vector<oracle::parsed_frame>;
+
+/// A frame with its sample codes.
+struct whole_frame : tools::parsed_frame {
+    tools::sample_codes codes;
+};
+using parsed_frames = std::vector<whole_frame>;
 
 constexpr int rates[] = {32000, 44100, 48000};
 
@@ -30,10 +35,11 @@ parsed_frames expect_legal(const stream &how, const std::vector<delivered_frame>
     SCOPED_TRACE(name_of(how));
     parsed_frames parsed;
     for (const delivered_frame &frame : frames) {
-        const auto &p = parsed.emplace_back(oracle::parse_frame(frame.bytes));
-        EXPECT_EQ(p.error, "") << "frame " << parsed.size();
+        auto &p = parsed.emplace_back();
+        static_cast<tools::parsed_frame &>(p) = tools::parse_frame(frame.bytes, &p.codes);
+        EXPECT_EQ(p.broken_rule(), "") << "frame " << parsed.size();
         EXPECT_TRUE(p.layer == how.layer && p.crc == how.crc && p.rate == how.rate
-                    && p.kbps == oracle::bitrate_of(how.layer, how.bitrate)
+                    && p.kbps == tools::bitrate_of(how.layer, how.bitrate)
                     && (p.mode == how.mode || (how.mode == 1 && p.mode == 0)));
         EXPECT_EQ(p.private_bit + 2 * p.copyright + 4 * p.original + 8 * p.emphasis, how.flags);
         const auto number = static_cast<std::int64_t>(parsed.size());
@@ -92,13 +98,13 @@ class literal_encoder {
             channel.resize(channel.size() + 1152);
     }
 
-    void expect_frame(int number, const oracle::parsed_frame &got) {
+    void expect_frame(int number, const whole_frame &got) {
         analyze(number);
         oracle::allocation_problem p = problem(got);
         const auto expected = oracle::allocate(p);
         EXPECT_EQ(got.mode, how_.mode == 1 ? expected.mode : how_.mode);
         EXPECT_EQ(got.mode_extension, expected.extension);
-        EXPECT_EQ(got.stuffing, expected.left);
+        EXPECT_EQ(got.bits.rest, expected.left);
         for (int i = 0; i < how_.channels() * got.sblimit; ++i) {
             const int ch = i / got.sblimit, sb = i % got.sblimit;
             SCOPED_TRACE("channel " + std::to_string(ch) + ", subband " + std::to_string(sb));
@@ -134,13 +140,13 @@ class literal_encoder {
         }
     }
 
-    oracle::allocation_problem problem(const oracle::parsed_frame &got) {
+    oracle::allocation_problem problem(const whole_frame &got) {
         const int slots = got.kbps * (how_.layer == 1 ? 12000 : 144000) / how_.rate + got.padding;
         oracle::allocation_problem p{how_.layer,
                                      how_.channels(),
                                      how_.crc == 1,
                                      how_.mode == 1,
-                                     oracle::table_of(how_.rate, got.kbps / how_.channels()),
+                                     tools::table_of(how_.rate, got.kbps / how_.channels()),
                                      slots * (how_.layer == 1 ? 32 : 8)};
         for (int i = 0; i < 32 * p.channels; ++i) {
             p.smr[i / 32][i % 32] = smr_[i / 32][i % 32];
@@ -152,16 +158,17 @@ class literal_encoder {
 
     /// Scale factors as chosen, samples as quantized. Where a sample lies on the boundary between two
     /// codes, the rounding of the arithmetic decides.
-    void expect_part(const oracle::parsed_frame &got, int ch, int sb, int part) {
+    void expect_part(const whole_frame &got, int ch, int sb, int part) {
         ASSERT_EQ(got.scalefactor[ch][part][sb], index_[ch][sb][part]);
         const int source = sb < got.bound ? ch : 2, steps = got.steps[ch][sb];
-        const double scale = oracle::scalefactor(index_[source][sb][part]);
+        const double scale = tools::scalefactor(index_[source][sb][part]);
         for (int j = 0; j < 12; ++j) {
             const double x = samples_[source][12 * part + j][sb] / scale;
             const double middle = (2.0 * oracle::quantize(how_.layer, x, steps) + 1 - steps) / steps;
             const double code = (x + 1) * steps / 2;
             const double tolerance = std::fabs(code - std::round(code)) < 1e-4 ? 2.0 / steps : 0;
-            ASSERT_NEAR(got.fraction[ch][part][j][sb], middle, tolerance + 1e-12) << "sample " << j;
+            const int sent = got.codes.code[ch][12 * part + j][sb];
+            ASSERT_NEAR(tools::fraction_of(sent, steps), middle, tolerance + 1e-12) << "sample " << j;
         }
     }
 

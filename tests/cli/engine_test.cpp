@@ -1,5 +1,4 @@
 // Encoding through the plug-in interface.
-#include "frame_list.hpp"
 #include "workbench.hpp"
 
 namespace velaenc_test {

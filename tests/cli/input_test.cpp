@@ -1,5 +1,4 @@
 // Input of every kind, through files and pipes, whole and damaged.
-#include "frame_list.hpp"
 #include "workbench.hpp"
 
 #include <sndfile.h>

@@ -1,6 +1,5 @@
 // Several threads: whatever their number and the segments, the stream and the list are those of one.
 #include "common/failure.hpp"
-#include "frame_list.hpp"
 #include "host/encoding.hpp"
 #include "host/signals.hpp"
 #include "jobs/encode_loop.hpp"

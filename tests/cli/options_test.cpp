@@ -1,5 +1,4 @@
 // What the options mean for the stream, and which command lines are refused.
-#include "frame_list.hpp"
 #include "workbench.hpp"
 
 namespace velaenc_test {

@@ -1,5 +1,4 @@
 // Where the stream goes, and what is left when it cannot go there.
-#include "frame_list.hpp"
 #include "workbench.hpp"
 
 namespace velaenc_test {

@@ -1,5 +1,4 @@
 // Rules that the settings break: shown with their codes, before anything is written.
-#include "frame_list.hpp"
 #include "workbench.hpp"
 
 namespace velaenc_test {

@@ -1,5 +1,4 @@
 // The stream that comes out: number and lengths of frames, time stamps, channels, sample formats.
-#include "frame_list.hpp"
 #include "workbench.hpp"
 
 #include <algorithm>
@@ -44,7 +43,7 @@ TEST_F(stream_test, the_list_of_time_stamps_matches_the_frames_and_exact_arithme
         const long long stamp =
             (1152ll * 27000000 * static_cast<long long>(i + 1) - 27000000ll * 44100) / 44100;
         std::ostringstream expected;
-        expected << i << ',' << frames[i].offset << ',' << frames[i].bytes << ',' << stamp;
+        expected << i << ',' << frames[i].offset << ',' << frames[i].bytes() << ',' << stamp;
         std::getline(list, row);
         EXPECT_EQ(row, expected.str());
     }

@@ -1,5 +1,7 @@
 #include "workbench.hpp"
 
+#include "parser/frame_scanner.hpp"
+
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
@@ -23,6 +25,21 @@ std::string contents(const std::filesystem::path &path) {
 }
 
 } // namespace
+
+std::vector<frame> frames_of(const std::string &stream) {
+    std::size_t given = 0;
+    tools::frame_scanner scanner([&](std::span<std::uint8_t> room) {
+        const std::size_t size = stream.copy(reinterpret_cast<char *>(room.data()), room.size(), given);
+        given += size;
+        return size;
+    });
+    std::vector<frame> frames;
+    while (const auto piece = scanner.next()) {
+        frames.push_back({tools::parse_frame(piece->bytes), piece->offset});
+        if (!piece->is_frame || !frames.back().broken_rule().empty()) return {};
+    }
+    return frames;
+}
 
 std::vector<std::int16_t> noise(std::size_t samples, unsigned seed) {
     std::vector<std::int16_t> values(samples);

@@ -1,6 +1,8 @@
 // A folder of its own for every test, input files made by hand, and velaenc run through the shell.
 #pragma once
 
+#include "parser/frame_parser.hpp"
+
 #include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -24,6 +26,14 @@ std::string pcm(const std::vector<std::int16_t> &samples, int width = 2, unsigne
 
 /// A WAV file of PCM of that width.
 std::string wav(const std::string &data, int channels, int rate, int width = 2);
+
+struct frame : tools::parsed_frame {
+    std::size_t offset = 0;
+};
+
+/// Frames from the first byte to the last; none at all when one of them breaks a rule, or when anything
+/// else is between or after them.
+std::vector<frame> frames_of(const std::string &stream);
 
 class workbench : public testing::Test {
   protected:

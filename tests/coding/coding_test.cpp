@@ -2,8 +2,8 @@
 // hold.
 #include "coding/bit_allocation.hpp"
 #include "coding/scalefactors.hpp"
-#include "oracle/standard_tables.hpp"
 #include "oracle/steps.hpp"
+#include "parser/standard_tables.hpp"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ TEST(scalefactors, index_is_the_last_one_that_reaches_the_maximum) {
     for (int i = 0; i < 2000; ++i)
         maxima.push_back(std::exp2(exponent(random)));
     for (int i = 0; i < 63; ++i) {
-        const double factor = oracle::scalefactor(i);
+        const double factor = tools::scalefactor(i);
         maxima.insert(maxima.end(), {factor, std::nextafter(factor, 0), std::nextafter(factor, 3)});
     }
     for (const double maximum : maxima)
@@ -98,8 +98,8 @@ TEST(bit_allocation, bound_picks_ties_and_rest_equal_the_search_as_worded) {
         const coder_config config = make_coder_config(header);
         oracle::allocation_problem p{header.layer, header.mode == 3 ? 1 : 2,
                                      header.error_protection == 1, header.mode == 1};
-        const int kbps = oracle::bitrate_of(p.layer, header.bitrate_index);
-        p.table = oracle::table_of(rates[header.sampling_frequency], kbps / p.channels);
+        const int kbps = tools::bitrate_of(p.layer, header.bitrate_index);
+        p.table = tools::table_of(rates[header.sampling_frequency], kbps / p.channels);
         fill(p.smr);
         for (int k = 0; k < 64; ++k)
             p.scfsi[k / 32][k % 32] = below(4);

@@ -1,10 +1,12 @@
-#include "oracle/standard_tables.hpp"
 #include "oracle/steps.hpp"
+#include "parser/standard_tables.hpp"
 
 #include <algorithm>
 #include <cmath>
 
 namespace oracle {
+
+using namespace tools;
 
 int scalefactor_index(double maximum) {
     int i = 62;

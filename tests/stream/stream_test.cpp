@@ -1,5 +1,5 @@
 // Frame sizes, padding and time stamps.
-#include "oracle/standard_tables.hpp"
+#include "parser/standard_tables.hpp"
 #include "stream/frame_timer.hpp"
 
 #include <cmath>
@@ -15,7 +15,7 @@ TEST(frame_timer, padding_and_stamps_at_44100_keep_to_exact_arithmetic) {
     // one frame later; the next frame makes up for it. Stamps are sums of doubles below 2^37 ticks,
     // each rounded by at most 2^-17, and then truncated.
     for (int i = 0; i < 2 * 14; ++i) {
-        const int layer = 1 + i % 2, kbps = oracle::bitrate_of(layer, 1 + i / 2);
+        const int layer = 1 + i % 2, kbps = tools::bitrate_of(layer, 1 + i / 2);
         const std::int64_t ticks_times_49 = layer == 1 ? 11520000 : 34560000;
         const std::int64_t slots_times_441 = (layer == 1 ? 120 : 1440) * kbps;
         const std::int64_t fraction = slots_times_441 % 441;

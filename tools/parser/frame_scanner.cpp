@@ -1,0 +1,110 @@
+#include "parser/frame_scanner.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tools {
+
+frame_scanner::frame_scanner(read_function read) : read_(std::move(read)), buffer_(window_bytes) {
+}
+
+std::optional<stream_piece> frame_scanner::next() {
+    fill(look_ahead);
+    if (available() == 0) return std::nullopt;
+    if (in_place_ ? begins_in_place() : begins_anywhere(0)) return take_frame();
+    return take_gap();
+}
+
+/// Tries to have that many bytes in the window; false when the input ends before.
+bool frame_scanner::fill(std::size_t bytes) {
+    if (available() >= bytes || at_end_) return available() >= bytes;
+    std::memmove(buffer_.data(), buffer_.data() + begin_, available());
+    end_ -= begin_;
+    begin_ = 0;
+    while (available() < bytes && !at_end_) {
+        const std::size_t got = read_(std::span(buffer_).subspan(end_));
+        end_ += got;
+        at_end_ = got == 0;
+    }
+    return available() >= bytes;
+}
+
+std::span<const std::uint8_t> frame_scanner::window(std::size_t position) const {
+    return std::span(buffer_).subspan(begin_ + position, available() - position);
+}
+
+std::optional<stream_header> frame_scanner::header_at(std::size_t position) const {
+    return position < available() ? read_header(window(position)) : std::nullopt;
+}
+
+/// `frames` headers one after the other, of that kind (null: of the first one's), or fewer up to the
+/// exact end of the input. The last of them need not be complete.
+bool frame_scanner::has_chain(std::size_t position, int frames, const stream_header *kind) const {
+    std::optional<stream_header> first;
+    for (int i = 0; i < frames; ++i) {
+        if (i > 0 && at_end_ && position == available()) return true;
+        const auto header = header_at(position);
+        if (!header) return false;
+        if (!first) first = header;
+        if (!header->same_kind(kind != nullptr ? *kind : *first)) return false;
+        position += static_cast<std::size_t>(header->bytes());
+    }
+    return true;
+}
+
+bool frame_scanner::begins_anywhere(std::size_t position) const {
+    const auto header = header_at(position);
+    if (!header) return false;
+    const std::size_t end = position + static_cast<std::size_t>(header->bytes());
+    if (end > available()) return false;
+    if (kind_ && has_chain(position, 2, &*kind_)) return true;
+    // A single frame at the end of arbitrary bytes is no stream.
+    if (offset_ + position > 0 && at_end_ && end == available()) return false;
+    return has_chain(position, kind_ ? 4 : 3, nullptr);
+}
+
+bool frame_scanner::begins_in_place() const {
+    const auto header = header_at(0);
+    if (!header) return false;
+    const auto length = static_cast<std::size_t>(header->bytes());
+    if (length > available()) return false;
+    if (!header->same_kind(*kind_)) return begins_anywhere(0);
+    if (has_chain(0, 2, &*kind_)) return true;
+    for (std::size_t inside = header_bytes; inside < length; ++inside)
+        if (begins_anywhere(inside)) return false;
+    return true;
+}
+
+stream_piece frame_scanner::take_frame() {
+    stream_piece piece{.offset = offset_, .header = header_at(0), .is_frame = true};
+    piece.length = static_cast<std::uint64_t>(piece.header->bytes());
+    piece.bytes = window(0).first(static_cast<std::size_t>(piece.length));
+    kind_ = piece.header;
+    in_place_ = true;
+    advance(piece.bytes.size());
+    return piece;
+}
+
+stream_piece frame_scanner::take_gap() {
+    stream_piece piece{.offset = offset_, .header = header_at(0)};
+    const std::size_t head = std::min(available(), gap_head_.size());
+    std::copy_n(window(0).data(), head, gap_head_.data());
+    piece.bytes = std::span(gap_head_).first(head);
+    do {
+        advance(1);
+        fill(look_ahead);
+        const auto rest = window(0);
+        advance(static_cast<std::size_t>(std::ranges::find(rest, 0xFF) - rest.begin()));
+        fill(look_ahead);
+    } while (available() > 0 && !begins_anywhere(0));
+    piece.length = offset_ - piece.offset;
+    in_place_ = false;
+    return piece;
+}
+
+void frame_scanner::advance(std::size_t bytes) {
+    begin_ += bytes;
+    offset_ += bytes;
+}
+
+} // namespace tools
