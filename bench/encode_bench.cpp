@@ -5,6 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <string>
+
 namespace {
 
 using namespace vela;
@@ -82,11 +84,13 @@ void init(benchmark::State &state, const stream_case &stream, level which) {
 const int registered = [] {
     for (const level which : supported_levels()) {
         for (const stream_case &stream : cases) {
-            benchmark::RegisterBenchmark(("encode/" + name_of(which) + "/" + stream.name).c_str(),
-                                         encode, stream, which)
+            benchmark::RegisterBenchmark(
+                (std::string("encode/") + name_of(which) + "/" + stream.name).c_str(), encode, stream,
+                which)
                 ->Unit(benchmark::kMillisecond);
         }
-        benchmark::RegisterBenchmark(("init/" + name_of(which)).c_str(), init, cases[0], which)
+        benchmark::RegisterBenchmark((std::string("init/") + name_of(which)).c_str(), init, cases[0],
+                                     which)
             ->Unit(benchmark::kMicrosecond);
     }
     return 0;

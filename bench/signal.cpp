@@ -30,18 +30,6 @@ std::vector<std::int16_t> make_music(double seconds, int sample_rate, int channe
     return samples;
 }
 
-std::string name_of(level which) {
-    switch (which) {
-    case level::reference:
-        return "reference";
-    case level::baseline:
-        return "baseline";
-    case level::avx2:
-        return "avx2";
-    }
-    return "?";
-}
-
 std::vector<level> supported_levels() {
     std::vector<level> levels;
     for (const level which : all_levels) {

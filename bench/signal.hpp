@@ -1,10 +1,9 @@
-// Test signal and names for the benchmarks.
+// Test signal and levels for the benchmarks.
 #pragma once
 
 #include "simd/level.hpp"
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace vela::bench {
@@ -12,8 +11,6 @@ namespace vela::bench {
 /// Interleaved 16-bit samples with what an encoder meets in music: tones that come and go, noise of
 /// varying loudness and attacks.
 std::vector<std::int16_t> make_music(double seconds, int sample_rate, int channels);
-
-std::string name_of(level which);
 
 /// The levels that this machine runs.
 std::vector<level> supported_levels();

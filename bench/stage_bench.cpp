@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <string>
 #include <x86intrin.h>
 
 namespace {
@@ -165,8 +166,9 @@ const int registered = [] {
     };
     for (const level which : supported_levels()) {
         for (const auto &stage : stages) {
-            benchmark::RegisterBenchmark(("stage/" + name_of(which) + "/" + stage.name).c_str(),
-                                         run_stage, stage.run, which);
+            benchmark::RegisterBenchmark(
+                (std::string("stage/") + name_of(which) + "/" + stage.name).c_str(), run_stage,
+                stage.run, which);
         }
     }
     return 0;

@@ -1,5 +1,5 @@
-# Flags of every target. The output bytes are part of the interface, so nothing here may let the compiler
-# reorder or fuse floating-point operations.
+# Flags of every target here and below; a project around this one is not affected. The output bytes are part
+# of the interface, so nothing here may let the compiler reorder or fuse floating-point operations.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -12,8 +12,10 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
 
-add_compile_options(-ffp-contract=off -fno-math-errno
-                    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+add_compile_options(-ffp-contract=off -fno-math-errno -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(VELA_WERROR)
+    add_compile_options(-Werror)
+endif()
 
 if(VELA_SANITIZE)
     # The checks that sanitizers put in make g++ warn of overflows that cannot happen. Objects of the core

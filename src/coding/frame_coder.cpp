@@ -9,28 +9,6 @@
 
 namespace vela {
 
-namespace reference {
-extern const coding_kernels coding_table;
-}
-namespace baseline {
-extern const coding_kernels coding_table;
-}
-namespace avx2 {
-extern const coding_kernels coding_table;
-}
-
-const coding_kernels &coding_kernels_of(level which) noexcept {
-    switch (which) {
-    case level::reference:
-        return reference::coding_table;
-    case level::baseline:
-        return baseline::coding_table;
-    case level::avx2:
-        break;
-    }
-    return avx2::coding_table;
-}
-
 coder_config make_coder_config(const frame_header &header) noexcept {
     coder_config config{};
     config.layer = header.layer;
