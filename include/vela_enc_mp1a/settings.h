@@ -45,6 +45,12 @@ enum mpeg_a_preset {
     MPEG_A_PRESET_HDV = 18       /**< 19 is the same */
 };
 
+/** Samples per channel in a frame (ISO/IEC 11172-3, 2.4.2.1). */
+#define MPEG_A_LAYER1_SAMPLES 384
+#define MPEG_A_LAYER2_SAMPLES 1152
+/** Bytes of the longest frame: Layer II, 384 kbit/s, 32 kHz. */
+#define MPEG_A_MAX_FRAME_BYTES 1728
+
 #pragma pack(push, 4)
 
 /** One stream's settings. Owned by the caller; the encoder copies what it needs and keeps no pointer.
@@ -55,9 +61,8 @@ typedef struct mpeg_a_settings {
     int32_t audio_mode;  /**< enum mpeg_a_mode; mono encodes one channel, every other mode two */
     int32_t audio_layer; /**< 1 (Layer I, 384 samples a frame) or 2 (Layer II, 1152 samples) */
     int32_t psych_model; /**< stored only: model 2 runs whatever the value */
-    /** The header's bitrate index, 1..14, not a rate in kbit/s. In Layer I index n stands for 32 n
-     *  kbit/s; in Layer II the indexes 1..14 stand for 32, 48, 56, 64, 80, 96, 112, 128, 160, 192,
-     *  224, 256, 320 and 384 kbit/s. Modes with two channels need at least 4, Layer I mono 3. */
+    /** The header's bitrate index, 1..14, not a rate in kbit/s: mpeg_a_bitrates tells the rate that it
+     *  stands for. Modes with two channels need at least 4, Layer I mono 3. */
     int32_t audio_bitrate;
     int32_t emphasis;         /**< enum mpeg_a_emphasis: 0, 1 or 3 */
     int32_t extension;        /**< the header's private bit, 0 or 1 */
@@ -81,5 +86,17 @@ _Static_assert(sizeof(mpeg_a_settings) == 4096, "the settings record is 4096 byt
 _Static_assert(offsetof(mpeg_a_settings, pts_offset) == 36, "the record is packed to four bytes");
 _Static_assert(offsetof(mpeg_a_settings, pts_units) == 44, "the record is packed to four bytes");
 #endif
+
+/** Bitrates in kbit/s by [layer - 1][bitrate index] (ISO/IEC 11172-3, 2.4.2.3); index 0 would be free
+ *  format, which this encoder does not write. */
+#ifdef __cplusplus
+inline constexpr
+#else
+static const
+#endif
+    int16_t mpeg_a_bitrates[2][15] = {
+        {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
+        {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},
+};
 
 #endif

@@ -1,32 +1,12 @@
 #include "psy/model.hpp"
 
+#include "psy/constants.hpp"
+
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
 
 namespace vela {
-
-namespace reference {
-const psy_kernels &psy_table(int layer, int channels) noexcept;
-}
-namespace baseline {
-const psy_kernels &psy_table(int layer, int channels) noexcept;
-}
-namespace avx2 {
-const psy_kernels &psy_table(int layer, int channels) noexcept;
-}
-
-const psy_kernels &psy_kernels_of(level which, int layer, int channels) noexcept {
-    switch (which) {
-    case level::reference:
-        return reference::psy_table(layer, channels);
-    case level::baseline:
-        return baseline::psy_table(layer, channels);
-    case level::avx2:
-        break;
-    }
-    return avx2::psy_table(layer, channels);
-}
 
 void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept {
     std::ranges::fill(history, 0.0);
@@ -51,8 +31,7 @@ void psy_model::init(level kernels, int layer, int channels, int sample_rate) no
 void psy_model::restart() noexcept {
     clear_history(history_, kernels_->lanes);
     newest_ = 0;
-    // No limit for the first pass: above every threshold in quiet.
-    std::ranges::fill(previous_threshold_, 60802371420160.0);
+    std::ranges::fill(previous_threshold_, no_threshold);
 }
 
 void psy_model::analyze(const float *const *frame_start, smr_table &smr) noexcept {

@@ -1,5 +1,6 @@
 #include "psy/partitions.hpp"
 
+#include "psy/constants.hpp"
 #include "simd/math.hpp"
 
 #include <algorithm>
@@ -39,7 +40,6 @@ double spreading_gain(double maskee, double masker) noexcept {
     const double t = x >= 0.5 && x <= 2.5 ? 8 * (u * u - 2 * u) : 0;
     const double y = x + 0.474;
     const double s = 15.811389 + 7.5 * y - 17.5 * std::sqrt(1 + y * y);
-    constexpr double ln10_by_10 = 0.2302585093;
     return s <= -100 ? 0 : VELA_LEVEL::exponential(ln10_by_10 * (t + s));
 }
 

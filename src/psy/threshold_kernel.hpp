@@ -1,6 +1,7 @@
 // Masking thresholds and signal-to-mask ratios (ISO/IEC 11172-3, D.2.4).
 #pragma once
 
+#include "psy/constants.hpp"
 #include "psy/kernels.hpp"
 #include "simd/lanes.hpp"
 #include "simd/math.hpp"
@@ -68,7 +69,7 @@ void mask(const partition_tables &tables, const spectrum_sums &sums, double *out
         offset[p] = masking_offset(tables, p, c[p]);
     for (unsigned p = 0; p < padded_partitions; ++p) {
         const V base = heard.energy[p] / splat<V>(tables.spread_norm[p]);
-        store(out + p * lanes<V>, base * exponential(splat<V>(-0.2302585093) * offset[p]));
+        store(out + p * lanes<V>, base * exponential(splat<V>(-ln10_by_10) * offset[p]));
     }
 }
 
@@ -94,12 +95,11 @@ void ratios(const partition_tables &tables, const spectrum_sums &sums, const dou
             double *previous, double *ratio) noexcept {
     constexpr int L = lanes<V>;
     constexpr int least_threshold_subbands = 13;
-    constexpr double loudest = 60802371420160.0;
     // The limits matter for infinities in the input only: every ratio is finite.
     const V highest = splat<V>(1e300);
     V t = line_threshold<V>(tables, mask, previous, 0);
     for (int sb = 0; sb < 32; ++sb) {
-        V sum = t, least = min_of(t, splat<V>(loudest));
+        V sum = t, least = min_of(t, splat<V>(no_threshold));
         for (int k = 16 * sb + 1; k <= 16 * sb + 16; ++k) {
             t = line_threshold<V>(tables, mask, previous, k);
             sum = sum + t;

@@ -44,6 +44,13 @@ class bit_cursor {
 
 /// Packs bit fields, most significant bit first, into a buffer of its own that holds any frame.
 ///
+///     bytes_                      cursor_.next()
+///     v                           v
+///     +---------------------------+----------------+------------------------------------+
+///     | whole bytes               | pending, 0..7  | room; put() stores eight bytes here |
+///     +---------------------------+----------------+------------------------------------+
+///                                   bits
+///
 /// Packing here and copying the bytes once costs a few nanoseconds a frame; in return the bit-level
 /// code needs no checks for the end of a block that the host chose.
 class bit_buffer {
@@ -78,7 +85,7 @@ class bit_buffer {
     void clear_bytes() noexcept { cursor_.move(bytes_); }
 
   private:
-    std::uint8_t bytes_[max_frame_bytes + 16];
+    std::uint8_t bytes_[MPEG_A_MAX_FRAME_BYTES + 16];
     bit_cursor cursor_;
 };
 

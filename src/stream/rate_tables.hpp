@@ -1,29 +1,21 @@
 // Bitrates and sampling frequencies behind the header's indexes.
 #pragma once
 
+#include "vela_enc_mp1a/settings.h"
+
 #include <array>
-#include <cstdint>
 
 namespace vela {
 
-/// Samples per channel in a frame (ISO/IEC 11172-3, 2.4.2.1).
+/// Samples per channel in a frame.
 inline constexpr int samples_per_frame(int layer) noexcept {
-    return layer == 1 ? 384 : 1152;
+    return layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES;
 }
-
-/// The longest frame: Layer II, 384 kbit/s, 32 kHz.
-inline constexpr int max_frame_bytes = 1728;
-
-/// Bitrate in kbit/s by layer - 1 and bitrate_index (ISO/IEC 11172-3, 2.4.2.3); index 0 is free format.
-inline constexpr std::array<std::array<std::int16_t, 15>, 2> bitrate_table{{
-    {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
-    {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},
-}};
 
 /// Bitrate in kbit/s; 0 when the layer or the index lies outside the table.
 inline constexpr int bitrate_kbps(int layer, int bitrate_index) noexcept {
     if (layer < 1 || layer > 2 || bitrate_index < 0 || bitrate_index > 14) return 0;
-    return bitrate_table[static_cast<unsigned>(layer - 1)][static_cast<unsigned>(bitrate_index)];
+    return mpeg_a_bitrates[layer - 1][bitrate_index];
 }
 
 /// kHz by the header's sampling_frequency index.
