@@ -14,9 +14,9 @@
  *  are dropped, the time stamps start over, and the output is bound anew. PutBytes before a successful
  *  Init or after Done returns 2; Done before Init and a second Done do nothing.
  *
- *  Threads. The library starts no thread and has no shared mutable state. Different encoders may be
- * used on different threads at once; one encoder is used by one thread at a time. Callbacks of the host
- * run on the thread that called into the library.
+ *  Threads. The library starts no thread and has no shared mutable state. Different encoders may be used
+ *  on different threads at once; one encoder is used by one thread at a time. Callbacks of the host run
+ *  on the thread that called into the library.
  *
  *  Ownership. Settings, lookup, PCM and bufstream belong to the host. The encoder is one block from the
  *  host's "malloc" (or the process's); nothing else is ever allocated. The bufstream must outlive Done.
@@ -69,8 +69,8 @@ typedef int (*mpeg_a_message_function)(const char *format, ...);
  *      "malloc"      void *(*)(size_t): the encoder's one block; it need not be cleared
  *      "free"        void (*)(void *): releases that block
  *
- *  "malloc" counts only together with "free"; otherwise the process's pair is used. The lookup is
- * called by mpegOutAudioNew() and mpegOutAudioChkSettings() only.
+ *  "malloc" counts only together with "free"; otherwise the process's pair is used. The lookup is called
+ *  by mpegOutAudioNew() and mpegOutAudioChkSettings() only.
  */
 typedef void *(*resource_lookup)(const char *name);
 
@@ -114,10 +114,10 @@ MPEG_A_API int32_t mpegOutAudioChkSettings(resource_lookup lookup, const mpeg_a_
  *  @param settings     copied
  *  @param reserved     pass 0
  *  @param pcm_format   low three bits: bytes of one input sample. 3: 24-bit integer; 4: 32-bit float
- * with full scale 1.0; every other value: 16-bit integer
+ *                      with full scale 1.0; every other value: 16-bit integer
  *  @param sample_rate  32000, 44100 or 48000 Hz
- *  @return the encoder, to be released with mpegOutAudioFree(); null when a rule is violated (its
- * message has gone to "err_printf") or memory is out
+ *  @return the encoder, to be released with mpegOutAudioFree(); null when a rule is violated (its message
+ *          has gone to "err_printf") or memory is out
  */
 MPEG_A_API mpeg_a_encoder *mpegOutAudioNew(resource_lookup lookup, const mpeg_a_settings *settings,
                                            intptr_t reserved, int32_t pcm_format,
@@ -135,9 +135,9 @@ MPEG_A_API int32_t mpegOutAudioInit(mpeg_a_encoder *encoder, bufstream *output) 
  *  Each finished frame is committed and reported before the call returns.
  *
  *  @param encoder  after a successful mpegOutAudioInit
- *  @param data     interleaved little-endian PCM, whole samples (a call may end between the two
- * channels of a pair; bytes of a sample cut in two are ignored); null completes the pending frame with
- * silence and encodes it
+ *  @param data     interleaved little-endian PCM, whole samples (a call may end between the two channels
+ *                  of a pair; bytes of a sample cut in two are ignored); null completes the pending frame
+ *                  with silence and encodes it
  *  @param size     bytes at `data`
  *  @return 0; 2 when the output refused space (A002 has then gone to "err_printf"): the rest of this
  *          call's bytes is dropped, and every later call that completes a frame fails the same way

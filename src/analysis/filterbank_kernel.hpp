@@ -36,8 +36,23 @@ inline constexpr std::array<std::array<int, 2>, 12> dct_swaps{{{16, 1},
                                                                {25, 19},
                                                                {29, 23}}};
 
-/// Butterflies of one round, L = M / 2: every block of M values rotates one pair by the angle of its
-/// block ...
+// The transform halves again and again how finely its input is told apart. With w[0] = v[0] and
+// w[n] = w[-n] = v[n] / 2 it is, at the angles t = (2i + 1) pi / 64,
+//
+//     S(t) = sum of w[n] e^(j n t), |n| < 32.
+//
+// Let X_M,r be the part of the sum with n = r modulo M, and Y_M,r = e^(-j r t) X_M,r, which depends on t
+// through M t only. X_M,-r is the conjugate of X_M,r. At M = 32, where M t is an odd multiple of pi / 2,
+// 2 Y_M,r is v[r] -+ j v[32 - r]; at M = 1 there is S itself. From M to L = M / 2, and h = L / 2:
+//
+//     Y_L,r = Y_M,r + e^(-j L t) conj(Y_M,L-r)           0 < r < h: block_middles
+//     X_h,0 = X_L,0 + 2 Re(e^(j h t) Y_M,h)              block_ends
+//
+// For every value of M t there are two of L t, half of it and that plus pi: the sum and the difference.
+// Each block of M places holds what belongs to one value of M t; real parts come from its front,
+// imaginary parts from its back.
+
+/// One round, L = M / 2: every block of M values rotates one pair by the angle of its block ...
 template <class V, int L, int M>
 VELA_INLINE void dct32_block_ends(V *v) {
     constexpr int h = L / 2;

@@ -14,7 +14,7 @@ namespace vela {
 /// One kind of quantizer (ISO/IEC 11172-3 Table 3-B.4; signal-to-noise ratios: Table C.5).
 struct quant_class {
     int steps;
-    int code_words; ///< per granule of three samples: 1 grouped, 3 separate
+    int code_words; ///< per triplet: 1 grouped, 3 separate
     int code_bits;  ///< of one code word
     double snr;     ///< dB
 };
@@ -44,8 +44,7 @@ inline constexpr std::array<quant_class, 17> quant_classes{{
 struct alloc_row {
     int alloc_bits;                           ///< width of the subband's allocation field
     int last;                                 ///< highest allocation index
-    int demand_limit;                         ///< the index that counts as sufficient when no lower one
-                                              ///< is
+    int demand_limit;                         ///< counts as sufficient when no lower index is
     std::array<double, 16> snr;               ///< dB
     std::array<double, 16> snr_to_refine;     ///< the same, but infinite where nothing finer exists
     std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
@@ -78,7 +77,7 @@ constexpr quantizer layer1_quantizer(unsigned n) {
             static_cast<double>(1 << n), static_cast<double>(steps - 2)};
 }
 
-/// A granule's code words one behind the other, or the one that they share.
+/// A triplet's code words one behind the other, or the one that they share.
 constexpr code_layout layer2_layout(const quant_class &q) {
     const auto bits = static_cast<std::uint32_t>(q.code_bits);
     const auto steps = static_cast<std::uint64_t>(q.steps);

@@ -31,8 +31,7 @@ struct side_info {
     std::uint8_t allocation[2][32];
     std::uint8_t scfsi[2][32];
     std::uint8_t scalefactor[2][3][32];
-    std::uint8_t joint_scalefactor[3][32]; ///< normalise the shared samples; not
-                                           ///< transmitted
+    std::uint8_t joint_scalefactor[3][32]; ///< normalise the shared samples; not transmitted
     /// First subband whose samples both channels share; sblimit when none are.
     int joint_bound;
 
@@ -43,8 +42,7 @@ struct side_info {
 /// Codes the frames of one stream.
 class frame_coder {
   public:
-    /// @param header  of the stream; its mode and mode_extension change per frame
-    /// when joint stereo is
+    /// @param header  of the stream; its mode and mode_extension change per frame when joint stereo is
     ///                configured. Must outlive the coder, as must `writer`.
     void init(const coding_kernels &kernels, frame_header &header, bit_writer &writer) noexcept;
 

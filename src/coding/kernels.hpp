@@ -32,7 +32,7 @@ struct part_quantizer {
     double a[32], b[32], half_steps[32], limit[32];
 };
 
-/// How the codes of a granule, in Layer I of a single sample, make one field: each times its place
+/// How the codes of a triplet, in Layer I of a single sample, make one field: each times its place
 /// value, added up. Place values are powers of two where each code has a code word of its own, else 1,
 /// steps and steps^2 (ISO/IEC 11172-3, C.1.5.2.7).
 struct code_layout {

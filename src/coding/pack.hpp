@@ -1,8 +1,9 @@
 // The bit layout of a frame.
 //
-//     header | CRC | allocation | scfsi (Layer II) | scale factors | samples |
-//     zero stuffing
-//       32   0/16
+//    +--------+------+------------+------------------+---------------+---------+---------------+
+//    | header | CRC  | allocation | scfsi (Layer II) | scale factors | samples | zero stuffing |
+//    +--------+------+------------+------------------+---------------+---------+---------------+
+//       32     0/16    0..4 each     2 each             6 each
 #pragma once
 
 #include "coding/frame_coder.hpp"

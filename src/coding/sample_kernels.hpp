@@ -25,9 +25,8 @@ void combine(const part_samples &left, const part_samples &right, part_samples &
     }
 }
 
-/// ISO/IEC 11172-3, C.1.5.1.7: y = A x + B; the n + 1 top bits of y in two's
-/// complement, the first one inverted, that is y 2^n truncated plus 2^n, or (y
-/// + 1) 2^n truncated below zero.
+/// ISO/IEC 11172-3, C.1.5.1.7: y = A x + B; the n + 1 top bits of y in two's complement, the first one
+/// inverted, that is y 2^n truncated plus 2^n, or (y + 1) 2^n truncated below zero.
 template <class V>
 void quantize_layer1(const part_samples &samples, const part_quantizer &q, int first, int end,
                      part_codes &codes) noexcept {
@@ -51,8 +50,8 @@ void quantize_layer1(const part_samples &samples, const part_quantizer &q, int f
     }
 }
 
-/// ISO/IEC 11172-3, C.1.5.2.6, in closed form: for x in [-1, 1) the quantizer's codes are (x + 1) steps
-/// / 2, truncated.
+/// ISO/IEC 11172-3, C.1.5.2.6, in closed form: for x in [-1, 1) the quantizer's codes are
+/// (x + 1) steps / 2, truncated.
 template <class V>
 void quantize_layer2(const part_samples &samples, const part_quantizer &q, int first, int end,
                      part_codes &codes) noexcept {

@@ -17,8 +17,7 @@ void compute_scalefactors(const coding_kernels &kernels, const part_samples &sam
 
 /// Chooses how many of a subband's three scale factors are sent (ISO/IEC 11172-3, C.1.5.2.5) and sets
 /// the indexes to what a decoder will use.
-/// @return scfsi: 0 all three, 1 the first two parts share one, 2 all share
-/// one, 3 the last two share one
+/// @return scfsi: 0 all three, 1 the first two parts share one, 2 all share one, 3 the last two share one
 int choose_scfsi(std::uint8_t &first, std::uint8_t &second, std::uint8_t &third) noexcept;
 
 /// Layer II: choose_scfsi over every channel and subband below sblimit.
