@@ -1,6 +1,8 @@
 // What the options mean for the stream, and which command lines are refused.
 #include "workbench.hpp"
 
+#include <sstream>
+
 namespace velaenc_test {
 namespace {
 
@@ -30,8 +32,15 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
         {"in.wav --pts-offset 99999999999999999999", "--pts-offset"},
         {"in.wav --pts-offset 9000000000000000 --pts-units 1", "27 MHz"},
         {"''", "IN has no name"},
+        {"in.wav ''", "OUT has no name"},
+        {"in.wav --timestamps ''", "--timestamps has no name"},
+        {"in.wav one -o two", "OUT"},
+        {"--nonsense=3 in.wav", "--nonsense=3"},
+        {"-Z in.wav", "-Z"},
+        {"-dash.wav", "./-dash.wav"},
+        {"in.wav --preset 20", "0 to 19"},
+        {"in.wav --overwrite --no-clobber", "--overwrite"},
         {"in.wav --preset cassette", "vcd|svcd|dvd|dvd-dual|dvb|micromv|dvhs|hdv|none"},
-        {"in.wav --crc --no-crc", "--crc"},
         {"in.wav --raw --channels 2 --format s16", "--rate"},
         {"in.wav --raw --rate 48000 --format s16", "--channels"},
         {"in.wav --raw --rate 48000 --channels 2", "--format"},
@@ -44,6 +53,7 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
         {"in.wav - --timestamps -", "standard output"},
         {"48000.wav out.mp2 --timestamps ./out.mp2", "--timestamps"},
     };
+    put("-dash.wav", "");
     for (const auto &[arguments, words] : cases)
         expect_failure("velaenc " + arguments, 1, words);
 }
@@ -52,7 +62,8 @@ TEST_F(options_test, help_and_version_go_to_standard_output) {
     EXPECT_TRUE(shell("velaenc --version").out.starts_with("velaenc 2."));
     const auto help = shell("velaenc --help");
     EXPECT_EQ(help.status, 0);
-    for (const char *word : {"--timestamps", "--pts-units", "--force", "Exit codes", "128 + n"})
+    for (const char *word :
+         {"--timestamps", "--pts-units", "--force", "Exit codes", "128 + n", "vcd       44100 Hz"})
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
 }
 
@@ -71,7 +82,9 @@ TEST_F(options_test, every_header_option_reaches_its_own_field) {
         {"--bitrate 320", &frame::kbps, 320},
         {"--layer 1 --bitrate 288", &frame::kbps, 288},
         {"--crc", &frame::crc, 1},
-        {"--no-crc", &frame::crc, 0},
+        {"--crc --no-crc", &frame::crc, 0}, // the last one counts
+        {"--no-crc --crc", &frame::crc, 1},
+        {"-b 64 -b 320 -m mono -m stereo", &frame::kbps, 320},
         {"--emphasis 50/15", &frame::emphasis, 1},
         {"--emphasis j17", &frame::emphasis, 3},
         {"--private 1", &frame::private_bit, 1},
@@ -105,7 +118,7 @@ TEST_F(options_test, presets_conform_to_themselves_in_two_channels_mono_and_laye
         {"--preset dvhs 48000.wav", 224, 1},
         {"--preset micromv 48000.wav", 256, 1},
         {"--preset 19 48000.wav", 384, 1},
-        {"--preset -7 48000.wav", 224, 0},
+        {"--preset 2 48000.wav", 224, 0},
         {"mono48000.wav", 112, 0},
         {"--preset dvd mono48000.wav", 112, 1},
         {"--preset dvhs mono48000.wav", 128, 1}, // 112 is forbidden there
@@ -123,7 +136,50 @@ TEST_F(options_test, presets_conform_to_themselves_in_two_channels_mono_and_laye
         EXPECT_EQ(frames[0].mode == 3, arguments.find("mono") != std::string::npos) << arguments;
     }
     EXPECT_NE(shell("velaenc mono48000.wav -").err.find("112 kbit/s"), std::string::npos);
-    EXPECT_NE(shell("velaenc --preset vcd mono44100.wav -").err.find("standard"), std::string::npos);
+    // ISO/IEC 11172-3, 2.4.2.3: which rates Layer II has for two channels and for one.
+    for (const std::string rate : {"64", "80", "96", "mono 192", "mono 224"}) {
+        const auto result = shell("velaenc 48000.wav - -b " + rate.substr(rate.rfind(' ') + 1)
+                                  + (rate.size() > 3 ? " -m mono" : ""));
+        const bool noted = result.err.find("the standard has no") != std::string::npos;
+        EXPECT_EQ(noted, rate == "80" || rate == "mono 224") << rate;
+    }
+}
+
+TEST_F(options_test, every_violation_is_shown_and_only_force_encodes_what_does_not_conform) {
+    put("22050.wav", wav(pcm(noise(4800)), 2, 22050));
+    put("six.wav", wav(pcm(noise(4800)), 6, 48000));
+    const char *two_channels = "64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384 kbit/s";
+    const struct {
+        std::string arguments;
+        int status; // with --force
+        std::string codes, words;
+    } cases[] = {
+        {"48000.wav --preset vcd", 0, "A006", "--force"},
+        {"44100.wav --preset vcd --mode joint --bitrate 192", 0, "A004 A005", "--force"},
+        {"44100.wav --preset dvd --layer 1 --no-crc --emphasis j17 --private 1 --mode dual -b 384", 0,
+         "A013 A014 A015 A016 A018 A020", "--force"},
+        {"48000.wav --bitrate 225", 4, "", two_channels},
+        {"48000.wav --bitrate 56", 4, "A025", two_channels},
+        {"48000.wav --layer 1 --bitrate 80", 4, "",
+         "128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448"},
+        {"mono48000.wav --layer 1 --bitrate 64", 4, "A025", "Layer I mono has 96, 128"},
+        {"22050.wav", 4, "A021", "22050 Hz; MPEG-1 Audio has 32000, 44100 and 48000 Hz"},
+        {"22050.wav --preset dvd", 4, "A021 A020", "convert"},
+        {"six.wav --mode mono", 2, "", "6 channels; MPEG-1 Audio has 1 or 2"},
+    };
+    for (const auto &[arguments, status, codes, words] : cases) {
+        const std::string command = "velaenc -q -n " + arguments + " out.mp2 ";
+        expect_failure(command, status == 0 ? 4 : status, words);
+        const auto forced = shell(command + "--force");
+        EXPECT_EQ(forced.status, status) << arguments;
+        EXPECT_EQ(shell("rm out.mp2").status == 0, status == 0) << arguments;
+        std::istringstream lines(forced.err);
+        std::string shown, line;
+        while (std::getline(lines, line)) // "velaenc: A123:"
+            if (line.substr(9, 1) == "A" && line.substr(13, 1) == ":")
+                shown.append(shown.empty() ? "" : " ").append(line, 9, 4);
+        EXPECT_EQ(shown, codes) << arguments;
+    }
 }
 
 TEST_F(options_test, without_a_name_the_output_lies_beside_the_input) {

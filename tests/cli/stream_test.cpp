@@ -101,5 +101,21 @@ TEST_F(stream_test, a_mixdown_is_the_mean_and_a_duplicate_the_same_twice) {
     EXPECT_NE(shell("velaenc left.wav --mode dual -").err.find("duplicating"), std::string::npos);
 }
 
+TEST_F(stream_test, the_plug_in_interface_gives_the_same_stream_and_times) {
+    put("s24", wav(pcm(noise(2 * 6000), 3, 0x42), 2, 44100, 3));
+    put("f32", wav(pcm(noise(6000), 4), 1, 48000, 4));
+    put("long", pcm(noise(400000))); // more than the sink's room
+    for (const std::string arguments :
+         {"s24 --preset svcd --pts-offset 77", "f32 --preset hdv", "f32 --layer 1 --mode joint",
+          "long --raw --rate 32000 --channels 1 --format s16 --layer 1"}) {
+        const auto functions = encoded(arguments + " --timestamps list.csv"), times = get("list.csv");
+        EXPECT_FALSE(frames_of(functions).empty()) << arguments;
+        EXPECT_TRUE(encoded(arguments + " --engine --timestamps list.csv") == functions) << arguments;
+        EXPECT_EQ(get("list.csv"), times) << arguments;
+    }
+    expect_failure("rm list.csv; velaenc s24 out --engine --jobs 2; velaenc s24 out --engine --jobs 2",
+                   1, "--engine");
+}
+
 } // namespace
 } // namespace velaenc_test

@@ -9,7 +9,6 @@ namespace tools {
 namespace {
 
 constexpr std::chrono::milliseconds redraw_interval{200};
-constexpr const char *erase_line = "\r\033[K";
 
 std::string formatted(const char *format, auto... values) {
     std::array<char, 64> text;
@@ -36,17 +35,11 @@ progress::progress(int rate, std::optional<std::uint64_t> length, bool visible)
     : rate_(rate), length_(length), visible_(visible), next_draw_(start_ + redraw_interval) {
 }
 
-progress::~progress() {
-    if (drawn_) std::fputs(erase_line, stderr);
-}
-
 void progress::update(std::uint64_t samples) {
     samples_ = samples;
     if (!visible_ || clock::now() < next_draw_) return;
     next_draw_ = clock::now() + redraw_interval;
-    drawn_ = true;
-    std::fputs((erase_line + line()).c_str(), stderr);
-    std::fflush(stderr);
+    shown_.show(line());
 }
 
 double progress::speed() const {

@@ -1,6 +1,8 @@
 // What a user at a terminal sees while an encode runs, and the line of statistics after it.
 #pragma once
 
+#include "common/terminal_line.hpp"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -26,11 +28,6 @@ class progress final : public progress_listener {
     /// @param visible  false: no progress line
     progress(int rate, std::optional<std::uint64_t> length, bool visible);
 
-    /// Takes the line off the terminal, so that a message can follow.
-    ~progress() override;
-    progress(const progress &) = delete;
-    progress &operator=(const progress &) = delete;
-
     void update(std::uint64_t samples) override;
 
     /// Seconds of audio encoded in a second.
@@ -44,7 +41,7 @@ class progress final : public progress_listener {
     double rate_;
     std::optional<std::uint64_t> length_;
     bool visible_;
-    bool drawn_ = false;
+    terminal_line shown_;
     std::uint64_t samples_ = 0;
     clock::time_point start_ = clock::now();
     clock::time_point next_draw_;

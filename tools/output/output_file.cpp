@@ -3,122 +3,171 @@
 #include "common/failure.hpp"
 #include "output/unfinished_files.hpp"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <poll.h>
+#include <random>
+#include <sys/sendfile.h>
 #include <tuple>
 
 namespace tools {
 namespace {
 
-bool same_file(const struct stat &a, const struct stat &b) noexcept {
-    return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+/// Not every kind of file can be synchronised; those that can tell of their errors here.
+int sync_to_disk(int descriptor) noexcept {
+    if (::fsync(descriptor) == 0 || errno == EINVAL || errno == ENOSYS) return 0;
+    return errno;
 }
 
-/// What is wrong, and what would help.
-std::string explain(int error) {
-    std::string reason = std::strerror(error);
-    switch (error) {
-    case ENOSPC:
-    case EDQUOT:
-        return reason + "; make room or write to another place";
-    case EPIPE:
-        return reason + ": its reader has gone before the end";
-    case EFBIG:
-        return reason + "; raise the limit of the size of files (ulimit -f) or write to another place";
-    default:
-        return reason;
-    }
+std::string folder_of(const std::string &path) {
+    const auto folder = std::filesystem::path(path).parent_path();
+    return folder.empty() ? "." : folder.string();
+}
+
+/// Unlike the process's number alone it is no other host's on a shared folder.
+std::string temporary_name(const std::string &target) {
+    static thread_local std::mt19937_64 random(std::random_device{}());
+    std::array<char, 48> name;
+    std::snprintf(name.data(), name.size(), "/.velaenc-%d-%016llx.tmp", ::getpid(),
+                  static_cast<unsigned long long>(random()));
+    return folder_of(target) + name.data();
 }
 
 } // namespace
 
-output_file::output_file(const std::string &path, const struct stat &input)
-    : name_(path == "-" ? "standard output" : path), target_(path) {
-    struct stat present {};
-    const bool standard = path == "-";
-    const bool exists =
-        (standard ? ::fstat(STDOUT_FILENO, &present) : ::stat(path.c_str(), &present)) == 0;
-    if (exists && same_file(input, present))
-        throw failure(exit_code::output, name_ + " is the input itself; name another output");
-    if (exists && S_ISDIR(present.st_mode))
-        throw failure(exit_code::output, name_ + " is a folder; name a file in it");
-    if (standard || (exists && !S_ISREG(present.st_mode)))
+output_file::output_file(const std::string &path, const struct stat &input, const output_rules &rules)
+    : target_(find_target(path, input, rules)), sync_(rules.sync) {
+    if (is_direct())
         open_direct();
+    else if (is_copied())
+        open_nameless();
     else
-        open_temporary(exists ? &present : nullptr);
+        open_temporary();
 }
 
 output_file::~output_file() {
-    if (temporary_.empty()) return;
-    ::unlink(temporary_.c_str());
+    if (!temporary_.empty()) ::unlink(temporary_.c_str());
     forget_unfinished(listed_);
 }
 
+bool output_file::is_direct() const noexcept {
+    return target_.way == output_way::descriptor || target_.way == output_way::direct;
+}
+
+bool output_file::is_same(const output_file &other) const noexcept {
+    const auto &a = target_.present, &b = other.target_.present;
+    if (a && b) return !S_ISCHR(a->st_mode) && a->st_dev == b->st_dev && a->st_ino == b->st_ino;
+    const auto whole = [](const output_target &target) {
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(target.path));
+    };
+    return !a && !b && whole(target_) == whole(other.target_);
+}
+
 void output_file::open_direct() {
-    const bool standard = target_ == "-";
-    handle_ =
-        file_handle(standard ? ::dup(STDOUT_FILENO) : ::open(target_.c_str(), O_WRONLY | O_CLOEXEC));
+    handle_ = file_handle(target_.way == output_way::descriptor
+                              ? ::fcntl(target_.descriptor, F_DUPFD_CLOEXEC, 0)
+                              : ::open(target_.path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!handle_.is_open()) cannot_create(errno);
     if (::isatty(handle_.get()))
         throw failure(exit_code::output,
-                      name_ + " is a terminal; name a file or a pipe for the stream");
+                      target_.name + " is a terminal; name a file or a pipe for the stream");
 }
 
-void output_file::open_temporary(const struct stat *replaced) {
-    if (replaced != nullptr && ::access(target_.c_str(), W_OK) != 0) cannot_create(errno);
-    std::error_code unresolved;
-    const auto path = std::filesystem::weakly_canonical(std::filesystem::absolute(target_), unresolved);
-    if (!unresolved) target_ = path.string();
-    const std::string start = (std::filesystem::path(target_).parent_path() / ".velaenc-").string()
-                              + std::to_string(::getpid());
-    const signals_held until_listed;
-    int error = EEXIST;
-    for (int i = 0; error == EEXIST && !handle_.is_open(); ++i) {
-        temporary_ = start + '-' + std::to_string(i) + ".tmp";
-        handle_ =
-            file_handle(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-        error = errno;
-    }
+void output_file::open_temporary() {
+    temporary_ = temporary_name(target_.path);
+    listed_ = list_unfinished(temporary_);
+    // Until it has the protection of the file that it replaces, the new one is nobody else's.
+    const mode_t mode = target_.present ? 0600 : 0666;
+    handle_ = file_handle(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!handle_.is_open()) {
+        const int error = errno;
         temporary_.clear();
         cannot_create(error);
     }
-    listed_ = list_unfinished(temporary_);
-    if (replaced != nullptr) std::ignore = ::fchmod(handle_.get(), replaced->st_mode & 0777);
+    if (target_.present) take_protection();
+}
+
+/// Owner, group and mode as far as the system permits; the mode without what the owner or the group
+/// would lend to everybody else.
+void output_file::take_protection() noexcept {
+    const struct stat &old = *target_.present;
+    mode_t mode = old.st_mode & 0777;
+    if (::fchown(handle_.get(), old.st_uid, old.st_gid) != 0
+        && ::fchown(handle_.get(), static_cast<uid_t>(-1), old.st_gid) != 0)
+        mode &= (mode & 07) << 3 | 0707;
+    std::ignore = ::fchmod(handle_.get(), mode);
+}
+
+void output_file::open_nameless() {
+    const auto folder = std::filesystem::temp_directory_path();
+    handle_ = file_handle(::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+    if (!handle_.is_open()) cannot_create(errno);
 }
 
 void output_file::cannot_create(int error) const {
-    throw failure(exit_code::output, "cannot create " + name_ + ": " + explain(error));
+    throw failure(exit_code::output, "cannot create " + target_.name + ": " + explain_errno(error));
 }
 
 int output_file::write(std::span<const std::byte> bytes) noexcept {
     while (error_ == 0 && !bytes.empty()) {
         const ssize_t written = ::write(handle_.get(), bytes.data(), bytes.size());
-        if (written >= 0)
+        if (written >= 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(written));
-        else if (errno != EINTR)
+        } else if (errno == EAGAIN) { // a descriptor that somebody else has made non-blocking
+            pollfd ready{handle_.get(), POLLOUT, 0};
+            ::poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
             error_ = errno;
+        }
     }
     return error_;
 }
 
 void output_file::check() const {
-    if (error_ != 0) throw failure(exit_code::output, "cannot write " + name_ + ": " + explain(error_));
+    if (error_ != 0)
+        throw failure(exit_code::output, "cannot write " + target_.name + ": " + explain_errno(error_));
 }
 
 void output_file::close() {
+    check();
+    if (is_copied()) return; // its contents are needed again
+    if (sync_ && !is_direct()) error_ = sync_to_disk(handle_.get());
     if (handle_.close() != 0 && error_ == 0) error_ = errno;
     check();
 }
 
 void output_file::publish() {
     if (is_direct()) return;
-    if (std::rename(temporary_.c_str(), target_.c_str()) != 0) cannot_create(errno);
+    if (is_copied()) return copy_to_target();
+    if (std::rename(temporary_.c_str(), target_.path.c_str()) != 0) cannot_create(errno);
     temporary_.clear();
-    forget_unfinished(listed_);
+    forget_unfinished(std::exchange(listed_, -1));
+    if (sync_) sync_folder();
+}
+
+void output_file::copy_to_target() {
+    const file_handle target(::open(target_.path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+    if (!target.is_open()) cannot_create(errno);
+    off_t done = 0;
+    ssize_t count = 0;
+    do
+        count = ::sendfile(target.get(), handle_.get(), &done, 1 << 24);
+    while (count > 0 || (count < 0 && errno == EINTR));
+    if (count < 0)
+        error_ = errno;
+    else if (sync_)
+        error_ = sync_to_disk(target.get());
+    check();
+}
+
+/// A folder that cannot be opened for reading has no other way; the name is there all the same.
+void output_file::sync_folder() const noexcept {
+    const file_handle folder(
+        ::open(folder_of(target_.path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.is_open()) ::fsync(folder.get());
 }
 
 } // namespace tools

@@ -2,15 +2,15 @@
 #pragma once
 
 #include "common/file_handle.hpp"
+#include "output/output_target.hpp"
 
 #include <cstddef>
 #include <span>
 #include <string>
-#include <sys/stat.h>
 
 namespace tools {
 
-/// A regular file is written under a temporary name beside its target; standard output, pipes and
+/// A regular file is written under a temporary name beside its target; open descriptors, pipes and
 /// devices are written directly. Unless published, the temporary file is removed by the destructor or
 /// by a signal.
 class output_file {
@@ -18,16 +18,22 @@ class output_file {
     /// @param path   "-" is standard output
     /// @param input  status of the input, which must not be the same file
     /// @throws failure
-    output_file(const std::string &path, const struct stat &input);
+    output_file(const std::string &path, const struct stat &input, const output_rules &rules = {});
     ~output_file();
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;
 
-    /// Final path, links resolved.
-    const std::string &target() const noexcept { return target_; }
+    /// As messages call it.
+    const std::string &name() const noexcept { return target_.name; }
 
     /// Somebody may be waiting at the other end.
-    bool is_direct() const noexcept { return temporary_.empty(); }
+    bool is_direct() const noexcept;
+
+    /// The file is replaced at the end by copying, since its folder takes no new one.
+    bool is_copied() const noexcept { return target_.way == output_way::copied; }
+
+    /// Both write to the same file.
+    bool is_same(const output_file &other) const noexcept;
 
     /// Writes all bytes. Returns 0 or errno; after an error nothing is written any more.
     int write(std::span<const std::byte> bytes) noexcept;
@@ -43,12 +49,16 @@ class output_file {
 
   private:
     void open_direct();
-    void open_temporary(const struct stat *replaced);
+    void open_temporary();
+    void open_nameless();
+    void take_protection() noexcept;
+    void copy_to_target();
+    void sync_folder() const noexcept;
     [[noreturn]] void cannot_create(int error) const;
 
-    std::string name_; ///< as messages call it
-    std::string target_;
-    std::string temporary_; ///< empty when direct
+    output_target target_;
+    bool sync_;
+    std::string temporary_; ///< empty when there is none, or when it has no name
     file_handle handle_;
     int listed_ = -1;
     int error_ = 0;

@@ -1,30 +1,31 @@
 #include "output/unfinished_files.hpp"
 
 #include <array>
+#include <atomic>
 #include <climits>
-#include <csignal>
 #include <cstddef>
 #include <unistd.h>
 
 namespace tools {
 namespace {
 
-constexpr std::array fatal_signals{SIGINT, SIGTERM, SIGHUP};
+/// Everything that ends a program by default and that somebody sends on purpose; timers and limits too.
+constexpr std::array fatal_signals{SIGHUP,  SIGINT,  SIGQUIT, SIGTERM,   SIGALRM,
+                                   SIGUSR1, SIGUSR2, SIGXCPU, SIGVTALRM, SIGPROF};
+
+enum : int { unused, being_written, listed };
 
 struct entry {
-    volatile std::sig_atomic_t listed = 0;
+    std::atomic<int> state = unused;
     std::array<char, PATH_MAX> path{};
 };
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may not wait");
 
-/// Static, because a signal handler can reach nothing else; an audio file and a list of time stamps.
-std::array<entry, 2> entries;
+/// Static, because a signal handler can reach nothing else: two files for every thread of the largest
+/// batch. What is never used takes no memory.
+constinit std::array<entry, 1024> entries;
 
-void remove_files_and_end(int signal) {
-    for (const entry &each : entries)
-        if (each.listed) ::unlink(each.path.data());
-    // The handler was for one signal only: this one has its ordinary effect, an exit status included.
-    ::raise(signal);
-}
+constinit std::atomic<bool> ending = false;
 
 sigset_t fatal_set() {
     sigset_t set;
@@ -32,6 +33,20 @@ sigset_t fatal_set() {
     for (const int signal : fatal_signals)
         ::sigaddset(&set, signal);
     return set;
+}
+
+void remove_files_and_end(int signal) {
+    ending = true;
+    for (const entry &each : entries)
+        if (each.state == listed) ::unlink(each.path.data());
+    // Only now has the signal its ordinary effect, an exit status included: until here a second one,
+    // as timeout sends it, has waited.
+    std::signal(signal, SIG_DFL);
+    ::raise(signal);
+    sigset_t this_one;
+    ::sigemptyset(&this_one);
+    ::sigaddset(&this_one, signal);
+    ::pthread_sigmask(SIG_UNBLOCK, &this_one, nullptr);
 }
 
 } // namespace
@@ -42,7 +57,6 @@ void catch_signals() {
         }, before{};
         action.sa_handler = remove_files_and_end;
         action.sa_mask = fatal_set();
-        action.sa_flags = static_cast<int>(SA_RESETHAND);
         ::sigaction(signal, nullptr, &before);
         // A caller that ignores a signal (nohup) goes on doing so.
         if (before.sa_handler != SIG_IGN) ::sigaction(signal, &action, nullptr);
@@ -53,28 +67,30 @@ void catch_signals() {
 
 signals_held::signals_held() {
     const sigset_t set = fatal_set();
-    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    ::pthread_sigmask(SIG_BLOCK, &set, &before_);
 }
 
 signals_held::~signals_held() {
-    const sigset_t set = fatal_set();
-    ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
-int list_unfinished(const std::string &path) {
+int list_unfinished(const std::string &path) noexcept {
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        entry &free_one = entries[i];
-        if (free_one.listed || path.size() >= free_one.path.size()) continue;
-        path.copy(free_one.path.data(), path.size());
-        free_one.path[path.size()] = '\0';
-        free_one.listed = 1;
+        entry &each = entries[i];
+        int expected = unused;
+        if (path.size() >= each.path.size()) return -1;
+        if (!each.state.compare_exchange_strong(expected, being_written)) continue;
+        each.path[path.copy(each.path.data(), path.size())] = '\0';
+        each.state = listed;
+        while (ending) // the handler may have passed this entry: nothing must be created any more
+            ::pause();
         return static_cast<int>(i);
     }
     return -1;
 }
 
 void forget_unfinished(int place) noexcept {
-    if (place >= 0) entries[static_cast<std::size_t>(place)].listed = 0;
+    if (place >= 0) entries[static_cast<std::size_t>(place)].state = unused;
 }
 
 } // namespace tools

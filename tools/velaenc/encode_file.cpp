@@ -16,10 +16,12 @@ struct outputs {
     output_file stream;
     std::optional<output_file> list;
 
-    outputs(const options &wanted, const struct stat &input) : stream(wanted.output, input) {
+    outputs(const options &wanted, const struct stat &input)
+        : stream(wanted.output, input, rules_for(wanted, is_mpeg_audio, "MPEG audio")) {
         if (wanted.timestamps.empty()) return;
-        list.emplace(wanted.timestamps, input);
-        if (!list->is_direct() && list->target() == stream.target())
+        list.emplace(wanted.timestamps, input,
+                     rules_for(wanted, is_timestamp_list, "a list of time stamps"));
+        if (list->is_same(stream))
             throw failure(exit_code::usage, "--timestamps names OUT itself; name another file");
     }
 
@@ -27,7 +29,18 @@ struct outputs {
         stream.close();
         if (list) list->close();
         stream.publish();
-        if (list) list->publish();
+        if (!list) return;
+        try {
+            list->publish();
+        } catch (const failure &error) {
+            throw failure(error.code(),
+                          std::string(error.what()) + " (" + stream.name() + " is complete)");
+        }
+    }
+
+    static output_rules rules_for(const options &wanted, bool (*is_own)(const std::string &),
+                                  const char *own) {
+        return {wanted.overwrite, wanted.no_clobber, wanted.sync, is_own, own};
     }
 };
 
@@ -53,6 +66,9 @@ file_result encode_file(const options &wanted, run_listener &listener) {
     source = fit_channels(std::move(source), channels_of(plan.settings));
 
     outputs files(wanted, input_status);
+    if (files.stream.is_copied())
+        listener.note("the folder of " + files.stream.name()
+                      + " takes no new file; the file's contents are replaced at the end");
     std::optional<timestamp_list> list;
     if (files.list) list.emplace(*files.list);
     frame_writer writer(files.stream, list ? &*list : nullptr);

@@ -2,6 +2,7 @@
 
 #include "common/failure.hpp"
 #include "vela_enc_mp1a/settings.h"
+#include "velaenc/help.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -9,23 +10,13 @@
 #include <cmath>
 #include <filesystem>
 #include <sched.h>
+#include <span>
 #include <thread>
 #include <vector>
 
 namespace tools {
 namespace {
 
-/// Names on the command line and what they stand for, in the order of the help.
-template <class Value>
-using choices = std::vector<std::pair<std::string, Value>>;
-
-const choices<int> preset_codes{
-    {"vcd", MPEG_A_PRESET_VCD},   {"svcd", MPEG_A_PRESET_SVCD},
-    {"dvd", MPEG_A_PRESET_DVD},   {"dvd-dual", MPEG_A_PRESET_DVD_DUAL},
-    {"dvb", MPEG_A_PRESET_DVB},   {"micromv", MPEG_A_PRESET_MICROMV},
-    {"dvhs", MPEG_A_PRESET_DVHS}, {"hdv", MPEG_A_PRESET_HDV},
-    {"none", MPEG_A_PRESET_NONE},
-};
 const choices<int> layer_codes{{"1", 1}, {"2", 2}};
 const choices<int> bit_codes{{"0", 0}, {"1", 1}};
 const choices<int> mode_codes{{"stereo", MPEG_A_MODE_STEREO},
@@ -36,31 +27,6 @@ const choices<int> emphasis_codes{
     {"none", MPEG_A_EMPHASIS_NONE}, {"50/15", MPEG_A_EMPHASIS_50_15}, {"j17", MPEG_A_EMPHASIS_J17}};
 const choices<sample_format> format_codes{
     {"s16", sample_format::s16}, {"s24", sample_format::s24}, {"f32", sample_format::f32}};
-
-constexpr const char *description =
-    "velaenc: encodes audio as MPEG-1 Audio Layer I or II (ISO/IEC 11172-3).\n"
-    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of 32000, 44100 or 48000 Hz.";
-
-constexpr const char *footer =
-    "Defaults: Layer II, the channels of IN, no CRC, 224 kbit/s for two channels and 112 for one "
-    "(Layer I:\n"
-    "384 and 192). A preset brings its own; in mono it starts at half of its bitrate and takes the "
-    "next one\n"
-    "that conforms. 16-bit and 24-bit input is encoded as such, everything else as 32-bit float.\n"
-    "\n"
-    "Time stamps count 27 MHz ticks and tell when a frame ends: the first one is the start plus the\n"
-    "duration of one frame. Frames are numbered from 0.\n"
-    "\n"
-    "OUT appears under its name when it is complete. Pipes and devices are written directly.\n"
-    "\n"
-    "Exit codes:\n"
-    "  0  success\n"
-    "  1  the command line is wrong\n"
-    "  2  the input is missing, unreadable, truncated, empty or has more than two channels\n"
-    "  3  the output cannot be written\n"
-    "  4  the settings or the sample rate cannot be encoded or do not conform to the preset\n"
-    "  5  memory is out, or the program is at fault\n"
-    "  128 + n  ended by signal n";
 
 template <class Value>
 std::string names_of(const choices<Value> &named) {
@@ -115,7 +81,10 @@ void add_preset(CLI::App &app, options &wanted) {
     const auto store = [&wanted](const std::string &text) {
         auto code = find_choice(preset_codes, text);
         if (!code) code = parse_number<int>(text);
-        if (!code) refuse("--preset", text, names_of(preset_codes) + " or a code");
+        if (!code || *code < 0 || *code > highest_preset_code)
+            refuse("--preset", text,
+                   names_of(preset_codes) + " or a code of 0 to "
+                       + std::to_string(highest_preset_code));
         wanted.preset = *code;
         wanted.preset_name = text;
     };
@@ -123,16 +92,12 @@ void add_preset(CLI::App &app, options &wanted) {
         ->type_name(names_of(preset_codes) + "|CODE");
 }
 
-void add_stream_options(CLI::App &app, options &wanted) {
+void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
     add_preset(app, wanted);
     add_choice(app, "--layer", wanted.layer, layer_codes, "Layer");
-    add_choice(app, "--mode", wanted.mode, mode_codes, "Mode; two channels are mixed down to mono");
-    add_number(app, "--bitrate", wanted.bitrate, "KBPS", "Bitrate in kbit/s");
-    auto *crc = app.add_flag_callback(
-        "--crc", [&wanted] { wanted.crc = true; }, "A CRC-16 in every frame");
-    app.add_flag_callback(
-           "--no-crc", [&wanted] { wanted.crc = false; }, "No CRC")
-        ->excludes(crc);
+    add_choice(app, "-m,--mode", wanted.mode, mode_codes, "Mode; two channels are mixed down to mono");
+    add_number(app, "-b,--bitrate", wanted.bitrate, "KBPS", "Bitrate in kbit/s");
+    app.add_flag("--crc,!--no-crc", crc, "A CRC-16 in every frame, or none");
     add_choice(app, "--emphasis", wanted.emphasis, emphasis_codes,
                "Label of the emphasis in the header");
     add_choice(app, "--private", wanted.private_bit, bit_codes, "Private bit of the header");
@@ -169,6 +134,19 @@ int usable_processors() {
     return static_cast<int>(std::thread::hardware_concurrency()); // more than the set can name
 }
 
+void add_output_options(CLI::App &app, options &wanted, std::string &named) {
+    app.add_option("-o,--output", named, "OUT, wherever it stands")
+        ->type_name("OUT")
+        ->excludes(app.get_option("OUT"));
+    app.add_option("--timestamps", wanted.timestamps,
+                   "CSV of the frames: number, byte offset, bytes, time stamp")
+        ->type_name("FILE");
+    auto *overwrite = app.add_flag("--overwrite", wanted.overwrite, "Replace OUT whatever it is");
+    app.add_flag("-n,--no-clobber", wanted.no_clobber, "Replace no file")->excludes(overwrite);
+    app.add_flag("!--no-sync", wanted.sync,
+                 "Do not wait until the files are on the disk, for very many of them");
+}
+
 /// The input's name with the layer's extension, in the input's folder; a pipe goes on into a pipe.
 std::string default_output(const options &wanted) {
     if (wanted.input == "-") return "-";
@@ -184,8 +162,14 @@ bool is_countable(const options &wanted) {
     return std::abs(units > 0 ? offset * 27e6 / units : offset) < 0x1p62;
 }
 
+/// Names that the shell has made empty, as an unset variable does, are no names left out.
+void check_names(const CLI::App &app) {
+    for (const char *option : {"IN", "OUT", "--output", "--timestamps"})
+        for (const std::string &name : app.get_option(option)->results())
+            if (name.empty()) throw failure(exit_code::usage, std::string(option) + " has no name");
+}
+
 void complete(options &wanted, const raw_options &given, std::optional<int> jobs) {
-    if (wanted.input.empty()) throw failure(exit_code::usage, "IN has no name");
     if (given.raw) wanted.raw = pcm_shape{given.rate.value(), given.channels.value(), given.format};
     if (given.raw && wanted.raw->channels < 1)
         throw failure(exit_code::usage, "--channels should be 1 or 2");
@@ -199,22 +183,31 @@ void complete(options &wanted, const raw_options &given, std::optional<int> jobs
         throw failure(exit_code::usage, "OUT and --timestamps cannot both go to standard output");
 }
 
+/// What helps after a mistake on the command line.
+std::string hint_for(std::span<char *const> arguments) {
+    for (const std::string argument : arguments.subspan(1))
+        if (argument.starts_with('-') && std::filesystem::exists(argument))
+            return "; a file whose name begins with - is written ./" + argument;
+    return "; velaenc --help lists the options";
+}
+
 } // namespace
 
 std::optional<options> read_options(int argc, char **argv) {
     options wanted;
     raw_options given;
     std::optional<int> jobs;
-    CLI::App app(description, "velaenc");
-    app.footer(footer);
+    std::string named_output;
+    bool crc = false;
+    CLI::App app(help_description, "velaenc");
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    app.footer(help_footer);
     app.set_version_flag("--version", "velaenc " VELAENC_VERSION, "Print the version");
     app.add_option("IN", wanted.input, "Input file, or - for standard input")->required();
     app.add_option("OUT", wanted.output,
                    "Output file, or - for standard output; without it IN with .mp1 or .mp2");
-    add_stream_options(app, wanted);
-    app.add_option("--timestamps", wanted.timestamps,
-                   "CSV of the frames: number, byte offset, bytes, time stamp")
-        ->type_name("FILE");
+    add_stream_options(app, wanted, crc);
+    add_output_options(app, wanted, named_output);
     add_raw_options(app, given);
     auto *threads =
         add_number(app, "-j,--jobs", jobs, "N",
@@ -222,7 +215,7 @@ std::optional<options> read_options(int argc, char **argv) {
     app.add_flag("--engine", wanted.engine,
                  "Encode through the plug-in interface, on one thread, for the same stream")
         ->excludes(threads);
-    app.add_flag("--quiet", wanted.quiet, "Only errors on standard error");
+    app.add_flag("-q,--quiet", wanted.quiet, "Only errors on standard error");
     app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
     try {
         app.parse(argc, argv);
@@ -230,9 +223,11 @@ std::optional<options> read_options(int argc, char **argv) {
         app.exit(request);
         return std::nullopt;
     } catch (const CLI::ParseError &error) {
-        throw failure(exit_code::usage,
-                      std::string(error.what()) + "; velaenc --help lists the options");
+        throw failure(exit_code::usage, error.what() + hint_for(std::span(argv, argv + argc)));
     }
+    check_names(app);
+    if (app.count("--crc") > 0) wanted.crc = crc;
+    if (!named_output.empty()) wanted.output = named_output;
     complete(wanted, given, jobs);
     return wanted;
 }

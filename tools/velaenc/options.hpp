@@ -30,6 +30,9 @@ struct options {
     std::optional<pcm_shape> raw; ///< shape of headerless input
     int jobs = 1;                 ///< threads that encode
     bool engine = false;          ///< encode through the plug-in interface
+    bool overwrite = false;       ///< replace whatever is there
+    bool no_clobber = false;      ///< replace nothing
+    bool sync = true;             ///< wait until the files are on the disk
     bool quiet = false;
     bool force = false;
 };

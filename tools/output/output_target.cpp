@@ -1,0 +1,155 @@
+#include "output/output_target.hpp"
+
+#include "common/failure.hpp"
+#include "common/file_handle.hpp"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+
+namespace tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool same_file(const struct stat &a, const struct stat &b) noexcept {
+    return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+[[noreturn]] void cannot_create(const output_target &target, int error) {
+    throw failure(exit_code::output, "cannot create " + target.name + ": " + explain_errno(error));
+}
+
+/// The names by which a process reaches its own descriptors. Opening one anew would start at the
+/// file's beginning, and a name beside it is no name for it.
+std::optional<int> named_descriptor(const std::string &path) {
+    if (path == "-" || path == "/dev/stdout") return STDOUT_FILENO;
+    if (path == "/dev/stderr") return STDERR_FILENO;
+    const auto own = "/proc/" + std::to_string(::getpid()) + "/fd/";
+    for (const std::string &folder : {std::string("/dev/fd/"), std::string("/proc/self/fd/"), own}) {
+        int number = -1;
+        if (!path.starts_with(folder)) continue;
+        const char *end = path.data() + path.size();
+        const auto read = std::from_chars(path.data() + folder.size(), end, number);
+        if (read.ec == std::errc() && read.ptr == end && number >= 0) return number;
+    }
+    return std::nullopt;
+}
+
+/// Follows links as far as they lead: a link to nothing names the file that it would create.
+void follow_links(output_target &target) {
+    for (int links = 0; !named_descriptor(target.path); ++links) {
+        std::error_code none;
+        const fs::path next = fs::read_symlink(target.path, none);
+        if (none) return;
+        if (links == 40) cannot_create(target, ELOOP);
+        target.path = (fs::path(target.path).parent_path() / next).string();
+    }
+}
+
+/// As much as tells what a file is. @return none when the file may not be read
+std::optional<std::string> read_head(const std::string &path) {
+    std::string head(8192, '\0');
+    const file_handle file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    const ssize_t count = file.is_open() ? ::read(file.get(), head.data(), head.size()) : -1;
+    if (count < 0) return std::nullopt;
+    head.resize(static_cast<std::size_t>(count));
+    return head;
+}
+
+void check_replaceable(const output_target &target, const output_rules &rules) {
+    if (rules.no_clobber)
+        throw failure(exit_code::output,
+                      target.name + " exists, and --no-clobber keeps it; name another output");
+    if (::access(target.path.c_str(), W_OK) != 0) cannot_create(target, errno);
+    if (rules.overwrite || rules.is_own == nullptr || target.present->st_size == 0) return;
+    const auto head = read_head(target.path);
+    if (!head || !rules.is_own(*head))
+        throw failure(exit_code::output, target.name + " exists and is not " + rules.own
+                                             + "; name another output, or replace it with --overwrite");
+}
+
+/// Whether a file can be created in the folder and given the target's name.
+bool takes_new_file(const output_target &target, const std::string &folder) {
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) != 0) cannot_create(target, errno);
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) return false;
+    const uid_t user = ::geteuid();
+    // Where users share a folder, only its owner and the file's may take a file's name away.
+    const bool shared = (status.st_mode & S_ISVTX) != 0 && user != 0 && user != status.st_uid;
+    return !shared || !target.present || target.present->st_uid == user;
+}
+
+void choose_way(output_target &target) {
+    if (target.present && !S_ISREG(target.present->st_mode)) {
+        target.way = output_way::direct;
+        return;
+    }
+    const fs::path path(target.path);
+    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
+    if (takes_new_file(target, folder)) return;
+    if (!target.present) cannot_create(target, EACCES);
+    target.way = output_way::copied;
+}
+
+} // namespace
+
+bool is_mpeg_audio(const std::string &head) {
+    // ISO/IEC 11172-3, 2.4.1.3: the header, without its reserved and forbidden values.
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(head[i]); };
+    return head.size() >= 4 && byte(0) == 0xFF && byte(1) >= 0xE0 && (byte(1) >> 3 & 3) != 1
+           && (byte(1) >> 1 & 3) != 0 && byte(2) >> 4 != 15 && (byte(2) >> 2 & 3) != 3
+           && (byte(3) & 3) != 2;
+}
+
+bool is_timestamp_list(const std::string &head) {
+    return head.starts_with("frame,byte_offset,bytes,");
+}
+
+output_target find_target(const std::string &path, const struct stat &input,
+                          const output_rules &rules) {
+    output_target target;
+    target.name = path == "-" ? "standard output" : path;
+    target.path = path;
+    follow_links(target);
+    struct stat present {};
+    if (const auto descriptor = named_descriptor(target.path)) {
+        target.way = output_way::descriptor;
+        target.descriptor = *descriptor;
+        target.path.clear();
+        if (::fstat(*descriptor, &present) != 0) cannot_create(target, errno);
+        target.present = present;
+    } else if (::stat(target.path.c_str(), &present) == 0) {
+        target.present = present;
+    } else if (errno != ENOENT) {
+        cannot_create(target, errno);
+    }
+    if (target.present && same_file(input, *target.present))
+        throw failure(exit_code::output, target.name + " is the input itself; name another output");
+    if (path.ends_with('/') || (target.present && S_ISDIR(target.present->st_mode)))
+        throw failure(exit_code::output, target.name + " is a folder; name a file in it");
+    if (target.way == output_way::descriptor) return target;
+    if (target.present && S_ISREG(target.present->st_mode)) check_replaceable(target, rules);
+    choose_way(target);
+    return target;
+}
+
+std::string explain_errno(int error) {
+    std::string reason = std::strerror(error);
+    switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+        return reason + "; make room or write to another place";
+    case EPIPE:
+        return reason + ": its reader has gone before the end";
+    case EFBIG:
+        return reason + "; raise the limit of the size of files (ulimit -f) or write to another place";
+    default:
+        return reason;
+    }
+}
+
+} // namespace tools

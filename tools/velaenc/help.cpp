@@ -1,0 +1,81 @@
+#include "velaenc/help.hpp"
+
+#include "vela_enc_mp1a/encoder.h"
+
+#include <array>
+#include <cstdio>
+
+namespace tools {
+
+const choices<int> preset_codes{
+    {"vcd", MPEG_A_PRESET_VCD},   {"svcd", MPEG_A_PRESET_SVCD},
+    {"dvd", MPEG_A_PRESET_DVD},   {"dvd-dual", MPEG_A_PRESET_DVD_DUAL},
+    {"dvb", MPEG_A_PRESET_DVB},   {"micromv", MPEG_A_PRESET_MICROMV},
+    {"dvhs", MPEG_A_PRESET_DVHS}, {"hdv", MPEG_A_PRESET_HDV},
+    {"none", MPEG_A_PRESET_NONE},
+};
+
+const char *const help_description =
+    "velaenc: encodes audio as MPEG-1 Audio Layer I or II (ISO/IEC 11172-3).\n"
+    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of 32000, 44100 or 48000 Hz.";
+
+namespace {
+
+constexpr const char *examples =
+    "Examples:\n"
+    "  velaenc song.flac                          song.mp2, 224 kbit/s\n"
+    "  velaenc --preset dvd film.wav film.mp2     for a DVD: 48 kHz, CRC, 224 kbit/s\n"
+    "  velaenc -b 384 -m joint in.wav -o out.mp2  joint stereo, 384 kbit/s\n"
+    "  arecord -f dat -t wav | velaenc - - >a.mp2 a recording, until Ctrl-C\n"
+    "\n";
+
+constexpr const char *rest =
+    "dvd-dual is DVD with dual channel allowed; --mode dual chooses it.\n"
+    "\n"
+    "Defaults: Layer II, the channels of IN, no CRC, 224 kbit/s for two channels and 112 for one "
+    "(Layer I:\n"
+    "384 and 192). A preset brings its own; in mono it starts at half of its bitrate and takes the "
+    "next one\n"
+    "that conforms. 16-bit and 24-bit input is encoded as such, everything else as 32-bit float.\n"
+    "Of an option given twice the last one counts.\n"
+    "\n"
+    "Time stamps count 27 MHz ticks and tell when a frame ends: the first one is the start plus the\n"
+    "duration of one frame. Frames are numbered from 0.\n"
+    "\n"
+    "OUT appears under its name when it is complete. What is there already is replaced when it is\n"
+    "empty or MPEG audio; anything else only with --overwrite. Pipes, devices and /dev/stdout are\n"
+    "written directly.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0  success\n"
+    "  1  the command line is wrong\n"
+    "  2  the input is missing, unreadable, truncated, empty or has more than two channels\n"
+    "  3  the output cannot be written\n"
+    "  4  the settings or the sample rate cannot be encoded or do not conform to the preset\n"
+    "  5  memory is out, or the program is at fault\n"
+    "  128 + n  ended by signal n";
+
+/// One line a preset: the rates that its rules take, and its defaults.
+std::string preset_line(const std::string &name, int code) {
+    mpeg_a_settings settings{};
+    mpegOutAudioDefaults(&settings, code);
+    std::string rates;
+    for (const int rate : {32000, 44100, 48000})
+        if (mpegOutAudioChkSettings(nullptr, &settings, code, rate, MPEG_A_CHECK_ALL, 0) == 0)
+            rates += (rates.empty() ? "" : ", ") + std::to_string(rate);
+    std::array<char, 80> line;
+    std::snprintf(line.data(), line.size(), "  %-9s %s Hz%s\n", name.c_str(), rates.c_str(),
+                  settings.error_protection != 0 ? "; CRC" : "");
+    return line.data();
+}
+
+} // namespace
+
+std::string help_footer() {
+    std::string text = std::string(examples) + "Presets and the rates that they take:\n";
+    for (const auto &[name, code] : preset_codes)
+        text += preset_line(name, code);
+    return text + rest;
+}
+
+} // namespace tools
