@@ -18,7 +18,7 @@ if(VELA_WERROR)
 endif()
 
 if(VELA_SANITIZE)
-    # The checks that sanitizers put in make g++ warn of overflows that cannot happen. Objects of the core
+    # The checks that sanitizers put in make g++ warn of overflows that cannot happen. The kernels
     # carry no type information to check.
     add_compile_options(-fsanitize=${VELA_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
                         -fno-omit-frame-pointer -g -Wno-error)

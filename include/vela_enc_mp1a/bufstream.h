@@ -11,7 +11,8 @@
  *  larger than 1024 bytes a frame may arrive in two commits; its frame_info follows the second one.
  *
  *  Every call happens on the thread that called into the library. The encoder never frees the object;
- *  it must outlive mpegOutAudioDone().
+ *  it must outlive mpegOutAudioDone(). The functions must neither throw nor leave by longjmp(). What they
+ *  change of the floating-point environment lasts until they return.
  */
 #ifndef VELA_ENC_MP1A_BUFSTREAM_H
 #define VELA_ENC_MP1A_BUFSTREAM_H

@@ -18,6 +18,10 @@
  *  on different threads at once; one encoder is used by one thread at a time. Callbacks of the host run
  *  on the thread that called into the library.
  *
+ *  Calling back. While a function of an encoder runs, the host's callbacks may not use that encoder: Init,
+ *  PutBytes and Done return 2 there and change nothing. Free is forbidden there; it is ignored, and the
+ *  encoder is still to be freed. Callbacks must neither throw nor leave by longjmp().
+ *
  *  Ownership. Settings, lookup, PCM and bufstream belong to the host. The encoder is one block from the
  *  host's "malloc" (or the process's); nothing else is ever allocated. The bufstream must outlive Done.
  *
@@ -31,7 +35,7 @@
  *      mpegOutAudioNew          the encoder, or null (settings not usable, memory out)
  *      mpegOutAudioInit         0, or 2
  *      mpegOutAudioPutBytes     0, or 2
- *      mpegOutAudioDone         0
+ *      mpegOutAudioDone         0, or 2 inside a callback
  *
  *  No function throws. Messages begin with a code such as "A021:" and carry no newline.
  */
@@ -126,7 +130,7 @@ MPEG_A_API mpeg_a_encoder *mpegOutAudioNew(resource_lookup lookup, const mpeg_a_
 /** Binds the encoder to an output, requests the first block and starts the stream afresh.
  *
  *  @return 0; 2 when `encoder` or `output` is null (the encoder can then only be freed or initialised
- *          again)
+ *          again), and inside a callback of the same encoder
  */
 MPEG_A_API int32_t mpegOutAudioInit(mpeg_a_encoder *encoder, bufstream *output) MPEG_A_NOEXCEPT;
 
@@ -149,7 +153,8 @@ MPEG_A_API int32_t mpegOutAudioPutBytes(mpeg_a_encoder *encoder, const void *dat
  *  the output.
  *
  *  @param abort  not 0: drop the pending samples instead
- *  @return 0, also when the last frame could not be written (A002 has then gone to "err_printf")
+ *  @return 0, also when the last frame could not be written (A002 has then gone to "err_printf"); 2 inside
+ *          a callback of the same encoder
  */
 MPEG_A_API int32_t mpegOutAudioDone(mpeg_a_encoder *encoder, int32_t abort) MPEG_A_NOEXCEPT;
 

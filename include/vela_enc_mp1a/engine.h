@@ -1,4 +1,4 @@
-/** Plug-in interface of the MPEG-1 Audio Layer I/II encoder (C++20): a reference-counted object that is
+/** Plug-in interface of the MPEG-1 Audio Layer I/II encoder (C++17): a reference-counted object that is
  *  configured through text keys, fed with PCM, and writes into a bufstream or a PushData sink.
  *
  *  Call order
@@ -16,7 +16,8 @@
  *
  *  Slots. Every interface is a table of virtual functions in the Itanium C++ ABI, which g++ and clang++
  *  use on Linux. The slot numbers below are an interface: they do not change, and a host may call by
- *  number without this header. Interfaces have no destructor slot.
+ *  number without this header. Interfaces have no destructor slot,
+ *  but run-time type information: dynamic_cast works.
  *
  *  Counting. One count belongs to the engine and all its interfaces: AddRef and Release through any of
  *  them change it and return its new value. A fresh engine has 1; an operation may add 1 while it runs.
@@ -28,7 +29,8 @@
  *  the sink and the bufstream are called on the thread that called into the engine.
  *
  *  Calling back. From inside a call to its sink or bufstream a host may use AddRef, Release,
- *  QueryInterface and get_parameter, but may not put data, give commands or write keys.
+ *  QueryInterface and get_parameter. Putting data, commands, bindings and writing keys give -1 there and
+ *  change nothing. Even the last Release may come there: the engine ends after the operation that called.
  *
  *  Results. 0 for success, -1 for failure, 1 for an unknown name in set_parameter_str; AddRef and
  *  Release return the count. Nothing throws. The encoder's own messages are not shown: ask
@@ -43,17 +45,19 @@
 
 #include <cstdint>
 
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-// Nobody deletes an object through an interface, and a destructor would take slots of the table.
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-#endif
-
 /** Identifies an interface; all 16 bytes count. */
 struct engine_iid {
     std::uint8_t bytes[16];
 
-    friend constexpr bool operator==(const engine_iid &, const engine_iid &) = default;
+    friend constexpr bool operator==(const engine_iid &a, const engine_iid &b) noexcept {
+        for (int i = 0; i < 16; ++i) {
+            if (a.bytes[i] != b.bytes[i]) return false;
+        }
+        return true;
+    }
+    friend constexpr bool operator!=(const engine_iid &a, const engine_iid &b) noexcept {
+        return !(a == b);
+    }
 };
 
 /** An identifier: four bytes of its own, then the text that all of them share. */
@@ -84,10 +88,16 @@ class IEngine {
 
     /** Slot 2: gives up a reference; the last one destroys the object. @return the new count */
     virtual std::int32_t Release() noexcept = 0;
+
+  protected:
+    ~IEngine() = default; // takes no slot; Release() is how an object ends, here and in all interfaces
 };
 
 /** Common base of the interfaces that an engine hands out; adds no slot. */
-class IEngineAPI : public IEngine {};
+class IEngineAPI : public IEngine {
+  protected:
+    ~IEngineAPI() = default;
+};
 
 /** Configuration and commands through text keys, which are compared byte for byte.
  *
@@ -187,6 +197,9 @@ class API_GetSetParamStr : public IEngineAPI {
 
     /** Slot 6: not in use. @return -1 */
     virtual std::int32_t reserved_op() noexcept { return -1; }
+
+  protected:
+    ~API_GetSetParamStr() = default;
 };
 
 /** PCM input. */
@@ -205,6 +218,9 @@ class API_PutData : public IEngineAPI {
      *          the output refuses space: the rest of the data is dropped, and every later call that
      *          completes a frame fails in the same way until the output is opened again */
     virtual std::int32_t put_data(const void *data, std::int32_t size, std::int32_t count) noexcept = 0;
+
+  protected:
+    ~API_PutData() = default;
 };
 
 /** The host's sink: receives every frame as soon as it is finished.
@@ -261,7 +277,7 @@ class PushData : public IEngine {
     virtual std::int32_t set_time_stamps(std::int64_t first, std::int64_t second) noexcept = 0;
 
   protected:
-    ~PushData() = default; // takes no slot; keeps anybody from deleting a sink as a PushData
+    ~PushData() = default;
 };
 
 /** Type of get_encMP1A(), for dlsym(). */
@@ -272,9 +288,5 @@ using get_encMP1A_function = IEngine *(*)() noexcept;
  *  @return the engine with one reference, which is the caller's; null when memory is out
  */
 extern "C" MPEG_A_API IEngine *get_encMP1A() noexcept;
-
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
 
 #endif

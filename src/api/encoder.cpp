@@ -55,10 +55,26 @@ std::int64_t start_time_of(const mpeg_a_settings &settings) noexcept {
 
 } // namespace
 
+/// A call of the host's. Functions of the host's that it calls may not use the encoder.
+class mpeg_a_encoder::operation {
+  public:
+    explicit operation(mpeg_a_encoder &encoder) noexcept : busy_(encoder.busy_) { busy_ = true; }
+    ~operation() { busy_ = false; }
+    operation(const operation &) = delete;
+    operation &operator=(const operation &) = delete;
+
+  private:
+    float_environment environment_;
+    bool &busy_;
+};
+
 mpeg_a_encoder *mpeg_a_encoder::create(resource_lookup lookup, const mpeg_a_settings *settings,
                                        std::int32_t pcm_format, std::int32_t sample_rate) noexcept {
-    if (mpegOutAudioChkSettings(lookup, settings, MPEG_A_PRESET_NONE, sample_rate,
-                                MPEG_A_CHECK_GENERIC_ONLY, 0)
+    // One copy is checked and used: functions of the host's run in between.
+    mpeg_a_settings own;
+    if (settings != nullptr) own = *settings;
+    if (mpegOutAudioChkSettings(lookup, settings == nullptr ? nullptr : &own, MPEG_A_PRESET_NONE,
+                                sample_rate, MPEG_A_CHECK_GENERIC_ONLY, 0)
         != 0) {
         return nullptr;
     }
@@ -74,26 +90,24 @@ mpeg_a_encoder *mpeg_a_encoder::create(resource_lookup lookup, const mpeg_a_sett
     encoder->free_ = memory.release;
     encoder->err_printf_ = message_function(lookup, "err_printf");
     encoder->inf_printf_ = message_function(lookup, "inf_printf");
-    encoder->settings_ = *settings;
+    encoder->settings_ = own;
     encoder->sample_rate_ = sample_rate;
     encoder->sampling_bits_ = sampling_bits_of(pcm_format);
-    encoder->start_time_ = start_time_of(*settings);
+    encoder->start_time_ = start_time_of(own);
     return encoder;
 }
 
 void mpeg_a_encoder::destroy(mpeg_a_encoder *encoder) noexcept {
-    if (encoder != nullptr) encoder->free_(encoder);
+    if (encoder != nullptr && !encoder->busy_) encoder->free_(encoder);
 }
 
 std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
-    const float_environment environment;
-    if (output == nullptr) {
-        done(true);
-        return 2;
-    }
+    if (busy_) return 2;
+    const operation running(*this);
+    initialised_ = false;
+    if (output == nullptr) return 2;
     if (init_frame_header(header_, settings_, sample_rate_) != 0) {
         err_printf_("A001:Unknown audio sampling rate");
-        done(true);
         return 2;
     }
     writer_.bind(output);
@@ -133,21 +147,23 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
 }
 
 std::int32_t mpeg_a_encoder::put_bytes(const void *data, std::uint32_t size) noexcept {
-    if (!initialised_) return 2;
+    if (!initialised_ || busy_) return 2;
+    const operation running(*this);
     const bool flush = data == nullptr;
     const std::span pcm(static_cast<const std::uint8_t *>(data), flush ? 0 : size);
     return encode(pcm, flush) == 0 ? 0 : 2;
 }
 
-void mpeg_a_encoder::done(bool abort) noexcept {
-    if (!initialised_) return;
+std::int32_t mpeg_a_encoder::done(bool abort) noexcept {
+    if (busy_) return 2;
+    if (!initialised_) return 0;
+    const operation running(*this);
     if (!abort) encode({}, true);
-    writer_.close();
     initialised_ = false;
+    return 0;
 }
 
 int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexcept {
-    const float_environment environment;
     const coder_config &config = coder_.config();
     subband_samples samples;
     smr_table smr;

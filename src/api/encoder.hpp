@@ -24,7 +24,8 @@ struct mpeg_a_encoder {
     std::int32_t init(bufstream *output, vela::level kernels) noexcept;
     /// As mpegOutAudioPutBytes(): 0 or 2.
     std::int32_t put_bytes(const void *data, std::uint32_t size) noexcept;
-    void done(bool abort) noexcept;
+    /// As mpegOutAudioDone(): 0 or 2.
+    std::int32_t done(bool abort) noexcept;
 
     /// Frames that position() wants to see before the one it goes to: Layer I needs five of them,
     /// Layer II two.
@@ -45,6 +46,8 @@ struct mpeg_a_encoder {
   private:
     using free_function = void (*)(void *);
 
+    class operation;
+
     int encode(std::span<const std::uint8_t> pcm, bool flush) noexcept;
     void end_frame(int frame_bits) noexcept;
 
@@ -53,6 +56,7 @@ struct mpeg_a_encoder {
     std::int32_t sampling_bits_;
     std::int64_t start_time_;
     bool initialised_;
+    bool busy_; ///< a call of the host's is running: it may call back, but not in here again
     mpeg_a_message_function err_printf_;
     mpeg_a_message_function inf_printf_;
     free_function free_;

@@ -34,8 +34,7 @@ std::int32_t mpegOutAudioPutBytes(mpeg_a_encoder *encoder, const void *data,
 }
 
 std::int32_t mpegOutAudioDone(mpeg_a_encoder *encoder, std::int32_t abort) noexcept {
-    if (encoder != nullptr) encoder->done(abort != 0);
-    return 0;
+    return encoder == nullptr ? 0 : encoder->done(abort != 0);
 }
 
 void mpegOutAudioFree(mpeg_a_encoder *encoder) noexcept {

@@ -1,6 +1,7 @@
 #include "engine/enc_mp1a.hpp"
 
 #include "api/presets.hpp"
+#include "simd/float_environment.hpp"
 
 #include <cstdio>
 #include <cstring>
@@ -33,19 +34,32 @@ std::int32_t not_supported(const char *what, const char *key) noexcept {
     return -1;
 }
 
-/// The sink may drop the host's last reference in the middle of an operation.
-class kept_alive {
+} // namespace
+
+/// An operation of the host's. Called back by it, the host may ask and count, but not operate: false then.
+/// It may even give up the last reference, which counts once the operation is over.
+class enc_MP1A::operation {
   public:
-    explicit kept_alive(IEngine &engine) noexcept : engine_(engine) { engine_.AddRef(); }
-    ~kept_alive() { engine_.Release(); }
-    kept_alive(const kept_alive &) = delete;
-    kept_alive &operator=(const kept_alive &) = delete;
+    explicit operation(enc_MP1A &engine) noexcept : engine_(engine), is_allowed_(!engine.busy_) {
+        if (!is_allowed_) return;
+        engine_.AddRef();
+        engine_.busy_ = true;
+    }
+    ~operation() {
+        if (!is_allowed_) return;
+        engine_.busy_ = false;
+        engine_.Release();
+    }
+    operation(const operation &) = delete;
+    operation &operator=(const operation &) = delete;
+
+    explicit operator bool() const noexcept { return is_allowed_; }
 
   private:
-    IEngine &engine_;
+    float_environment environment_; // numbers are read from text in here
+    enc_MP1A &engine_;
+    bool is_allowed_;
 };
-
-} // namespace
 
 enc_MP1A::enc_MP1A() noexcept : params_(this), data_(this) {
 }
@@ -54,6 +68,7 @@ enc_MP1A::~enc_MP1A() {
     // The sink may count and release once more while it gets the last frame; that must not lead here
     // again.
     EngineBase::AddRef();
+    busy_ = true;
     close_encoder();
 }
 
@@ -74,6 +89,7 @@ std::int32_t enc_MP1A::QueryInterface(const engine_iid &iid, IEngine *&holder) n
 std::int32_t enc_MP1A::GetSetParamStr::get_parameter(const char *key, double *value,
                                                      std::int32_t index) noexcept {
     if (key == nullptr || value == nullptr) return -1;
+    const float_environment environment; // 64-bit numbers are rounded
     for (const version_key &version : version_keys) {
         if (std::strcmp(key, version.key) == 0) {
             *value = version.number;
@@ -90,6 +106,8 @@ std::int32_t enc_MP1A::GetSetParamStr::get_parameter(const char *key, double *va
 std::int32_t enc_MP1A::GetSetParamStr::set_parameter(const char *key, std::int32_t index,
                                                      double value) noexcept {
     if (key == nullptr) return -1;
+    const operation running(engine());
+    if (!running) return -1;
     if (const char *const command = name_in("command::", key))
         return engine().run_command(key, command);
     const std::optional<field> found = engine().field_of(key);
@@ -103,7 +121,8 @@ std::int32_t enc_MP1A::GetSetParamStr::set_parameter(const char *key, std::int32
 std::int32_t enc_MP1A::GetSetParamStr::set_parameter_str(const char *key, const void *value,
                                                          std::int32_t size) noexcept {
     if (key == nullptr) return -1;
-    const kept_alive alive(engine());
+    const operation running(engine());
+    if (!running) return -1;
     // The host passes objects through the pointer that carries text otherwise.
     void *const object = const_cast<void *>(value);
     if (std::strcmp(key, "init::output::bufstream") == 0) {
@@ -150,7 +169,6 @@ void enc_MP1A::make_ready() noexcept {
 }
 
 std::int32_t enc_MP1A::run_command(const char *key, const char *name) noexcept {
-    const kept_alive alive(*this);
     if (std::strcmp(name, "init") == 0) return open_encoder();
     if (std::strcmp(name, "done") != 0) return not_supported("set_parameter: key", key);
     close_encoder();
@@ -164,7 +182,8 @@ std::int32_t enc_MP1A::PutData::put_data(const void *data, std::int32_t size,
     const std::int64_t bytes = std::int64_t{size} * count;
     if (bytes < 0 || bytes > INT32_MAX) return -1;
     auto &engine = static_cast<enc_MP1A &>(*owner());
-    const kept_alive alive(engine);
+    const operation running(engine);
+    if (!running) return -1;
     if (engine.encoder_ == nullptr && engine.open_encoder() != 0) return -1;
     return engine.encoder_->put_bytes(data, static_cast<std::uint32_t>(bytes)) == 0 ? 0 : -1;
 }

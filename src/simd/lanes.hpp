@@ -9,6 +9,7 @@
 // argument, so a NaN in the input takes the same path at every level.
 #pragma once
 
+#include "simd/exact_arithmetic.hpp"
 #include "simd/level.hpp"
 
 #include <cstdint>

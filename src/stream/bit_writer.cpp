@@ -1,16 +1,33 @@
 #include "stream/bit_writer.hpp"
 
+#include "simd/float_environment.hpp"
+
 #include <cstdio>
 #include <cstring>
 
 namespace vela {
 
+/// Calls a slot of the host's, which may leave any floating-point environment behind.
+template <class Slot, class... Arguments>
+std::uint32_t bit_writer::call(Slot slot, Arguments... arguments) noexcept {
+    const std::uint32_t result = slot(stream_, arguments...);
+    float_environment::renew();
+    return result;
+}
+
 void bit_writer::bind(bufstream *stream) noexcept {
     *this = {};
     stream_ = stream;
-    capacity_ = stream->chunk_size(stream);
-    block_ = stream->request(stream, capacity_);
-    if (block_ == nullptr) refused(capacity_);
+    lend(0);
+}
+
+/// Asks for a block. Until the host has lent one, there is no room.
+void bit_writer::lend(std::uint32_t shortest) noexcept {
+    const std::uint32_t size = call(stream_->chunk_size);
+    if (size >= shortest) block_ = stream_->request(stream_, size);
+    float_environment::renew();
+    if (block_ == nullptr) return refused(size);
+    capacity_ = size;
 }
 
 bool bit_writer::request_frame(std::uint32_t n) noexcept {
@@ -23,14 +40,12 @@ bool bit_writer::request(std::uint32_t n, std::uint32_t shortest_block) noexcept
     // A block that the frame would fill to its last byte counts as too short here as well: it is given
     // back empty and asked for again. Hosts see that call sequence, so it stays.
     end_block();
-    capacity_ = stream_->chunk_size(stream_);
-    if (capacity_ >= shortest_block) block_ = stream_->request(stream_, capacity_);
-    if (block_ == nullptr) refused(capacity_);
+    lend(shortest_block);
     return !error_;
 }
 
 void bit_writer::end_block() noexcept {
-    if (block_ != nullptr && stream_->commit(stream_, position_) != position_) error_ = true;
+    if (block_ != nullptr && call(stream_->commit, position_) != position_) error_ = true;
     block_ = nullptr;
     capacity_ = 0;
     position_ = 0;
@@ -43,7 +58,7 @@ void bit_writer::refused(std::uint32_t capacity) noexcept {
 }
 
 void bit_writer::put_header_word(std::uint32_t word, const header_info &info) noexcept {
-    stream_->auxinfo(stream_, position_, MPEG_A_HEADER_INFO, &info, sizeof info);
+    call(stream_->auxinfo, position_, MPEG_A_HEADER_INFO, &info, std::uint32_t{sizeof info});
     if (!request_space(4)) return;
     const std::uint8_t bytes[4] = {
         static_cast<std::uint8_t>(word >> 24), static_cast<std::uint8_t>(word >> 16),
@@ -72,17 +87,7 @@ void bit_writer::store(const std::uint8_t *bytes, std::size_t n) noexcept {
 
 void bit_writer::end_frame(const frame_info &info) noexcept {
     end_block();
-    stream_->auxinfo(stream_, position_, MPEG_A_FRAME_INFO, &info, sizeof info);
-}
-
-void bit_writer::close() noexcept {
-    if (stream_ != nullptr && position_ != 0 && !error_) {
-        stream_->commit(stream_, position_);
-        capacity_ = 0;
-    }
-    position_ = 0;
-    stream_ = nullptr;
-    block_ = nullptr;
+    call(stream_->auxinfo, position_, MPEG_A_FRAME_INFO, &info, std::uint32_t{sizeof info});
 }
 
 } // namespace vela

@@ -20,6 +20,8 @@ namespace vela {
 /// While a block is held, position_ < capacity_ after every operation. A failure (a refused request, a
 /// short commit) sticks: bytes are dropped and only counted, and every request for space fails until
 /// the writer is bound again. So the packer checks nothing and the encode loop asks once per frame.
+///
+/// To be used while a float_environment lives: it is renewed after every call of the host's.
 class bit_writer {
   public:
     /// Starts afresh on `stream` and requests the first block; a block held before is given up without
@@ -43,14 +45,15 @@ class bit_writer {
     /// Commits the frame and reports `info` to the host.
     void end_frame(const frame_info &info) noexcept;
 
-    /// Commits what has been written and detaches the stream; nothing on a writer that was never bound.
-    void close() noexcept;
-
     /// Every bit written since binding, dropped ones included.
     std::uint64_t total_bits() const noexcept { return total_bits_; }
 
   private:
+    template <class Slot, class... Arguments>
+    std::uint32_t call(Slot slot, Arguments... arguments) noexcept;
+
     bool request(std::uint32_t n, std::uint32_t shortest_block) noexcept;
+    void lend(std::uint32_t shortest) noexcept;
     void end_block() noexcept;
     void refused(std::uint32_t capacity) noexcept;
     void store(const std::uint8_t *bytes, std::size_t n) noexcept;

@@ -36,6 +36,7 @@ const auto pcm = pcm_bytes(make_signal(waveform::noise, 8 * 2304), 2);
 struct host_run {
     encoder_pointer encoder;
     fake_output output;
+    std::function<void()> hook; ///< put away
     explicit host_run(const stream &how = {}, std::uint32_t chunk = 4096)
         : encoder(make_encoder(how, fake_host::lookup)), output(chunk) {}
 
@@ -111,6 +112,24 @@ TEST(host, may_make_calls_out_of_order_or_without_objects) {
     mpegOutAudioFree(nullptr);
 }
 
+TEST(host, calling_back_into_the_encoder_is_refused_and_changes_nothing) {
+    host_run s;
+    std::string answers;
+    fake_output other;
+    s.output.hook = [&] {
+        mpegOutAudioFree(s.encoder.get());
+        answers += std::to_string(mpegOutAudioInit(s.encoder.get(), &other));
+        s.output.hook.swap(s.hook);
+        answers += s.run("4608 flush done abort");
+        s.output.hook.swap(s.hook);
+    };
+    EXPECT_EQ(s.run("init 9000 flush done"), "0000");
+    EXPECT_EQ(answers.find_first_not_of('2'), std::string::npos) << answers;
+    EXPECT_EQ(answers.size(), 5 * s.output.calls.size());
+    EXPECT_EQ(s.output.frames.size(), 2u);
+    EXPECT_EQ(other.calls, strings{});
+}
+
 TEST(host, initialises_again_and_gets_a_fresh_stream) {
     host_run s;
     s.run("init 14824");
@@ -120,58 +139,51 @@ TEST(host, initialises_again_and_gets_a_fresh_stream) {
     s.run("9216");
     EXPECT_EQ(s.output.calls, calls) << "the block held before is given up without a call";
     EXPECT_EQ(second.stream, undisturbed(2)) << "history or pending samples survived";
+    EXPECT_EQ(second.frames.at(0).info.length, 672u);
     EXPECT_EQ(second.frames.at(1).info.time_stamp, 2 * ticks);
 }
 
-TEST(host, refusing_a_block_at_any_position_ends_the_stream_there) {
-    for (int position = 0; position < 4; ++position) {
+TEST(host, lending_small_blocks_refusing_or_accepting_too_little_gets_whole_frames_up_to_there) {
+    // The block's size; the request without an answer; the commit that takes a byte less; then the
+    // frames and the commits of four. The first block of 672 bytes would be filled to its last byte, so it
+    // goes back empty, as shorter ones do.
+    const struct {
+        std::uint32_t chunk;
+        int refused_request, short_commit;
+        std::size_t frames;
+        int commits;
+    } cases[] = {{4096, -1, -1, 4, 4}, {1728, -1, -1, 4, 4}, {1040, -1, -1, 4, 8}, {1025, -1, -1, 4, 8},
+                 {673, -1, -1, 4, 8},  {672, -1, -1, 4, 9},  {671, -1, -1, 0, 1},  {4, -1, -1, 0, 1},
+                 {0, -1, -1, 0, 1},    {4096, 0, -1, 0, 0},  {4096, 1, -1, 1, 1},  {4096, 3, -1, 3, 3},
+                 {4096, -1, 0, 1, 1},  {4096, -1, 1, 2, 2},  {4096, -1, 2, 3, 3}};
+    for (const auto &[chunk, refused_request, short_commit, frames, commits] : cases) {
+        SCOPED_TRACE(testing::Message() << chunk << ' ' << refused_request << ' ' << short_commit);
         fake_host &seen = fake_host::reset();
-        host_run s;
-        s.output.refused_request = position;
+        host_run s({}, chunk);
+        s.output.refused_request = refused_request;
+        s.output.short_commit = short_commit;
         testing::internal::CaptureStderr();
-        // Half a frame beyond what fails: it must not count towards the next call's frame.
-        EXPECT_EQ(s.run("init 20736"), "02");
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "can't request space (4096 bytes) in output bufstream\n");
-        EXPECT_EQ(s.output.stream, undisturbed(static_cast<std::size_t>(position)));
+        EXPECT_EQ(s.run("init 18432"), frames == 4 ? "00" : "02");
+        const std::string said =
+            "can't request space (" + std::to_string(chunk) + " bytes) in output bufstream\n";
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), frames == 4 || short_commit >= 0 ? "" : said);
+        EXPECT_EQ(s.output.stream, undisturbed(frames));
+        EXPECT_EQ(s.output.frames.size(), frames);
+        EXPECT_EQ(s.output.commits, commits);
+        EXPECT_FALSE(s.output.overrun);
+        for (const auto &frame : s.output.frames)
+            EXPECT_EQ(frame.info.length, 672u);
+        if (frames == 4) continue;
         EXPECT_EQ(seen.messages, strings{refused});
         const auto calls = s.output.calls;
+        // What came behind the frame that failed does not count towards the next call's frame.
         EXPECT_EQ(s.run("2304 2304 100 done"), "0200");
         EXPECT_EQ(seen.messages, strings(3, refused));
         EXPECT_EQ(s.output.calls, calls) << "something reached an output that had failed";
-        s.output.stream.clear();
-        EXPECT_EQ(s.run("init 4608"), "00");
-        EXPECT_EQ(s.output.stream, undisturbed(1));
-    }
-}
-
-TEST(host, accepting_too_little_still_gets_that_frames_report_and_nothing_more) {
-    for (int position = 0; position < 3; ++position) {
-        host_run s;
-        s.output.short_commit = position;
-        EXPECT_EQ(s.run("init 18432"), "02");
-        EXPECT_EQ(s.output.frames.size(), static_cast<std::size_t>(position + 1));
-        EXPECT_EQ(s.output.calls.back(), "frame 0");
-        EXPECT_EQ(s.output.commits, position + 1);
-    }
-}
-
-TEST(host, lending_small_blocks_gets_the_same_bytes_in_more_commits) {
-    // Commits of three frames; 0: the stream fails. The first block of 672 bytes would be filled to its
-    // last byte, so it goes back empty.
-    const std::pair<std::uint32_t, int> cases[] = {{4096, 3}, {1728, 3}, {1040, 6}, {1025, 6}, {673, 6},
-                                                   {672, 7},  {671, 0},  {4, 0},    {0, 0}};
-    for (const auto &[chunk, commits] : cases) {
-        host_run s({}, chunk);
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(s.run("init 13824"), commits == 0 ? "02" : "00") << chunk;
-        testing::internal::GetCapturedStderr();
-        EXPECT_FALSE(s.output.overrun) << chunk;
-        EXPECT_EQ(s.output.stream, undisturbed(commits == 0 ? 0 : 3)) << chunk;
-        EXPECT_EQ(s.output.frames.size(), commits == 0 ? 0u : 3u) << chunk;
-        EXPECT_TRUE(commits == 0 || s.output.commits == commits) << s.output.commits;
-        for (const auto &frame : s.output.frames)
-            EXPECT_EQ(frame.info.length, 672u);
+        fake_output repaired;
+        ASSERT_EQ(mpegOutAudioInit(s.encoder.get(), &repaired), 0);
+        EXPECT_EQ(s.run("4608"), "0");
+        EXPECT_EQ(repaired.stream, undisturbed(1));
     }
 }
 
@@ -181,12 +193,18 @@ TEST(host, memory_comes_once_from_its_pair_or_from_the_process) {
         seen.has_malloc = i % 2 == 0;
         seen.has_free = i < 2 || i == 4;
         seen.malloc_fails = i == 4;
+        mpeg_a_settings record = stream{}.settings();
+        seen.spoilt = &record;
         const int pair = i % 4 == 0;
         {
-            host_run s;
-            EXPECT_EQ(s.encoder == nullptr, i == 4);
-            s.run("init 4608");
-            EXPECT_EQ(s.output.stream, undisturbed(i == 4 ? 0 : 1)) << "old contents matter";
+            fake_output output;
+            const encoder_pointer encoder(mpegOutAudioNew(fake_host::lookup, &record, 0, 2, 48000),
+                                          mpegOutAudioFree);
+            EXPECT_EQ(encoder == nullptr, i == 4);
+            mpegOutAudioInit(encoder.get(), &output);
+            mpegOutAudioPutBytes(encoder.get(), pcm.data(), frame_input);
+            EXPECT_EQ(output.stream, undisturbed(i == 4 ? 0 : 1))
+                << "old contents or a later record matter";
         }
         strings names{"err_printf", "malloc", "free", "err_printf", "inf_printf"};
         if (i == 4) names.resize(3);
@@ -231,37 +249,52 @@ TEST(host, starts_its_time_stamps_anywhere) {
     for (const auto &[offset, units, start] :
          std::initializer_list<std::tuple<std::int64_t, int, std::int64_t>>{
              {90000, 90000, 27000000},
+             {13, 3, 117000000}, // 13 / 3 first loses a tick
              {12345, 0, 12345},
              {12345, -5, 12345},
              {-1, 7, -3857142},
-             {1, 7, 3857142},
              {-648000, 0, -648000},
              {1000, 1, 27000000000},
-             {1ll << 40, 0, 1ll << 40}}) {
+             {1ll << 40, 0, 1ll << 40},
+             {INT64_MAX, 1, INT64_MAX}}) {
         const auto frames = encode({.pts_offset = offset, .pts_units = units}, pcm);
-        for (std::size_t f = 0; f < 8; ++f)
-            EXPECT_EQ(frames.at(f).info.time_stamp, start + static_cast<std::int64_t>(f + 1) * ticks)
+        for (std::size_t f = 0; f < 8; ++f) {
+            const auto passed = static_cast<std::int64_t>(f + 1) * ticks;
+            EXPECT_EQ(frames.at(f).info.time_stamp,
+                      start + std::min(passed, INT64_MAX - std::max<std::int64_t>(start, 0)))
                 << offset;
+        }
     }
 }
 
 TEST(host, keeps_its_floating_point_environment_which_does_not_change_the_stream) {
     // With infinities, and subnormal numbers in between.
     const auto floats = pcm_bytes(make_signal(waveform::broken, 8 * 2304), 4);
-    std::vector<std::uint8_t> expected;
-    // Rounding upward; subnormal numbers flushed to zero; traps.
+    const stream how{2, 0, 4, 0, 44100, 4, 1, 3};
+    const auto expected = encode(how, floats);
+    EXPECT_EQ(expected.back().info.time_stamp, 9000000 + 34560000ll * 8 / 49);
+    const unsigned usual = _mm_getcsr();
+    // Rounding upward; subnormal numbers flushed to zero; traps. All the time, or from the callbacks on; the
+    // second encoder goes on from the third frame.
     for (const unsigned environment : {0x1F80u, 0x5F80u, 0x9FC0u, 0x1900u}) {
-        const unsigned usual = _mm_getcsr();
-        _mm_setcsr(environment);
-        host_run s({2, 0, 4, 0, 44100, 4, 1, 3});
-        s.run("init");
-        mpegOutAudioPutBytes(s.encoder.get(), floats.data(), static_cast<std::uint32_t>(floats.size()));
-        s.run("done");
-        EXPECT_EQ(_mm_getcsr(), environment);
-        _mm_setcsr(usual);
-        EXPECT_EQ(s.output.frames.back().info.time_stamp, 9000000 + 34560000ll * 8 / 49);
-        if (expected.empty()) expected = s.output.stream;
-        EXPECT_EQ(s.output.stream, expected) << environment;
+        for (const bool from_callbacks : {false, true}) {
+            host_run s[2] = {host_run(how), host_run(how)};
+            for (const std::size_t first : {0, 2}) {
+                host_run &run = s[first / 2];
+                if (from_callbacks) run.output.hook = [=] { _mm_setcsr(environment); };
+                _mm_setcsr(from_callbacks ? usual : environment);
+                run.run("init");
+                const auto rest = std::span(floats).subspan(first * 9216);
+                if (first > 0) run.encoder->position(2, std::span(floats).first(first * 9216));
+                mpegOutAudioPutBytes(run.encoder.get(), rest.data(),
+                                     static_cast<std::uint32_t>(rest.size()));
+                run.run("done");
+                EXPECT_EQ(_mm_getcsr() & ~0x3Fu, from_callbacks ? usual & ~0x3Fu : environment);
+                _mm_setcsr(usual);
+                EXPECT_EQ(run.output.stream, joined(expected, first)) << environment << from_callbacks;
+                EXPECT_EQ(run.output.frames.back().info.time_stamp, expected.back().info.time_stamp);
+            }
+        }
     }
 }
 

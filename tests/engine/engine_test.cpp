@@ -34,6 +34,16 @@ TEST(engine_slots, operations_have_their_numbers_and_interfaces_share_one_count)
     EXPECT_EQ(output.calls, "AARRdDtbpe");
 }
 
+TEST(engine_slots, interfaces_know_their_type_and_cannot_be_deleted) {
+    static_assert(
+        !std::is_destructible_v<
+            IEngine> && !std::is_destructible_v<API_PutData> && !std::is_destructible_v<API_GetSetParamStr> && !std::is_destructible_v<PushData>);
+    user host;
+    auto *const data = static_cast<IEngine *>(host.data);
+    EXPECT_EQ(dynamic_cast<API_PutData *>(data), data);
+    EXPECT_EQ(dynamic_cast<API_GetSetParamStr *>(data), nullptr);
+}
+
 TEST(engine_slots, a_query_moves_exactly_one_reference_into_the_holder) {
     user host, other;
     void *holder = nullptr;
@@ -167,6 +177,11 @@ TEST(engine_output, a_sink_may_ask_count_query_and_give_up_the_last_reference_in
         host.references = 1;
         output.hook = [&](char now) {
             EXPECT_EQ(call(host.engine, 1, params_identifier, &host.params), 0);
+            // What it may not do gives -1 and changes nothing.
+            EXPECT_EQ(host.put(pcm.data(), block) + host.set("command::done", 0) + host.bind(output),
+                      -3);
+            EXPECT_EQ(
+                host.set("settings::audio_bitrate", 5) + host.text("settings::audio_bitrate", "5"), -2);
             EXPECT_EQ(host.get("settings::audio_bitrate"), 11);
             if (now == letter && host.references > 0) host.references = 0, call(host.data, 2);
         };

@@ -2,6 +2,7 @@
 #include "engine/engine_host.hpp"
 #include "engine/params.hpp"
 
+#include <cfenv>
 #include <iterator>
 #include <regex>
 
@@ -133,6 +134,16 @@ TEST(engine_keys, every_family_has_its_values_messages_and_results) {
         if (!gets && !refused) value = host.get(key.c_str());
         EXPECT_EQ(value, number);
     }
+}
+
+TEST(engine_keys, numbers_do_not_depend_on_the_hosts_rounding) {
+    user host;
+    std::fesetround(FE_UPWARD);
+    host.text("settings::pts_offset", "9007199254740993"); // 2^53 + 1: a tie
+    const double read = host.get("settings::pts_offset");
+    EXPECT_EQ(std::fegetround(), FE_UPWARD);
+    std::fesetround(FE_TONEAREST);
+    EXPECT_EQ(read, 9007199254740992.0);
 }
 
 TEST(engine_keys, unknown_names_of_text_and_null_arguments_are_refused_silently) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ struct fake_output : bufstream {
     std::vector<std::string> calls; ///< such as "request 4096", "commit 672", "header 0", "frame 0"
     std::vector<delivered_frame> frames;
     std::vector<std::uint8_t> stream; ///< every committed byte
+    std::function<void()> hook;       ///< runs inside every call
 
     explicit fake_output(std::uint32_t chunk_bytes = 4096)
         : bufstream{}, chunk(chunk_bytes), block_(chunk_bytes + 64) {
@@ -50,6 +52,7 @@ struct fake_output : bufstream {
 
     void note(const char *name, std::uint32_t value) {
         if (recording) calls.push_back(std::string(name) + ' ' + std::to_string(value));
+        if (hook) hook();
     }
     std::uint8_t *lend(std::uint32_t n) {
         note("request", n);
@@ -89,6 +92,7 @@ struct fake_host {
     std::vector<std::string> names, messages; ///< asked for and printed, in order
     bool has_malloc = false, has_free = false, malloc_fails = false;
     int mallocs = 0, frees = 0;
+    mpeg_a_settings *spoilt = nullptr; ///< a record that malloc makes illegal
 
     static fake_host &reset() {
         static fake_host host;
@@ -116,6 +120,7 @@ struct fake_host {
     }
     static void *allocate(std::size_t size) {
         ++current->mallocs;
+        if (current->spoilt != nullptr) current->spoilt->audio_bitrate = 15;
         // Memory as it comes: anything but zeros.
         return current->malloc_fails ? nullptr : std::memset(std::malloc(size), 0xA5, size);
     }
