@@ -56,6 +56,16 @@ consteval int run_length(const rate_rows &rows, int line) {
     return 8;
 }
 
+/// The formula meets all fixed values but the last one.
+consteval bool follows_formula(const rate_rows &rows) {
+    for (const fixed_run &run : rows.fixed) {
+        const double ratio =
+            run.first < rows.last_rising_run ? run.value / run_threshold(run.end, rows.sample_rate) : 1;
+        if (ratio < 1 - 2e-6 || ratio > 1 + 2e-6) return false;
+    }
+    return true;
+}
+
 consteval std::array<double, line_count> make_table(const rate_rows &rows) {
     std::array<double, line_count> table{};
     for (int line = 0; line < rows.final_line;) {
@@ -73,33 +83,39 @@ consteval std::array<double, line_count> make_table(const rate_rows &rows) {
     return table;
 }
 
-constexpr auto table_48000 = make_table({48000,
-                                         328,
-                                         332,
-                                         428,
-                                         {{{0, 1, 247592464.0},
-                                           {1, 2, 3987838.75},
-                                           {2, 3, 852584.69},
-                                           {68, 70, 4849.95},
-                                           {332, 428, 96324681728.0}}}});
-constexpr auto table_44100 = make_table({44100,
-                                         -1,
-                                         368,
-                                         464,
-                                         {{{0, 1, 488357088.0},
-                                           {1, 2, 5898447.0},
-                                           {2, 3, 1131716.5},
-                                           {76, 78, 4849.95},
-                                           {368, 464, 124950298624.0}}}});
-constexpr auto table_32000 = make_table({32000,
-                                         -1,
-                                         472,
-                                         480,
-                                         {{{0, 1, 10156347392.0},
-                                           {1, 2, 33708348.0},
-                                           {2, 3, 3987838.75},
-                                           {104, 108, 4861.13},
-                                           {472, 480, 1935251712.0}}}});
+constexpr rate_rows rows_48000{48000,
+                               328,
+                               332,
+                               428,
+                               {{{0, 1, 247592464.0},
+                                 {1, 2, 3987838.75},
+                                 {2, 3, 852584.69},
+                                 {68, 70, 4849.95},
+                                 {332, 428, 96324681728.0}}}};
+constexpr rate_rows rows_44100{44100,
+                               -1,
+                               368,
+                               464,
+                               {{{0, 1, 488357088.0},
+                                 {1, 2, 5898447.0},
+                                 {2, 3, 1131716.5},
+                                 {76, 78, 4849.95},
+                                 {368, 464, 124950298624.0}}}};
+constexpr rate_rows rows_32000{32000,
+                               -1,
+                               472,
+                               480,
+                               {{{0, 1, 10156347392.0},
+                                 {1, 2, 33708348.0},
+                                 {2, 3, 3987838.75},
+                                 {104, 108, 4861.13},
+                                 {472, 480, 1935251712.0}}}};
+
+static_assert(follows_formula(rows_48000) && follows_formula(rows_44100)
+              && follows_formula(rows_32000));
+
+constexpr auto table_48000 = make_table(rows_48000), table_44100 = make_table(rows_44100),
+               table_32000 = make_table(rows_32000);
 
 } // namespace
 
