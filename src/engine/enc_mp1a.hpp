@@ -68,7 +68,7 @@ class enc_MP1A final : public EngineBase {
     std::int32_t preset_ = MPEG_A_PRESET_DVD;
     engine_record record_;
     bool settings_ready_ = false;
-    bool busy_ = false; ///< an operation is running
+    bool busy_ = false;           ///< an operation is running
     bufstream *output_ = nullptr; ///< the host's, or the adapter made for `sink_`
     mpeg_a_encoder *encoder_ = nullptr;
     PushData *sink_ = nullptr; ///< null unless `output_` is its adapter
