@@ -25,7 +25,10 @@ files() {
         [ -f "$f" ] || continue
         for pattern in "${@:-*}"; do
             # shellcheck disable=SC2053 # a pattern it is
-            [[ $f == $pattern ]] && printf '%s\n' "$f" && break
+            if [[ $f == $pattern ]]; then
+                printf '%s\n' "$f"
+                break
+            fi
         done
     done
 }
