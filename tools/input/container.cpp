@@ -29,6 +29,8 @@ constexpr std::array<chunk_layout, 5> layouts{{
     {"caff", 8, 4, 8, true, false, 1, "data"},
 }};
 
+constexpr std::string_view au_magic = ".snd";
+
 constexpr int most_chunks = 10000; ///< walks of damaged files end
 
 std::uint64_t number(std::span<const std::byte> bytes, bool big_endian) {
@@ -44,10 +46,12 @@ std::string_view name_of(std::span<const std::byte> bytes) {
 }
 
 /// Programs that write to a pipe put about the largest number, signed or unsigned, for a size that they
-/// cannot know yet.
+/// cannot know yet: 0xFFFFFFFF, 0x7FFFF000 rounded down to whole samples (SoX), 0x7FFF0000 (GStreamer),
+/// 0x7F000008 (SoX in AIFF).
 bool is_placeholder(std::uint64_t size, std::size_t size_bytes) {
     if (size_bytes == 8) return size >= std::uint64_t{1} << 62;
-    return size >= 0xFFFFF000u || (size >= 0x7FFFF000u && size <= 0x80000000u);
+    return size >= 0xFFFF0000u || (size >= 0x7FFE0000u && size <= 0x80000000u)
+           || (size >= 0x7F000000u && size <= 0x7F00FFFFu);
 }
 
 const chunk_layout *layout_of(const fetch_function &fetch) {
@@ -69,20 +73,23 @@ std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout 
         const bool unknown = is_placeholder(size, layout.size_bytes);
         if (layout.size_covers_header) size -= std::min<std::uint64_t>(size, header_bytes);
         if (name_of(header) == name)
-            return chunk{offset + header_bytes, unknown ? std::nullopt : std::optional(size)};
+            return chunk{offset + header_bytes, size, !unknown, layout.size_bytes == 4};
         if (size >= std::uint64_t{1} << 62) break;
         offset += header_bytes + (size + layout.alignment - 1) / layout.alignment * layout.alignment;
     }
     return std::nullopt;
 }
 
-/// RF64 keeps the size of its data chunk in "ds64": the file's size, then the data's, 64 bits each.
-std::optional<std::uint64_t> rf64_data_bytes(const fetch_function &fetch, const chunk_layout &layout) {
+/// RF64 keeps the size of its data chunk in "ds64": the file's size, then the data's, 64 bits each. A
+/// writer that could not go back to fill them in leaves zeros.
+chunk with_rf64_size(const fetch_function &fetch, const chunk_layout &layout, chunk sound) {
     const auto sizes = find_chunk(fetch, layout, "ds64");
     std::array<std::byte, 16> bytes{};
-    if (!sizes || fetch(sizes->offset, bytes) < bytes.size()) return std::nullopt;
-    const std::uint64_t size = number(std::span(bytes).last(8), false);
-    return is_placeholder(size, 8) ? std::nullopt : std::optional(size);
+    if (sizes && fetch(sizes->offset, bytes) == bytes.size())
+        sound.bytes = number(std::span(bytes).last(8), false);
+    sound.known = sizes && sound.bytes != 0 && !is_placeholder(sound.bytes, 8);
+    sound.wraps = false;
+    return sound;
 }
 
 /// Others put 0. That stands for no sound only where the size of the whole file was filled in
@@ -97,10 +104,9 @@ bool zero_is_placeholder(const fetch_function &fetch, const chunk &sound) {
 /// AU has no chunks: the magic, then offset and size of the data.
 std::optional<chunk> find_au_data(const fetch_function &fetch) {
     std::array<std::byte, 12> bytes{};
-    if (fetch(0, bytes) < bytes.size() || name_of(bytes) != ".snd") return std::nullopt;
+    if (fetch(0, bytes) < bytes.size() || name_of(bytes) != au_magic) return std::nullopt;
     const std::uint64_t size = number(std::span(bytes).subspan(8, 4), true);
-    return chunk{number(std::span(bytes).subspan(4, 4), true),
-                 is_placeholder(size, 4) ? std::nullopt : std::optional(size)};
+    return chunk{number(std::span(bytes).subspan(4, 4), true), size, !is_placeholder(size, 4), true};
 }
 
 /// Bytes that the last Ogg page has beyond the end of the file; 0 for a whole page and for other files.
@@ -121,7 +127,32 @@ std::uint64_t ogg_bytes_missing(const input_file &input) {
     return bytes > rest.size() ? bytes - rest.size() : 0;
 }
 
+constexpr std::uint64_t lap = std::uint64_t{1} << 32; ///< after that many bytes a 32-bit size wraps
+
+std::uint64_t bytes_there(const input_file &input, const chunk &sound) {
+    return input.size() - std::min(sound.offset, input.size());
+}
+
+bool has_wrapped(const input_file &input, const chunk &sound) {
+    return sound.wraps && sound.known && bytes_there(input, sound) >= sound.bytes + lap;
+}
+
+void report_missing(const input_file &input, std::uint64_t bytes, length_rule rule) {
+    const std::string text = "is truncated: its header promises " + std::to_string(bytes)
+                             + " more bytes than the " + std::to_string(input.size())
+                             + " that are there";
+    if (rule == length_rule::promise)
+        throw failure(exit_code::input, input.name + ' ' + text + complete_file_needed);
+    input.note(text);
+}
+
 } // namespace
+
+bool begins_container(const fetch_function &fetch) {
+    std::array<std::byte, 4> magic{};
+    return layout_of(fetch) != nullptr
+           || (fetch(0, magic) == magic.size() && name_of(magic) == au_magic);
+}
 
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name) {
     const chunk_layout *layout = layout_of(fetch);
@@ -133,9 +164,9 @@ std::optional<chunk> find_sound_data(const fetch_function &fetch) {
     const chunk_layout *layout = layout_of(fetch);
     if (layout == nullptr) return find_au_data(fetch);
     auto sound = find_chunk(fetch, *layout, layout->sound_chunk);
-    if (sound && layout->magic == "RF64") sound->bytes = rf64_data_bytes(fetch, *layout);
-    if (sound && layout->magic == "RIFF" && sound->bytes == 0 && zero_is_placeholder(fetch, *sound))
-        sound->bytes.reset();
+    if (sound && layout->magic == "RF64") return with_rf64_size(fetch, *layout, *sound);
+    if (sound && layout->magic == "RIFF" && sound->bytes == 0)
+        sound->known = !zero_is_placeholder(fetch, *sound);
     return sound;
 }
 
@@ -145,19 +176,46 @@ fetch_function fetch_from(const input_file &input) {
     };
 }
 
-void check_complete(const input_file &input) {
-    std::uint64_t missing = 0;
-    if (const auto sound = find_sound_data(fetch_from(input)); sound && sound->bytes) {
-        const std::uint64_t end = sound->offset + *sound->bytes;
-        missing = end > input.size() ? end - input.size() : 0;
-    } else {
-        missing = ogg_bytes_missing(input);
+bool begins_chunk(std::span<const std::byte> header) noexcept {
+    return header.size() >= 8 && std::ranges::all_of(header.first(4), [](std::byte each) {
+               return each >= std::byte{' '} && each <= std::byte{'~'};
+           });
+}
+
+std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_rule rule) {
+    const std::uint64_t there = bytes_there(input, sound);
+    if (!sound.known && (sound.bytes == 0 || sound.bytes > there)) return there;
+    if (sound.bytes > there) {
+        report_missing(input, sound.bytes - there, rule);
+        return there;
     }
-    if (missing != 0)
-        throw failure(exit_code::input, input.name + " is truncated: its header promises "
-                                            + std::to_string(missing) + " more bytes than the "
-                                            + std::to_string(input.size())
-                                            + " that are there; the complete file is needed");
+    if (has_wrapped(input, sound)) {
+        input.note("has more sound than the 32 bits of its header can count; all of it is encoded");
+        return sound.bytes + (there - sound.bytes) / lap * lap;
+    }
+    std::array<std::byte, 8> header{};
+    const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
+    if (rule != length_rule::ignored || read_at(input, behind, header) < header.size()
+        || begins_chunk(header))
+        return sound.bytes;
+    input.note("goes on where its header ends it; all of it is encoded");
+    return there;
+}
+
+void check_complete(const input_file &input, length_rule rule) {
+    const auto sound = find_sound_data(fetch_from(input));
+    if (!sound) {
+        // Other writers to pipes than those of chunks know what they promise.
+        if (rule == length_rule::hint) rule = length_rule::promise;
+        if (const auto missing = ogg_bytes_missing(input)) report_missing(input, missing, rule);
+    } else if (sound->known && sound->bytes > bytes_there(input, *sound)) {
+        report_missing(input, sound->bytes - bytes_there(input, *sound), rule);
+    } else if (has_wrapped(input, *sound)) {
+        throw failure(exit_code::input,
+                      input.name
+                          + " has more sound than the 32 bits of its header can count; convert it to "
+                            "W64 or RF64, or to WAV of 16 or 24 bits or floats");
+    }
 }
 
 } // namespace tools

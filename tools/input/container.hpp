@@ -16,9 +16,14 @@ namespace tools {
 using fetch_function = std::function<std::size_t(std::uint64_t offset, std::span<std::byte> room)>;
 
 struct chunk {
-    std::uint64_t offset = 0;                          ///< of the first byte of the payload
-    std::optional<std::uint64_t> bytes = std::nullopt; ///< none where the writer could not know it
+    std::uint64_t offset = 0; ///< of the first byte of the payload
+    std::uint64_t bytes = 0;  ///< as the header says
+    bool known = true;        ///< false: looks like what writers put who cannot know the size yet
+    bool wraps = false;       ///< the size has 32 bits, so more sound than that is counted modulo 2^32
 };
+
+/// Whether a file begins as one of the containers that are known here.
+bool begins_container(const fetch_function &fetch);
 
 /// Finds the first chunk of that name ("fmt ", "data") in a RIFF or RF64 file.
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name);
@@ -29,8 +34,17 @@ std::optional<chunk> find_sound_data(const fetch_function &fetch);
 /// @param input  seekable; must outlive the result
 fetch_function fetch_from(const input_file &input);
 
-/// @param input  seekable
-/// @throws failure when the file ends before the end of its sound data
-void check_complete(const input_file &input);
+/// Whether another chunk begins there: a name of four printable characters and a size. After the sound
+/// data of a file whose size is wrong more sound follows.
+bool begins_chunk(std::span<const std::byte> header) noexcept;
+
+/// Bytes of sound data that a seekable file really has, where its header left the size open or has a
+/// wrong one.
+/// @throws failure when the file ends before its sound does, unless the rule is not so strict
+std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_rule rule);
+
+/// For files that libsndfile reads: it shortens them quietly and believes a size that has wrapped.
+/// @throws failure
+void check_complete(const input_file &input, length_rule rule);
 
 } // namespace tools

@@ -77,7 +77,7 @@ std::size_t read_at(const input_file &input, std::uint64_t offset, std::span<std
 input_file spool(input_file input, std::span<const std::byte> head) {
     const char *wish = std::getenv("TMPDIR");
     const std::string folder = wish != nullptr && *wish != '\0' ? wish : "/tmp";
-    input_file spooled{nameless_file(folder), input.name, {}};
+    input_file spooled{nameless_file(folder), input.name, {}, input.on_note};
     append(spooled.handle.get(), head, folder);
     std::vector<std::byte> block(block_bytes);
     while (const std::size_t count = read_some(input, block))

@@ -5,16 +5,36 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <sys/stat.h>
 
 namespace tools {
 
+/// Takes what the user should know although the run goes on.
+using note_function = std::function<void(const std::string &)>;
+
+/// What a length in the header of an input counts for.
+enum class length_rule {
+    promise, ///< less is an error
+    hint,    ///< on pipes, whose writers often guess: less is noted
+    ignored, ///< the user wants what is there, damaged or not
+};
+
+inline constexpr const char *complete_file_needed =
+    "; the complete file is needed, or --ignore-length for what is there";
+
 struct input_file {
     file_handle handle;
     std::string name; ///< as messages call it
     struct stat status {};
+    note_function on_note = nullptr;
+
+    /// Tells the user something about the input, which is named first.
+    void note(const std::string &text) const {
+        if (on_note) on_note(name + ' ' + text);
+    }
 
     /// Everything but a regular file is read once and forwards only.
     bool seekable() const noexcept { return S_ISREG(status.st_mode); }

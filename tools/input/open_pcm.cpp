@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <vector>
 
 namespace tools {
@@ -31,6 +32,10 @@ class pipe_head {
         return room.size();
     }
 
+    fetch_function fetcher() {
+        return [this](std::uint64_t offset, std::span<std::byte> room) { return fetch(offset, room); };
+    }
+
     std::span<const std::byte> bytes() const noexcept { return std::span(bytes_).first(filled_); }
 
   private:
@@ -46,19 +51,19 @@ std::optional<pcm_shape> shape_of_wav(const fetch_function &fetch) {
     const auto format = find_wav_chunk(fetch, "fmt ");
     std::array<std::byte, 40> bytes{};
     const auto field = [&](std::size_t offset, std::size_t count) {
-        int value = 0;
+        std::uint32_t value = 0;
         for (std::size_t i = count; i-- > 0;)
-            value = value << 8 | std::to_integer<int>(bytes[offset + i]);
-        return value;
+            value = value << 8 | std::to_integer<std::uint32_t>(bytes[offset + i]);
+        return static_cast<int>(std::min<std::uint32_t>(value, std::numeric_limits<int>::max()));
     };
-    if (!format || !format->bytes) return std::nullopt;
-    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(*format->bytes, bytes.size()));
+    if (!format) return std::nullopt;
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(format->bytes, bytes.size()));
     if (size < 16 || fetch(format->offset, std::span(bytes).first(size)) < size) return std::nullopt;
     constexpr int pcm = 1, ieee_float = 3, extensible = 0xFFFE;
     // The extensible form repeats the code at the start of its sub-format.
     const int code = field(0, 2) == extensible && size == 40 ? field(24, 2) : field(0, 2);
     const int bits = field(14, 2);
-    pcm_shape shape{field(4, 3), field(2, 2), sample_format::s16};
+    pcm_shape shape{field(4, 4), field(2, 2), sample_format::s16};
     if (code == pcm && bits == 24)
         shape.format = sample_format::s24;
     else if (code == ieee_float && bits == 32)
@@ -69,54 +74,72 @@ std::optional<pcm_shape> shape_of_wav(const fetch_function &fetch) {
     return packed ? std::optional(shape) : std::nullopt;
 }
 
-/// WAV of a plain sample format that was piped into its file: libsndfile finds no sound in some of
-/// those.
-bool is_piped_wav(const fetch_function &fetch) {
-    if (!shape_of_wav(fetch)) return false;
-    const auto sound = find_sound_data(fetch);
-    return sound && !sound->bytes;
+std::optional<chunk> plain_sound(const fetch_function &fetch, std::optional<pcm_shape> &shape) {
+    shape = shape_of_wav(fetch);
+    return shape ? find_sound_data(fetch) : std::nullopt;
 }
 
-/// Such WAV is encoded as it comes; everything else has to be complete first.
-std::unique_ptr<pcm_source> open_pipe(input_file input) {
+std::unique_ptr<pcm_source> open_file(input_file input, length_rule rule) {
+    std::optional<pcm_shape> shape;
+    if (const auto sound = plain_sound(fetch_from(input), shape)) {
+        const std::uint64_t bytes = sound_bytes(input, *sound, rule);
+        ::lseek(input.handle.get(), static_cast<off_t>(sound->offset), SEEK_SET);
+        return std::make_unique<stream_source>(std::move(input), *shape, std::span<const std::byte>{},
+                                               bytes - bytes % shape->instant_bytes(),
+                                               length_rule::promise);
+    }
+    check_complete(input, rule);
+    return std::make_unique<sndfile_source>(std::move(input), rule);
+}
+
+/// WAV is encoded as it comes; everything else has to be complete first.
+std::unique_ptr<pcm_source> open_pipe(input_file input, length_rule rule) {
     pipe_head head(input);
-    const auto fetch = [&](std::uint64_t offset, std::span<std::byte> room) {
-        return head.fetch(offset, room);
-    };
-    const auto shape = shape_of_wav(fetch);
-    const auto sound = shape ? find_sound_data(fetch) : std::nullopt;
+    std::optional<pcm_shape> shape;
+    const auto sound = plain_sound(head.fetcher(), shape);
     if (sound && sound->offset <= head.bytes().size()) {
-        std::optional<std::uint64_t> length;
-        if (sound->bytes) length = *sound->bytes / shape->instant_bytes();
         const auto samples = head.bytes().subspan(static_cast<std::size_t>(sound->offset));
-        return std::make_unique<stream_source>(std::move(input), *shape, samples, length);
+        const bool counts = sound->known && rule != length_rule::ignored;
+        return std::make_unique<stream_source>(std::move(input), *shape, samples,
+                                               counts ? std::optional(sound->bytes) : std::nullopt,
+                                               length_rule::hint);
     }
     input_file spooled = spool(std::move(input), head.bytes());
     if (spooled.size() == 0)
         throw failure(exit_code::input, spooled.name + " is empty (0 bytes); an audio file is needed");
-    check_complete(spooled);
-    return std::make_unique<sndfile_source>(std::move(spooled));
+    check_complete(spooled, rule);
+    return std::make_unique<sndfile_source>(std::move(spooled), rule);
 }
 
-std::unique_ptr<pcm_source> open_raw(input_file input, const pcm_shape &shape) {
-    std::optional<std::uint64_t> length;
+std::unique_ptr<pcm_source> open_raw(input_file input, const pcm_shape &shape, length_rule rule) {
+    std::optional<std::uint64_t> bytes;
     if (input.seekable()) {
         const auto start = static_cast<std::uint64_t>(::lseek(input.handle.get(), 0, SEEK_CUR));
-        const std::uint64_t bytes = input.size() - std::min(start, input.size());
-        // An incomplete last sample must stay visible to the reader.
-        if (bytes % shape.instant_bytes() == 0) length = bytes / shape.instant_bytes();
+        bytes = input.size() - std::min(start, input.size());
+        const std::uint64_t rest = *bytes % shape.instant_bytes();
+        if (rest != 0 && rule == length_rule::promise)
+            throw failure(
+                exit_code::input,
+                input.name + " ends inside a sample: " + std::to_string(rest) + " of "
+                    + std::to_string(shape.instant_bytes())
+                    + " bytes are left over; check --channels and --format, or complete the file");
+        rule = length_rule::promise;
     }
-    return std::make_unique<stream_source>(std::move(input), shape, std::span<const std::byte>{},
-                                           length);
+    pipe_head head(input);
+    if (begins_container(head.fetcher()))
+        input.note("begins like an audio file; with --raw its header is encoded as sound too");
+    return std::make_unique<stream_source>(std::move(input), shape, head.bytes(), bytes, rule);
 }
 
 } // namespace
 
-std::unique_ptr<pcm_source> open_pcm(input_file input, const std::optional<pcm_shape> &raw) {
-    if (raw) return open_raw(std::move(input), *raw);
-    if (!input.seekable() || is_piped_wav(fetch_from(input))) return open_pipe(std::move(input));
-    check_complete(input);
-    return std::make_unique<sndfile_source>(std::move(input));
+std::unique_ptr<pcm_source> open_pcm(input_file input, const input_wishes &wishes) {
+    input.on_note = wishes.on_note;
+    const length_rule rule = wishes.ignore_length ? length_rule::ignored
+                             : input.seekable()   ? length_rule::promise
+                                                  : length_rule::hint;
+    if (wishes.raw) return open_raw(std::move(input), *wishes.raw, rule);
+    return input.seekable() ? open_file(std::move(input), rule) : open_pipe(std::move(input), rule);
 }
 
 } // namespace tools

@@ -9,8 +9,14 @@
 
 namespace tools {
 
-/// @param raw  the shape of headerless PCM; none for an audio file
+/// How the user wants an input to be read.
+struct input_wishes {
+    std::optional<pcm_shape> raw = std::nullopt; ///< shape of headerless PCM; none for an audio file
+    bool ignore_length = false;                  ///< encode what is there, whatever its header says
+    note_function on_note = nullptr;             ///< called while opening, and at the end of the input
+};
+
 /// @throws failure
-std::unique_ptr<pcm_source> open_pcm(input_file input, const std::optional<pcm_shape> &raw);
+std::unique_ptr<pcm_source> open_pcm(input_file input, const input_wishes &wishes);
 
 } // namespace tools

@@ -20,26 +20,13 @@ sample_format format_of(int sndfile_format) noexcept {
     }
 }
 
-/// libsndfile has no call for packed 24-bit samples, but hands on the bytes of a file that has them.
-bool has_packed_s24(SNDFILE *file, int sndfile_format) noexcept {
-    if ((sndfile_format & SF_FORMAT_SUBMASK) != SF_FORMAT_PCM_24) return false;
-    switch (sndfile_format & SF_FORMAT_TYPEMASK) {
-    case SF_FORMAT_WAV:
-    case SF_FORMAT_WAVEX:
-    case SF_FORMAT_RF64:
-    case SF_FORMAT_W64:
-        return sf_command(file, SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_FALSE;
-    default:
-        return false;
-    }
-}
-
 /// libsndfile answers with absurd counts when it cannot tell the length.
 constexpr sf_count_t longest_credible = sf_count_t{1} << 48;
 
 } // namespace
 
-sndfile_source::sndfile_source(input_file input) : input_(std::move(input)) {
+sndfile_source::sndfile_source(input_file input, length_rule rule)
+    : input_(std::move(input)), rule_(rule) {
     SF_INFO info{};
     file_.reset(sf_open_fd(input_.handle.get(), SFM_READ, &info, SF_FALSE));
     if (!file_)
@@ -50,7 +37,6 @@ sndfile_source::sndfile_source(input_file input) : input_(std::move(input)) {
     shape_ = {info.samplerate, info.channels, format_of(info.format)};
     if (info.frames >= 0 && info.frames < longest_credible)
         length_ = static_cast<std::uint64_t>(info.frames);
-    packed_s24_ = has_packed_s24(file_.get(), info.format);
     exact_length_ = (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;
     const std::size_t instants = block_bytes / shape_.instant_bytes();
     buffer_.resize(instants * shape_.instant_bytes());
@@ -60,6 +46,7 @@ sndfile_source::sndfile_source(input_file input) : input_(std::move(input)) {
 
 std::span<const std::byte> sndfile_source::next_block() {
     const auto instants = static_cast<std::uint64_t>(read_instants());
+    if (error_ == SF_ERR_NO_ERROR) error_ = sf_error(file_.get()); // the next read forgets it
     if (instants == 0) check_end();
     handed_out_ += instants;
     return std::span(buffer_).first(static_cast<std::size_t>(instants) * shape_.instant_bytes());
@@ -75,10 +62,6 @@ std::int64_t sndfile_source::read_instants() {
         return sf_readf_float(file_.get(), static_cast<float *>(room), instants);
     case sample_format::s24:
         break;
-    }
-    if (packed_s24_) {
-        const auto bytes = static_cast<sf_count_t>(buffer_.size());
-        return sf_read_raw(file_.get(), room, bytes) / static_cast<sf_count_t>(shape_.instant_bytes());
     }
     const sf_count_t count = sf_readf_int(file_.get(), wide_.data(), instants);
     pack_s24(static_cast<std::size_t>(count * shape_.channels));
@@ -96,14 +79,16 @@ void sndfile_source::pack_s24(std::size_t samples) noexcept {
 }
 
 void sndfile_source::check_end() const {
-    const bool failed = sf_error(file_.get()) != SF_ERR_NO_ERROR;
+    const bool failed = error_ != SF_ERR_NO_ERROR;
     const bool short_of_promise = exact_length_ && length_ && handed_out_ < *length_;
     if (!failed && !short_of_promise) return;
-    std::string text = input_.name + " is truncated or damaged: ";
+    std::string text = "is truncated or damaged: ";
     if (short_of_promise) text += std::to_string(*length_) + " samples a channel were promised, ";
-    text += std::to_string(handed_out_) + " can be read; the complete file is needed";
-    if (failed) text += std::string(" (") + sf_strerror(file_.get()) + ")";
-    throw failure(exit_code::input, text);
+    text += std::to_string(handed_out_) + " can be read";
+    if (failed) text += std::string(" (") + sf_error_number(error_) + ")";
+    if (rule_ == length_rule::promise || (failed && rule_ == length_rule::hint))
+        throw failure(exit_code::input, input_.name + ' ' + text + complete_file_needed);
+    input_.note(text);
 }
 
 } // namespace tools

@@ -14,7 +14,7 @@ class sndfile_source final : public pcm_source {
   public:
     /// @param input  seekable
     /// @throws failure
-    explicit sndfile_source(input_file input);
+    sndfile_source(input_file input, length_rule rule);
 
     const pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return length_; }
@@ -33,8 +33,9 @@ class sndfile_source final : public pcm_source {
     std::unique_ptr<SNDFILE, closer> file_;
     pcm_shape shape_;
     std::optional<std::uint64_t> length_;
-    bool packed_s24_ = false;  ///< the file has 24-bit samples as the encoder takes them
-    bool exact_length_ = true; ///< the length is a promise, not an estimate
+    length_rule rule_;
+    bool exact_length_ = true; ///< the length is more than an estimate
+    int error_ = 0;            ///< libsndfile's first one
     std::uint64_t handed_out_ = 0;
     std::vector<std::byte> buffer_;
     std::vector<int> wide_; ///< 24-bit samples as libsndfile gives them, in the upper bits

@@ -1,19 +1,26 @@
 #include "input/stream_source.hpp"
 
 #include "common/failure.hpp"
+#include "input/container.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <poll.h>
 
 namespace tools {
+namespace {
+
+constexpr auto endless = std::numeric_limits<std::uint64_t>::max();
+
+} // namespace
 
 stream_source::stream_source(input_file input, const pcm_shape &shape, std::span<const std::byte> head,
-                             std::optional<std::uint64_t> length)
-    : input_(std::move(input)), shape_(shape), length_(length),
-      left_(length ? *length * shape.instant_bytes() : std::numeric_limits<std::uint64_t>::max()),
-      buffer_(std::max(block_bytes, head.size())) {
+                             std::optional<std::uint64_t> bytes, length_rule rule)
+    : input_(std::move(input)), shape_(shape), rule_(rule), left_(bytes.value_or(endless)),
+      padded_(left_ % 2 != 0), buffer_(std::max(block_bytes, head.size())) {
+    if (bytes) length_ = *bytes / shape.instant_bytes();
     filled_ = static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), left_));
     std::copy_n(head.begin(), filled_, buffer_.begin());
     left_ -= filled_;
@@ -32,7 +39,8 @@ std::span<const std::byte> stream_source::next_block() {
 }
 
 bool stream_source::ready_before(std::chrono::steady_clock::time_point time) const {
-    if (filled_ - used_ >= shape_.instant_bytes() || left_ == 0) return true;
+    const bool at_end = left_ == 0 && rule_ == length_rule::promise;
+    if (filled_ - used_ >= shape_.instant_bytes() || at_end) return true;
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(time - std::chrono::steady_clock::now());
     pollfd state{input_.handle.get(), POLLIN, 0};
@@ -40,28 +48,47 @@ bool stream_source::ready_before(std::chrono::steady_clock::time_point time) con
 }
 
 bool stream_source::refill() {
+    if (left_ == 0 && !goes_on()) return false;
     const auto room = std::span(buffer_).subspan(filled_);
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), left_));
-    if (wanted == 0) return false;
     const std::size_t count = read_some(input_, room.first(wanted));
     filled_ += count;
     left_ -= count;
     return count != 0;
 }
 
-void stream_source::check_end() const {
+bool stream_source::goes_on() {
+    if (rule_ == length_rule::promise) return false;
+    rule_ = length_rule::promise; // nothing comes behind what comes now
+    const auto room = std::span(buffer_).subspan(filled_);
+    const auto next = room.first(padded_ ? 9 : 8);
+    std::size_t count = 0;
+    while (const std::size_t more = count < next.size() ? read_some(input_, next.subspan(count)) : 0)
+        count += more;
+    if (count < next.size() || begins_chunk(next.last(8))) {
+        while (read_some(input_, room) != 0) { // or its writer would fail
+        }
+        return false;
+    }
+    input_.note("goes on where its header ends it; all of it is encoded");
+    filled_ += count;
+    left_ = endless;
+    return true;
+}
+
+void stream_source::check_end() {
     const std::uint64_t samples = handed_out_ / shape_.instant_bytes();
-    if (length_ && samples < *length_)
-        throw failure(exit_code::input, input_.name + " is truncated: " + std::to_string(*length_)
-                                            + " samples a channel were promised, "
-                                            + std::to_string(samples)
-                                            + " are there; the complete file is needed");
+    if (length_ && samples < *length_) {
+        const std::string text = std::to_string(*length_) + " samples a channel were promised, "
+                                 + std::to_string(samples) + " are there";
+        if (rule_ == length_rule::promise)
+            throw failure(exit_code::input,
+                          input_.name + " is truncated: " + text + complete_file_needed);
+        input_.note("ends early: " + text);
+    }
     if (filled_ != 0)
-        throw failure(
-            exit_code::input,
-            input_.name + " ends inside a sample: " + std::to_string(filled_) + " of "
-                + std::to_string(shape_.instant_bytes())
-                + " bytes are left over; check --channels and --format, or complete the file");
+        input_.note("ends inside a sample: the last " + std::to_string(filled_) + " of "
+                    + std::to_string(shape_.instant_bytes()) + " bytes are dropped");
 }
 
 } // namespace tools

@@ -1,4 +1,4 @@
-// PCM read straight from a file descriptor: headerless input, and WAV that arrives through a pipe.
+// PCM read straight from a file descriptor: headerless input, and WAV of the encoder's own formats.
 #pragma once
 
 #include "input/input_file.hpp"
@@ -11,9 +11,10 @@ namespace tools {
 class stream_source final : public pcm_source {
   public:
     /// @param head    PCM bytes already taken from the input
-    /// @param length  samples a channel that the input promises, where it does
+    /// @param bytes  of PCM that the input promises, `head` included, where it does
+    /// @param rule   promise: exactly those are read
     stream_source(input_file input, const pcm_shape &shape, std::span<const std::byte> head,
-                  std::optional<std::uint64_t> length);
+                  std::optional<std::uint64_t> bytes, length_rule rule);
 
     const pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return length_; }
@@ -25,12 +26,17 @@ class stream_source final : public pcm_source {
 
   private:
     bool refill();
-    void check_end() const;
+
+    /// On a pipe, behind what was promised: more sound where the promise was wrong, or other chunks.
+    bool goes_on();
+    void check_end();
 
     input_file input_;
     pcm_shape shape_;
     std::optional<std::uint64_t> length_;
+    length_rule rule_;
     std::uint64_t left_; ///< bytes that may still be read
+    bool padded_;        ///< an odd number of bytes is followed by another one
     std::uint64_t handed_out_ = 0;
     std::vector<std::byte> buffer_;
     std::size_t filled_ = 0; ///< bytes in the buffer

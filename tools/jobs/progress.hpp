@@ -30,6 +30,9 @@ class progress final : public progress_listener {
 
     void update(std::uint64_t samples) override;
 
+    /// Takes the line off the terminal, so that a message can follow.
+    void clear() { shown_.erase(); }
+
     /// Seconds of audio encoded in a second.
     double speed() const;
 

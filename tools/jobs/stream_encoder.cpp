@@ -10,7 +10,7 @@
 
 namespace tools {
 
-const int stream_encoder::history_frames = mpeg_a_encoder::history_frames;
+const std::size_t stream_encoder::history_frames = mpeg_a_encoder::history_frames;
 
 stream_encoder::stream_encoder(const mpeg_a_settings &settings, const pcm_shape &shape,
                                std::size_t room)

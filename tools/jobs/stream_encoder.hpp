@@ -27,7 +27,7 @@ class stream_encoder {
     void finish() noexcept;
 
     /// Frames of history that go_to() wants; there may be fewer at the start of the stream only.
-    static const int history_frames;
+    static const std::size_t history_frames;
 
     /// Goes on with a later frame, as if all frames before it had been encoded.
     /// @param frame    not below the number of frames passed so far

@@ -57,7 +57,8 @@ file_result encode_file(const options &wanted, run_listener &listener) {
     input_file input = open_input(wanted.input);
     const struct stat input_status = input.status;
     const std::string input_name = input.name;
-    auto source = open_pcm(std::move(input), wanted.raw);
+    auto source = open_pcm(std::move(input), {wanted.raw, wanted.ignore_length,
+                                              [&](const std::string &text) { listener.note(text); }});
     const stream_plan plan = plan_stream(wanted, source->shape());
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });

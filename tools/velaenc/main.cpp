@@ -26,6 +26,7 @@ class single_run final : public run_listener {
     void violation(const std::string &text) override { say(text); }
 
     void note(const std::string &text) override {
+        if (shown_) shown_->clear();
         if (!quiet_) say("note: " + text);
     }
 

@@ -149,7 +149,7 @@ void add_output_options(CLI::App &app, options &wanted, std::string &named) {
 
 /// The input's name with the layer's extension, in the input's folder; a pipe goes on into a pipe.
 std::string default_output(const options &wanted) {
-    if (wanted.input == "-") return "-";
+    if (wanted.input == "-" || wanted.input.starts_with("/dev/")) return "-";
     return std::filesystem::path(wanted.input)
         .replace_extension(wanted.layer.value_or(2) == 1 ? ".mp1" : ".mp2")
         .string();
@@ -208,6 +208,8 @@ std::optional<options> read_options(int argc, char **argv) {
                    "Output file, or - for standard output; without it IN with .mp1 or .mp2");
     add_stream_options(app, wanted, crc);
     add_output_options(app, wanted, named_output);
+    app.add_flag("--ignore-length", wanted.ignore_length,
+                 "Encode what is there, whatever the header of IN says, damaged or not");
     add_raw_options(app, given);
     auto *threads =
         add_number(app, "-j,--jobs", jobs, "N",

@@ -28,6 +28,7 @@ struct options {
     std::optional<int> pts_units;
 
     std::optional<pcm_shape> raw; ///< shape of headerless input
+    bool ignore_length = false;   ///< encode what is there, whatever the header says
     int jobs = 1;                 ///< threads that encode
     bool engine = false;          ///< encode through the plug-in interface
     bool overwrite = false;       ///< replace whatever is there
