@@ -6,8 +6,8 @@
 namespace tools {
 namespace {
 
-/// The shortest frame of PCM has 384 16-bit samples of one channel.
-constexpr std::size_t most_frames_in_block = block_bytes / (384 * 2) + 1;
+/// The shortest frame of PCM has Layer I's number of 16-bit samples of one channel.
+constexpr std::size_t most_frames_in_block = block_bytes / (MPEG_A_LAYER1_SAMPLES * 2) + 1;
 
 template <class Encoder>
 std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,

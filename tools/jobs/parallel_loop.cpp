@@ -28,7 +28,7 @@ class parallel_run {
     parallel_run(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                  progress_listener &shown, const division &how)
         : writer_(writer), shown_(shown), how_(how),
-          frame_samples_(settings.audio_layer == 1 ? 384 : 1152),
+          frame_samples_(settings.audio_layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES),
           reader_(source, frame_samples_, how.segment_frames),
           crew_(settings, source.shape(), how.jobs, how.segment_frames) {}
 

@@ -9,8 +9,7 @@
 
 namespace tools {
 
-///     pcm   | history: the frames before | the segment's frames | only in the last one: part of a
-///     frame |
+///     pcm   | history: the frames before | the segment's frames | only in the last one: part of a frame |
 ///           0                            history_bytes
 struct segment {
     explicit segment(std::size_t most_frames) : frames(most_frames + 1) {}

@@ -6,14 +6,13 @@
 namespace tools {
 namespace {
 
-constexpr std::size_t longest_frame = 1728;
-
 /// Larger than any frame, so that a frame never comes in two pieces.
 constexpr std::uint32_t chunk = 4096;
 
 } // namespace
 
-frame_buffer::frame_buffer(std::size_t frames) : bufstream{}, bytes_(frames * longest_frame + chunk) {
+frame_buffer::frame_buffer(std::size_t frames)
+    : bufstream{}, bytes_(frames * MPEG_A_MAX_FRAME_BYTES + chunk) {
     frames_.reserve(frames);
     request = lend;
     commit = take;

@@ -13,11 +13,7 @@ namespace {
 
 constexpr int lowest_index = 1, highest_index = 14;
 
-/// ISO/IEC 11172-3, 2.4.2.3, bitrate_index 1..14 of Layer II in kbit/s. Layer I has 32 times the index.
-constexpr std::array<int, 14> layer2_kbit{32,  48,  56,  64,  80,  96,  112,
-                                          128, 160, 192, 224, 256, 320, 384};
-
-/// The same clause: Layer II has the low rates for one channel only and the high ones for two only.
+/// ISO/IEC 11172-3, 2.4.2.3: Layer II has the low rates for one channel only and the high ones for two only.
 bool standard_allows(const mpeg_a_settings &settings) noexcept {
     if (settings.audio_layer == 1) return true;
     const int kbit = kbit_of(settings);
@@ -132,8 +128,7 @@ void *find_rule_teller(const char *name) {
 } // namespace
 
 int kbit_of(const mpeg_a_settings &settings) noexcept {
-    if (settings.audio_layer == 1) return 32 * settings.audio_bitrate;
-    return layer2_kbit[static_cast<std::size_t>(settings.audio_bitrate - 1) % layer2_kbit.size()];
+    return mpeg_a_bitrates[settings.audio_layer - 1][settings.audio_bitrate];
 }
 
 stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
