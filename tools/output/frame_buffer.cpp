@@ -1,5 +1,7 @@
 #include "output/frame_buffer.hpp"
 
+#include "vela_enc_mp1a/settings.h"
+
 #include <cstring>
 #include <utility>
 
