@@ -14,6 +14,7 @@ enum class exit_code {
     output = 3,   ///< output cannot be created or written
     rules = 4,    ///< settings that cannot be encoded, or that do not conform to the preset
     internal = 5, ///< memory out, or an error of the program itself
+    batch = 6,    ///< some of several files failed
 };
 
 class failure : public std::runtime_error {

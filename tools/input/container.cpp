@@ -160,6 +160,15 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
     return find_chunk(fetch, *layout, name);
 }
 
+std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name) {
+    constexpr std::uint64_t longest = 1 << 20;
+    const auto found = find_wav_chunk(fetch_from(input), name);
+    if (!found || !found->bytes || *found->bytes > longest) return {};
+    std::vector<std::byte> contents(static_cast<std::size_t>(*found->bytes));
+    contents.resize(read_at(input, found->offset, contents));
+    return contents;
+}
+
 std::optional<chunk> find_sound_data(const fetch_function &fetch) {
     const chunk_layout *layout = layout_of(fetch);
     if (layout == nullptr) return find_au_data(fetch);

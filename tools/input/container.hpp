@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 namespace tools {
 
@@ -27,6 +28,9 @@ bool begins_container(const fetch_function &fetch);
 
 /// Finds the first chunk of that name ("fmt ", "data") in a RIFF or RF64 file.
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name);
+
+/// The contents of that chunk; empty where there is none, or where it is longer than any sensible one.
+std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name);
 
 /// Finds the sound data of RIFF, RF64, W64, AIFF, CAF and AU files; none for other files.
 std::optional<chunk> find_sound_data(const fetch_function &fetch);

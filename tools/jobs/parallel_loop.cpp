@@ -30,7 +30,7 @@ class parallel_run {
         : writer_(writer), shown_(shown), how_(how),
           frame_samples_(settings.audio_layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES),
           reader_(source, frame_samples_, how.segment_frames),
-          crew_(settings, source.shape(), how.jobs, how.segment_frames) {}
+          crew_(settings, source.shape(), how.jobs, how.segment_frames, how.spare) {}
 
     std::uint64_t run() {
         for (auto state = input::ready; state != input::ended && works_;) {
@@ -50,9 +50,7 @@ class parallel_run {
   private:
     enum class input { ready, late, ended };
 
-    std::size_t most_in_flight() const noexcept {
-        return segments_per_job * static_cast<std::size_t>(how_.jobs);
-    }
+    std::size_t most_in_flight() const noexcept { return segments_per_job * crew_.threads(); }
 
     std::unique_ptr<segment> vacant_segment() {
         if (vacant_.empty()) return std::make_unique<segment>(how_.segment_frames);

@@ -3,17 +3,21 @@
 
 #include "input/pcm_source.hpp"
 #include "jobs/progress.hpp"
+#include "jobs/thread_budget.hpp"
 #include "output/frame_writer.hpp"
 #include "vela_enc_mp1a/settings.h"
 
 namespace tools {
 
 struct division {
-    int jobs = 1; ///< threads
+    int jobs = 1; ///< threads at most
 
     /// Long enough that the look back at a segment's start costs little (below 1% of the work; 3% at
     /// 64), short enough that clips of some seconds still use several threads.
     std::size_t segment_frames = 256;
+
+    /// Where all threads but the first are taken from; null: there are enough.
+    thread_budget *spare = nullptr;
 };
 
 /// As encode(), with the same result. The source is cut into segments that are encoded side by side;

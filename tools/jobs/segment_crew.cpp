@@ -17,14 +17,20 @@ void encode(const segment &what, stream_encoder &encoder) {
 } // namespace
 
 segment_crew::segment_crew(const mpeg_a_settings &settings, const pcm_shape &shape, int jobs,
-                           std::size_t most_frames)
+                           std::size_t most_frames, thread_budget *spare)
     : settings_(settings), shape_(shape), most_frames_(most_frames),
-      most_workers_(static_cast<std::size_t>(jobs - 1)), own_(settings, shape, most_frames + 1) {
+      most_workers_(static_cast<std::size_t>(jobs - 1)), own_(settings, shape, most_frames + 1),
+      spare_(spare) {
 }
 
 segment_crew::~segment_crew() {
-    const std::lock_guard lock(mutex_);
-    waiting_.clear();
+    {
+        const std::lock_guard lock(mutex_);
+        waiting_.clear();
+    }
+    const auto borrowed = static_cast<int>(workers_.size());
+    workers_.clear();
+    if (spare_ != nullptr) spare_->give(borrowed);
 }
 
 void segment_crew::submit(segment &next) {
@@ -39,7 +45,7 @@ void segment_crew::submit(segment &next) {
     // other.
     if (waiting == 1) return;
     submitted_.notify_one();
-    if (workers_.size() < most_workers_) start_worker();
+    if (workers_.size() < most_workers_ && (spare_ == nullptr || spare_->take())) start_worker();
 }
 
 void segment_crew::finish(segment &wanted) {
@@ -58,6 +64,7 @@ void segment_crew::start_worker() {
         workers_.emplace_back([this](const std::stop_token &stop) { work(stop); });
     } catch (const std::system_error &) {
         most_workers_ = workers_.size(); // the system has no more; fewer will do
+        if (spare_ != nullptr) spare_->give(1);
     }
 }
 

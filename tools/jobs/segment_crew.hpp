@@ -3,6 +3,7 @@
 
 #include "jobs/segment.hpp"
 #include "jobs/stream_encoder.hpp"
+#include "jobs/thread_budget.hpp"
 
 #include <condition_variable>
 #include <deque>
@@ -20,9 +21,10 @@ namespace tools {
 ///     submit() --> waiting_ --> a worker, or finish() --> segment.done
 class segment_crew {
   public:
-    /// @param jobs  threads, the caller's included
+    /// @param jobs   threads, the caller's included
+    /// @param spare  where further threads are taken from and given back to; null: there are enough
     segment_crew(const mpeg_a_settings &settings, const pcm_shape &shape, int jobs,
-                 std::size_t most_frames);
+                 std::size_t most_frames, thread_budget *spare = nullptr);
 
     /// Segments that no thread has begun stay as they are.
     ~segment_crew();
@@ -32,6 +34,9 @@ class segment_crew {
     /// Segments come in the order of the stream.
     /// @param next  belongs to the crew until it is finished or the crew has gone
     void submit(segment &next);
+
+    /// Threads so far, the caller's included.
+    std::size_t threads() const noexcept { return 1 + workers_.size(); }
 
     /// Returns when the segment is done.
     /// @throws whatever ended a worker
@@ -47,6 +52,7 @@ class segment_crew {
     std::size_t most_frames_;
     std::size_t most_workers_;
     stream_encoder own_;
+    thread_budget *spare_;
 
     std::mutex mutex_; ///< of the members below, and of segment::done
     std::condition_variable_any submitted_;

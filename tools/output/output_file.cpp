@@ -1,8 +1,10 @@
 #include "output/output_file.hpp"
 
 #include "common/failure.hpp"
+#include "common/file_lock.hpp"
 #include "output/unfinished_files.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -77,6 +79,22 @@ void output_file::open_direct() {
 }
 
 void output_file::open_temporary() {
+    // A file without its lock may be taken for one of a killed process and removed at any time.
+    do
+        create_temporary();
+    while (!is_kept());
+    if (target_.present) take_protection();
+}
+
+bool output_file::is_kept() noexcept {
+    struct stat status {};
+    lock_file(handle_.get(), true);
+    lock_ = file_handle(::fcntl(handle_.get(), F_DUPFD_CLOEXEC, 0));
+    return ::fstat(handle_.get(), &status) != 0 || status.st_nlink > 0;
+}
+
+void output_file::create_temporary() {
+    forget_unfinished(std::exchange(listed_, -1));
     temporary_ = temporary_name(target_.path);
     listed_ = list_unfinished(temporary_);
     // Until it has the protection of the file that it replaces, the new one is nobody else's.
@@ -87,7 +105,6 @@ void output_file::open_temporary() {
         temporary_.clear();
         cannot_create(error);
     }
-    if (target_.present) take_protection();
 }
 
 /// Owner, group and mode as far as the system permits; the mode without what the owner or the group
@@ -126,6 +143,17 @@ int output_file::write(std::span<const std::byte> bytes) noexcept {
     return error_;
 }
 
+void output_file::rewrite(std::uint64_t offset, std::span<const std::byte> bytes) noexcept {
+    while (error_ == 0 && !bytes.empty()) {
+        const ssize_t written =
+            ::pwrite(handle_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
+        if (written < 0 && errno != EINTR) error_ = errno;
+        const auto count = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+        bytes = bytes.subspan(count);
+        offset += count;
+    }
+}
+
 void output_file::check() const {
     if (error_ != 0)
         throw failure(exit_code::output, "cannot write " + target_.name + ": " + explain_errno(error_));
@@ -145,6 +173,7 @@ void output_file::publish() {
     if (std::rename(temporary_.c_str(), target_.path.c_str()) != 0) cannot_create(errno);
     temporary_.clear();
     forget_unfinished(std::exchange(listed_, -1));
+    lock_.close();
     if (sync_) sync_folder();
 }
 

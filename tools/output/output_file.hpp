@@ -5,6 +5,7 @@
 #include "output/output_target.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -38,6 +39,9 @@ class output_file {
     /// Writes all bytes. Returns 0 or errno; after an error nothing is written any more.
     int write(std::span<const std::byte> bytes) noexcept;
 
+    /// Writes over what is there, which a direct output does not allow.
+    void rewrite(std::uint64_t offset, std::span<const std::byte> bytes) noexcept;
+
     /// Reports the errors that come late, then gives the file its name. To publish several files
     /// together close all of them first.
     /// @throws failure
@@ -50,6 +54,8 @@ class output_file {
   private:
     void open_direct();
     void open_temporary();
+    void create_temporary();
+    bool is_kept() noexcept;
     void open_nameless();
     void take_protection() noexcept;
     void copy_to_target();
@@ -60,6 +66,7 @@ class output_file {
     bool sync_;
     std::string temporary_; ///< empty when there is none, or when it has no name
     file_handle handle_;
+    file_handle lock_; ///< the same file, locked from its beginning until it has its name
     int listed_ = -1;
     int error_ = 0;
 };

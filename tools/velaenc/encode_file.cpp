@@ -2,11 +2,16 @@
 
 #include "common/failure.hpp"
 #include "input/channel_fit.hpp"
+#include "input/container.hpp"
 #include "input/open_pcm.hpp"
 #include "jobs/encode_loop.hpp"
 #include "jobs/parallel_loop.hpp"
 #include "output/output_file.hpp"
+#include "output/wave_container.hpp"
+#include "velaenc/finished_stream.hpp"
 #include "velaenc/stream_settings.hpp"
+
+#include <functional>
 
 namespace tools {
 namespace {
@@ -45,26 +50,67 @@ struct outputs {
 };
 
 std::uint64_t encode_with(const options &wanted, pcm_source &source, const mpeg_a_settings &settings,
-                          frame_writer &writer, progress_listener &shown, bool live) {
+                          frame_writer &writer, progress_listener &shown, bool live,
+                          thread_budget *spare) {
     if (wanted.engine) return encode_through_engine(source, settings, writer, shown, live);
     if (wanted.jobs == 1) return encode(source, settings, writer, shown, live);
-    return encode_in_parallel(source, settings, writer, shown, {.jobs = wanted.jobs});
+    return encode_in_parallel(source, settings, writer, shown, {.jobs = wanted.jobs, .spare = spare});
+}
+
+std::uint64_t frame_samples(const mpeg_a_settings &settings) noexcept {
+    return settings.audio_layer == 1 ? 384 : 1152;
+}
+
+/// An input, as the stream will have it.
+struct opened {
+    struct stat status {};
+    std::string name; ///< as messages call it
+    std::unique_ptr<pcm_source> source;
+    stream_plan plan;
+    broadcast_origin origin;
+};
+
+opened open_source(const options &wanted, const std::function<void(const std::string &)> &note) {
+    input_file input = open_input(wanted.input);
+    opened result{input.status, input.name, nullptr, {}, {}};
+    if (is_wave(wanted) && input.seekable() && !wanted.raw)
+        result.origin.bext = read_wav_chunk(input, "bext");
+    result.source = open_pcm(std::move(input), {wanted.raw, wanted.ignore_length, note});
+    const pcm_shape &shape = result.source->shape();
+    result.origin.rate = shape.rate;
+    result.origin.channels = shape.channels;
+    if (shape.format != sample_format::f32) result.origin.bits = 8 * static_cast<int>(shape.format);
+    result.plan = plan_stream(wanted, result.source->shape());
+    result.source = fit_channels(std::move(result.source), channels_of(result.plan.settings));
+    return result;
 }
 
 } // namespace
 
-file_result encode_file(const options &wanted, run_listener &listener) {
-    input_file input = open_input(wanted.input);
-    const struct stat input_status = input.status;
-    const std::string input_name = input.name;
-    auto source = open_pcm(std::move(input), {wanted.raw, wanted.ignore_length,
-                                              [&](const std::string &text) { listener.note(text); }});
-    const stream_plan plan = plan_stream(wanted, source->shape());
+std::optional<file_result> find_complete(const options &wanted) {
+    const opened input = open_source(wanted, [](const std::string &) {});
+    const auto length = input.source->length();
+    struct stat output {};
+    if (!length || *length == 0 || ::stat(wanted.output.c_str(), &output) != 0) return std::nullopt;
+    const auto time = [](const struct stat &file) {
+        return std::pair(file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
+    };
+    if (time(output) <= time(input.status)) return std::nullopt;
+    const int rate = input.source->shape().rate;
+    const std::uint64_t frame = frame_samples(input.plan.settings);
+    const file_result result{input.plan.settings, rate, (*length + frame - 1) / frame, *length};
+    if (!holds_stream(wanted.output, is_wave(wanted), result.settings, rate, result.frames))
+        return std::nullopt;
+    return result;
+}
+
+file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {
+    auto [input_status, input_name, source, plan, origin] =
+        open_source(wanted, [&](const std::string &text) { listener.note(text); });
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });
     for (const auto &note : plan.notes)
         listener.note(note);
-    source = fit_channels(std::move(source), channels_of(plan.settings));
 
     outputs files(wanted, input_status);
     if (files.stream.is_copied())
@@ -72,11 +118,17 @@ file_result encode_file(const options &wanted, run_listener &listener) {
                       + " takes no new file; the file's contents are replaced at the end");
     std::optional<timestamp_list> list;
     if (files.list) list.emplace(*files.list);
-    frame_writer writer(files.stream, list ? &*list : nullptr);
+    const int rate = source->shape().rate;
+    std::optional<wave_container> wave;
+    if (is_wave(wanted))
+        wave.emplace(files.stream, plan.settings, kbit_of(plan.settings), rate,
+                     broadcast_extension(origin, plan.settings, kbit_of(plan.settings), rate));
+    frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
     const std::uint64_t samples =
-        encode_with(wanted, *source, plan.settings, writer, shown, files.stream.is_direct());
+        encode_with(wanted, *source, plan.settings, writer, shown, files.stream.is_direct(), spare);
     if (list) list->flush();
+    if (wave) wave->finish({writer.bytes(), writer.frames() * frame_samples(plan.settings)});
     files.stream.check();
     if (samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");

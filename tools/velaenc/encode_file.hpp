@@ -2,6 +2,7 @@
 #pragma once
 
 #include "jobs/progress.hpp"
+#include "jobs/thread_budget.hpp"
 #include "vela_enc_mp1a/settings.h"
 #include "velaenc/options.hpp"
 
@@ -38,7 +39,13 @@ struct file_result {
 };
 
 /// Encodes `wanted.input` into `wanted.output`.
+/// @param spare  where all threads but the first are taken from; null: `wanted.jobs` may run
 /// @throws failure; no file is left or changed then
-file_result encode_file(const options &wanted, run_listener &listener);
+file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare = nullptr);
+
+/// What encode_file() would return, when its output is there already: newer than the input and, as far
+/// as can be told without decoding, the same stream. None when anything else is there.
+/// @throws failure when the input cannot be opened or the settings do not fit it
+std::optional<file_result> find_complete(const options &wanted);
 
 } // namespace tools

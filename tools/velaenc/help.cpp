@@ -53,6 +53,7 @@ constexpr const char *rest =
     "  3  the output cannot be written\n"
     "  4  the settings or the sample rate cannot be encoded or do not conform to the preset\n"
     "  5  memory is out, or the program is at fault\n"
+    "  6  some of the files of a batch failed\n"
     "  128 + n  ended by signal n";
 
 /// One line a preset: the rates that its rules take, and its defaults.

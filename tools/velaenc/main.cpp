@@ -3,6 +3,7 @@
 #include "common/failure.hpp"
 #include "jobs/progress.hpp"
 #include "output/unfinished_files.hpp"
+#include "velaenc/batch.hpp"
 #include "velaenc/encode_file.hpp"
 #include "velaenc/options.hpp"
 #include "velaenc/stream_settings.hpp"
@@ -48,16 +49,17 @@ class single_run final : public run_listener {
     std::optional<progress> shown_;
 };
 
-void run(const options &wanted) {
+exit_code run(const options &wanted) {
+    if (wanted.batch) return run_batch(wanted);
     single_run listener(wanted.quiet);
     listener.print_statistics(encode_file(wanted, listener));
+    return exit_code::success;
 }
 
 exit_code run_safely(int argc, char **argv) {
     try {
         const auto wanted = read_options(argc, argv);
-        if (wanted) run(*wanted);
-        return exit_code::success;
+        return wanted ? run(*wanted) : exit_code::success;
     } catch (const failure &error) {
         say(error.what());
         return error.code();

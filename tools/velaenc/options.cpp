@@ -25,6 +25,7 @@ const choices<int> mode_codes{{"stereo", MPEG_A_MODE_STEREO},
                               {"mono", MPEG_A_MODE_MONO}};
 const choices<int> emphasis_codes{
     {"none", MPEG_A_EMPHASIS_NONE}, {"50/15", MPEG_A_EMPHASIS_50_15}, {"j17", MPEG_A_EMPHASIS_J17}};
+const choices<bool> container_codes{{"raw", false}, {"wav", true}};
 const choices<sample_format> format_codes{
     {"s16", sample_format::s16}, {"s24", sample_format::s24}, {"f32", sample_format::f32}};
 
@@ -103,6 +104,8 @@ void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
     add_choice(app, "--private", wanted.private_bit, bit_codes, "Private bit of the header");
     add_choice(app, "--copyright", wanted.copyright, bit_codes, "Copyright bit of the header");
     add_choice(app, "--original", wanted.original, bit_codes, "Original bit of the header");
+    add_choice(app, "--container", wanted.wave, container_codes,
+               "wav: OUT is a Broadcast WAV file, as for a name that ends with .wav");
     add_number(app, "--pts-offset", wanted.pts_offset, "N", "Start of the time stamps");
     add_number(app, "--pts-units", wanted.pts_units, "N",
                "Ticks a second of --pts-offset; without it 27000000");
@@ -147,12 +150,15 @@ void add_output_options(CLI::App &app, options &wanted, std::string &named) {
                  "Do not wait until the files are on the disk, for very many of them");
 }
 
+std::string extension_of(const options &wanted) {
+    if (wanted.wave.value_or(false)) return "wav";
+    return wanted.layer.value_or(2) == 1 ? "mp1" : "mp2";
+}
+
 /// The input's name with the layer's extension, in the input's folder; a pipe goes on into a pipe.
 std::string default_output(const options &wanted) {
     if (wanted.input == "-" || wanted.input.starts_with("/dev/")) return "-";
-    return std::filesystem::path(wanted.input)
-        .replace_extension(wanted.layer.value_or(2) == 1 ? ".mp1" : ".mp2")
-        .string();
+    return std::filesystem::path(wanted.input).replace_extension(extension_of(wanted)).string();
 }
 
 /// Time stamps are 64-bit counts of 27 MHz ticks; half of the range is left to the stream.
@@ -164,13 +170,31 @@ bool is_countable(const options &wanted) {
 
 /// Names that the shell has made empty, as an unset variable does, are no names left out.
 void check_names(const CLI::App &app) {
-    for (const char *option : {"IN", "OUT", "--output", "--timestamps"})
+    for (const char *option : {"IN", "OUT", "MORE", "--output", "--timestamps"})
         for (const std::string &name : app.get_option(option)->results())
             if (name.empty()) throw failure(exit_code::usage, std::string(option) + " has no name");
 }
 
+/// IN and OUT, or the inputs of a batch.
+void sort_names(const CLI::App &app, options &wanted, batch_options &batch,
+                std::vector<std::string> more) {
+    if (complete_batch(app, batch)) {
+        auto &names = batch.plan.names;
+        for (std::string *name : {&wanted.input, &wanted.output})
+            if (!name->empty()) names.push_back(std::exchange(*name, ""));
+        names.insert(names.end(), more.begin(), more.end());
+        check_batch(batch, wanted.raw.has_value());
+        wanted.batch = std::move(batch);
+    } else if (wanted.input.empty()) {
+        throw failure(exit_code::usage, "IN is required; velaenc --help lists the options");
+    } else if (!more.empty()) {
+        throw failure(exit_code::usage, "'" + more[0]
+                                            + "' is one name too many after IN and OUT;"
+                                              " --output-dir DIR takes any number of inputs");
+    }
+}
+
 void complete(options &wanted, const raw_options &given, std::optional<int> jobs) {
-    if (given.raw) wanted.raw = pcm_shape{given.rate.value(), given.channels.value(), given.format};
     if (given.raw && wanted.raw->channels < 1)
         throw failure(exit_code::usage, "--channels should be 1 or 2");
     if (!is_countable(wanted))
@@ -178,6 +202,10 @@ void complete(options &wanted, const raw_options &given, std::optional<int> jobs
     wanted.jobs = jobs.value_or(std::clamp(usable_processors(), 1, most_jobs));
     if (wanted.jobs < 1 || wanted.jobs > most_jobs)
         throw failure(exit_code::usage, "--jobs should be 1 to " + std::to_string(most_jobs));
+    if (wanted.batch) {
+        wanted.batch->plan.extension = extension_of(wanted);
+        return;
+    }
     if (wanted.output.empty()) wanted.output = default_output(wanted);
     if (wanted.output == "-" && wanted.timestamps == "-")
         throw failure(exit_code::usage, "OUT and --timestamps cannot both go to standard output");
@@ -193,8 +221,17 @@ std::string hint_for(std::span<char *const> arguments) {
 
 } // namespace
 
+bool is_wave(const options &wanted) {
+    std::string extension = std::filesystem::path(wanted.output).extension().string();
+    std::ranges::transform(extension, extension.begin(),
+                           [](unsigned char c) { return std::tolower(c); });
+    return wanted.wave.value_or(extension == ".wav");
+}
+
 std::optional<options> read_options(int argc, char **argv) {
     options wanted;
+    batch_options batch;
+    std::vector<std::string> more;
     raw_options given;
     std::optional<int> jobs;
     std::string named_output;
@@ -203,9 +240,11 @@ std::optional<options> read_options(int argc, char **argv) {
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.footer(help_footer);
     app.set_version_flag("--version", "velaenc " VELAENC_VERSION, "Print the version");
-    app.add_option("IN", wanted.input, "Input file, or - for standard input")->required();
+    app.add_option("IN", wanted.input, "Input file, or - for standard input");
     app.add_option("OUT", wanted.output,
                    "Output file, or - for standard output; without it IN with .mp1 or .mp2");
+    app.add_option("MORE", more, "Further inputs, with --output-dir")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     add_stream_options(app, wanted, crc);
     add_output_options(app, wanted, named_output);
     app.add_flag("--ignore-length", wanted.ignore_length,
@@ -219,6 +258,7 @@ std::optional<options> read_options(int argc, char **argv) {
         ->excludes(threads);
     app.add_flag("-q,--quiet", wanted.quiet, "Only errors on standard error");
     app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
+    add_batch_options(app, batch);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &request) { // help or version
@@ -230,6 +270,8 @@ std::optional<options> read_options(int argc, char **argv) {
     check_names(app);
     if (app.count("--crc") > 0) wanted.crc = crc;
     if (!named_output.empty()) wanted.output = named_output;
+    if (given.raw) wanted.raw = pcm_shape{given.rate.value(), given.channels.value(), given.format};
+    sort_names(app, wanted, batch, std::move(more));
     complete(wanted, given, jobs);
     return wanted;
 }

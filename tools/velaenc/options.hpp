@@ -2,6 +2,7 @@
 #pragma once
 
 #include "input/pcm_source.hpp"
+#include "velaenc/batch_options.hpp"
 
 #include <optional>
 #include <string>
@@ -27,6 +28,8 @@ struct options {
     std::optional<std::int64_t> pts_offset;
     std::optional<int> pts_units;
 
+    std::optional<bool> wave; ///< the stream in a WAV file, or bare; none: by the name of the output
+
     std::optional<pcm_shape> raw; ///< shape of headerless input
     bool ignore_length = false;   ///< encode what is there, whatever the header says
     int jobs = 1;                 ///< threads that encode
@@ -36,7 +39,12 @@ struct options {
     bool sync = true;             ///< wait until the files are on the disk
     bool quiet = false;
     bool force = false;
+
+    std::optional<batch_options> batch; ///< many files; `input` and `output` are empty then
 };
+
+/// Whether OUT is a WAV file.
+bool is_wave(const options &wanted);
 
 /// Reads the command line. Help and version are printed here.
 /// @return none when there is nothing to encode

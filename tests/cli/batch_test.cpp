@@ -1,0 +1,196 @@
+// Many files at a time: which ones, where to, what fails, what is left to do, and what the report says.
+#include "workbench.hpp"
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace velaenc_test {
+namespace {
+
+class batch_test : public workbench {
+  protected:
+    batch_test() {
+        shell("mkdir -p in/a/b");
+        for (const std::string name : {"in/one.wav", "in/a/two.wav", "in/a/b/three", "in/a/b/four.wav"})
+            put(name, wav(pcm(noise(9600, ++seed_)), 2, 48000));
+        put("in/a/text.wav", "This has the name of a sound file and is none.\n");
+        shell("touch -d '1 hour ago' $(find in -type f)");
+    }
+
+    /// Names below a folder, sorted and with a blank between them.
+    std::string files_in(const std::string &folder) const {
+        return shell("cd " + folder + " && find . -type f | LC_ALL=C sort | tr '\\n' ' '").out;
+    }
+
+    outcome batch(const std::string &arguments, int status = 0) const {
+        auto result = shell("velaenc --output-dir out " + arguments);
+        EXPECT_EQ(result.status, status) << arguments << ": " << result.err;
+        return result;
+    }
+
+    std::vector<nlohmann::json> report() const {
+        std::vector<nlohmann::json> lines;
+        std::istringstream text(get("report"));
+        for (std::string line; std::getline(text, line);)
+            lines.push_back(nlohmann::json::parse(line));
+        return lines;
+    }
+
+    static constexpr const char *all = "./a/b/four.mp2 ./a/b/three.mp2 ./a/two.mp2 ./one.mp2 ";
+
+  private:
+    unsigned seed_ = 0;
+};
+
+TEST_F(batch_test, folders_lists_and_patterns_give_the_names_that_they_promise) {
+    put("list", "in/a/two.wav\nin/one.wav\n");
+    const struct {
+        std::string arguments, files;
+    } cases[] = {
+        {"-r in", all},
+        {"-r in/ in/one.wav ./in", all},
+        {"in/one.wav in/a/two.wav", "./one.mp2 ./two.mp2 "},
+        {"--layer 1 in/one.wav", "./one.mp1 "},
+        {"--files-from list", "./in/a/two.mp2 ./in/one.mp2 "},
+        {"--files-from list --base in/a", "./one.mp2 ./two.mp2 "},
+        {"--files-from - < list", "./in/a/two.mp2 ./in/one.mp2 "},
+        {"-0 --files-from <(printf 'in/a/two.wav\\0in/one.wav\\0')", "./in/a/two.mp2 ./in/one.mp2 "},
+        {"-r in/a --name '{stem}_{name}-{dir}/x.{ext}'",
+         "./four_four.wav-b/x.mp2 ./three_three-b/x.mp2 ./two_two.wav-/x.mp2 "},
+    };
+    for (const auto &[arguments, files] : cases) {
+        batch(arguments);
+        EXPECT_EQ(files_in("out"), files) << arguments;
+        shell("rm -r out");
+    }
+    // Its own output is no input, wherever the folder lies.
+    EXPECT_EQ(shell("velaenc --output-dir in/out -r in; velaenc --output-dir in/out -r in").status, 0);
+    EXPECT_EQ(files_in("in/out"), all);
+}
+
+TEST_F(batch_test, nothing_is_encoded_when_the_batch_makes_no_sense) {
+    shell("cp in/one.wav in/one.flac; cp in/one.wav in/one.mp2");
+    const struct {
+        std::string arguments, words;
+    } cases[] = {
+        {"--output-dir out in/one.wav in/one.flac",
+         "in/one.wav and in/one.flac would both become out/one.mp2"},
+        {"--output-dir in in/one.mp2", "in/one.mp2 is an input"},
+        {"--output-dir out", "--files-from"},
+        {"--output-dir out in/one.wav -", "standard input"},
+        {"--output-dir out --name '{folder}' in/one.wav", "{dir} {stem} {name} {ext}"},
+        {"--output-dir out --name ../x in/one.wav", "below --output-dir"},
+        {"--output-dir out --shard 3/2 in/one.wav", "I/N"},
+        {"--output-dir out --shard 0/2 in/one.wav", "I/N"},
+        {"--output-dir out -r in --raw --rate 48000 --channels 2 --format s16", "--recursive"},
+        {"--output-dir out in/one.wav --timestamps x", "--timestamps"},
+        {"--resume in/one.wav", "--output-dir"},
+        {"in/one.wav out more", "--output-dir DIR"},
+    };
+    for (const auto &[arguments, words] : cases) {
+        const auto result = shell("velaenc " + arguments);
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_NE(result.err.find(words), std::string::npos) << arguments << ": " << result.err;
+        EXPECT_EQ(shell("ls out in/*.mp1").out, "") << arguments;
+    }
+}
+
+TEST_F(batch_test, a_bad_file_is_told_and_the_others_are_encoded) {
+    put("in/a/cut.wav", get("in/one.wav").substr(0, 1000));
+    put("in/a/22.wav", wav(pcm(noise(9600)), 2, 22051));
+    const auto result = batch("-r in in/missing.wav --report report --preset dvd", 6);
+    EXPECT_EQ(files_in("out"), all);
+    const auto table = result.err.find("3 files failed:\n");
+    ASSERT_NE(table, std::string::npos) << result.err;
+    for (const char *words :
+         {"  in/a/22.wav  ", "  in/a/cut.wav    is truncated", "  in/missing.wav  "})
+        EXPECT_NE(result.err.find(words, table), std::string::npos) << words << result.err;
+    std::size_t failed = 0;
+    const auto lines = report();
+    ASSERT_EQ(lines.size(), 7u);
+    for (const auto &line : lines) {
+        failed += line["status"] == "failed" && !line["error"].get<std::string>().empty();
+        if (!line["error"].is_null()) continue;
+        const std::string output = line["output"];
+        EXPECT_EQ(line["frames"], frames_of(get(output)).size());
+        EXPECT_EQ(line["seconds"], 0.1);
+        EXPECT_EQ(shell("sha256sum " + output).out,
+                  line["sha256"].get<std::string>() + "  " + output + "\n");
+        EXPECT_EQ(line["settings"]["kbps"], 224);
+        EXPECT_EQ(line["options"], nlohmann::json({"--preset=dvd"}));
+    }
+    EXPECT_EQ(failed, 3u);
+}
+
+TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
+    batch("-r in");
+    const struct {
+        std::string damage, arguments;
+        int encoded;
+    } cases[] = {
+        {"", "", 0},
+        {"rm out/one.mp2", "", 1},
+        {"touch in/one.wav", "", 1},
+        {"truncate -s -672 out/one.mp2", "", 1},
+        {"head -c 672 out/a/two.mp2 >> out/one.mp2", "", 1},
+        {"printf 'xxxx' | dd of=out/one.mp2 conv=notrunc status=none", "", 1},
+        {"", "--bitrate 192", 4},
+        {"", "--crc", 4},
+        {"", "--crc --report report", 0}, // and the report has them all
+        {"", "--crc --report report --pts-offset 1", 4},
+    };
+    for (const auto &[damage, arguments, encoded] : cases) {
+        shell("touch -d '1 minute ago' $(find out -type f); " + damage);
+        const auto result = batch("-r in --resume " + arguments);
+        const std::string words = ": " + std::to_string(encoded) + " encoded, "
+                                  + std::to_string(4 - encoded) + " complete before, 0 failed";
+        EXPECT_NE(result.err.find(words), std::string::npos) << damage << arguments << result.err;
+        EXPECT_EQ(files_in("out"), all);
+        if (damage == "touch in/one.wav") shell("touch -d '1 hour ago' in/one.wav");
+    }
+    EXPECT_EQ(report().size(), 8u);
+}
+
+TEST_F(batch_test, a_killed_batch_goes_on_and_ends_with_the_streams_of_an_unbroken_one) {
+    for (int i = 0; i < 30; ++i)
+        put("in/" + std::to_string(i) + ".wav", wav(pcm(noise(200000, 100 + i)), 2, 48000));
+    shell("touch -d '1 hour ago' $(find in -type f); velaenc --output-dir whole -r in -j 1");
+    const auto killed = shell("set -m; velaenc --output-dir out -r in --report report & "
+                              "until [ -s report ]; do sleep 0.01; done; kill -9 $!; wait $!");
+    EXPECT_EQ(killed.status, 137);
+    const auto resumed = batch("-r in --report report --resume -j 7");
+    EXPECT_EQ(shell("diff -r out whole").out, "");
+    EXPECT_EQ(resumed.err.find(" 0 complete before"), std::string::npos) << resumed.err;
+}
+
+TEST_F(batch_test, shards_share_the_files_out_and_write_one_report_together) {
+    for (int i = 0; i < 60; ++i)
+        put("in/" + std::to_string(i) + ".wav", wav(pcm(noise(2000, i)), 2, 48000));
+    put("report", "{\"cut");
+    shell("for i in 1 2 3 4; do velaenc --quiet --output-dir out -r in --report report --shard $i/4 & "
+          "done; "
+          "wait");
+    EXPECT_EQ(
+        shell("velaenc --quiet --output-dir whole -r in; diff -r out whole && sed -i 1d report").out,
+        "");
+    std::set<std::string> outputs;
+    for (const auto &line : report())
+        outputs.insert(line["output"]);
+    EXPECT_EQ(outputs.size(), 64u);
+    EXPECT_EQ(report().size(), 64u);
+}
+
+TEST_F(batch_test, a_terminal_shows_one_line_for_all_files) {
+    put("long.wav", wav(pcm(noise(960000)), 2, 48000));
+    const auto shown = shell("mkfifo pipe; (head -c 960044; sleep 1; cat) < long.wav > pipe & "
+                             "script -qec 'velaenc --preset dvb --output-dir out -r in pipe' /dev/null")
+                           .out;
+    EXPECT_NE(shown.find("4 of 5 files, 0:05 done, "), std::string::npos) << shown;
+    EXPECT_NE(shown.find(" x real time, 0:00 left"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\r\033[Kvelaenc: 5 files: 5 encoded, 0 failed; 0:10 in 0:01, "),
+              std::string::npos)
+        << shown;
+}
+
+} // namespace
+} // namespace velaenc_test

@@ -1,0 +1,153 @@
+// MPEG audio in WAV: its chunks as EBU Tech 3285 describes them, byte by byte.
+#include "input/container.hpp"
+#include "output/wave_header.hpp"
+#include "workbench.hpp"
+
+#include <cstring>
+
+namespace velaenc_test {
+namespace {
+
+class broadcast_wave_test : public workbench {
+  protected:
+    /// Contents of a chunk, which have to end where the next one begins.
+    static std::string chunk_of(const std::string &file, const std::string &wanted) {
+        for (std::size_t at = 12; at + 8 <= file.size();) {
+            const std::size_t size = number(file, at + 4, 4);
+            if (file.compare(at, 4, wanted) == 0) return file.substr(at + 8, size);
+            at += 8 + size + size % 2;
+        }
+        return "";
+    }
+    static std::uint64_t number(const std::string &bytes, std::size_t at, std::size_t count) {
+        std::uint64_t value = 0;
+        std::memcpy(&value, bytes.data() + at, count);
+        return value;
+    }
+};
+
+TEST_F(broadcast_wave_test, the_chunks_describe_the_stream) {
+    const struct {
+        int rate, channels;
+        std::string arguments;
+        std::vector<std::uint64_t> format; ///< from wFormatTag to fwHeadFlags
+        std::vector<std::uint64_t> extension;
+        std::string history;
+    } cases[] = {
+        {48000,
+         2,
+         "",
+         {80, 2, 48000, 28000, 672, 0, 22, 2, 224000, 1, 0, 1, 0x18},
+         {3, 672},
+         "B=224,M=stereo"},
+        {44100,
+         2,
+         "--bitrate 192 --mode joint --crc --original 1",
+         {80, 2, 44100, 24000, 1, 0, 22, 2, 192000, 2, 15, 1, 0x14},
+         {1, 626},
+         "B=192,M=joint-stereo"},
+        {32000,
+         1,
+         "--layer 1 --bitrate 96 --emphasis j17 --private 1 --copyright 1",
+         {80, 1, 32000, 12000, 144, 0, 22, 1, 96000, 8, 0, 4, 0x1B},
+         {3, 144},
+         "B=96,M=mono"},
+        {44100,
+         1,
+         "--layer 1 --mode dual --bitrate 448",
+         {80, 2, 44100, 56000, 1, 0, 22, 1, 448000, 4, 0, 1, 0x18},
+         {1, 484},
+         "B=448,M=dual-mono"},
+    };
+    constexpr std::size_t widths[] = {2, 2, 4, 4, 2, 2, 2, 2, 4, 2, 2, 2, 2};
+    for (const auto &[rate, channels, arguments, format, extension, history] : cases) {
+        put("in.wav", wav(pcm(noise(14500)), channels, rate));
+        EXPECT_EQ(
+            shell("velaenc in.wav --container wav out.WAV " + arguments + " --timestamps list").status,
+            0);
+        EXPECT_EQ(shell("velaenc in.wav out.mp2 " + arguments).status, 0);
+        const std::string file = get("out.WAV"), stream = get("out.mp2");
+        EXPECT_TRUE(chunk_of(file, "data") == stream) << arguments;
+        EXPECT_EQ(number(file, 4, 4) + 8, file.size()) << arguments;
+        EXPECT_EQ(file.size() % 2, 0u);
+        const std::string fmt = chunk_of(file, "fmt "), mext = chunk_of(file, "mext");
+        ASSERT_EQ(fmt.size(), 40u);
+        std::size_t at = 0;
+        for (std::size_t i = 0; i < format.size(); at += widths[i++])
+            EXPECT_EQ(number(fmt, at, widths[i]), format[i]) << arguments << ", field " << i;
+        ASSERT_EQ(mext.size(), 12u);
+        EXPECT_EQ(number(mext, 0, 2), extension[0]);
+        EXPECT_EQ(number(mext, 2, 2), extension[1]);
+        const auto frames = frames_of(stream).size();
+        EXPECT_EQ(number(chunk_of(file, "fact"), 0, 4), frames * (format[7] == 1 ? 384 : 1152));
+        const std::string rates = "F=" + std::to_string(rate) + ",";
+        EXPECT_EQ(chunk_of(file, "bext").substr(602),
+                  "A=PCM," + rates + "W=16,M=" + (channels == 1 ? "mono" : "stereo") + "\r\nA=MPEG1L"
+                      + std::to_string(format[7]) + "," + rates + history + ",T=velaenc\r\n");
+        EXPECT_NE(get("list").find("\n0," + std::to_string(file.find(stream)) + ","),
+                  std::string::npos);
+    }
+}
+
+TEST_F(broadcast_wave_test, the_extension_of_the_input_is_carried_over) {
+    // ffmpeg writes the fields of the input, and reads those of the output.
+    put("plain.wav", wav(pcm(noise(96000)), 2, 48000));
+    const std::string tags =
+        "-metadata description=Morning -metadata originator=ARC -metadata originator_reference=X1"
+        " -metadata origination_date=2026-01-02 -metadata time_reference=9600000000 ";
+    ASSERT_EQ(shell("ffmpeg -v error -i plain.wav -c copy -write_bext 1 " + tags
+                    + "-metadata coding_history='A=PCM,F=48000,W=16,M=stereo,T=desk' in.wav")
+                  .status,
+              0);
+    ASSERT_EQ(shell("velaenc --quiet in.wav out.wav").status, 0);
+    const std::string before = chunk_of(get("in.wav"), "bext"),
+                      after = chunk_of(get("out.wav"), "bext");
+    EXPECT_EQ(after.substr(0, 602), before.substr(0, 602));
+    const auto shown =
+        shell("ffprobe -v error -of csv=p=0 -show_entries stream=codec_name,sample_rate,bit_rate:"
+              "format_tags=comment,originator_reference,date,time_reference,coding_history out.wav; "
+              "mpg123 -q -t out.wav && mpg123 -q -w - out.wav | wc -c")
+            .out;
+    for (const std::string words : {"mp2,48000,224000", "Morning", "X1", "2026-01-02", "9600000000",
+                                    ",T=desk", "A=MPEG1L2,F=48000,B=224,M=stereo,T=velaenc"})
+        EXPECT_NE(shown.find(words), std::string::npos) << words << shown;
+}
+
+TEST_F(broadcast_wave_test, a_pipe_leaves_the_sizes_open_and_a_finished_file_is_skipped) {
+    put("in.wav", wav(pcm(noise(9600)), 2, 48000));
+    const auto piped = shell("velaenc --quiet --container wav in.wav - | cat").out;
+    EXPECT_EQ(number(piped, 4, 4), 0xFFFFFFFFu);
+    EXPECT_EQ(frames_of(piped.substr(piped.find("data\xFF\xFF\xFF\xFF") + 8)).size(), 5u);
+    shell("touch -d '1 hour ago' in.wav");
+    const std::string batch = "velaenc --output-dir out --container wav --resume in.wav";
+    shell(batch);
+    EXPECT_NE(shell(batch).err.find("1 complete before"), std::string::npos);
+    shell("touch -d '1 hour ago' in.wav; truncate -s -672 out/in.wav");
+    EXPECT_NE(shell(batch).err.find("1 encoded, 0 complete before"), std::string::npos);
+}
+
+TEST_F(broadcast_wave_test, beyond_4_gib_it_is_rf64_with_the_same_places) {
+    mpeg_a_settings settings{};
+    settings.audio_layer = 2;
+    const tools::byte_list bext(603);
+    const std::uint64_t bytes = (std::uint64_t{1} << 32) - 2, samples = (std::uint64_t{1} << 33) + 5;
+    const auto text = [&](const std::optional<tools::wave_sizes> &sizes) {
+        const auto header = tools::wave_header(settings, 224, 48000, bext, sizes);
+        return std::string(reinterpret_cast<const char *>(header.data()), header.size());
+    };
+    const std::string large = text(tools::wave_sizes{bytes, samples}), open = text(std::nullopt);
+    EXPECT_EQ(large.size(), open.size());
+    EXPECT_EQ(large.substr(0, 4) + large.substr(8, 8), "RF64WAVEds64");
+    EXPECT_EQ(number(large, 4, 4), 0xFFFFFFFFu);
+    EXPECT_EQ(number(large, 20, 8), large.size() + bytes - 8);
+    EXPECT_EQ(number(large, 28, 8), bytes);
+    EXPECT_EQ(number(large, 36, 8), samples);
+    EXPECT_EQ(large.substr(large.size() - 8), "data\xFF\xFF\xFF\xFF");
+    // The largest RIFF file: its size field can just hold what follows.
+    const std::uint64_t most = 0xFFFFFFFE - (large.size() - 8);
+    EXPECT_EQ(text(tools::wave_sizes{most, 0}).substr(0, 4), "RIFF");
+    EXPECT_EQ(text(tools::wave_sizes{most + 1, 0}).substr(0, 4), "RF64");
+}
+
+} // namespace
+} // namespace velaenc_test

@@ -1,0 +1,29 @@
+// A stream in a WAV file: the chunks before it, and their sizes once it is complete.
+#pragma once
+
+#include "output/output_file.hpp"
+#include "output/wave_header.hpp"
+
+namespace tools {
+
+class wave_container {
+  public:
+    /// Writes the header. In a pipe its sizes stay open, as piped WAV has them.
+    /// @param bext  as broadcast_extension() returns it
+    wave_container(output_file &file, const mpeg_a_settings &settings, int kbps, int rate,
+                   byte_list bext);
+
+    /// Bytes before the stream.
+    std::uint64_t stream_offset() const noexcept { return stream_offset_; }
+
+    void finish(const wave_sizes &sizes);
+
+  private:
+    output_file &file_;
+    const mpeg_a_settings &settings_;
+    int kbps_, rate_;
+    byte_list bext_;
+    std::uint64_t stream_offset_ = 0;
+};
+
+} // namespace tools

@@ -1,0 +1,46 @@
+// The chunks around MPEG audio in RIFF, as broadcasters exchange it: EBU Tech 3285 with supplement 1, and
+// RF64 (EBU Tech 3306) where the file has more than 4 GiB.
+#pragma once
+
+#include "vela_enc_mp1a/settings.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace tools {
+
+using byte_list = std::vector<std::byte>;
+
+struct wave_sizes {
+    std::uint64_t bytes = 0;   ///< of the stream
+    std::uint64_t samples = 0; ///< a channel
+};
+
+/// What stands before the stream:
+///
+///     RIFF or RF64 | WAVE | JUNK or ds64 | fmt | fact | bext | mext | data
+///
+/// Its length depends on that of `bext` only, so that it can be written anew once the sizes are known.
+/// @param kbps   of the stream
+/// @param rate   Hz
+/// @param bext   contents of that chunk
+/// @param sizes  none: still unknown
+byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate, const byte_list &bext,
+                      const std::optional<wave_sizes> &sizes);
+
+/// The broadcast extension of a stream that is made from a certain input.
+struct broadcast_origin {
+    byte_list bext; ///< contents of the input's own chunk; empty: it has none
+    int rate = 0;   ///< of the input, Hz
+    int channels = 0;
+    int bits = 0; ///< of its samples; 0: no whole number of bits
+};
+
+/// Contents of the chunk: the input's own, its time reference in samples of the stream, and a line of
+/// coding history (EBU R 98) for the stream; before that one for the input where there is none yet.
+byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_settings &settings, int kbps,
+                              int rate);
+
+} // namespace tools

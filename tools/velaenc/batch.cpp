@@ -1,0 +1,187 @@
+#include "velaenc/batch.hpp"
+
+#include "jobs/batch_progress.hpp"
+#include "output/abandoned_files.hpp"
+#include "output/unfinished_files.hpp"
+#include "velaenc/batch_messages.hpp"
+#include "velaenc/batch_report.hpp"
+#include "velaenc/encode_file.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <exception>
+#include <filesystem>
+#include <mutex>
+#include <new>
+#include <set>
+#include <thread>
+
+namespace tools {
+namespace {
+
+/// Keeps what one file has to say, for its line in the report and for the end.
+class file_listener final : public run_listener {
+  public:
+    file_listener(batch_progress::file &shown, std::vector<std::string> &warnings)
+        : shown_(shown), warnings_(warnings) {}
+
+    void violation(const std::string &text) override { warnings_.push_back(text); }
+    void note(const std::string &text) override { warnings_.push_back(text); }
+    progress_listener &begin(int rate, std::optional<std::uint64_t> length) override {
+        shown_.sound(rate, length);
+        return shown_;
+    }
+
+  private:
+    batch_progress::file &shown_;
+    std::vector<std::string> &warnings_;
+};
+
+std::uint64_t bytes_of(const std::vector<batch_file> &files) {
+    std::uint64_t bytes = 0;
+    for (const auto &file : files)
+        bytes += file.bytes;
+    return bytes;
+}
+
+class batch_run {
+  public:
+    explicit batch_run(const options &wanted)
+        : wanted_(wanted), batch_(*wanted.batch), files_(list_files(batch_.plan)),
+          threads_(std::min(static_cast<std::size_t>(wanted.jobs), files_.size())),
+          spare_(wanted.jobs - static_cast<int>(threads_)), shown_(files_.size(), bytes_of(files_)),
+          messages_(wanted.quiet) {
+        if (!batch_.report.empty()) report_.emplace(batch_.report, batch_.stream_options);
+        if (report_ && batch_.resume) report_->load();
+    }
+
+    exit_code run() {
+        std::vector<std::jthread> threads;
+        running_ = threads_;
+        {
+            const signals_held inherited; // the main thread looks after them
+            for (std::size_t i = 0; i < threads_; ++i)
+                threads.emplace_back([this] { work(); });
+        }
+        watch();
+        threads.clear();
+        if (batch_.resume) tidy_up();
+        if (fatal_) std::rethrow_exception(fatal_);
+        messages_.print_notes();
+        if (!wanted_.quiet) messages_.say(summary());
+        messages_.print_failures();
+        return messages_.failures() == 0 ? exit_code::success : exit_code::batch;
+    }
+
+  private:
+    /// Shows how far the batch is until all threads have ended.
+    void watch() {
+        std::unique_lock lock(mutex_);
+        while (!ended_.wait_for(lock, messages_.interval(), [this] { return running_ == 0; }))
+            messages_.show(shown_.line());
+    }
+
+    /// One thread: a file after the other, and then its place goes to segments of those still running.
+    void work() noexcept {
+        batch_progress::file shown(shown_);
+        try {
+            for (auto i = next_++; i < files_.size(); i = next_++)
+                handle(files_[i], shown);
+        } catch (...) {
+            const std::lock_guard lock(mutex_);
+            fatal_ = std::current_exception();
+            next_ = files_.size();
+        }
+        spare_.give(1);
+        const std::lock_guard lock(mutex_);
+        --running_;
+        ended_.notify_one();
+    }
+
+    void handle(const batch_file &file, batch_progress::file &shown) {
+        report_entry entry;
+        entry.input = file.input;
+        entry.output = file.output;
+        entry.error = file.error;
+        shown.begin(file.bytes);
+        if (entry.error.empty()) attempt(entry, shown);
+        const bool is_new =
+            !entry.was_complete || (report_ && !report_->has_same_options(entry.output));
+        if (report_ && is_new) report_->add(entry);
+        if (!entry.result)
+            messages_.failed(file.input, entry.error);
+        else
+            messages_.noted(file.input, entry.warnings);
+        if (entry.was_complete) ++complete_;
+        shown.end(entry.was_complete);
+    }
+
+    void attempt(report_entry &entry, batch_progress::file &shown) {
+        options wanted = wanted_;
+        wanted.input = entry.input;
+        wanted.output = entry.output;
+        try {
+            if (batch_.resume && !has_other_options(entry.output)) entry.result = find_complete(wanted);
+            entry.was_complete = entry.result.has_value();
+            if (entry.was_complete) return;
+            std::filesystem::create_directories(std::filesystem::path(entry.output).parent_path());
+            file_listener listener(shown, entry.warnings);
+            entry.result = encode_file(wanted, listener, &spare_);
+        } catch (const std::bad_alloc &) {
+            entry.error = "memory is out";
+        } catch (const std::filesystem::filesystem_error &error) {
+            entry.error =
+                "cannot create the folder " + error.path1().string() + ": " + error.code().message();
+        } catch (const failure &error) {
+            entry.error = error.what();
+            for (auto warning = entry.warnings.rbegin();
+                 error.code() == exit_code::rules && warning != entry.warnings.rend(); ++warning)
+                entry.error.insert(0, *warning + "; ");
+        }
+    }
+
+    bool has_other_options(const std::string &output) const {
+        return report_ && report_->has_same_options(output) == false;
+    }
+
+    /// What a run that was killed has left behind.
+    void tidy_up() const {
+        std::set<std::filesystem::path> folders;
+        for (const auto &file : files_)
+            if (file.error.empty()) folders.insert(std::filesystem::path(file.output).parent_path());
+        for (const auto &folder : folders)
+            remove_abandoned(folder);
+    }
+
+    std::string summary() const {
+        const std::size_t failed = messages_.failures(), encoded = files_.size() - failed - complete_;
+        std::string text =
+            std::to_string(files_.size()) + " files: " + std::to_string(encoded) + " encoded, ";
+        if (batch_.resume) text += std::to_string(complete_) + " complete before, ";
+        return text + std::to_string(failed) + " failed; " + shown_.totals();
+    }
+
+    const options &wanted_;
+    const batch_options &batch_;
+    std::vector<batch_file> files_;
+    std::size_t threads_;
+    thread_budget spare_;
+    batch_progress shown_;
+    batch_messages messages_;
+    std::optional<batch_report> report_;
+    std::atomic<std::size_t> next_ = 0, complete_ = 0;
+
+    std::mutex mutex_; ///< of the members below
+    std::condition_variable ended_;
+    std::size_t running_ = 0;
+    std::exception_ptr fatal_; ///< what stops the whole batch
+};
+
+} // namespace
+
+exit_code run_batch(const options &wanted) {
+    return batch_run(wanted).run();
+}
+
+} // namespace tools

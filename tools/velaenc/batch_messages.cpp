@@ -1,0 +1,78 @@
+#include "velaenc/batch_messages.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <unistd.h>
+
+namespace tools {
+namespace {
+
+constexpr std::size_t most_notes = 20;
+
+} // namespace
+
+batch_messages::batch_messages(bool quiet) : quiet_(quiet), terminal_(::isatty(STDERR_FILENO) != 0) {
+}
+
+std::chrono::milliseconds batch_messages::interval() const noexcept {
+    return std::chrono::milliseconds(terminal_ ? 200 : 10000);
+}
+
+void batch_messages::show(const std::string &line) {
+    if (quiet_) return;
+    const std::lock_guard lock(mutex_);
+    if (terminal_)
+        line_.show(line);
+    else
+        std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+void batch_messages::say(const std::string &text) {
+    const std::lock_guard lock(mutex_);
+    line_.erase();
+    std::fprintf(stderr, "velaenc: %s\n", text.c_str());
+}
+
+void batch_messages::failed(const std::string &file, const std::string &why) {
+    // Most reasons name the file themselves.
+    const bool named = why.starts_with(file + ' ');
+    const std::string reason = named ? why.substr(file.size() + 1) : why;
+    say(file + ": " + reason);
+    const std::lock_guard lock(mutex_);
+    failures_.emplace_back(file, reason);
+}
+
+void batch_messages::noted(const std::string &file, const std::vector<std::string> &notes) {
+    const std::lock_guard lock(mutex_);
+    for (const auto &text : notes) {
+        auto &known = notes_[text];
+        if (known.files++ == 0) known.first = file;
+    }
+}
+
+void batch_messages::print_notes() {
+    if (quiet_) return;
+    std::size_t printed = 0;
+    for (const auto &[text, known] : notes_) {
+        if (++printed > most_notes) continue;
+        const std::string others =
+            known.files == 1 ? "" : " and " + std::to_string(known.files - 1) + " more";
+        say("note: " + text + " (" + known.first + others + ")");
+    }
+    if (printed > most_notes)
+        say("note: " + std::to_string(printed - most_notes)
+            + " more kinds of notes; --report lists them");
+}
+
+void batch_messages::print_failures() {
+    if (failures_.empty()) return;
+    std::ranges::sort(failures_);
+    std::size_t width = 0;
+    for (const auto &[file, why] : failures_)
+        width = std::max(width, std::min<std::size_t>(file.size(), 40));
+    say(std::to_string(failures_.size()) + (failures_.size() == 1 ? " file" : " files") + " failed:");
+    for (const auto &[file, why] : failures_)
+        std::fprintf(stderr, "  %-*s  %s\n", static_cast<int>(width), file.c_str(), why.c_str());
+}
+
+} // namespace tools

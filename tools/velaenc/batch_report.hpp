@@ -1,0 +1,45 @@
+// The report of a batch: one JSON object a line and file.
+#pragma once
+
+#include "output/shared_log.hpp"
+#include "velaenc/encode_file.hpp"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+struct report_entry {
+    std::string input, output;
+    std::optional<file_result> result; ///< none: it failed
+    bool was_complete = false;         ///< nothing was done: it had been encoded before
+    std::vector<std::string> warnings;
+    std::string error;
+};
+
+class batch_report {
+  public:
+    /// @param options  those of the command line that shape a stream
+    /// @throws failure
+    batch_report(const std::string &path, std::vector<std::string> options);
+
+    /// Reads what earlier runs wrote. Lines that are none of ours, or cut short, are passed over.
+    void load();
+
+    /// Whether an earlier run encoded this output, and with the same options; none: no line tells.
+    std::optional<bool> has_same_options(const std::string &output) const;
+
+    /// Any thread may call it. The output is read again for its digest.
+    /// @throws failure
+    void add(const report_entry &entry);
+
+  private:
+    std::string path_;
+    std::vector<std::string> options_;
+    std::map<std::string, bool> earlier_; ///< by output: the options were the same
+    shared_log log_;
+};
+
+} // namespace tools
