@@ -133,7 +133,7 @@ TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
         {"touch in/one.wav", "", 1},
         {"truncate -s -672 out/one.mp2", "", 1},
         {"head -c 672 out/a/two.mp2 >> out/one.mp2", "", 1},
-        {"printf 'xxxx' | dd of=out/one.mp2 conv=notrunc status=none", "", 1},
+        {"printf 'xxxx' | dd of=out/one.mp2 conv=notrunc bs=1 seek=2688 status=none", "", 1},
         {"", "--bitrate 192", 4},
         {"", "--crc", 4},
         {"", "--crc --report report", 0}, // and the report has them all

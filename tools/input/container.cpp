@@ -163,8 +163,8 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
 std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name) {
     constexpr std::uint64_t longest = 1 << 20;
     const auto found = find_wav_chunk(fetch_from(input), name);
-    if (!found || !found->bytes || *found->bytes > longest) return {};
-    std::vector<std::byte> contents(static_cast<std::size_t>(*found->bytes));
+    if (!found || found->bytes > longest) return {};
+    std::vector<std::byte> contents(static_cast<std::size_t>(found->bytes));
     contents.resize(read_at(input, found->offset, contents));
     return contents;
 }

@@ -43,10 +43,10 @@ bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &
     }
     if (!file.seekable() || frames == 0) return false;
     const auto data = in_wave ? find_sound_data(fetch_from(file)) : chunk{0, file.size()};
-    if (!data || !data->bytes || data->offset + *data->bytes > file.size()) return false;
+    if (!data || !data->known || data->offset + data->bytes > file.size()) return false;
     const auto first = header_at(file, data->offset);
     if (!first || !is_frame_of(*first, settings, rate)) return false;
-    const std::uint64_t size = *data->bytes;
+    const std::uint64_t size = data->bytes;
     const auto slot = static_cast<std::uint64_t>(first->slot_bytes());
     // On average over the padding, a frame has whole_slots + slot_rest / rate slots.
     const std::uint64_t total =
