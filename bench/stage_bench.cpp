@@ -17,7 +17,10 @@
 #include <memory>
 #include <span>
 #include <string>
+
+#if defined(__x86_64__)
 #include <x86intrin.h>
+#endif
 
 namespace {
 
@@ -137,15 +140,24 @@ class frame_stages {
     double level_hint_ = 0.0;
 };
 
+/// Of the time stamp counter; 0 on processors that have none.
+std::uint64_t ticks() {
+#if defined(__x86_64__)
+    return __rdtsc();
+#else
+    return 0;
+#endif
+}
+
 void run_stage(benchmark::State &state, void (frame_stages::*stage)(), level which) {
     const auto frame = std::make_unique<frame_stages>(which);
-    const auto start = __rdtsc();
+    const auto start = ticks();
     for (auto _ : state) {
         (frame.get()->*stage)();
         benchmark::ClobberMemory();
     }
     state.counters["tsc_cycles"] =
-        benchmark::Counter(static_cast<double>(__rdtsc() - start), benchmark::Counter::kAvgIterations);
+        benchmark::Counter(static_cast<double>(ticks() - start), benchmark::Counter::kAvgIterations);
 }
 
 const int registered = [] {

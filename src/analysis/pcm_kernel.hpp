@@ -4,9 +4,13 @@
 
 #include "analysis/kernels.hpp"
 
+#include <bit>
 #include <cstring>
 
 namespace vela::VELA_LEVEL {
+
+static_assert(std::endian::native == std::endian::little,
+              "PCM is read as the processor's own integers");
 
 // Each format: the bytes of a sample, its value, and the values of two consecutive ones.
 

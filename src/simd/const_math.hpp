@@ -2,7 +2,11 @@
 // double at the end as good as exact, and no table depends on the machine that runs the encoder.
 #pragma once
 
+#include <cfloat>
+
 namespace vela::const_math {
+
+static_assert(LDBL_MANT_DIG >= 64, "tables computed with this compiler's long double would differ");
 
 inline constexpr long double pi = 3.14159265358979323846264338327950288L;
 inline constexpr long double ln2 = 0.693147180559945309417232121458176568L;

@@ -78,11 +78,23 @@ VELA_INLINE V splat(double x) {
 
 // ---- single precision ----
 
-/// As many floats as V has lanes. Two lanes are the lower half of four, which is what the conversion
-/// instructions work on.
+// g++ for x86-64 splits the generic conversions of vectors into halves; the built-in functions are the
+// one instruction each.
+#if defined(__x86_64__) && !defined(__clang__)
+#define VELA_GENERIC_CONVERSION 0
+#else
+#define VELA_GENERIC_CONVERSION 1
+#endif
+
+/// As many floats as V has lanes. On x86-64, two lanes are the lower half of four, which is what the
+/// conversion instructions work on.
 template <class V>
 struct single_of {
+#if defined(__x86_64__)
     static constexpr unsigned width = lanes<V> == 2 ? 4 : lanes<V>;
+#else
+    static constexpr unsigned width = lanes<V>;
+#endif
     typedef float type __attribute__((vector_size(width * sizeof(float))));
 };
 template <>
@@ -92,21 +104,15 @@ struct single_of<double> {
 template <class V>
 using single = typename single_of<V>::type;
 
-// g++ splits the generic conversions of vectors into halves; the built-in functions are the one
-// instruction each.
-#if defined(__clang__)
-#define VELA_GENERIC_CONVERSION 1
-#else
-#define VELA_GENERIC_CONVERSION 0
-#endif
-
 /// Rounded to the nearest float.
 template <class V>
 VELA_INLINE single<V> to_single(V a) {
     if constexpr (lanes<V> == 1) {
         return static_cast<float>(a);
+#if defined(__x86_64__)
     } else if constexpr (lanes<V> == 2) {
         return __builtin_ia32_cvtpd2ps(a.v);
+#endif
     } else {
 #if VELA_GENERIC_CONVERSION
         return __builtin_convertvector(a.v, single<V>);
@@ -121,16 +127,18 @@ template <class V>
 VELA_INLINE V widen(single<V> a) {
     if constexpr (lanes<V> == 1) {
         return static_cast<double>(a);
-#if VELA_GENERIC_CONVERSION
-    } else if constexpr (lanes<V> == 2) {
-        return {__builtin_convertvector(__builtin_shufflevector(a, a, 0, 1), typename V::native)};
-    } else {
-        return {__builtin_convertvector(a, typename V::native)};
-#else
+#if !VELA_GENERIC_CONVERSION
     } else if constexpr (lanes<V> == 2) {
         return {__builtin_ia32_cvtps2pd(a)};
     } else {
         return {__builtin_ia32_cvtps2pd256(a)};
+#else
+#if defined(__x86_64__)
+    } else if constexpr (lanes<V> == 2) {
+        return {__builtin_convertvector(__builtin_shufflevector(a, a, 0, 1), typename V::native)};
+#endif
+    } else {
+        return {__builtin_convertvector(a, typename V::native)};
 #endif
     }
 }

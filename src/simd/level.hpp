@@ -8,8 +8,9 @@ namespace vela {
 /// One compilation of the kernels. Every level gives the same bytes.
 ///
 ///     reference   plain double, one lane: the readable original that every other level must equal
-///     baseline    what every machine of the architecture has (x86-64: SSE2), two lanes
+///     baseline    x86-64 as every machine has it (SSE2), two lanes
 ///     avx2        AVX2 and BMI2, four lanes
+///     neon        AArch64 as every machine has it, two lanes
 ///
 /// src/CMakeLists.txt lists them, with what each needs of the processor.
 enum class level {

@@ -2,20 +2,23 @@
 // the same ones, and so must other processors, compilers and optimisation levels.
 #include "host/encoding.hpp"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <random>
 
 using namespace mp1a_test;
 
-/// Noise under a stepping level, from integers alone: no mathematics library has a part in it.
+/// Noise under a stepping level, from integers alone: no mathematics library has a part in it. Among
+/// floats are some that no sound has.
 static std::vector<std::uint8_t> make_pcm(const stream &how, int frames) {
+    constexpr float bad[] = {NAN, 1e-40F, 1e30F, -3e38F, -NAN, INFINITY, -INFINITY};
     std::minstd_rand random(static_cast<unsigned>(how.rate + how.width));
     std::vector<std::uint8_t> pcm;
     for (int i = 0; i < frames * how.frame_samples() * how.channels(); ++i) {
         const auto noise = static_cast<std::int16_t>(static_cast<int>(random() >> 15) - 32768);
         const auto high = static_cast<std::int16_t>((noise >> i / 5000 % 12) + i % 4000 * 4 - 8000);
-        const float scaled = static_cast<float>(high) / 32768.0F;
+        const float scaled = i % 997 == 0 ? bad[i / 997 % 7] : static_cast<float>(high) / 32768.0F;
         const std::int32_t integer = high * 256;
         const int skip = how.width == 2 ? 1 : 0;
         char bytes[4];
