@@ -1,0 +1,79 @@
+# Debian packages, one for each component that this build installs: `./dev package`.
+find_program(DPKG dpkg)
+if(NOT DPKG)
+    return()
+endif()
+
+# package(COMPONENT NAME SECTION SUMMARY DESCRIPTION [DEPENDS]): one package and its documentation.
+function(package component name section summary description)
+    string(TOUPPER ${component} COMPONENT)
+    foreach(setting "PACKAGE_NAME;${name}" "PACKAGE_SECTION;${section}" "PACKAGE_DEPENDS;${ARGN}")
+        list(GET setting 0 key)
+        list(SUBLIST setting 1 -1 value)
+        set(CPACK_DEBIAN_${COMPONENT}_${key} "${value}" PARENT_SCOPE)
+    endforeach()
+    set(CPACK_DEBIAN_${COMPONENT}_DESCRIPTION "${summary}\n${description}" PARENT_SCOPE)
+    set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
+    set(doc ${CMAKE_CURRENT_BINARY_DIR}/${name})
+    file(MAKE_DIRECTORY ${doc})
+    configure_file(debian/copyright.in ${doc}/copyright @ONLY)
+    configure_file(debian/changelog.in ${doc}/changelog @ONLY)
+    execute_process(COMMAND gzip -9nf ${doc}/changelog COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES ${doc}/copyright ${doc}/changelog.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+        COMPONENT ${component})
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/${name}.lintian-overrides)
+        install(FILES debian/${name}.lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+            COMPONENT ${component} RENAME ${name})
+    endif()
+endfunction()
+
+# Of the time of the last change, so that the same source makes the same packages.
+set(CHANGELOG_DATE "Thu, 01 Jan 1970 00:00:00 +0000")
+if(DEFINED ENV{SOURCE_DATE_EPOCH})
+    execute_process(COMMAND date -u -R -d @$ENV{SOURCE_DATE_EPOCH} OUTPUT_VARIABLE CHANGELOG_DATE
+        OUTPUT_STRIP_TRAILING_WHITESPACE)
+endif()
+
+set(exact "libvela-enc-mp1a2 (= ${PROJECT_VERSION})")
+set(no_licence "\n\nNo licence has been granted yet.")
+set(INCLUDED)
+package(runtime libvela-enc-mp1a2 libs "MPEG-1 Audio Layer I/II encoder (library)"
+    "Encodes PCM as MPEG-1 Audio Layer I or Layer II (ISO/IEC 11172-3), with the
+same bytes on every machine.${no_licence}")
+package(dev libvela-enc-mp1a-dev libdevel "MPEG-1 Audio Layer I/II encoder (development files)"
+    "Headers, the manual page of the function interface, and files for pkg-config
+and for CMake's find_package.${no_licence}" ${exact})
+if(TARGET velaenc)
+    # Its notice goes where its code goes.
+    if(EXISTS /usr/share/doc/libcli11-dev/copyright)
+        file(READ /usr/share/doc/libcli11-dev/copyright INCLUDED)
+        string(PREPEND INCLUDED "\nThe programs contain code of CLI11, whose terms are:\n\n")
+    endif()
+    package(tools velaenc sound "MPEG-1 Audio Layer I/II encoder (command line)"
+        "Encodes audio files as MPEG-1 Audio Layer I or Layer II, with the rules of
+VCD, SVCD, DVD, DVB and other target formats.${no_licence}")
+    set(INCLUDED)
+endif()
+if(TARGET gstvelamp2)
+    package(gstreamer gstreamer1.0-velamp2 libs "MPEG-1 Audio Layer I/II encoder (GStreamer element)"
+        "The element velamp2enc, which encodes as MPEG-1 Audio Layer I or Layer II.${no_licence}" ${exact})
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME vela-enc-mp1a)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "${VELA_MAINTAINER}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+configure_file(debian/shlibs.in shlibs @ONLY)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_CURRENT_BINARY_DIR}/shlibs ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+include(CPack)

@@ -1,0 +1,147 @@
+# A program's --help as a manual page or as a shell's completion, so that options are written down once.
+# Usage: PROGRAM --help | awk -v to=man|bash|zsh|fish -v program=NAME -v version=VERSION [-v also=PAGE] -f help_to.awk
+#
+# The help is a description, "Usage:", groups of options ("Options:", two blanks before each name, the explanation
+# from column 31 on or in the next lines), and paragraphs; a paragraph that ends with a colon heads a list.
+
+{ line[NR] = $0 }
+
+END {
+    read_help()
+    if (to == "man") write_man()
+    else if (to == "bash") write_bash()
+    else if (to == "zsh") write_zsh()
+    else if (to == "fish") write_fish()
+    else exit 1
+}
+
+function read_help(    i, group) {
+    for (i = 1; i <= NR && line[i] !~ /^Usage:/; ++i) description[++descriptions] = line[i]
+    usage = substr(line[i], 8)
+    for (++i; i <= NR; ++i) {
+        if (line[i] ~ /^[^ ].*:$/ && line[i + 1] ~ /^  (-|[A-Z])/) {
+            group = substr(line[i], 1, length(line[i]) - 1)
+        } else if (line[i] == "") {
+            group = ""
+        } else if (group != "" && line[i] ~ /^  [^ ]/) {
+            i = read_option(i, group)
+        } else {
+            break
+        }
+    }
+    for (; i <= NR; ++i) closing[++closings] = line[i]
+}
+
+# names[n] "-j,--jobs", value[n] "N" or "a|b", text[n], group_of[n]; returns the last line read.
+function read_option(i, group,    head, at) {
+    at = match(substr(line[i], 3), /   */)
+    if (at > 0) at += 2
+    else if (line[i + 1] !~ /^          /) at = 30
+    head = at > 0 ? substr(line[i], 3, at - 3) : substr(line[i], 3)
+    text[++options] = at > 0 ? substr(line[i], at) : ""
+    while (line[i + 1] ~ /^          /) text[options] = text[options] " " line[++i]
+    gsub(/^ +| +$/, "", text[options])
+    gsub(/   */, " ", text[options])
+    group_of[options] = group
+    sub(/ (Needs|Excludes|REQUIRED).*/, "", head)
+    at = index(head, " ")
+    names[options] = at > 0 ? substr(head, 1, at - 1) : head
+    value[options] = at > 0 ? substr(head, at + 1) : ""
+    sub(/ *\[.*\]/, "", value[options])
+    return i
+}
+
+function roff(s) {
+    gsub(/\\/, "\\e", s)
+    gsub(/-/, "\\-", s)
+    sub(/^[.']/, "\\\\\\&&", s)
+    return s
+}
+
+function write_man(    i, n, previous, flowing) {
+    printf ".TH %s 1 \"\" \"vela_enc_mp1a %s\" \"User Commands\"\n", toupper(program), version
+    sub("^" program ": ", "", description[1])
+    printf ".SH NAME\n%s \\- %s\n.SH SYNOPSIS\n.B %s\n%s\n.SH DESCRIPTION\n", program, roff(description[1]), program,
+        roff(substr(usage, index(usage, program) + length(program) + 1))
+    for (i = 2; i <= descriptions; ++i) print roff(description[i])
+    for (n = 1; n <= options; ++n) {
+        if (group_of[n] != previous) printf ".SH %s\n", toupper(previous = group_of[n])
+        i = names[n]
+        gsub(/,/, ", ", i)
+        printf ".TP\n.BR \"%s\"%s\n%s\n", roff(i), value[n] == "" || value[n] == "TEXT" ? "" : " \" " roff(value[n]) "\"",
+            roff(text[n])
+    }
+    printf ".SH NOTES\n"
+    for (i = 1; i <= closings; ++i) {
+        if (closing[i] ~ /^Exit codes:$/) {
+            printf ".SH EXIT STATUS\n"
+        } else if (closing[i] ~ /^  /) {
+            n = match(substr(closing[i], 3), /   */)
+            if (n > 0) printf ".TP\n.B %s\n%s\n", roff(substr(closing[i], 3, n - 1)), roff(substr(closing[i], n + RLENGTH + 2))
+            else printf ".br\n%s\n", roff(substr(closing[i], 3))
+        } else {
+            print closing[i] == "" ? ".PP" : roff(closing[i])
+        }
+    }
+    if (also != "") printf ".SH SEE ALSO\n.BR %s\n", also
+}
+
+# The words that a value is one of, or "".
+function words(n,    w) {
+    if (value[n] !~ /[|]/) return ""
+    w = value[n]
+    sub(/[|][A-Z]+$/, "", w)
+    gsub(/[|]/, " ", w)
+    return w
+}
+
+function is_file(n) { return value[n] ~ /FILE|DIR|FOLDER|PATH|LIST/ }
+
+function write_bash(    n, all, flat) {
+    printf "# bash completion for %s\n_%s() {\n    local word=$2\n    COMPREPLY=()\n    case $3 in\n", program, program
+    for (n = 1; n <= options; ++n) {
+        if (names[n] !~ /^-/) continue
+        flat = names[n]
+        gsub(/,/, " ", flat)
+        all = all (all == "" ? "" : " ") flat
+        if (value[n] == "") continue
+        gsub(/ /, " | ", flat)
+        printf "        %s)\n", flat
+        if (words(n) != "") printf "            mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$word\")\n", words(n)
+        else if (is_file(n)) printf "            mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n"
+        printf "            return\n            ;;\n"
+    }
+    printf "    esac\n    case $word in\n        -*) mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$word\") ;;\n", all
+    printf "        *) mapfile -t COMPREPLY < <(compgen -f -- \"$word\") ;;\n    esac\n}\ncomplete -o filenames -F _%s %s\n", program, program
+}
+
+function write_zsh(    n, i, count, name, quoted, action) {
+    printf "#compdef %s\n_arguments \\\n", program
+    for (n = 1; n <= options; ++n) {
+        if (names[n] !~ /^-/) continue
+        quoted = text[n]
+        gsub(/'/, "'\\''", quoted)
+        gsub(/\[|\]|:/, "\\\\&", quoted)
+        action = value[n] == "" ? "" : ":" value[n] ":"
+        if (words(n) != "") action = ":value:(" words(n) ")"
+        else if (is_file(n)) action = action "_files"
+        count = split(names[n], name, ",")
+        for (i = 1; i <= count; ++i) printf "    '%s[%s]%s' \\\n", name[i], quoted, action
+    }
+    printf "    '*:file:_files'\n"
+}
+
+function write_fish(    n, i, count, name, quoted) {
+    for (n = 1; n <= options; ++n) {
+        if (names[n] !~ /^-/) continue
+        printf "complete -c %s", program
+        count = split(names[n], name, ",")
+        for (i = 1; i <= count; ++i) printf name[i] ~ /^--/ ? " -l %s" : " -s %s", substr(name[i], name[i] ~ /^--/ ? 3 : 2)
+        if (words(n) != "") printf " -x -a '%s'", words(n)
+        else if (is_file(n)) printf " -r -F"
+        else if (value[n] != "") printf " -x"
+        quoted = text[n]
+        gsub(/\\|'/, "\\\\&", quoted)
+        printf " -d '%s'\n", quoted
+    }
+}

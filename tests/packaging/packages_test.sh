@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Makes the packages, installs them into a scratch root, uses all that is in them, and removes them without a trace.
+# Usage: packages_test.sh SOURCE BUILD
+set -euo pipefail
+
+source=$1 build=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+die() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+pkg() { dpkg --root="$work/root" --force-not-root --force-script-chrootless --force-depends "$@" >>"$work/dpkg.log" 2>&1; }
+
+cpack --config "$build/CPackConfig.cmake" -B "$work/made" >"$work/cpack.log" || die "$(cat "$work/cpack.log")"
+debs=("$work"/made/*.deb)
+complaints=$(lintian --fail-on error "${debs[@]}" 2>&1) || die "$complaints"
+for deb in "${debs[@]}"; do
+    dpkg-deb -f "$deb" Description | grep -q 'No licence has been granted yet' || die "$deb is silent about its licence"
+    dpkg-deb -x "$deb" "$work/all"
+done
+while IFS= read -r binary; do
+    readelf -lW "$binary" | grep -Eq 'GNU_STACK.* RW ' || die "$binary has an executable stack"
+    readelf -dW "$binary" | grep -q 'BIND_NOW\|FLAGS.*NOW' || die "$binary binds lazily"
+done < <(find "$work/all" -type f \( -name 'lib*.so*' -o -path '*/bin/*' \))
+
+mkdir -p "$work/root/var/lib/dpkg"
+touch "$work/root/var/lib/dpkg/status"
+pkg --install "${debs[@]}" || die "$(cat "$work/dpkg.log")"
+usr=$work/root/usr libs=$(dirname "$(find "$work/root" -name 'libvela_enc_mp1a.so.2.0')")
+export LD_LIBRARY_PATH=$libs PKG_CONFIG_PATH=$libs/pkgconfig
+
+# README's program by each of the three ways to find the library.
+awk '/^```c$/ { on = 1; next } /^```$/ { on = 0 } on' "$source/README.md" >"$work/encode.c"
+read -ra flags < <(pkg-config --cflags --libs vela_enc_mp1a)
+cc -std=c11 "$work/encode.c" -o "$work/by_pkg_config" "${flags[@]}"
+cat >"$work/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.22)
+project(host C CXX)
+if(SOURCE)
+    include(FetchContent)
+    FetchContent_Declare(vela_enc_mp1a SOURCE_DIR ${SOURCE})
+    FetchContent_MakeAvailable(vela_enc_mp1a)
+else()
+    find_package(vela_enc_mp1a 2.0 REQUIRED)
+endif()
+add_executable(by_cmake encode.c)
+target_link_libraries(by_cmake PRIVATE vela_enc_mp1a::vela_enc_mp1a)
+CMAKE
+cmake -S "$work" -B "$work/found" -G Ninja -DCMAKE_PREFIX_PATH="$usr" >"$work/cmake.log"
+ninja -C "$work/found" --quiet
+# The library's own sources are built elsewhere already; here they need not be once more.
+cmake -S "$work" -B "$work/fetched" -G Ninja -DSOURCE="$source" >>"$work/cmake.log"
+ninja -C "$work/fetched" --quiet CMakeFiles/by_cmake.dir/encode.c.o
+head -c 20000 "$build/CMakeCache.txt" >"$work/pcm"
+for program in by_pkg_config found/by_cmake; do
+    "$work/$program" <"$work/pcm" >"$work/out" 2>/dev/null
+    [ "$(stat -c %s "$work/out")" -eq $((5 * 672)) ] || die "$program does not write five frames"
+done
+
+# The tool, its manual page and its completions know the same options.
+unset LD_LIBRARY_PATH
+"$usr/bin/velaenc" --quiet /usr/share/sounds/alsa/Front_Center.wav "$work/installed.mp2"
+"$build/bin/velaenc" --quiet /usr/share/sounds/alsa/Front_Center.wav "$work/built.mp2"
+cmp "$work/installed.mp2" "$work/built.mp2"
+zcat "$usr/share/man/man1/velaenc.1.gz" | sed 's/\\//g' >"$work/page"
+# shellcheck source=/dev/null
+. "$usr/share/bash-completion/completions/velaenc"
+_velaenc velaenc --p velaenc
+[[ " ${COMPREPLY[*]} " == *" --preset "* ]] || die "bash completes --p to ${COMPREPLY[*]}"
+_velaenc velaenc j --mode
+[ "${COMPREPLY[*]}" = joint ] || die "bash completes --mode j to ${COMPREPLY[*]}"
+for option in $("$usr/bin/velaenc" --help | grep -oE '^  (-.,)?--[a-z-]+' | sed 's/.*--//'); do
+    for file in "$work/page" "$usr/share/zsh/vendor-completions/_velaenc"; do
+        grep -q -e "--$option" "$file" || die "$file lacks --$option"
+    done
+    grep -q -e "-l $option " "$usr/share/fish/vendor_completions.d/velaenc.fish" || die "fish lacks --$option"
+done
+zcat "$usr/share/man/man3/vela_enc_mp1a.3.gz" | grep -q 'mpegOutAudioPutBytes' || die "vela_enc_mp1a(3) is empty"
+
+plugin=$(find "$usr" -name 'libgst*.so')
+if [ -n "$plugin" ]; then
+    LD_LIBRARY_PATH=$libs GST_REGISTRY=$work/registry GST_PLUGIN_PATH=$(dirname "$plugin") \
+        gst-inspect-1.0 velamp2enc >"$work/element" || die "the element does not load"
+fi
+
+mapfile -t names < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)
+pkg --purge "${names[@]}" || die "$(cat "$work/dpkg.log")"
+left=$(find "$work/root" -not -type d -not -path '*/var/*' -not -path '*/etc/ld.so.cache')
+[ -z "$left" ] || die "left behind: $left"
