@@ -44,6 +44,7 @@ function read_option(i, group,    head, at) {
     gsub(/   */, " ", text[options])
     group_of[options] = group
     sub(/ (Needs|Excludes|REQUIRED).*/, "", head)
+    sub(/[{]false[}]/, "", head)
     at = index(head, " ")
     names[options] = at > 0 ? substr(head, 1, at - 1) : head
     value[options] = at > 0 ? substr(head, at + 1) : ""
