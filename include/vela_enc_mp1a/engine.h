@@ -124,13 +124,14 @@ class IEngineAPI : public IEngine {
  *      settings::sampling::rate     int32  the same field
  *      settings::sampling_bits      int32  16, 24: integers; 32: float, full scale 1.0; at first 16
  *      settings::sampling::bits     int32  the same field
+ *      settings::audio_model        int32  0 the standard's model, 1 the tuned one; any other is 0
  *
  *  Ranges are checked when an encoder is opened, not when a key is written. An encoder that is open
  *  keeps the settings that it was opened with.
  *
  *  Writing a preset key fills the settings and the rate with that preset's defaults; sampling_bits
- *  stays. On a fresh engine the first access to a "settings::" key, even one that fails, or else the
- *  opening does the same for the current preset.
+ *  and audio_model stay. On a fresh engine the first access to a "settings::" key, even one that fails,
+ * or else the opening does the same for the current preset.
  *
  *  Commands of set_parameter; index and value are not used:
  *

@@ -31,6 +31,13 @@ enum mpeg_a_emphasis {
     MPEG_A_EMPHASIS_J17 = 3    /**< CCITT J.17 */
 };
 
+/** Values of `audio_model`: what decides how the bits of a frame are distributed. Every other value
+ *  stands for the standard's model too. */
+enum mpeg_a_model {
+    MPEG_A_MODEL_STANDARD = 0,      /**< psychoacoustic model 2 and the allocation of ISO/IEC 11172-3 */
+    MPEG_A_MODEL_TUNED = 0x454E5554 /**< "TUNE": a model and an allocation for less audible noise */
+};
+
 /** Preset codes: a target format, its defaults and its rules. Every other code is valid too and stands
  *  for the base defaults at 44100 Hz without format rules. */
 enum mpeg_a_preset {
@@ -60,7 +67,7 @@ enum mpeg_a_preset {
 typedef struct mpeg_a_settings {
     int32_t audio_mode;  /**< enum mpeg_a_mode; mono encodes one channel, every other mode two */
     int32_t audio_layer; /**< 1 (Layer I, 384 samples a frame) or 2 (Layer II, 1152 samples) */
-    int32_t psych_model; /**< stored only: model 2 runs whatever the value */
+    int32_t psych_model; /**< stored only; see audio_model */
     /** The header's bitrate index, 1..14, not a rate in kbit/s: mpeg_a_bitrates tells the rate that it
      *  stands for. Modes with two channels need at least 4, Layer I mono 3. */
     int32_t audio_bitrate;
@@ -71,7 +78,8 @@ typedef struct mpeg_a_settings {
     int32_t original;         /**< the header's original/copy bit, 0 or 1 */
     int64_t pts_offset;       /**< start of the running time stamp, in 1/pts_units second */
     int32_t pts_units;        /**< ticks a second of pts_offset; 0 or below: it is in 27 MHz ticks */
-    uint8_t reserved[4048];   /**< zero */
+    int32_t audio_model;      /**< enum mpeg_a_model; like the reserved bytes no part of the defaults */
+    uint8_t reserved[4044];   /**< zero */
 } mpeg_a_settings;
 
 #pragma pack(pop)
@@ -81,10 +89,12 @@ typedef struct mpeg_a_settings {
 static_assert(sizeof(mpeg_a_settings) == 4096, "the settings record is 4096 bytes long");
 static_assert(offsetof(mpeg_a_settings, pts_offset) == 36, "the record is packed to four bytes");
 static_assert(offsetof(mpeg_a_settings, pts_units) == 44, "the record is packed to four bytes");
+static_assert(offsetof(mpeg_a_settings, audio_model) == 48, "the record is packed to four bytes");
 #else
 _Static_assert(sizeof(mpeg_a_settings) == 4096, "the settings record is 4096 bytes long");
 _Static_assert(offsetof(mpeg_a_settings, pts_offset) == 36, "the record is packed to four bytes");
 _Static_assert(offsetof(mpeg_a_settings, pts_units) == 44, "the record is packed to four bytes");
+_Static_assert(offsetof(mpeg_a_settings, audio_model) == 48, "the record is packed to four bytes");
 #endif
 
 /** Bitrates in kbit/s by [layer - 1][bitrate index] (ISO/IEC 11172-3, 2.4.2.3); index 0 would be free

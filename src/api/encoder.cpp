@@ -116,7 +116,11 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
     analysis_ = &analysis_kernels_of(kernels);
     frames_passed_ = 0;
     input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
-    psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
+    if (is_tuned()) {
+        tuned_psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
+    } else {
+        psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
+    }
     timer_.init(header_.layer, start_time_, sampling_frequency_khz[header_.sampling_frequency],
                 bitrate_kbps(header_.layer, header_.bitrate_index));
     initialised_ = true;
@@ -130,19 +134,25 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
         timer_.decide_padding();
         timer_.advance_time();
     }
-    // Everything else reaches back a few frames only. The model compares a pass with the two before it:
-    // in Layer II those of the frame before. In Layer I it also compares its thresholds with those of
-    // the pass before, which in turn had two before it: three frames. Their windows start up to 448
-    // samples before a Layer II frame, less than a frame, and 704 before a Layer I frame, less than
-    // two.
+    // Everything else reaches back a few frames only. The standard's model compares a pass with the two
+    // before it: in Layer II those of the frame before. In Layer I it also compares its thresholds with
+    // those of the pass before, which in turn had two before it: three frames. Their windows start up
+    // to 448 samples before a Layer II frame, less than a frame, and 704 before a Layer I frame, less
+    // than two. The tuned model is masked by the two passes before, and compares nothing else.
     input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
-    psy_.restart();
-    const std::size_t compared = header_.layer == 1 ? 3 : 1;
+    is_tuned() ? tuned_psy_.restart() : psy_.restart();
+    const std::size_t compared = header_.layer == 2 ? 1 : is_tuned() ? 2 : 3;
     smr_table unused;
+    noise_weights unused_weights;
     for (std::size_t left = history.size() / input_.frame_bytes(); left > 0; --left) {
         input_.fill_frame(history, false);
         const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-        if (left <= compared) psy_.analyze(frame_start, unused);
+        if (left > compared) continue;
+        if (is_tuned()) {
+            tuned_psy_.analyze(frame_start, unused_weights);
+        } else {
+            psy_.analyze(frame_start, unused);
+        }
     }
 }
 
@@ -167,6 +177,7 @@ int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexce
     const coder_config &config = coder_.config();
     subband_samples samples;
     smr_table smr;
+    noise_weights weights;
     while (input_.fill_frame(pcm, flush)) {
         header_.padding = static_cast<std::uint8_t>(timer_.decide_padding());
         const int frame_bits = timer_.frame_bits();
@@ -175,9 +186,14 @@ int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexce
             return -1;
         }
         const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-        psy_.analyze(frame_start, smr);
         analyze_frame(*analysis_, frame_start, config.channels, config.parts(), samples);
-        coder_.encode_frame(frame_bits, samples, smr);
+        if (is_tuned()) {
+            tuned_psy_.analyze(frame_start, weights);
+            coder_.encode_frame(frame_bits, samples, weights);
+        } else {
+            psy_.analyze(frame_start, smr);
+            coder_.encode_frame(frame_bits, samples, smr);
+        }
         end_frame(frame_bits);
     }
     return 0;

@@ -4,6 +4,7 @@
 #include "analysis/pcm_input.hpp"
 #include "coding/frame_coder.hpp"
 #include "psy/model.hpp"
+#include "psy/tuned_model.hpp"
 #include "simd/level.hpp"
 #include "stream/bit_writer.hpp"
 #include "stream/frame_timer.hpp"
@@ -50,6 +51,7 @@ struct mpeg_a_encoder {
 
     int encode(std::span<const std::uint8_t> pcm, bool flush) noexcept;
     void end_frame(int frame_bits) noexcept;
+    bool is_tuned() const noexcept { return settings_.audio_model == MPEG_A_MODEL_TUNED; }
 
     mpeg_a_settings settings_;
     std::int32_t sample_rate_;
@@ -69,5 +71,7 @@ struct mpeg_a_encoder {
     vela::bit_writer writer_;
     vela::frame_coder coder_;
     vela::pcm_input input_;
+    // One of the two is in use, as settings_.audio_model says.
     vela::psy_model psy_;
+    vela::tuned_model tuned_psy_;
 };

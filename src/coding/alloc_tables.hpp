@@ -49,6 +49,7 @@ struct alloc_row {
     std::array<double, 16> snr_to_refine;     ///< the same, but infinite where nothing finer exists
     std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
     std::array<std::int16_t, 16> refine_bits; ///< more of them one index further, if any
+    std::array<std::uint8_t, 16> classes;     ///< among quant_classes; unused at index 0
     std::array<quantizer, 16> quantizers;
     std::array<code_layout, 16> layouts;
     /// First index with an SNR of at least i - 0.5 dB, at most `last`.
@@ -97,6 +98,7 @@ constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
     for (unsigned n = 1; n <= N; ++n) {
         const quant_class &q = quant_classes[static_cast<unsigned>(classes[n - 1])];
         row.snr[n] = q.snr;
+        row.classes[n] = static_cast<std::uint8_t>(classes[n - 1]);
         // Layer I never groups: a code word of its own for each of its samples.
         if (samples == 12) {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));

@@ -1,5 +1,6 @@
 #include "coding/bit_allocation.hpp"
 
+#include "coding/frame_bits.hpp"
 #include "vela_enc_mp1a/settings.h"
 
 #include <algorithm>
@@ -9,29 +10,6 @@
 namespace vela {
 
 namespace {
-
-constexpr int header_bits = 32;
-constexpr int scalefactor_bits = 6;
-constexpr int scfsi_bits = 2;
-
-int crc_bits(const coder_config &config) noexcept {
-    return config.error_protection ? 16 : 0;
-}
-
-/// Header, CRC and allocation fields.
-int fixed_bits(const coder_config &config, int joint_bound) noexcept {
-    int bits = header_bits + crc_bits(config);
-    for (int sb = 0; sb < config.sblimit; ++sb) {
-        bits += config.table->row(sb).alloc_bits * (sb < joint_bound ? config.channels : 1);
-    }
-    return bits;
-}
-
-/// Scale factors and their selection of a subband with bits.
-int side_bits(const coder_config &config, const side_info &side, int ch, int sb) noexcept {
-    if (config.layer == 1) return scalefactor_bits;
-    return scfsi_bits + scalefactor_bits * scalefactors_per_scfsi[side.scfsi[ch][sb]];
-}
 
 bool is_shared(const coder_config &config, const side_info &side, int sb) noexcept {
     return config.channels == 2 && sb >= side.joint_bound;

@@ -4,6 +4,8 @@
 #include "coding/pack.hpp"
 #include "coding/quantize.hpp"
 #include "coding/scalefactors.hpp"
+#include "coding/tuned_allocation.hpp"
+#include "coding/tuned_scalefactors.hpp"
 #include "stream/frame_header.hpp"
 #include "stream/rate_tables.hpp"
 
@@ -32,6 +34,19 @@ void frame_coder::init(const coding_kernels &kernels, frame_header &header,
     writer_ = &writer;
     config_ = make_coder_config(header);
     level_hint_ = 0.0;
+    slope_hint_ = 1.0;
+}
+
+void frame_coder::find_scalefactors(const subband_samples &samples, side_info &side,
+                                    part_samples (&joint)[3]) noexcept {
+    for (int part = 0; part < config_.parts(); ++part) {
+        for (int ch = 0; ch < config_.channels; ++ch) {
+            compute_scalefactors(*kernels_, samples[ch][part], side.scalefactor[ch][part]);
+        }
+        if (config_.mode != MPEG_A_MODE_JOINT_STEREO) continue;
+        kernels_->combine(samples[0][part], samples[1][part], joint[part]);
+        compute_scalefactors(*kernels_, joint[part], side.joint_scalefactor[part]);
+    }
 }
 
 void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
@@ -39,22 +54,27 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
     side_info side{};
     part_samples joint[3];
     sample_codes codes;
-    const bool joint_stereo = config_.mode == MPEG_A_MODE_JOINT_STEREO;
-
-    for (int part = 0; part < config_.parts(); ++part) {
-        for (int ch = 0; ch < config_.channels; ++ch) {
-            compute_scalefactors(*kernels_, samples[ch][part], side.scalefactor[ch][part]);
-        }
-        if (!joint_stereo) continue;
-        kernels_->combine(samples[0][part], samples[1][part], joint[part]);
-        compute_scalefactors(*kernels_, joint[part], side.joint_scalefactor[part]);
-    }
+    find_scalefactors(samples, side, joint);
     if (config_.layer == 2) choose_scfsi(config_, side);
 
     side.joint_bound = config_.sblimit;
-    if (joint_stereo) choose_joint_bound(config_, smr, frame_bits, *header_, side);
+    if (config_.mode == MPEG_A_MODE_JOINT_STEREO)
+        choose_joint_bound(config_, smr, frame_bits, *header_, side);
     const int stuffing = allocate_bits(config_, smr, frame_bits, side, level_hint_);
 
+    quantize_samples(*kernels_, config_, side, samples, joint, codes);
+    write_frame(side, codes, stuffing);
+}
+
+void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
+                               const noise_weights &weights) noexcept {
+    side_info side{};
+    part_samples joint[3];
+    sample_codes codes;
+    find_scalefactors(samples, side, joint);
+    if (config_.layer == 2) choose_tuned_scfsi(config_, weights, side);
+    const int stuffing = allocate_tuned(*kernels_, config_, samples, joint, weights, frame_bits,
+                                        *header_, side, slope_hint_);
     quantize_samples(*kernels_, config_, side, samples, joint, codes);
     write_frame(side, codes, stuffing);
 }

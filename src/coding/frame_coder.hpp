@@ -5,6 +5,7 @@
 #include "coding/alloc_tables.hpp"
 #include "coding/kernels.hpp"
 #include "psy/model.hpp"
+#include "psy/tuned_model.hpp"
 #include "stream/bit_writer.hpp"
 #include "vela_enc_mp1a/bufstream.h"
 
@@ -26,11 +27,15 @@ struct coder_config {
 
 coder_config make_coder_config(const frame_header &header) noexcept;
 
-/// Side information of one frame: [channel][subband], [channel][part][subband].
-struct side_info {
-    std::uint8_t allocation[2][32];
+/// Scale factors of one frame: [channel][subband], [channel][part][subband].
+struct channel_scalefactors {
     std::uint8_t scfsi[2][32];
     std::uint8_t scalefactor[2][3][32];
+};
+
+/// Side information of one frame.
+struct side_info : channel_scalefactors {
+    std::uint8_t allocation[2][32];
     std::uint8_t joint_scalefactor[3][32]; ///< normalise the shared samples; not transmitted
     /// First subband whose samples both channels share; sblimit when none are.
     int joint_bound;
@@ -46,19 +51,27 @@ class frame_coder {
     ///                configured. Must outlive the coder, as must `writer`.
     void init(const coding_kernels &kernels, frame_header &header, bit_writer &writer) noexcept;
 
-    /// Writes one frame of exactly `frame_bits` bits.
+    /// Writes one frame of exactly `frame_bits` bits, allocated as the standard describes.
     void encode_frame(int frame_bits, const subband_samples &samples, const smr_table &smr) noexcept;
+
+    /// The same with the tuned allocation.
+    void encode_frame(int frame_bits, const subband_samples &samples,
+                      const noise_weights &weights) noexcept;
 
     const coder_config &config() const noexcept { return config_; }
 
   private:
+    void find_scalefactors(const subband_samples &samples, side_info &side,
+                           part_samples (&joint)[3]) noexcept;
     void write_frame(const side_info &side, const sample_codes &codes, int stuffing) noexcept;
 
     const coding_kernels *kernels_;
     frame_header *header_;
     bit_writer *writer_;
     coder_config config_;
-    double level_hint_; ///< see allocate_bits; the only thing that passes from frame to frame
+    // All that passes from frame to frame.
+    double level_hint_; ///< see allocate_bits
+    double slope_hint_; ///< see allocate_tuned
 };
 
 } // namespace vela

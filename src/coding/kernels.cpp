@@ -1,6 +1,7 @@
 // Compiled once per level; see cmake/Kernels.cmake.
 #include "coding/kernels.hpp"
 
+#include "coding/noise_kernels.hpp"
 #include "coding/pack_kernels.hpp"
 #include "coding/sample_kernels.hpp"
 
@@ -14,6 +15,10 @@ const coding_kernels coding_table{
     .combine = combine<V>,
     .quantize_layer1 = quantize_layer1<V>,
     .quantize_layer2 = quantize_layer2<V>,
+    .multiply = multiply<V>,
+    .own_noise = own_noise<V>,
+    .shared_noise = shared_noise<V>,
+    .add_noise_costs = add_noise_costs<V>,
     .pack_layer1 = pack_layer1,
     .pack_layer2 = pack_layer2,
 };

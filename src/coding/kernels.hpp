@@ -46,6 +46,31 @@ struct coded_subband {
     code_layout layout;
 };
 
+/// Quantizers by their numbers of steps: 3, 5, 7, 9, then 2^n - 1 for n = 4 .. 16.
+inline constexpr int quantizer_count = 17;
+/// Those whose noise depends on the samples so much that it is computed exactly.
+inline constexpr int coarse_count = 4;
+inline constexpr int coarse_steps[coarse_count] = {3, 5, 7, 9};
+
+/// Scale factors of one part of a channel.
+struct part_scalefactors {
+    double value[32], inverse[32];
+};
+
+/// Energies of what a part of a channel loses, per subband.
+struct part_noise {
+    double unquantized[32]; ///< with no bits: of the samples themselves
+    double coarse[coarse_count][32];
+    // Finer quantizers: residue + scale_square * 4 / steps^2, but not more than `most`.
+    double residue[32], scale_square[32], most[32];
+};
+
+/// The same, each part's noise times its weight, added up over parts; over channels where they share.
+struct noise_costs {
+    double unquantized[32];
+    double quantized[quantizer_count][32];
+};
+
 struct coding_kernels {
     /// Largest magnitude of each subband's twelve samples.
     void (*peaks)(const part_samples &samples, double (&peak)[32]) noexcept;
@@ -58,6 +83,18 @@ struct coding_kernels {
                             int end, part_codes &codes) noexcept;
     void (*quantize_layer2)(const part_samples &samples, const part_quantizer &quantizer, int first,
                             int end, part_codes &codes) noexcept;
+
+    /// Sums of a part's products, per subband.
+    void (*multiply)(const part_samples &a, const part_samples &b, double (&sum)[32]) noexcept;
+
+    /// Noise of a subband with samples of its own, and of one channel of a shared one.
+    void (*own_noise)(const part_samples &samples, const part_scalefactors &scalefactors,
+                      part_noise &noise) noexcept;
+    void (*shared_noise)(const part_samples &samples, const part_scalefactors &scalefactors,
+                         const part_samples &shared, const part_scalefactors &shared_scalefactors,
+                         part_noise &noise) noexcept;
+    void (*add_noise_costs)(const part_noise &noise, const double (&weight)[32],
+                            noise_costs &costs) noexcept;
 
     /// Write the samples of `count` subbands, sample by sample or granule by granule.
     void (*pack_layer1)(const coded_subband *coded, int count, bit_cursor &bits) noexcept;

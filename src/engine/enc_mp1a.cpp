@@ -133,7 +133,9 @@ std::int32_t enc_MP1A::GetSetParamStr::set_parameter_str(const char *key, const 
     if (std::strcmp(key, "init::output::PushData") == 0)
         return engine().bind_sink(*static_cast<PushData *>(object));
     if (std::strcmp(key, "init::settings") == 0 && size == sizeof(mpeg_a_settings)) {
-        std::memcpy(&engine().record_.settings, value, sizeof(mpeg_a_settings));
+        engine_record &record = engine().record_;
+        std::memcpy(&record.settings, value, sizeof(mpeg_a_settings));
+        record.audio_model = record.settings.audio_model == MPEG_A_MODEL_TUNED;
         engine().settings_ready_ = true;
         return 0;
     }
@@ -190,6 +192,8 @@ std::int32_t enc_MP1A::PutData::put_data(const void *data, std::int32_t size,
 
 std::int32_t enc_MP1A::open_encoder() noexcept {
     make_ready();
+    record_.settings.audio_model =
+        record_.audio_model == 1 ? MPEG_A_MODEL_TUNED : MPEG_A_MODEL_STANDARD;
     if (encoder_ == nullptr) {
         encoder_ = mpeg_a_encoder::create(nullptr, &record_.settings, record_.sampling_bits >> 3,
                                           record_.sample_rate);

@@ -167,6 +167,7 @@ constexpr param_entry settings_table[] = {
     {"sampling::rate", sample_rate_offset, param_type::int32, 1},
     {"sampling_bits", sampling_bits_offset, param_type::int32, 1},
     {"sampling::bits", sampling_bits_offset, param_type::int32, 1},
+    {"audio_model", offsetof(engine_record, audio_model), param_type::int32, 1},
     {nullptr, 0, param_type::int8, 0},
 };
 

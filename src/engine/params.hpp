@@ -53,6 +53,7 @@ struct engine_record {
     mpeg_a_settings settings{};
     std::int32_t sample_rate = 48000; ///< Hz
     std::int32_t sampling_bits = 16;  ///< of a PCM sample
+    std::int32_t audio_model = 0; ///< 1: tuned, else the standard's; stands in for the settings' own
 };
 
 /// Base: an engine_record.

@@ -4,6 +4,7 @@
 #include "psy/spectrum_kernel.hpp"
 #include "psy/threshold_kernel.hpp"
 #include "psy/transform_kernel.hpp"
+#include "psy/tuned_kernel.hpp"
 
 namespace vela::VELA_LEVEL {
 
@@ -17,6 +18,8 @@ constexpr psy_kernels arrangement{
     .analyze_lines = analyze_lines<lane_type<width>, passes>,
     .mask = mask<lane_type<width>>,
     .ratios = ratios<lane_type<width>>,
+    .partition_energies = partition_energies<lane_type<width>>,
+    .weigh_noise = weigh_noise<lane_type<width>, passes>,
 };
 
 /// As many passes of a frame side by side as there are lanes for.

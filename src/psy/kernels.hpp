@@ -6,6 +6,7 @@
 #pragma once
 
 #include "psy/partitions.hpp"
+#include "psy/tuned_tables.hpp"
 #include "simd/level.hpp"
 
 #include <array>
@@ -59,6 +60,19 @@ struct psy_kernels {
     ///                  line_count * lanes doubles; updated. Null in Layer II.
     void (*ratios)(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
                    double *previous, double *ratio) noexcept;
+
+    // The tuned model.
+
+    /// Energy per partition: energy[padded_partitions * lanes].
+    void (*partition_energies)(const partition_lines &partitions, const double *x,
+                               double *energy) noexcept;
+
+    /// Weight of noise per subband: weight[32 * lanes].
+    /// @param history  excitations, padded_partitions * lanes doubles: twice that many with one pass
+    ///                 per channel, 0 at the start; updated
+    /// @param newest   as in analyze_lines
+    void (*weigh_noise)(const tuned_tables &tables, const double *energy, double *history, int newest,
+                        double *weight) noexcept;
 };
 
 /// The kernels of a level for a stream.

@@ -43,32 +43,6 @@ double spreading_gain(double maskee, double masker) noexcept {
     return s <= -100 ? 0 : VELA_LEVEL::exponential(ln10_by_10 * (t + s));
 }
 
-/// Lays the partitions: a line opens a new one when it lies more than 0.33 bark above the first line of
-/// the open one. Returns the mean bark value of each partition, 0 for those without lines.
-std::array<double, partition_count> lay_partitions(partition_tables &tables, int sample_rate) noexcept {
-    std::array<double, partition_count> bark{};
-    const auto bark_of_line = [sample_rate](int line) {
-        return bark_of(line * (sample_rate * 0.0009765625));
-    };
-    tables.first_line.fill(line_count);
-    tables.first_line[0] = 0;
-    int partition = 0;
-    double lower = bark_of_line(0), sum = 0;
-    for (int line = 0; line < line_count; ++line) {
-        const double value = bark_of_line(line);
-        if (value - lower > 0.33) {
-            bark[at(partition)] = sum / (line - tables.first_line[at(partition)]);
-            tables.first_line[at(++partition)] = line;
-            lower = value;
-            sum = 0;
-        }
-        sum += value;
-        tables.of_line[at(line)] = static_cast<unsigned char>(partition);
-    }
-    bark[at(partition)] = sum / (line_count - tables.first_line[at(partition)]);
-    return bark;
-}
-
 /// Cuts the lines after each partition's last one and after lines 16, 32, ... 512, where a subband ends
 /// (and where the next one has its first line).
 void lay_runs(partition_tables &tables) noexcept {
@@ -111,6 +85,30 @@ double lay_spreading(partition_tables &tables, const std::array<double, partitio
 }
 
 } // namespace
+
+std::array<double, partition_count> lay_partitions(partition_lines &lines, int sample_rate) noexcept {
+    std::array<double, partition_count> bark{};
+    const auto bark_of_line = [sample_rate](int line) {
+        return bark_of(line * (sample_rate * 0.0009765625));
+    };
+    lines.first_line.fill(line_count);
+    lines.first_line[0] = 0;
+    int partition = 0;
+    double lower = bark_of_line(0), sum = 0;
+    for (int line = 0; line < line_count; ++line) {
+        const double value = bark_of_line(line);
+        if (value - lower > 0.33) {
+            bark[at(partition)] = sum / (line - lines.first_line[at(partition)]);
+            lines.first_line[at(++partition)] = line;
+            lower = value;
+            sum = 0;
+        }
+        sum += value;
+        lines.of_line[at(line)] = static_cast<unsigned char>(partition);
+    }
+    bark[at(partition)] = sum / (line_count - lines.first_line[at(partition)]);
+    return bark;
+}
 
 void make_partition_tables(partition_tables &tables, int sample_rate) noexcept {
     const auto bark = lay_partitions(tables, sample_rate);

@@ -23,19 +23,27 @@ struct line_run {
     bool closes_partition, closes_subband;
 };
 
-/// Everything about the masking model that depends on the sampling rate alone (ISO/IEC 11172-3, D.2,
-/// with the partitions computed from critical band edges instead of tabulated per rate).
-struct partition_tables {
+/// The threshold calculation partitions.
+struct partition_lines {
     /// First line of each partition, then line_count; partitions without lines repeat line_count.
     std::array<int, padded_partitions + 1> first_line;
+    /// Partition of each line.
+    std::array<unsigned char, line_count> of_line;
+};
+
+/// Lays the partitions: a line opens a new one when it lies more than 0.33 bark above the first line of
+/// the open one. Returns the mean bark value of each partition, 0 for those without lines.
+std::array<double, partition_count> lay_partitions(partition_lines &lines, int sample_rate) noexcept;
+
+/// Everything about the masking model that depends on the sampling rate alone (ISO/IEC 11172-3, D.2,
+/// with the partitions computed from critical band edges instead of tabulated per rate).
+struct partition_tables : partition_lines {
     /// All lines, in order, as runs.
     std::array<line_run, partition_count + 32> run_list;
     int run_count;
     std::span<const line_run> runs() const noexcept {
         return std::span(run_list).first(static_cast<std::size_t>(run_count));
     }
-    /// Partition of each line.
-    std::array<unsigned char, line_count> of_line;
     /// Masking offset of a tone in dB: max(bark + 15.5, 24.5).
     std::array<double, padded_partitions> tone_masking;
     /// Least offset in dB by the partition's bark value, rounded.

@@ -212,6 +212,19 @@ VELA_INLINE V clamp(V a, V low, V high) {
 
 // ---- single-operand functions ----
 
+/// Correctly rounded, so the same on every machine.
+template <class V>
+VELA_INLINE V square_root(V a) {
+    if constexpr (lanes<V> == 1) {
+        return __builtin_sqrt(a);
+    } else {
+        V r;
+        for (int i = 0; i < lanes<V>; ++i)
+            r.v[i] = __builtin_sqrt(a.v[i]);
+        return r;
+    }
+}
+
 /// Of a single<V>.
 template <class F>
 VELA_INLINE F single_root(F a) {

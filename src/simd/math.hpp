@@ -37,6 +37,12 @@ inline constexpr double three_scale_squares = 1.8898815748423097;
 
 } // namespace detail
 
+/// The nearest integer to |x| < 2^50; the even one of two.
+template <class V>
+VELA_INLINE V nearest(V x) {
+    return (x + splat<V>(detail::round_shift)) - splat<V>(detail::round_shift);
+}
+
 /// e^x for |x| <= 700; error below 1 ulp.
 ///
 /// x = n ln 2 + r with |r| <= ln 2 / 2, and e^x = 2^n (1 + (r + r^2 P(r))), where P is the exponential

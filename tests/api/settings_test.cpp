@@ -20,7 +20,7 @@ TEST(presets, fill_every_field_and_leave_the_reserved_bytes_alone) {
         record got, expected, other;
         std::memset(&got, 0x5A, sizeof got);
         std::memset(&expected, 0x5A, sizeof expected);
-        std::memset(&expected, 0, offsetof(record, reserved));
+        std::memset(&expected, 0, offsetof(record, audio_model));
         expected.audio_layer = expected.psych_model = 2;
         expected.audio_bitrate = hdv ? 14 : preset == 9 ? 12 : 11;
         expected.error_protection = is_48000 || preset == 3;

@@ -79,7 +79,8 @@ TEST_F(jobs_test, every_setting_in_segments_of_any_length_is_the_stream_of_one_t
                                     .bitrate = 6,
                                     .crc = k / 3 % 2,
                                     .rate = rates[k / 8 % 3],
-                                    .width = 2 + k / 24};
+                                    .width = 2 + k / 24,
+                                    .model = k / 4 % 2 * MPEG_A_MODEL_TUNED};
         // The input ends just before, at and just behind the end of a frame, and so of some segments.
         const int samples = how.channels() * ((8 + k % 11) * how.frame_samples() + k % 3 - 1);
         // The last one is for floats only.

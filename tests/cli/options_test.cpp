@@ -25,6 +25,7 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
         {"in.wav --nonsense", "--nonsense"},
         {"in.wav --layer 3", "--layer"},
         {"in.wav --mode quad", "stereo|joint|dual|mono"},
+        {"in.wav --model best", "standard|tuned"},
         {"in.wav --emphasis 75", "none|50/15|j17"},
         {"in.wav --private 2", "--private"},
         {"in.wav --bitrate fast", "--bitrate"},

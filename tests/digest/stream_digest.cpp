@@ -31,9 +31,11 @@ static std::vector<std::uint8_t> make_pcm(const stream &how, int frames) {
 int main(int count, char **) {
     constexpr int rates[] = {32000, 44100, 48000};
     const bool few = count > 1;
-    for (int i = 0; i < 2 * 4 * 3 * 3 * 3; i += few ? 13 : 1) {
-        const stream how{1 + i % 2, i / 2 % 4,         5 + i / 8 % 3 * 4,
-                         i % 3 % 2, rates[i / 24 % 3], 2 + i / 72 % 3};
+    for (int k = 0; k < 2 * 2 * 4 * 3 * 3 * 3; k += few ? 13 : 1) {
+        const int i = k / 2;
+        stream how{1 + i % 2, i / 2 % 4,         5 + i / 8 % 3 * 4,
+                   i % 3 % 2, rates[i / 24 % 3], 2 + i / 72 % 3};
+        how.model = k % 2 * MPEG_A_MODEL_TUNED;
         const auto pcm = make_pcm(how, few ? 6 : 40);
         const auto frames = joined(encode(how, pcm));
         for (const vela::level level : levels()) {
@@ -43,7 +45,8 @@ int main(int count, char **) {
         std::uint64_t hash = 0xCBF2'9CE4'8422'2325; // FNV-1a
         for (const std::uint8_t byte : frames)
             hash = (hash ^ byte) * 0x100'0000'01B3;
-        std::printf("layer %d, mode %d, bitrate %2d, %d Hz, %d bytes: %016llx\n", how.layer, how.mode,
-                    how.bitrate, how.rate, how.width, static_cast<unsigned long long>(hash));
+        std::printf("layer %d, mode %d, bitrate %2d, %d Hz, %d bytes%s: %016llx\n", how.layer, how.mode,
+                    how.bitrate, how.rate, how.width, k % 2 == 1 ? ", tuned" : "",
+                    static_cast<unsigned long long>(hash));
     }
 }

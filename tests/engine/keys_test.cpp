@@ -102,7 +102,8 @@ static const char *const key_rows =
     g version::major2 -1; g command::init -1; g ~none -1; s ~none -1; S preset::audio_type -1;
     s command::start -1; s version::major -1; s init::settings -1; t unknown::x -1;
     t version::major -1; t init::settings -1; t init::output::none -1; g preset::audio_type 18;
-    L ~audio_mode 0; g ~audio_layer 1; g ~psych_model 2; g ~audio_bitrate 3; g ~emphasis 4;
+    g ~audio_model 0; s ~audio_model 1; s preset::audio_type 4; g ~audio_model 1;
+    L ~audio_mode 0; g ~audio_model 0; g ~audio_layer 1; g ~psych_model 2; g ~audio_bitrate 3; g ~emphasis 4;
     g ~extension 5; g ~error_protection 6; g ~copyright 7; g ~original 8; g ~pts_offset 4294967305;
     g ~pts_units 11; g ~sampling_bits 9)";
 

@@ -16,6 +16,7 @@ struct stream {
     int width = 2; ///< bytes per input sample
     std::int64_t pts_offset = 0;
     std::int32_t pts_units = 0;
+    std::int32_t model = MPEG_A_MODEL_STANDARD;
     int flags = 0; ///< private bit, copyright, original, emphasis; 1, 2, 4 and from 8 on
 
     int channels() const { return mode == MPEG_A_MODE_MONO ? 1 : 2; }
@@ -28,6 +29,7 @@ struct stream {
         record.audio_bitrate = bitrate;
         record.error_protection = crc;
         record.psych_model = 1; // which must not matter
+        record.audio_model = model;
         record.extension = flags & 1;
         record.copyright = flags >> 1 & 1;
         record.original = flags >> 2 & 1;

@@ -25,6 +25,7 @@ const choices<int> mode_codes{{"stereo", MPEG_A_MODE_STEREO},
                               {"mono", MPEG_A_MODE_MONO}};
 const choices<int> emphasis_codes{
     {"none", MPEG_A_EMPHASIS_NONE}, {"50/15", MPEG_A_EMPHASIS_50_15}, {"j17", MPEG_A_EMPHASIS_J17}};
+const choices<int> model_codes{{"standard", MPEG_A_MODEL_STANDARD}, {"tuned", MPEG_A_MODEL_TUNED}};
 const choices<bool> container_codes{{"raw", false}, {"wav", true}};
 const choices<sample_format> format_codes{
     {"s16", sample_format::s16}, {"s24", sample_format::s24}, {"f32", sample_format::f32}};
@@ -99,6 +100,8 @@ void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
     add_choice(app, "-m,--mode", wanted.mode, mode_codes, "Mode; two channels are mixed down to mono");
     add_number(app, "-b,--bitrate", wanted.bitrate, "KBPS", "Bitrate in kbit/s");
     app.add_flag("--crc,!--no-crc", crc, "A CRC-16 in every frame, or none");
+    add_choice(app, "--model", wanted.model, model_codes,
+               "Psychoacoustic model and allocation: the standard's, or tuned for less audible noise");
     add_choice(app, "--emphasis", wanted.emphasis, emphasis_codes,
                "Label of the emphasis in the header");
     add_choice(app, "--private", wanted.private_bit, bit_codes, "Private bit of the header");

@@ -21,6 +21,7 @@ struct options {
     std::optional<int> mode;
     std::optional<int> bitrate; ///< kbit/s
     std::optional<bool> crc;
+    std::optional<int> model; ///< enum mpeg_a_model
     std::optional<int> emphasis;
     std::optional<int> private_bit;
     std::optional<int> copyright;

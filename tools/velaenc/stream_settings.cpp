@@ -92,6 +92,7 @@ void apply(const options &wanted, mpeg_a_settings &settings) {
     replace(settings.audio_layer, wanted.layer);
     replace(settings.audio_mode, wanted.mode);
     replace(settings.error_protection, wanted.crc);
+    replace(settings.audio_model, wanted.model);
     replace(settings.emphasis, wanted.emphasis);
     replace(settings.extension, wanted.private_bit);
     replace(settings.copyright, wanted.copyright);

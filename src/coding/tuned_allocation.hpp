@@ -1,0 +1,23 @@
+// The tuned allocation: bits for the least weighted noise.
+#pragma once
+
+#include "coding/frame_coder.hpp"
+
+namespace vela {
+
+/// Distributes the frame's bits: time and again the step of some subband, to any finer quantizer, that
+/// takes the most cost away for each of its bits and still fits. Cost is weighted noise: noise of the
+/// coarse quantizers as it is, of the finer ones as step^2 / 12.
+/// In joint stereo that is done for stereo and for every bound, and the least cost of the frame
+/// decides; header.mode and mode_extension and side.joint_bound are set to match. Reads the scale
+/// factors; fills side.allocation.
+/// @param joint       in joint stereo the shared samples, else unused
+/// @param slope_hint  benefit a bit where the last frame's bits ran out, or anything: the result is the
+///                    same; receives this frame's
+/// @return bits left over; negative when not even header and allocation fields fit
+int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
+                   const subband_samples &samples, const part_samples *joint,
+                   const noise_weights &weights, int frame_bits, frame_header &header, side_info &side,
+                   double &slope_hint) noexcept;
+
+} // namespace vela

@@ -1,0 +1,143 @@
+#include "coding/tuned_scalefactors.hpp"
+
+#include "coding/scalefactor_table.hpp"
+#include "coding/scalefactors.hpp"
+
+#include <algorithm>
+#include <limits>
+
+namespace vela {
+
+namespace {
+
+/// In the order in which the selections are tried: of equals the one with the fewest bits wins.
+constexpr unsigned selections[] = {2, 1, 3, 0};
+
+/// The selection that a part's scale factor starts at and the one behind its end, by scfsi and part:
+/// parts that share one.
+struct range {
+    int first, end;
+};
+constexpr range sharing[4][3] = {{{0, 1}, {1, 2}, {2, 3}},
+                                 {{0, 2}, {0, 2}, {2, 3}},
+                                 {{0, 3}, {0, 3}, {0, 3}},
+                                 {{0, 1}, {1, 3}, {1, 3}}};
+
+/// A channel's part of a shared subband: the noise with a scale factor s is
+/// weight (energy - 2 s product + s^2 square) and that of the quantizer.
+struct shared_part {
+    double weight, energy, product, square;
+};
+
+double squared_scale(std::uint8_t index) noexcept {
+    return scalefactor_table[index] * scalefactor_table[index];
+}
+
+/// Index of the scale factor that is nearest to a ratio of samples, by proportion.
+std::uint8_t nearest_index(double product, double square) noexcept {
+    constexpr double half_step = 0.8908987181403393; // 2^(-1/6)
+    if (!(product > 0)) return 62;
+    return static_cast<std::uint8_t>(std::min(scalefactor_index(product / square * half_step), 62));
+}
+
+struct selection {
+    std::uint8_t scfsi, index[3];
+};
+
+selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
+    // A quantizer in the middle between coarse and fine: noise of twelve samples for a scale factor of
+    // 1, and what six bits take away from the noise of 36 samples, ln 4 / 6 of it.
+    constexpr double quantizer = 4.0 / 81, six_bits = 0.231;
+    selection best{};
+    double least = std::numeric_limits<double>::max();
+    for (const unsigned scfsi : selections) {
+        if (count == 1 && scfsi != 0) continue;
+        selection tried{static_cast<std::uint8_t>(scfsi), {}};
+        const double growth = 1 + six_bits * scalefactors_per_scfsi[scfsi];
+        double noise = 0;
+        for (int part = 0; part < count; ++part) {
+            const range &r = sharing[scfsi][part];
+            if (part > r.first) {
+                tried.index[part] = tried.index[part - 1];
+            } else {
+                double product = 0, square = 0;
+                for (int i = r.first; i < r.end; ++i) {
+                    product += parts[i].weight * parts[i].product;
+                    square += parts[i].weight * parts[i].square;
+                }
+                tried.index[part] = nearest_index(product, square);
+            }
+            const shared_part &p = parts[part];
+            const double s = scalefactor_table[tried.index[part]];
+            noise +=
+                p.weight * (p.energy - 2 * s * p.product + s * s * (p.square + quantizer * growth));
+        }
+        if (noise < least) {
+            least = noise;
+            best = tried;
+        }
+    }
+    return best;
+}
+
+} // namespace
+
+void choose_tuned_scfsi(const coder_config &config, const noise_weights &weights,
+                        channel_scalefactors &chosen) noexcept {
+    constexpr double price[4] = {2.0, 1.5874010519681994, 1.2599210498948732, 1.5874010519681994};
+    for (int ch = 0; ch < config.channels; ++ch) {
+        auto &index = chosen.scalefactor[ch];
+        const auto &weight = weights[ch];
+        for (int sb = 0; sb < config.sblimit; ++sb) {
+            // Parts take the largest of the scale factors that they share, which is the smallest index.
+            const std::uint8_t i0 = index[0][sb], i1 = index[1][sb], i2 = index[2][sb];
+            const std::uint8_t early = std::min(i0, i1), late = std::min(i1, i2);
+            const std::uint8_t all = std::min(early, i2);
+            const std::uint8_t used[4][3] = {
+                {i0, i1, i2}, {early, early, i2}, {all, all, all}, {i0, late, late}};
+            unsigned best = selections[0];
+            double least = std::numeric_limits<double>::max();
+            for (const unsigned scfsi : selections) {
+                const double noise = (weight[0][sb] * squared_scale(used[scfsi][0])
+                                      + weight[1][sb] * squared_scale(used[scfsi][1])
+                                      + weight[2][sb] * squared_scale(used[scfsi][2]))
+                                     * price[scfsi];
+                best = noise < least ? scfsi : best;
+                least = std::min(noise, least);
+            }
+            chosen.scfsi[ch][sb] = static_cast<std::uint8_t>(best);
+            for (unsigned part = 0; part < 3; ++part)
+                index[part][sb] = used[best][part];
+        }
+    }
+}
+
+void choose_shared_scalefactors(const coding_kernels &kernels, const coder_config &config,
+                                const subband_samples &samples, const part_samples *joint,
+                                const std::uint8_t (&joint_index)[3][32], const noise_weights &weights,
+                                channel_scalefactors &chosen) noexcept {
+    double square[3][32], product[2][3][32], energy[2][3][32];
+    for (int part = 0; part < config.parts(); ++part) {
+        kernels.multiply(joint[part], joint[part], square[part]);
+        for (int ch = 0; ch < 2; ++ch) {
+            kernels.multiply(samples[ch][part], joint[part], product[ch][part]);
+            kernels.multiply(samples[ch][part], samples[ch][part], energy[ch][part]);
+        }
+    }
+    for (int ch = 0; ch < 2; ++ch) {
+        for (int sb = joint_bounds[0]; sb < config.sblimit; ++sb) {
+            shared_part parts[3] = {};
+            for (int part = 0; part < config.parts(); ++part) {
+                const double normal = inverse_scalefactor[joint_index[part][sb]];
+                parts[part] = {weights[ch][part][sb], energy[ch][part][sb],
+                               product[ch][part][sb] * normal, square[part][sb] * (normal * normal)};
+            }
+            const selection best = choose_shared(parts, config.parts());
+            chosen.scfsi[ch][sb] = best.scfsi;
+            for (int part = 0; part < config.parts(); ++part)
+                chosen.scalefactor[ch][part][sb] = best.index[part];
+        }
+    }
+}
+
+} // namespace vela

@@ -1,0 +1,93 @@
+// The tuned model's steps between the transform and the weights of noise.
+#pragma once
+
+#include "psy/kernels.hpp"
+#include "psy/spectrum_kernel.hpp"
+#include "psy/tuned_tables.hpp"
+#include "simd/math.hpp"
+
+namespace vela::VELA_LEVEL {
+
+/// Energies of the partitions. A pair of Hartley values a = H[k], b = H[1024 - k] has the energy
+/// (a^2 + b^2) / 2; lines 0 and 512, which have no partner, have a^2.
+template <class V>
+void partition_energies(const partition_lines &partitions, const double *x, double *energy) noexcept {
+    constexpr int L = lanes<V>;
+    const auto value = [x](int k) { return load<V>(x + L * place_of[static_cast<unsigned>(k)]); };
+    const V half = splat<V>(0.5);
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        V sum = splat<V>(0.0);
+        for (int k = partitions.first_line[p]; k < partitions.first_line[p + 1]; ++k) {
+            const V a = value(k), b = value((transform_length - k) % transform_length);
+            sum = sum + (a * a + b * b);
+        }
+        store(energy + static_cast<int>(p) * L, half * sum);
+    }
+    // Line 512 is its own partner, as line 0 is: both are right as they are.
+}
+
+/// Excitations: amplitudes that add up over the partitions below and above, squared.
+template <class V>
+VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&out)[padded_partitions]) {
+    V amplitude[padded_partitions];
+    for (int p = 0; p < padded_partitions; ++p)
+        amplitude[p] = square_root(load<V>(energy + p * lanes<V>));
+    V upward = splat<V>(0.0), downward = splat<V>(0.0);
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        upward = amplitude[p] + upward * splat<V>(tables.upward[p]);
+        out[p] = upward;
+    }
+    for (unsigned p = padded_partitions - 1; p-- > 0;) {
+        downward = (amplitude[p + 1] + downward) * splat<V>(tables.downward[p]);
+        out[p] = out[p] + downward;
+    }
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        const V scaled = out[p] * splat<V>(tables.spread_scale[p]);
+        out[p] = scaled * scaled;
+    }
+}
+
+/// The excitation or what is left of those of the two passes before, whichever is the largest; it
+/// replaces the older one.
+template <class V, int passes>
+VELA_INLINE V with_forward_masking(V excitation, V fading, const double *latest, double *oldest) {
+    const V before2 = load<V>(oldest);
+    V before1;
+    if constexpr (passes == 2) {
+        before1 = preceding(before2, excitation);
+    } else {
+        before1 = load<V>(latest);
+    }
+    store(oldest, excitation);
+    return max_of(fading * max_of(fading * before2, before1), excitation);
+}
+
+/// Weights: thresholds of the lines, to the power of -0.9, added up over what each subband is heard by.
+template <class V, int passes>
+void weigh_noise(const tuned_tables &tables, const double *energy, double *history, int newest,
+                 double *weight) noexcept {
+    constexpr int L = lanes<V>;
+    const double *const latest = passes == 2 ? history : history + newest * padded_partitions * L;
+    double *const oldest = passes == 2 ? history : history + (1 - newest) * padded_partitions * L;
+    V value[padded_partitions];
+    excite(tables, energy, value);
+    // The limits matter for infinities in the input only: every weight is finite.
+    const V fading = splat<V>(tables.fading), highest = splat<V>(1e300);
+    for (unsigned p = 0; p < padded_partitions; ++p) {
+        const int i = static_cast<int>(p) * L;
+        const V masking = with_forward_masking<V, passes>(value[p], fading, latest + i, oldest + i);
+        value[p] =
+            min_of(masking * splat<V>(tables.mask_share[p]) + splat<V>(tables.quiet[p]), highest);
+    }
+    for (unsigned p = 0; p < padded_partitions; ++p)
+        value[p] = exponential(splat<V>(-0.9) * logarithm(value[p]));
+    const double *share = tables.heard_share.data();
+    for (unsigned sb = 0; sb < 32; ++sb) {
+        V sum = splat<V>(0.0);
+        for (int p = tables.first_heard[sb]; p < tables.end_heard[sb]; ++p)
+            sum = sum + splat<V>(*share++) * value[p];
+        store(weight + static_cast<int>(sb) * L, sum);
+    }
+}
+
+} // namespace vela::VELA_LEVEL

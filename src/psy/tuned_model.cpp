@@ -1,0 +1,47 @@
+#include "psy/tuned_model.hpp"
+
+#include <algorithm>
+
+namespace vela {
+
+void tuned_model::init(level kernels, int layer, int channels, int sample_rate) noexcept {
+    passes_ = make_frame_passes(kernels, layer, channels);
+    make_tuned_tables(tables_, sample_rate, passes_.step);
+    restart();
+}
+
+void tuned_model::restart() noexcept {
+    std::ranges::fill(history_, 0.0);
+    newest_ = 0;
+}
+
+void tuned_model::analyze(const float *const *frame_start, noise_weights &weights) noexcept {
+    passes_.for_each_group(
+        [&](frame_passes::group group) { analyze_group(frame_start, group, weights); },
+        [&] { newest_ = 1 - newest_; });
+    if (passes_.count == 1) return;
+    // The passes of Layer II look at the first and at the last part.
+    for (int c = 0; c < passes_.channels; ++c) {
+        for (int sb = 0; sb < 32; ++sb)
+            weights[c][1][sb] = (weights[c][0][sb] + weights[c][2][sb]) * 0.5;
+    }
+}
+
+void tuned_model::analyze_group(const float *const *frame_start, frame_passes::group group,
+                                noise_weights &weights) noexcept {
+    const psy_kernels &kernels = *passes_.kernels;
+    const int width = kernels.lanes;
+    const int history_length = padded_partitions * width * (kernels.passes == 1 ? 2 : 1);
+    alignas(x_alignment) double spectrum[transform_length * max_lanes];
+    double energy[padded_partitions * max_lanes], weight[32 * max_lanes];
+    passes_.transform(frame_start, group, spectrum);
+    kernels.partition_energies(tables_.partitions, spectrum, energy);
+    kernels.weigh_noise(tables_, energy, history_ + group.index * history_length, newest_, weight);
+    for (int t = 0; t < width; ++t) {
+        double *const row = weights[passes_.channel_of(group, t)][2 * passes_.pass_of(group, t)];
+        for (int sb = 0; sb < 32; ++sb)
+            row[sb] = weight[sb * width + t];
+    }
+}
+
+} // namespace vela

@@ -1,0 +1,129 @@
+#include "psy/tuned_tables.hpp"
+
+#include "simd/const_math.hpp"
+#include "simd/math.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vela {
+
+namespace {
+
+constexpr unsigned at(int i) noexcept {
+    return static_cast<unsigned>(i);
+}
+
+constexpr double upward_slope = 10, downward_slope = 27; ///< dB a Bark
+constexpr double fading_a_pass = 0.35;                   ///< over 12 ms, a pass of Layer II at 48 kHz
+
+double power(double base, double exponent) noexcept {
+    return VELA_LEVEL::exponential(exponent * VELA_LEVEL::logarithm(base));
+}
+
+/// The factor of a level in dB on energies.
+double from_db(double db) noexcept {
+    return VELA_LEVEL::exponential(0.23025850929940457 * db);
+}
+
+double bark_of(double hz) noexcept {
+    const double x = hz / 650;
+    return 7 * VELA_LEVEL::logarithm(x + std::sqrt(x * x + 1));
+}
+
+/// Threshold in quiet as an energy a Bark, with an exponent between the usual 4, which leaves too
+/// little of 16 kHz, and what the ear models of measurements have.
+double quiet_energy(double khz) noexcept {
+    constexpr double energy_of_0_db = 15266.4, allowance_db = 3, width = 0.25;
+    const double from_dip = khz - 3.3;
+    const double db = 3.64 * power(khz, -0.8)
+                      - 6.5 * VELA_LEVEL::exponential(-0.6 * from_dip * from_dip)
+                      + 0.001 * power(khz, 3.65);
+    return energy_of_0_db * from_db(db + allowance_db) / width;
+}
+
+/// cos^2(pi d / 2) for d = |i - 15| / 16: how the filterbank spreads a subband's noise over the lines
+/// 16 sb - 7 .. 16 sb + 23.
+constexpr std::array<double, 31> band_shape = [] {
+    std::array<double, 31> shape{};
+    for (int i = 0; i < 31; ++i) {
+        const double c = const_math::cosine((i - 15) * 3.141592653589793 / 32);
+        shape[at(i)] = c * c;
+    }
+    return shape;
+}();
+
+using line_widths = std::array<double, line_count>;
+
+line_widths widths_of_lines(double line_hz) noexcept {
+    line_widths widths{};
+    for (int k = 0; k < line_count; ++k)
+        widths[at(k)] = bark_of((k + 0.5) * line_hz) - bark_of(std::max(0.0, (k - 0.5) * line_hz));
+    return widths;
+}
+
+/// An excitation and what it is scaled by so that energies of equal density stay as they are.
+void lay_spreading(tuned_tables &tables, const std::array<double, padded_partitions> &middle,
+                   const std::array<double, padded_partitions> &width, int count) noexcept {
+    double heard[padded_partitions] = {};
+    double upward = 0, downward = 0;
+    for (int p = 0; p < count; ++p) {
+        if (p > 0)
+            tables.upward[at(p)] = from_db(-upward_slope / 2 * (middle[at(p)] - middle[at(p - 1)]));
+        upward = std::sqrt(width[at(p)]) + upward * tables.upward[at(p)];
+        heard[p] = upward;
+    }
+    for (int p = count - 2; p >= 0; --p) {
+        tables.downward[at(p)] = from_db(-downward_slope / 2 * (middle[at(p + 1)] - middle[at(p)]));
+        downward = (std::sqrt(width[at(p + 1)]) + downward) * tables.downward[at(p)];
+        heard[p] += downward;
+    }
+    for (int p = 0; p < count; ++p)
+        tables.spread_scale[at(p)] = std::sqrt(width[at(p)]) / heard[p];
+}
+
+void lay_subbands(tuned_tables &tables, const line_widths &widths) noexcept {
+    int next = 0;
+    for (int sb = 0; sb < 32; ++sb) {
+        const int first = std::max(16 * sb - 7, 0), end = std::min(16 * sb + 24, line_count);
+        const int base = tables.partitions.of_line[at(first)];
+        for (int k = first; k < end; ++k) {
+            tables.heard_share[at(next + tables.partitions.of_line[at(k)] - base)] +=
+                band_shape[at(k - 16 * sb + 7)] * widths[at(k)];
+        }
+        tables.first_heard[at(sb)] = base;
+        tables.end_heard[at(sb)] = tables.partitions.of_line[at(end - 1)] + 1;
+        next += tables.end_heard[at(sb)] - base;
+    }
+}
+
+} // namespace
+
+void make_tuned_tables(tuned_tables &tables, int sample_rate, int step) noexcept {
+    tables = {};
+    tables.quiet.fill(1); // of partitions without lines, which nobody hears
+    lay_partitions(tables.partitions, sample_rate);
+    const double line_hz = sample_rate * 0.0009765625;
+    const line_widths widths = widths_of_lines(line_hz);
+    std::array<double, padded_partitions> middle{}, width{};
+    const auto &first_line = tables.partitions.first_line;
+    int count = 0;
+    for (; count < partition_count && first_line[at(count)] < line_count; ++count) {
+        const int p = count, first = first_line[at(p)], end = first_line[at(p + 1)];
+        double inverse_quiet = 0; // line 0 has the threshold of line 1
+        for (int k = first; k < end; ++k) {
+            width[at(p)] += widths[at(k)];
+            inverse_quiet += 1 / (quiet_energy(std::max(k, 1) * line_hz / 1000) * widths[at(k)]);
+        }
+        middle[at(p)] = bark_of((first + end - 1) * 0.5 * line_hz);
+        tables.quiet[at(p)] = (end - first) / inverse_quiet;
+        // 3 dB, and a quarter of a dB more for each Bark above 12.
+        tables.mask_share[at(p)] =
+            from_db(-3 - 0.25 * std::max(0.0, middle[at(p)] - 12)) / (end - first);
+    }
+    lay_spreading(tables, middle, width, count);
+    lay_subbands(tables, widths);
+    tables.fading = power(fading_a_pass, step / 0.012 / sample_rate);
+}
+
+} // namespace vela
