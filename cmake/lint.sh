@@ -66,7 +66,12 @@ declare -A tool_rooms=(
     [velaenc]='common parser input output jobs' [velainfo]='common parser input output jobs'
 )
 # FILE:INCLUDED; the file says why.
-exceptions=(tools/jobs/stream_encoder.cpp:api/encoder.hpp)
+exceptions=(
+    tools/jobs/stream_encoder.cpp:api/encoder.hpp
+    tools/velaenc/trace_file.cpp:coding/bit_allocation.hpp
+    tools/velainfo/source_analysis.cpp:{analysis/filterbank.hpp,analysis/pcm_input.hpp,psy/model.hpp}
+    tools/velainfo/synthesis.cpp:analysis/window_table.hpp
+)
 rank() {
     local i
     for i in "${!rooms[@]}"; do [ "${rooms[i]}" = "$1" ] && printf '%s' "$i" && return; done

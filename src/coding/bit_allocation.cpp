@@ -42,6 +42,14 @@ subband_demand demand(const coder_config &config, const smr_table &smr, const si
     return bits;
 }
 
+int sum_of(const coder_config &config, const subband_demand (&bits)[32], int joint_bound) noexcept {
+    // The Layer I estimate leaves the CRC out; the choice, and so the stream, depends on it.
+    int total = fixed_bits(config, joint_bound) - (config.layer == 1 ? crc_bits(config) : 0);
+    for (int sb = 0; sb < config.sblimit; ++sb)
+        total += sb < joint_bound ? bits[sb].separate : bits[sb].shared;
+    return total;
+}
+
 /// A channel's part of a subband below sblimit, in the order in which the search looks at them: of
 /// equal ratios the first one wins. Layer I goes subband by subband, channel 0 first; Layer II channel
 /// by channel. In a shared subband a step of one channel is a step of the other one, too.
@@ -232,20 +240,21 @@ void search::grant_step_by_step() noexcept {
 
 } // namespace
 
+int demanded_bits(const coder_config &config, const smr_table &smr, const side_info &side,
+                  int joint_bound) noexcept {
+    subband_demand bits[32];
+    for (int sb = 0; sb < config.sblimit; ++sb)
+        bits[sb] = demand(config, smr, side, sb);
+    return sum_of(config, bits, joint_bound);
+}
+
 void choose_joint_bound(const coder_config &config, const smr_table &smr, int frame_bits,
                         frame_header &header, side_info &side) noexcept {
     const int sblimit = config.sblimit;
     subband_demand bits[32];
     for (int sb = 0; sb < sblimit; ++sb)
         bits[sb] = demand(config, smr, side, sb);
-    // The Layer I estimate leaves the CRC out; the choice, and so the stream, depends on it.
-    const int uncounted = config.layer == 1 ? crc_bits(config) : 0;
-    const auto needed = [&](int joint_bound) {
-        int total = fixed_bits(config, joint_bound) - uncounted;
-        for (int sb = 0; sb < sblimit; ++sb)
-            total += sb < joint_bound ? bits[sb].separate : bits[sb].shared;
-        return total;
-    };
+    const auto needed = [&](int joint_bound) { return sum_of(config, bits, joint_bound); };
 
     header.mode = MPEG_A_MODE_STEREO;
     header.mode_extension = 0;

@@ -11,6 +11,11 @@ namespace vela {
 void choose_joint_bound(const coder_config &config, const smr_table &smr, int frame_bits,
                         frame_header &header, side_info &side) noexcept;
 
+/// Bits that the frame would take if no noise were audible and both channels shared the subbands from
+/// joint_bound on, as choose_joint_bound() counts them.
+int demanded_bits(const coder_config &config, const smr_table &smr, const side_info &side,
+                  int joint_bound) noexcept;
+
 /// Distributes the frame's bits (ISO/IEC 11172-3, C.1.5.1.6 and C.1.5.2.7): time and again the subband
 /// with the least mask-to-noise ratio gets the next finer quantizer, until nothing affordable is left.
 /// Reads side.joint_bound and, in Layer II, side.scfsi; fills side.allocation.

@@ -33,6 +33,7 @@ void frame_coder::init(const coding_kernels &kernels, frame_header &header,
     header_ = &header;
     writer_ = &writer;
     config_ = make_coder_config(header);
+    observer_ = {};
     level_hint_ = 0.0;
     slope_hint_ = 1.0;
 }
@@ -61,6 +62,9 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
     if (config_.mode == MPEG_A_MODE_JOINT_STEREO)
         choose_joint_bound(config_, smr, frame_bits, *header_, side);
     const int stuffing = allocate_bits(config_, smr, frame_bits, side, level_hint_);
+
+    if (observer_.see != nullptr)
+        observer_.see(observer_.context, {config_, *header_, samples, smr, side, frame_bits, stuffing});
 
     quantize_samples(*kernels_, config_, side, samples, joint, codes);
     write_frame(side, codes, stuffing);

@@ -44,6 +44,22 @@ struct side_info : channel_scalefactors {
     int coded_channels(int channels, int sb) const noexcept { return sb < joint_bound ? channels : 1; }
 };
 
+/// What decided a frame; valid during the call that passes it on.
+struct frame_decisions {
+    const coder_config &config;
+    const frame_header &header;
+    const subband_samples &samples;
+    const smr_table &smr;
+    const side_info &side;
+    int frame_bits, stuffing;
+};
+
+/// Sees every frame's decisions before it is written. For programs that carry the core in themselves.
+struct frame_observer {
+    void (*see)(void *context, const frame_decisions &frame) noexcept = nullptr;
+    void *context = nullptr;
+};
+
 /// Codes the frames of one stream.
 class frame_coder {
   public:
@@ -58,6 +74,9 @@ class frame_coder {
     void encode_frame(int frame_bits, const subband_samples &samples,
                       const noise_weights &weights) noexcept;
 
+    /// From now on until the next init().
+    void observe(const frame_observer &observer) noexcept { observer_ = observer; }
+
     const coder_config &config() const noexcept { return config_; }
 
   private:
@@ -68,6 +87,7 @@ class frame_coder {
     const coding_kernels *kernels_;
     frame_header *header_;
     bit_writer *writer_;
+    frame_observer observer_;
     coder_config config_;
     // All that passes from frame to frame.
     double level_hint_; ///< see allocate_bits

@@ -8,11 +8,11 @@ namespace {
 
 /// The shortest frame of PCM has Layer I's number of 16-bit samples of one channel.
 constexpr std::size_t most_frames_in_block = block_bytes / (MPEG_A_LAYER1_SAMPLES * 2) + 1;
+constexpr std::size_t room = 4 * most_frames_in_block;
 
 template <class Encoder>
-std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+std::uint64_t encode_with(Encoder &encoder, pcm_source &source, frame_writer &writer,
                           progress_listener &shown, bool live) {
-    Encoder encoder(settings, source.shape(), 4 * most_frames_in_block);
     std::uint64_t samples = 0;
     for (auto block = source.next_block(); !block.empty(); block = source.next_block()) {
         encoder.put(block);
@@ -30,12 +30,22 @@ std::uint64_t encode_with(pcm_source &source, const mpeg_a_settings &settings, f
 
 std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                      progress_listener &shown, bool live) {
-    return encode_with<stream_encoder>(source, settings, writer, shown, live);
+    stream_encoder encoder(settings, source.shape(), room);
+    return encode_with(encoder, source, writer, shown, live);
+}
+
+std::uint64_t encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                              progress_listener &shown, bool live,
+                              const vela::frame_observer &observer) {
+    stream_encoder encoder(settings, source.shape(), room);
+    encoder.observe(observer);
+    return encode_with(encoder, source, writer, shown, live);
 }
 
 std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
                                     frame_writer &writer, progress_listener &shown, bool live) {
-    return encode_with<engine_encoder>(source, settings, writer, shown, live);
+    engine_encoder encoder(settings, source.shape(), room);
+    return encode_with(encoder, source, writer, shown, live);
 }
 
 } // namespace tools

@@ -6,6 +6,10 @@
 #include "output/frame_writer.hpp"
 #include "vela_enc_mp1a/settings.h"
 
+namespace vela {
+struct frame_observer;
+}
+
 namespace tools {
 
 /// Encodes the whole source.
@@ -14,6 +18,11 @@ namespace tools {
 /// @throws failure when the input fails; a failed output just ends the loop, and its file knows why
 std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                      progress_listener &shown, bool live);
+
+/// The same, and the observer sees what decided every frame.
+std::uint64_t encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+                              progress_listener &shown, bool live,
+                              const vela::frame_observer &observer);
 
 /// The same through the plug-in interface: an engine and a sink of ours.
 std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,

@@ -38,4 +38,8 @@ void stream_encoder::go_to(std::int64_t frame, std::span<const std::byte> histor
     handle_->position(frame, {reinterpret_cast<const std::uint8_t *>(history.data()), history.size()});
 }
 
+void stream_encoder::observe(const vela::frame_observer &observer) noexcept {
+    handle_->observe(observer);
+}
+
 } // namespace tools

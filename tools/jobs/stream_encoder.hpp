@@ -8,6 +8,9 @@
 #include <cstdint>
 
 struct mpeg_a_encoder;
+namespace vela {
+struct frame_observer;
+}
 
 namespace tools {
 
@@ -33,6 +36,9 @@ class stream_encoder {
     /// @param frame    not below the number of frames passed so far
     /// @param history  PCM of the frames just before it
     void go_to(std::int64_t frame, std::span<const std::byte> history) noexcept;
+
+    /// Passes every frame's decisions on.
+    void observe(const vela::frame_observer &observer) noexcept;
 
     frame_buffer &output() noexcept { return output_; }
 

@@ -60,7 +60,8 @@ bool frame_scanner::begins_anywhere(std::size_t position) const {
     if (kind_ && has_chain(position, 2, &*kind_)) return true;
     // A single frame at the end of arbitrary bytes is no stream.
     if (offset_ + position > 0 && at_end_ && end == available()) return false;
-    return has_chain(position, kind_ ? 4 : 3, nullptr);
+    const bool first_byte = offset_ + position == 0;
+    return has_chain(position, kind_ ? 4 : first_byte ? 2 : 3, nullptr);
 }
 
 bool frame_scanner::begins_in_place() const {
@@ -69,7 +70,8 @@ bool frame_scanner::begins_in_place() const {
     const auto length = static_cast<std::size_t>(header->bytes());
     if (length > available()) return false;
     if (!header->same_kind(*kind_)) return begins_anywhere(0);
-    if (has_chain(0, 2, &*kind_)) return true;
+    // A damaged bitrate may well lead to the frame after the next one.
+    if (header->kbps == kind_->kbps && has_chain(0, 2, &*kind_)) return true;
     for (std::size_t inside = header_bytes; inside < length; ++inside)
         if (begins_anywhere(inside)) return false;
     return true;

@@ -26,10 +26,10 @@ struct stream_piece {
 
 /// Cuts the input into pieces without a gap or an overlap: their lengths add up to the input's.
 ///
-/// A frame is where the one before ended, if its header is of the same kind and the next one follows.
-/// If none follows, the frame still counts unless another frame begins inside it. Anywhere else it
-/// takes two frames in a row of the same kind as before, or four of another kind (three at the very
-/// start); fewer only where the input ends exactly with them.
+/// A frame is where the one before ended, if its header is of the same kind and the next one follows at
+/// the same bitrate. Otherwise it still counts unless another frame begins inside it. Anywhere else it
+/// takes two frames in a row of the same kind as before, or four of another kind; for the first frame
+/// two at the very start, three behind other bytes. Fewer do only where the input ends exactly with them.
 ///
 /// Memory is a window of fixed size, whatever the input says.
 class frame_scanner {

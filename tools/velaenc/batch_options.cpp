@@ -70,7 +70,8 @@ void add_batch_options(CLI::App &app, batch_options &wanted) {
     for (auto *option : members)
         option->group(group)->needs(folder);
     if (auto *output = app.get_option_no_throw("--output")) folder->excludes(output);
-    if (auto *list = app.get_option_no_throw("--timestamps")) folder->excludes(list);
+    for (const char *name : {"--timestamps", "--trace"})
+        if (auto *list = app.get_option_no_throw(name)) folder->excludes(list);
 }
 
 bool complete_batch(const CLI::App &app, batch_options &wanted) {

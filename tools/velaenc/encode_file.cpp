@@ -10,6 +10,7 @@
 #include "output/wave_container.hpp"
 #include "velaenc/finished_stream.hpp"
 #include "velaenc/stream_settings.hpp"
+#include "velaenc/trace_file.hpp"
 
 #include <functional>
 
@@ -19,24 +20,35 @@ namespace {
 /// The stream and, where wanted, the list of its frames.
 struct outputs {
     output_file stream;
-    std::optional<output_file> list;
+    std::optional<output_file> list, trace;
 
     outputs(const options &wanted, const struct stat &input)
         : stream(wanted.output, input, rules_for(wanted, is_mpeg_audio, "MPEG audio")) {
+        if (!wanted.trace.empty()) {
+            if (wanted.model == MPEG_A_MODEL_TUNED)
+                throw failure(exit_code::usage,
+                              "--trace shows the standard's model; leave out --model tuned");
+            trace.emplace(wanted.trace, input, rules_for(wanted, trace_file::is_trace, "a trace"));
+            if (trace->is_same(stream))
+                throw failure(exit_code::usage, "--trace names OUT itself; name another file");
+        }
         if (wanted.timestamps.empty()) return;
         list.emplace(wanted.timestamps, input,
                      rules_for(wanted, is_timestamp_list, "a list of time stamps"));
         if (list->is_same(stream))
             throw failure(exit_code::usage, "--timestamps names OUT itself; name another file");
+        if (trace && trace->is_same(*list))
+            throw failure(exit_code::usage, "--trace and --timestamps name the same file; name two");
     }
 
     void publish() {
         stream.close();
         if (list) list->close();
+        if (trace) trace->close();
         stream.publish();
-        if (!list) return;
         try {
-            list->publish();
+            if (list) list->publish();
+            if (trace) trace->publish();
         } catch (const failure &error) {
             throw failure(error.code(),
                           std::string(error.what()) + " (" + stream.name() + " is complete)");
@@ -51,7 +63,8 @@ struct outputs {
 
 std::uint64_t encode_with(const options &wanted, pcm_source &source, const mpeg_a_settings &settings,
                           frame_writer &writer, progress_listener &shown, bool live,
-                          thread_budget *spare) {
+                          thread_budget *spare, std::optional<trace_file> &trace) {
+    if (trace) return encode_observed(source, settings, writer, shown, live, trace->observer());
     if (wanted.engine) return encode_through_engine(source, settings, writer, shown, live);
     if (wanted.jobs == 1) return encode(source, settings, writer, shown, live);
     return encode_in_parallel(source, settings, writer, shown, {.jobs = wanted.jobs, .spare = spare});
@@ -118,6 +131,8 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
                       + " takes no new file; the file's contents are replaced at the end");
     std::optional<timestamp_list> list;
     if (files.list) list.emplace(*files.list);
+    std::optional<trace_file> trace;
+    if (files.trace) trace.emplace(*files.trace);
     const int rate = source->shape().rate;
     std::optional<wave_container> wave;
     if (is_wave(wanted))
@@ -125,9 +140,10 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
                      broadcast_extension(origin, plan.settings, kbit_of(plan.settings), rate));
     frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
-    const std::uint64_t samples =
-        encode_with(wanted, *source, plan.settings, writer, shown, files.stream.is_direct(), spare);
+    const std::uint64_t samples = encode_with(wanted, *source, plan.settings, writer, shown,
+                                              files.stream.is_direct(), spare, trace);
     if (list) list->flush();
+    if (trace) trace->flush();
     if (wave) wave->finish({writer.bytes(), writer.frames() * frame_samples(plan.settings)});
     files.stream.check();
     if (samples == 0)

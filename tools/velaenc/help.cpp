@@ -7,14 +7,6 @@
 
 namespace tools {
 
-const choices<int> preset_codes{
-    {"vcd", MPEG_A_PRESET_VCD},   {"svcd", MPEG_A_PRESET_SVCD},
-    {"dvd", MPEG_A_PRESET_DVD},   {"dvd-dual", MPEG_A_PRESET_DVD_DUAL},
-    {"dvb", MPEG_A_PRESET_DVB},   {"micromv", MPEG_A_PRESET_MICROMV},
-    {"dvhs", MPEG_A_PRESET_DVHS}, {"hdv", MPEG_A_PRESET_HDV},
-    {"none", MPEG_A_PRESET_NONE},
-};
-
 const char *const help_description =
     "velaenc: encodes audio as MPEG-1 Audio Layer I or II (ISO/IEC 11172-3).\n"
     "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of 32000, 44100 or 48000 Hz.";

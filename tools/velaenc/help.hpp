@@ -1,5 +1,7 @@
-// What --help says around the list of options, and the presets' names.
+// What --help says around the list of options.
 #pragma once
+
+#include "common/preset_rules.hpp"
 
 #include <string>
 #include <utility>
@@ -10,9 +12,6 @@ namespace tools {
 /// Names on the command line and what they stand for, in the order of the help.
 template <class Value>
 using choices = std::vector<std::pair<std::string, Value>>;
-
-extern const choices<int> preset_codes;
-constexpr int highest_preset_code = 19;
 
 extern const char *const help_description;
 

@@ -1,6 +1,7 @@
 #include "velaenc/options.hpp"
 
 #include "common/failure.hpp"
+#include "common/preset_rules.hpp"
 #include "vela_enc_mp1a/settings.h"
 #include "velaenc/help.hpp"
 
@@ -256,9 +257,16 @@ std::optional<options> read_options(int argc, char **argv) {
     auto *threads =
         add_number(app, "-j,--jobs", jobs, "N",
                    "Threads that encode, for the same stream; without it one for every processor");
-    app.add_flag("--engine", wanted.engine,
-                 "Encode through the plug-in interface, on one thread, for the same stream")
-        ->excludes(threads);
+    auto *engine =
+        app.add_flag("--engine", wanted.engine,
+                     "Encode through the plug-in interface, on one thread, for the same stream")
+            ->excludes(threads);
+    app.add_option(
+           "--trace", wanted.trace,
+           "JSON of every frame: ratios, thresholds, allocation, bound, bits left; on one thread")
+        ->type_name("FILE")
+        ->excludes(threads)
+        ->excludes(engine);
     app.add_flag("-q,--quiet", wanted.quiet, "Only errors on standard error");
     app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
     add_batch_options(app, batch);

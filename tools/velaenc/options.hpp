@@ -14,6 +14,7 @@ struct options {
     std::string input;      ///< "-": standard input
     std::string output;     ///< "-": standard output
     std::string timestamps; ///< empty: none
+    std::string trace;      ///< empty: none
 
     int preset = 0;
     std::string preset_name = "none";

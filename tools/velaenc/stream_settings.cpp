@@ -1,12 +1,10 @@
 #include "velaenc/stream_settings.hpp"
 
 #include "common/failure.hpp"
+#include "common/preset_rules.hpp"
 #include "vela_enc_mp1a/encoder.h"
 
 #include <array>
-#include <cstdarg>
-#include <cstdio>
-#include <string_view>
 
 namespace tools {
 namespace {
@@ -109,23 +107,6 @@ void note_channels(const mpeg_a_settings &settings, int channels, std::vector<st
         notes.push_back(mode_name(settings) + ": duplicating the one channel");
 }
 
-/// Message functions have no argument for the host's own use, so the listener waits here.
-thread_local const std::function<void(const std::string &)> *rule_listener;
-
-int tell_rule(const char *format, ...) {
-    std::array<char, 512> text;
-    std::va_list arguments;
-    va_start(arguments, format);
-    const int result = std::vsnprintf(text.data(), text.size(), format, arguments);
-    va_end(arguments);
-    (*rule_listener)(text.data());
-    return result;
-}
-
-void *find_rule_teller(const char *name) {
-    return name == std::string_view("err_printf") ? reinterpret_cast<void *>(&tell_rule) : nullptr;
-}
-
 } // namespace
 
 int kbit_of(const mpeg_a_settings &settings) noexcept {
@@ -154,10 +135,7 @@ stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
 
 void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate,
                  const std::function<void(const std::string &)> &tell) {
-    rule_listener = &tell;
-    const int result = mpegOutAudioChkSettings(find_rule_teller, &settings, wanted.preset, sample_rate,
-                                               MPEG_A_CHECK_ALL, 0);
-    if (result == 0) return;
+    if (find_violations(settings, wanted.preset, sample_rate, tell) == 0) return;
     if (sample_rate != 32000 && sample_rate != 44100 && sample_rate != 48000)
         throw failure(exit_code::rules, "the input has " + std::to_string(sample_rate)
                                             + " Hz; MPEG-1 Audio has 32000, 44100 and 48000 Hz:"

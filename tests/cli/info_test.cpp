@@ -1,0 +1,340 @@
+// What velainfo says about streams: sound ones, damaged ones, other people's.
+#include "host/encoding.hpp"
+#include "host/signals.hpp"
+#include "parser/bit_reader.hpp"
+#include "parser/frame_scanner.hpp"
+#include "parser/standard_tables.hpp"
+#include "velainfo/stream_report.hpp"
+#include "velainfo/synthesis.hpp"
+#include "workbench.hpp"
+
+#include <cmath>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <ranges>
+
+/// fuzz/info_fuzz.cpp: aborts on a fault.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+namespace velaenc_test {
+namespace {
+
+using report_field = tools::stream_report::field;
+using bytes = std::vector<std::uint8_t>;
+
+template <class Body>
+void for_each_piece(std::span<const std::uint8_t> stream, Body body) {
+    tools::frame_scanner scanner([&](std::span<std::uint8_t> room) {
+        const std::size_t size = std::min(room.size(), stream.size());
+        std::copy_n(stream.begin(), size, room.begin());
+        stream = stream.subspan(size);
+        return size;
+    });
+    while (const auto piece = scanner.next())
+        body(*piece);
+}
+
+tools::stream_report report_of(const bytes &stream) {
+    tools::report_builder builder("stream", 0);
+    for_each_piece(stream, [&](const tools::stream_piece &piece) { builder.add(piece); });
+    return builder.finish("");
+}
+
+bytes encoded_noise(const mp1a_test::stream &how, int frames) {
+    const auto signal = mp1a_test::make_signal(mp1a_test::waveform::noise,
+                                               frames * how.frame_samples() * how.channels());
+    return joined(mp1a_test::encode(how, mp1a_test::pcm_bytes(signal, 2)));
+}
+
+TEST(info, every_setting_of_ours_is_reported_as_it_was_asked_for) {
+    for (int i = 0; i < 2 * 4 * 14 * 3; ++i) {
+        mp1a_test::stream how{1 + i % 2, i / 2 % 4, 1 + i / 8 % 14, i % 3 % 2,
+                              std::array{32000, 44100, 48000}[i / 112]};
+        how.flags = i % 24 < 16 ? i % 24 : i % 24 + 8;
+        if (how.bitrate < (how.channels() == 2 ? 4 : how.layer == 1 ? 3 : 1)) continue;
+        const bytes stream = encoded_noise(how, 40);
+        const auto report = report_of(stream);
+        SCOPED_TRACE(testing::PrintToString(std::tuple{how.layer, how.mode, how.bitrate, how.rate}));
+        const std::pair<report_field, int> expected[] = {
+            {report_field::version, 1},
+            {report_field::layer, how.layer},
+            {report_field::crc, how.crc},
+            {report_field::kbps, tools::bitrate_of(how.layer, how.bitrate)},
+            {report_field::rate, how.rate},
+            {report_field::private_bit, how.flags & 1},
+            {report_field::copyright, how.flags >> 1 & 1},
+            {report_field::original, how.flags >> 2 & 1},
+            {report_field::emphasis, how.flags >> 3}};
+        for (const auto &[which, value] : expected)
+            EXPECT_EQ(report.values[which], (tools::value_counts{{value, 40}})) << which;
+        for (const auto &[mode, count] : report.values[report_field::mode])
+            EXPECT_TRUE(mode == how.mode || (how.mode == 1 && mode == 0)) << mode;
+        EXPECT_TRUE(report.is_sound() && report.padding.is_exact());
+        EXPECT_TRUE(report.frames == 40 && report.bytes == stream.size()
+                    && report.crc_right == 40u * how.crc);
+        const auto &b = report.bits;
+        EXPECT_EQ(b.header + b.crc + b.allocation + b.scfsi + b.scalefactors + b.samples + b.unused,
+                  8 * stream.size());
+    }
+}
+
+/// What was done to a stream: `changed` bytes at `place`, and what came behind them is `moved` bytes further on.
+struct damage {
+    std::size_t place = 0, changed = 0;
+    std::ptrdiff_t moved = 0;
+    bool visible = true; ///< for certain
+};
+
+damage harm(bytes &stream, const std::vector<std::size_t> &frames, unsigned kind,
+            std::mt19937 &random) {
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    const std::size_t frame = frames[2 + below(frames.size() - 4)], place = frame + below(frames[1]),
+                      size = 1 + below(200);
+    const auto at = stream.begin() + static_cast<std::ptrdiff_t>(place);
+    switch (kind) {
+    case 0: { // a bit of the header, the CRC or the first allocations
+        const std::size_t bit = below(8 * 9);
+        stream[frame + bit / 8] ^= static_cast<std::uint8_t>(0x80 >> bit % 8);
+        return {frame + bit / 8, 1};
+    }
+    case 1:
+        stream.erase(at, at + static_cast<std::ptrdiff_t>(size));
+        return {place, size, -static_cast<std::ptrdiff_t>(size)};
+    case 2: {
+        bytes noise(size);
+        std::ranges::generate(noise, random);
+        stream.insert(at, noise.begin(), noise.end());
+        return {place, 0, static_cast<std::ptrdiff_t>(size)};
+    }
+    case 3: // a sector that was never written
+        std::fill_n(at, size, std::uint8_t{});
+        return {place, size, 0, false};
+    default:
+        std::generate_n(at, size, random);
+        return {place, size, 0, false};
+    }
+}
+
+TEST(info, a_thousand_damaged_streams_hide_nothing_and_hardly_take_a_whole_frame_along) {
+    std::mt19937 random(13);
+    std::vector<bytes> originals;
+    for (const mp1a_test::stream &how : {mp1a_test::stream{1, 0, 6, 1, 48000},
+                                         {2, 1, 9, 1, 44100},
+                                         {2, 3, 8, 1, 32000},
+                                         {1, 3, 9, 1, 44100}})
+        originals.push_back(encoded_noise(how, 12));
+    int lost = 0;
+    for (unsigned i = 0; i < 1000; ++i) {
+        SCOPED_TRACE(i);
+        const bytes &original = originals[i % 4];
+        std::vector<std::size_t> starts;
+        for_each_piece(original, [&](const auto &piece) { starts.push_back(piece.offset); });
+        ASSERT_EQ(starts.size(), 12u);
+        bytes stream = original;
+        const damage done = harm(stream, starts, i / 4 % 5, random);
+        std::vector<std::size_t> sound;
+        std::size_t sum = 0;
+        for_each_piece(stream, [&](const tools::stream_piece &piece) {
+            EXPECT_EQ(piece.offset, sum);
+            sum += piece.length;
+            if (piece.is_frame && tools::parse_frame(piece.bytes).faults == 0)
+                sound.push_back(piece.offset);
+        });
+        EXPECT_EQ(sum, stream.size());
+        for (std::size_t f = 0; f < starts.size(); ++f) {
+            const std::size_t end = f + 1 < starts.size() ? starts[f + 1] : original.size();
+            const std::size_t here =
+                starts[f]
+                + static_cast<std::size_t>(starts[f] >= done.place + done.changed ? done.moved : 0);
+            const bool untouched = end <= done.place || starts[f] >= done.place + done.changed;
+            lost += untouched && !std::ranges::binary_search(sound, here);
+        }
+        if (i % 10 == 0) LLVMFuzzerTestOneInput(stream.data(), stream.size());
+        const auto report = report_of(stream);
+        ASSERT_FALSE(done.visible && report.is_sound());
+        for (const auto &event : report.events) {
+            // Bytes too many show at the end of the frame that they are in.
+            EXPECT_LE(event.offset,
+                      done.place + 2 * starts[1] + done.changed
+                          + static_cast<std::size_t>(std::max<std::ptrdiff_t>(done.moved, 0)));
+            EXPECT_GE(event.offset + 2 * starts[1], done.place);
+        }
+    }
+    EXPECT_LE(lost, 3); // of about ten thousand: a header with a wrong bit may lead past a neighbour
+}
+
+/// A legal Layer II frame of the lower rates, or of MPEG-1: random allocation, scale factors and codes.
+bytes random_frame(int version, int rate_index, int mode, int bitrate_index, std::mt19937 &random) {
+    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    std::string bits;
+    const auto put = [&](int value, int n) {
+        for (int i = n; i-- > 0;)
+            bits += static_cast<char>('0' + (value >> i & 1));
+    };
+    put(0xFFF, 12), put(2 - version, 1), put(2, 2), put(1, 1), put(bitrate_index, 4),
+        put(rate_index, 2);
+    put(0, 2), put(mode, 2), put(0, 6);
+    const int rate = std::array{44100, 48000, 32000}[static_cast<unsigned>(rate_index)] / version;
+    const int kbps = tools::bitrate_of(2, bitrate_index, version), channels = mode == 3 ? 1 : 2;
+    const char table = tools::table_of(rate, kbps / channels);
+    int steps[60] = {};
+    for (int i = 0; i < tools::sblimit_of(2, table) * channels; ++i) {
+        const auto &row = tools::quantizers_of(2, table, i / channels);
+        const int n = i < 24 ? below(std::min(static_cast<int>(row.steps.size()), 7)) : 0;
+        put(n, row.alloc_bits);
+        steps[i] = row.steps[static_cast<unsigned>(n)];
+    }
+    for (const int used : steps)
+        if (used > 0) put(2, 2); // one scale factor for all parts
+    for (const int used : steps)
+        if (used > 0) put(6 + below(50), 6);
+    for (int granule = 0; granule < 12; ++granule)
+        for (const int used : steps) {
+            if (used == 0) continue;
+            const bool grouped = tools::is_grouped(2, used);
+            for (int i = 0; i < (grouped ? 1 : 3); ++i)
+                put(below(grouped ? used * used * used : used), tools::code_bits_of(2, used));
+        }
+    bytes frame;
+    for (std::size_t i = 0; i < bits.size(); i += 8)
+        frame.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(i, 8) + "0000000", nullptr, 2)
+                                                  >> (bits.size() - i < 8 ? bits.size() - i - 1 : 7)));
+    frame.resize(static_cast<std::size_t>(144000 * kbps / rate));
+    return frame;
+}
+
+class info_test : public workbench {
+  protected:
+    info_test() { put("48000.wav", wav(pcm(noise(48000)), 2, 48000)); }
+
+    nlohmann::json json_of(const std::string &arguments, int status = 0) const {
+        const outcome result = shell("velainfo --json " + arguments);
+        EXPECT_EQ(result.status, status) << arguments << result.err;
+        return nlohmann::json::parse(result.out, nullptr, false);
+    }
+};
+
+TEST_F(info_test, other_decoders_hear_what_the_parser_reads_at_every_rate) {
+    std::mt19937 random(3);
+    for (int i = 0; i < 2 * 3 * 2; ++i) {
+        const int version = 1 + i % 2, rate_index = i / 2 % 3, mode = i / 6 * 3;
+        bytes stream;
+        for (int f = 0; f < 6; ++f) {
+            const bytes frame = random_frame(version, rate_index, mode, version == 1 ? 11 : 14, random);
+            stream.insert(stream.end(), frame.begin(), frame.end());
+        }
+        put("x.mp2", {stream.begin(), stream.end()});
+        const std::string heard = shell("ffmpeg -v error -nostdin -i x.mp2 -f f32le -").out;
+        std::vector<float> expected;
+        tools::synthesis_filterbank banks[2];
+        for_each_piece(stream, [&](const tools::stream_piece &piece) {
+            tools::sample_codes codes;
+            tools::frame_subbands subbands;
+            const auto frame = tools::parse_frame(piece.bytes, &codes);
+            ASSERT_EQ(frame.faults, 0u) << tools::fault_text(frame.faults);
+            tools::requantize(frame, codes, subbands);
+            for (const auto step : std::views::iota(0, 36)) {
+                float sound[2][32];
+                for (int ch = 0; ch < frame.channels(); ++ch)
+                    banks[ch].step(subbands[ch][step], sound[ch]);
+                for (int k = 0; k < 32 * frame.channels(); ++k)
+                    expected.push_back(
+                        std::clamp(sound[k % frame.channels()][k / frame.channels()], -1.0F, 1.0F));
+            }
+        });
+        ASSERT_EQ(heard.size(), 4 * expected.size()) << i;
+        double worst = 0, loudest = 0;
+        for (std::size_t k = 0; k < expected.size(); ++k) {
+            float value = 0;
+            std::memcpy(&value, &heard[4 * k], 4);
+            worst = std::max(worst,
+                             std::fabs(static_cast<double>(value) - static_cast<double>(expected[k])));
+            loudest = std::max(loudest, std::fabs(static_cast<double>(value)));
+        }
+        EXPECT_TRUE(worst < 2e-4 && loudest > 0.05)
+            << "version " << version << ", rate " << rate_index << ": " << worst;
+    }
+}
+
+TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
+    const std::string stream = encoded("--crc 48000.wav - | cat");
+    const std::string frames(stream), id3 = "ID3\4" + std::string(60, '\0');
+    std::string riff = wav(stream, 2, 48000);
+    riff[20] = 0x50; // WAVE_FORMAT_MPEG
+    const struct {
+        const char *fault;
+        std::string bytes;
+        int status;
+        const char *word;
+    } cases[] = {
+        {"nothing", stream, 0, "\"events\":[]"},
+        {"in WAV", riff, 0, "\"container\":\"wav\""},
+        {"tag before", id3 + stream, 0, "bytes of a tag (ID3)"},
+        {"tag behind", stream + "TAG" + std::string(125, ' '), 0,
+         "\"kind\":\"trailing\",\"damage\":false"},
+        {"bytes before", "abc" + stream, 3,
+         "\"kind\":\"leading\",\"damage\":true,\"offset\":0,\"length\":3"},
+        {"bytes behind", stream + "abc", 3, "\"kind\":\"trailing\",\"damage\":true"},
+        {"cut", stream.substr(0, stream.size() - 100), 3, "a frame of 672 bytes ends after 572"},
+        {"PCM", wav(stream, 2, 48000), 2, "WAV file of PCM"},
+        {"Layer III", "\xFF\xFB\x90\x44" + std::string(2000, 'x'), 2, "MPEG Layer III"},
+        {"free format", "\xFF\xFD\x04\x44" + std::string(2000, 'x'), 2, "free format"},
+        {"empty", "", 2, "is empty"},
+        {"words", std::string(5000, 'x'), 2, "no frame of MPEG audio"}};
+    for (const auto &[fault, content, status, word] : cases) {
+        put("x", content);
+        for (const char *arguments : {"x", "- <x", "- < <(cat x)"}) {
+            const outcome result = shell(std::string("velainfo --json ") + arguments);
+            EXPECT_EQ(result.status, status) << fault << ' ' << arguments << result.err;
+            EXPECT_NE((result.out + result.err).find(word), std::string::npos)
+                << fault << result.out << result.err;
+        }
+    }
+}
+
+TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_by_one) {
+    ASSERT_EQ(shell("velaenc --quiet --preset dvd 48000.wav dvd.mp2 && velaenc --quiet --bitrate 64 "
+                    "48000.wav low.mp2")
+                  .status,
+              0);
+    EXPECT_EQ(json_of("--preset dvd dvd.mp2")["violations"].size(), 0u);
+    const auto rules = json_of("--preset vcd dvd.mp2", 3)["violations"];
+    const std::string said = shell("velaenc --preset vcd --bitrate 224 --crc 48000.wav x.mp2").err;
+    ASSERT_GT(rules.size(), 0u);
+    EXPECT_NE(said.find(rules[0]), std::string::npos) << rules << said;
+    const std::string list = shell("velainfo --frames dvd.mp2 low.mp2").out;
+    EXPECT_EQ(std::ranges::count(list, '\n'), 2 * (21 + 1));
+    EXPECT_NE(list.find("\n20 13440 672 0.480000 224 0 0 27 right 32 16 "), std::string::npos) << list;
+    const outcome text = shell("velainfo dvd.mp2");
+    for (const char *word : {"MPEG-1 Layer II, 48000 Hz, stereo, 224 kbit/s", "21 frames, 14112 bytes",
+                             "21 right, 0 wrong", "damage        none"})
+        EXPECT_NE(text.out.find(word), std::string::npos) << word << text.out;
+    for (const char *wrong : {"", "--preset mp5 dvd.mp2", "--source a.wav -", "--trace t dvd.mp2",
+                              "--html dvd.mp2 dvd.mp2"})
+        EXPECT_EQ(shell(std::string("velainfo ") + wrong).status, 1) << wrong;
+    EXPECT_EQ(shell("velainfo dvd.mp2 none.mp2").status, 2);
+}
+
+TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_it) {
+    const auto sound = noise(2 * 60000);
+    put("source.wav", wav(pcm(sound), 2, 48000));
+    put("later.wav", wav(pcm({sound.begin() + 2 * 5000, sound.end()}), 2, 48000));
+    put("other.wav", wav(pcm(noise(2 * 60000, 99)), 2, 48000));
+    std::vector<double> ratios;
+    for (const std::string options :
+         {"--layer 2 --bitrate 128", "--layer 2 --bitrate 384", "--layer 1 --bitrate 448"}) {
+        ASSERT_EQ(shell("velaenc --quiet " + options + " later.wav x.mp2").status, 0);
+        const auto compared = json_of("--source source.wav x.mp2")["comparison"];
+        // By hand: the filterbanks delay by 481 samples, and in Layer I the encoder looks back by 64 more.
+        EXPECT_EQ(compared["offset"], 5000 - 481 - (options.starts_with("--layer 1") ? 64 : 0))
+            << options;
+        ratios.push_back(compared["snr"]);
+    }
+    EXPECT_TRUE(ratios[0] > 1 && ratios[1] > ratios[0] + 3 && ratios[2] > ratios[0])
+        << testing::PrintToString(ratios);
+    EXPECT_EQ(shell("velainfo --source other.wav x.mp2").status, 2);
+}
+
+} // namespace
+} // namespace velaenc_test

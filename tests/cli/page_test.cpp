@@ -1,0 +1,111 @@
+// The page of pictures in a browser: drawn, hovered over, zoomed, in both colour schemes and at two sizes.
+#include "workbench.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace velaenc_test {
+namespace {
+
+/// Put into a copy of the page: counts errors from the start, then plays the user and writes down what
+/// came of it.
+constexpr const char *watch = R"(<script>
+const errors = [];
+addEventListener('error', e => errors.push(e.message));
+console.error = (...words) => errors.push(words.join(' '));
+</script>)";
+constexpr const char *play = R"(<script>
+const colours = plot => {
+  const {width, height} = plot.canvas, pixels = plot.canvas.getContext('2d').getImageData(0, 0, width, height).data;
+  return new Set(new Uint32Array(pixels.buffer)).size;
+};
+const at = (x, y) => {
+  const box = plots[0].box.getBoundingClientRect();
+  return {clientX: box.left + gutter + x * plots[0].width, clientY: box.top + y, pointerId: 1, cancelable: true};
+};
+const pointer = (type, x, y) => plots[0].box.dispatchEvent(new PointerEvent(type, at(x, y)));
+drawAll();
+const seen = {titles: plots.map(p => p.panel.title), colours: plots.map(colours), dark: matchMedia('(prefers-color-scheme: dark)').matches,
+  paper: getComputedStyle(document.body).backgroundColor, wide: document.documentElement.scrollWidth > innerWidth};
+pointer('pointermove', 0.5, 5);
+seen.hover = readout.textContent;
+seen.cursor = plots.every(p => p.cursor.style.visibility === 'visible');
+plots[0].box.dispatchEvent(new WheelEvent('wheel', {...at(0.5, 5), deltaY: -600}));
+drawAll();
+seen.zoomed = [...view];
+pointer('pointerdown', 0.5, 5), pointer('pointermove', 0.75, 5), pointer('pointerup', 0.75, 5);
+seen.dragged = [...view];
+document.getElementById('all').click();
+seen.whole = [...view];
+document.body.textContent = '';
+document.body.append('RESULT' + JSON.stringify({...seen, errors}) + 'END');
+</script>)";
+
+class page_test : public workbench {
+  protected:
+    /// What the browser makes of the page.
+    nlohmann::json browse(const std::string &page, const std::string &options) {
+        std::string html = get(page);
+        html.insert(html.find("<title>"), watch);
+        html.insert(html.rfind("</body>"), play);
+        put("played.html", html);
+        const std::string dom =
+            shell("chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run"
+                  " --disable-background-networking --disable-component-update --disable-sync"
+                  " --user-data-dir=$PWD/profile --virtual-time-budget=3000 --dump-dom "
+                  + options + " file://" + path("played.html") + "; rm -rf profile")
+                .out;
+        const auto begin = dom.find("RESULT"), end = dom.rfind("END");
+        if (begin == std::string::npos) return {};
+        return nlohmann::json::parse(dom.substr(begin + 6, end - begin - 6), nullptr, false);
+    }
+};
+
+TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark_on_desk_and_phone) {
+    put("a.wav", wav(pcm(noise(2 * 96000)), 2, 48000));
+    ASSERT_EQ(
+        shell("velaenc --quiet --trace t.jsonl --mode joint --crc --bitrate 128 a.wav a.mp2").status,
+        0);
+    std::string damaged = get("a.mp2");
+    damaged[5 * 384 + 4] ^= 1; // the CRC of frame 5
+    put("a.mp2", damaged);
+    ASSERT_EQ(shell("velainfo --source a.wav --trace t.jsonl --html a.html a.mp2").status, 3);
+    for (const bool dark : {false, true}) {
+        const auto seen =
+            browse("a.html", std::string("--blink-settings=preferredColorScheme=") + (dark ? "0" : "1")
+                                 + " --window-size=" + (dark ? "500,900" : "1280,1400"));
+        ASSERT_TRUE(seen.is_object()) << "no result";
+        EXPECT_EQ(seen["errors"].size(), 0u) << seen["errors"];
+        EXPECT_TRUE(seen["dark"] == dark && seen["wide"] == false && seen["cursor"] == true) << seen;
+        EXPECT_EQ(seen["paper"], dark ? "rgb(21, 24, 28)" : "rgb(251, 251, 249)");
+        EXPECT_EQ(seen["titles"].size(), 6u + 4 + 4) << seen["titles"];
+        for (const int colours : seen["colours"])
+            EXPECT_GT(colours, 3) << seen["colours"];
+        // Two seconds; the wheel keeps the middle in its place, dragging a quarter moves by a quarter.
+        EXPECT_NE(seen["hover"].get<std::string>().find("frame 42"), std::string::npos)
+            << seen["hover"];
+        const double from = seen["zoomed"][0], to = seen["zoomed"][1], total = 84 * 0.024;
+        EXPECT_NEAR(from + to, total, 0.01);
+        EXPECT_NEAR(to - from, total * std::exp(-2), 0.01);
+        EXPECT_NEAR(seen["dragged"][0].get<double>(), from - (to - from) / 4, 0.01);
+        EXPECT_EQ(seen["whole"], (nlohmann::json{0.0, total}));
+    }
+}
+
+TEST_F(page_test, stays_below_five_megabytes_for_an_hour_and_keeps_a_single_wrong_frame) {
+    put("a.wav", wav(pcm(noise(2 * 48000 * 5)), 2, 48000));
+    ASSERT_EQ(shell("velaenc --quiet --crc --bitrate 64 a.wav a.mp2 && for i in {1..720}; do cat "
+                    "a.mp2; done >hour.mp2")
+                  .status,
+              0);
+    std::string hour = get("hour.mp2");
+    hour[100000 * 192 + 4] ^= 1;
+    put("hour.mp2", hour);
+    EXPECT_EQ(shell("velainfo --html hour.html hour.mp2").status, 3);
+    const std::string html = get("hour.html");
+    EXPECT_LT(html.size(), 5'000'000u);
+    EXPECT_NE(html.find("frame 100000, 2400.000 s, byte 19200000: CRC"), std::string::npos);
+    EXPECT_EQ(html.find("http"), std::string::npos) << "something is to be loaded";
+}
+
+} // namespace
+} // namespace velaenc_test

@@ -1,0 +1,176 @@
+#include "velainfo/json_report.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace tools {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+/// A field's value as JSON has it: names for modes and emphases, true and false for single bits.
+json value_of(stream_report::field which, int value) {
+    switch (which) {
+    case stream_report::mode:
+    case stream_report::emphasis:
+        return value_text(which, value);
+    case stream_report::crc:
+    case stream_report::private_bit:
+    case stream_report::copyright:
+    case stream_report::original:
+        return value != 0;
+    default:
+        return value;
+    }
+}
+
+json header_of(const stream_report &r) {
+    json header;
+    for (std::size_t i = 0; i < stream_report::fields; ++i) {
+        const auto which = static_cast<stream_report::field>(i);
+        json frames = json::array();
+        for (const auto &[value, count] : r.values[i])
+            frames.push_back({{"value", value_of(which, value)}, {"frames", count}});
+        header[field_names[i]] = {{"value", value_of(which, r.usual(which))},
+                                  {"constant", r.is_constant(which)},
+                                  {"counts", frames}};
+    }
+    return header;
+}
+
+json bits_of(const bit_totals &b) {
+    return {{"header", b.header},
+            {"crc", b.crc},
+            {"allocation", b.allocation},
+            {"scfsi", b.scfsi},
+            {"scalefactors", b.scalefactors},
+            {"samples", b.samples},
+            {"ancillary", b.ancillary},
+            {"unused", b.unused}};
+}
+
+json rows_of(const double (&values)[2][32], int channels, int count, double divisor) {
+    json rows = json::array();
+    for (int ch = 0; ch < channels; ++ch) {
+        rows.push_back(json::array());
+        for (int sb = 0; sb < count; ++sb)
+            rows.back().push_back(values[ch][sb] / divisor);
+    }
+    return rows;
+}
+
+json events_of(const stream_report &r) {
+    json events = json::array();
+    for (const stream_event &e : r.events)
+        events.push_back({{"kind", e.kind},
+                          {"damage", e.is_damage},
+                          {"offset", e.offset},
+                          {"length", e.length},
+                          {"frame", e.frame},
+                          {"seconds", e.seconds},
+                          {"text", e.text}});
+    return events;
+}
+
+json comparison_of(const comparison_totals &c) {
+    return {{"source", c.name},
+            {"offset", c.offset},
+            {"correlation", c.correlation},
+            {"frames", c.frames},
+            {"snr", c.snr},
+            {"mean_nmr", c.mean_nmr},
+            {"worst_nmr", c.worst_nmr},
+            {"clipped", c.clipped},
+            {"subband_level", rows_of(c.subband_level, c.channels, c.sblimit, 1)},
+            {"subband_snr", rows_of(c.subband_snr, c.channels, c.sblimit, 1)},
+            {"subband_nmr", rows_of(c.subband_nmr, c.channels, c.sblimit, 1)}};
+}
+
+std::string line_of(const json &object) {
+    // Names of files need not be UTF-8.
+    return object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+template <class Text>
+json counts_of(const std::map<unsigned, std::uint64_t> &counts, Text text) {
+    json object = json::object();
+    for (const auto &[bit, count] : counts)
+        object[std::string(text(bit))] = count;
+    return object;
+}
+
+} // namespace
+
+std::string json_of(const stream_report &r, const comparison_totals *compared) {
+    json bounds = json::array();
+    for (const auto &[bound, count] : r.bounds)
+        bounds.push_back({{"bound", bound}, {"frames", count}});
+    const auto sound = static_cast<double>(std::max<std::uint64_t>(r.frames - r.damaged_frames, 1));
+    json object{{"file", r.name},
+                {"container", r.in_wav ? "wav" : "none"},
+                {"bytes", r.bytes},
+                {"frames", r.frames},
+                {"seconds", r.seconds()},
+                {"average_kbps", r.average_kbps()},
+                {"joint", r.values[stream_report::mode].contains(1)},
+                {"header", header_of(r)},
+                {"padding",
+                 {{"frames", r.padded},
+                  {"needed", r.padding.needed},
+                  {"exact", r.padding.is_exact()},
+                  {"worst_slots", r.padding.worst}}},
+                {"crc", {{"right", r.crc_right}, {"wrong", r.crc_wrong}}},
+                {"bounds", bounds},
+                {"bits", bits_of(r.bits)},
+                {"scfsi", r.scfsi},
+                {"allocation", rows_of(r.sample_bits, r.channels, r.sblimit, sound)},
+                {"remarks", counts_of(r.remarks, remark_text)},
+                {"faults", counts_of(r.faults, fault_text)},
+                {"sound", r.is_sound()},
+                {"damage_count", r.damage_count},
+                {"damaged_frames", r.damaged_frames},
+                {"lost_bytes", r.lost_bytes},
+                {"event_count", r.event_count},
+                {"events", events_of(r)},
+                {"violations", r.violations}};
+    if (compared != nullptr) object["comparison"] = comparison_of(*compared);
+    return line_of(object);
+}
+
+std::string json_of(const stream_report &before, const stream_piece &piece, const parsed_frame &frame) {
+    const bit_shares &b = frame.bits;
+    json faults = json::array(), allocation = json::array(), scalefactors = json::array();
+    for (unsigned rest = frame.faults; rest != 0; rest &= rest - 1)
+        faults.push_back(std::string(fault_text(rest)));
+    for (int ch = 0; ch < frame.channels(); ++ch) {
+        const auto &row = frame.allocation[ch];
+        allocation.push_back(std::vector<int>(row, row + frame.sblimit));
+        scalefactors.push_back(json::array());
+        for (int part = 0; part < frame.parts; ++part)
+            scalefactors.back().push_back(std::vector<int>(
+                frame.scalefactor[ch][part], frame.scalefactor[ch][part] + frame.sblimit));
+    }
+    json object{{"file", before.name},
+                {"frame", before.frames},
+                {"offset", piece.offset},
+                {"bytes", piece.length},
+                {"seconds", before.seconds()},
+                {"kbps", frame.kbps},
+                {"padding", frame.padding},
+                {"mode", mode_text(frame.mode)},
+                {"bound", frame.bound},
+                {"bits",
+                 {{"header", b.header},
+                  {"crc", b.crc},
+                  {"allocation", b.allocation},
+                  {"scfsi", b.scfsi},
+                  {"scalefactors", b.scalefactors},
+                  {"samples", b.samples},
+                  {"rest", b.rest}}},
+                {"allocation", allocation},
+                {"scalefactors", scalefactors},
+                {"faults", faults}};
+    if (frame.crc == 1) object["crc_right"] = (frame.faults & fault_crc) == 0;
+    return line_of(object);
+}
+
+} // namespace tools

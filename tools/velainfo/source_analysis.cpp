@@ -1,0 +1,50 @@
+#include "velainfo/source_analysis.hpp"
+
+// Thresholds are worth something only if they are those of the encoder, so its own front end does the
+// work; no program but this one compares, so the library does not export it.
+#include "analysis/filterbank.hpp"
+#include "analysis/pcm_input.hpp"
+#include "psy/model.hpp"
+
+#include <cstring>
+
+namespace tools {
+
+struct source_analysis::state {
+    int layer, channels;
+    const vela::analysis_kernels &kernels = vela::analysis_kernels_of(vela::best_level());
+    vela::pcm_input input;
+    vela::psy_model model;
+};
+
+source_analysis::source_analysis(int layer, int channels, int rate)
+    : state_(std::make_unique<state>(
+        state{.layer = layer, .channels = channels, .input = {}, .model = {}})) {
+    state_->input.init(state_->kernels, 32, channels, layer);
+    state_->model.init(vela::best_level(), layer, channels, rate);
+}
+
+source_analysis::~source_analysis() = default;
+
+int source_analysis::frame_samples() const {
+    return state_->layer == 1 ? 384 : 1152;
+}
+
+std::int64_t source_analysis::first_sample(std::int64_t offset) const {
+    // Analysis and synthesis delay by 481 samples; in Layer I the encoder looks 64 samples back.
+    return offset + 481 + (state_->layer == 1 ? 64 : 0);
+}
+
+void source_analysis::analyze(std::span<const float> pcm, double (&subbands)[2][36][32],
+                              double (&smr)[2][32]) {
+    std::span bytes(reinterpret_cast<const std::uint8_t *>(pcm.data()), pcm.size_bytes());
+    state_->input.fill_frame(bytes, false);
+    const float *const start[2] = {state_->input.frame_start(0), state_->input.frame_start(1)};
+    state_->model.analyze(start, smr);
+    vela::subband_samples samples;
+    vela::analyze_frame(state_->kernels, start, state_->channels, state_->layer == 1 ? 1 : 3, samples);
+    static_assert(sizeof samples == sizeof subbands);
+    std::memcpy(subbands, samples, sizeof samples);
+}
+
+} // namespace tools

@@ -1,0 +1,64 @@
+#include "velainfo/source_reader.hpp"
+
+#include "common/failure.hpp"
+#include "input/channel_fit.hpp"
+#include "input/open_pcm.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace tools {
+namespace {
+
+/// Little-endian integers of 2 or 3 bytes, or floats.
+float sample_of(const std::byte *bytes, sample_format format) {
+    const auto width = static_cast<std::size_t>(format);
+    std::uint32_t bits = 0;
+    std::memcpy(reinterpret_cast<char *>(&bits) + 4 - width, bytes, width); // in the upper bytes
+    if (format == sample_format::f32) return std::bit_cast<float>(bits);
+    return static_cast<float>(static_cast<std::int32_t>(bits)) / 2147483648.0F;
+}
+
+} // namespace
+
+source_reader::source_reader(const std::string &path, int channels)
+    : source_(open_pcm(open_input(path), input_wishes{})) {
+    if (source_->shape().channels > 2)
+        throw failure(exit_code::input, path + " has more than two channels");
+    source_ = fit_channels(std::move(source_), channels);
+}
+
+bool source_reader::refill() {
+    const auto bytes = source_->next_block();
+    const pcm_shape &shape = source_->shape();
+    block_first_ += static_cast<std::int64_t>(block_.size()) / channels();
+    block_.resize(bytes.size() / static_cast<std::size_t>(shape.format));
+    for (std::size_t i = 0; i < block_.size(); ++i)
+        block_[i] = sample_of(&bytes[i * static_cast<std::size_t>(shape.format)], shape.format);
+    return !block_.empty();
+}
+
+std::vector<float> source_reader::read(std::int64_t first, std::size_t instants) {
+    const auto width = static_cast<std::size_t>(channels());
+    std::vector<float> out(instants * width);
+    const std::int64_t end = first + static_cast<std::int64_t>(instants);
+    while (first < end) {
+        const std::int64_t held = static_cast<std::int64_t>(block_.size() / width);
+        if (first < block_first_) {
+            ++first; // before the start
+        } else if (first < block_first_ + held) {
+            const auto from = static_cast<std::size_t>(first - block_first_);
+            const auto size =
+                static_cast<std::size_t>(std::min(end - first, held - (first - block_first_)));
+            const auto to = instants - static_cast<std::size_t>(end - first);
+            std::copy_n(&block_[from * width], size * width, &out[to * width]);
+            first += static_cast<std::int64_t>(size);
+        } else if (!refill()) {
+            break;
+        }
+    }
+    return out;
+}
+
+} // namespace tools

@@ -1,0 +1,226 @@
+#include "velainfo/text_report.hpp"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+namespace tools {
+
+std::string format(const char *pattern, ...) {
+    std::array<char, 400> text;
+    std::va_list arguments;
+    va_start(arguments, pattern);
+    std::vsnprintf(text.data(), text.size(), pattern, arguments);
+    va_end(arguments);
+    return text.data();
+}
+
+namespace {
+
+using report_field = stream_report::field;
+using number = unsigned long long;
+
+std::string row(const char *label, const std::string &text) {
+    return format("  %-14s", label) + text + "\n";
+}
+
+std::string heading(const stream_report &r) {
+    std::string text = r.name + ": MPEG-" + std::to_string(r.usual(stream_report::version)) + " Layer "
+                       + value_text(stream_report::layer, r.usual(stream_report::layer)) + ", "
+                       + std::to_string(r.usual(stream_report::rate)) + " Hz, ";
+    text += r.values[stream_report::mode].contains(1) ? mode_text(1)
+                                                      : mode_text(r.usual(stream_report::mode));
+    text += r.is_constant(stream_report::kbps)
+                ? ", " + std::to_string(r.usual(stream_report::kbps)) + " kbit/s"
+                : format(", %.1f kbit/s on average", r.average_kbps());
+    return text + (r.in_wav ? ", in a WAV file" : "") + "\n";
+}
+
+/// "448 (12), 384 (3)": values and how many frames have them.
+std::string counts_text(const stream_report &r, report_field which) {
+    std::string text;
+    for (const auto &[value, count] : r.values[which])
+        text += (text.empty() ? "" : ", ") + value_text(which, value)
+                + format(" (%llu frames)", static_cast<number>(count));
+    return text;
+}
+
+std::string header_rows(const stream_report &r) {
+    std::string constant, varying;
+    for (int i = 0; i < stream_report::fields; ++i) {
+        const auto which = static_cast<report_field>(i);
+        const char *const name = field_names[static_cast<unsigned>(i)];
+        if (!r.is_constant(which))
+            varying +=
+                row(varying.empty() ? "changing" : "", std::string(name) + " " + counts_text(r, which));
+        else if (which != stream_report::version && which != stream_report::layer
+                 && which != stream_report::rate && which != stream_report::kbps
+                 && which != stream_report::mode)
+            constant += (constant.empty() ? "" : ", ") + std::string(name) + " "
+                        + value_text(which, r.usual(which));
+    }
+    return row("header", constant) + varying;
+}
+
+std::string padding_text(const stream_report &r) {
+    if (!r.padding.needed) return r.padded == 0 ? "none: frames are whole" : "without need";
+    std::string text =
+        format("%llu of %llu frames, ", static_cast<number>(r.padded), static_cast<number>(r.frames));
+    return text
+           + (r.padding.is_exact()
+                  ? "the exact sequence"
+                  : format("up to %.1f slots off the exact sequence", r.padding.worst));
+}
+
+std::string bits_text(const stream_report &r) {
+    const bit_totals &b = r.bits;
+    const std::pair<const char *, std::uint64_t> shares[] = {{"header", b.header},
+                                                             {"CRC", b.crc},
+                                                             {"allocation", b.allocation},
+                                                             {"scfsi", b.scfsi},
+                                                             {"scale factors", b.scalefactors},
+                                                             {"samples", b.samples},
+                                                             {"ancillary", b.ancillary},
+                                                             {"unused", b.unused}};
+    double all = 0;
+    for (const auto &[name, bits] : shares)
+        all += static_cast<double>(bits);
+    std::string text;
+    for (const auto &[name, bits] : shares)
+        if (bits > 0)
+            text += (text.empty() ? "" : ", ") + std::string(name)
+                    + format(" %.1f %%", 100 * static_cast<double>(bits) / all);
+    return text;
+}
+
+std::string bound_text(const stream_report &r) {
+    std::string text;
+    std::uint64_t shared = 0;
+    for (const auto &[bound, count] : r.bounds) {
+        text +=
+            format("%s%d (%llu frames)", text.empty() ? "" : ", ", bound, static_cast<number>(count));
+        shared += count;
+    }
+    return text + format(", none (%llu)", static_cast<number>(r.frames - shared));
+}
+
+std::string subband_row(const char *label, const double (&values)[32], int count) {
+    std::string text;
+    for (int sb = 0; sb < count; ++sb)
+        text +=
+            format("%5.1f", values[sb]) + (sb == 15 && count > 16 ? "\n" + std::string(16, ' ') : "");
+    return row(label, text);
+}
+
+std::string allocation_rows(const stream_report &r) {
+    std::string text = row("allocation", "bits a sample on average, by subband");
+    const auto sound = static_cast<double>(std::max<std::uint64_t>(r.frames - r.damaged_frames, 1));
+    for (int ch = 0; ch < r.channels; ++ch) {
+        double average[32];
+        for (int sb = 0; sb < 32; ++sb)
+            average[sb] = r.sample_bits[ch][sb] / sound;
+        text += subband_row(r.channels == 1 ? "" : ch == 0 ? "  left" : "  right", average, r.sblimit);
+    }
+    return text;
+}
+
+std::string selection_text(const stream_report &r) {
+    double all = 0;
+    for (const auto count : r.scfsi)
+        all += static_cast<double>(count);
+    if (all == 0) return "nothing is allocated";
+    constexpr const char *meanings[] = {"three", "two (1+2, 3)", "one", "two (1, 2+3)"};
+    std::string text;
+    for (std::size_t i = 0; i < 4; ++i)
+        text += format("%s%s %.1f %%", i == 0 ? "" : ", ", meanings[i],
+                       100 * static_cast<double>(r.scfsi[i]) / all);
+    return text;
+}
+
+std::string event_rows(const stream_report &r) {
+    std::string text;
+    for (const stream_event &e : r.events)
+        text += format("    frame %llu, %.3f s, byte %llu: ", static_cast<number>(e.frame), e.seconds,
+                       static_cast<number>(e.offset))
+                + e.text + (e.is_damage ? "\n" : " (no damage)\n");
+    if (r.event_count > r.events.size())
+        text += format("    and %llu more\n", static_cast<number>(r.event_count - r.events.size()));
+    return text;
+}
+
+std::string verdict_rows(const stream_report &r) {
+    std::string text;
+    for (const auto &[bit, count] : r.remarks)
+        text += row("remark", std::string(remark_text(bit))
+                                  + format(" (%llu frames)", static_cast<number>(count)));
+    for (const std::string &violation : r.violations)
+        text += row("rule", violation);
+    if (r.is_sound()) return text + row("damage", "none") + event_rows(r);
+    return text
+           + row("damage",
+                 format("%llu places, %llu frames, %llu bytes outside of frames",
+                        static_cast<number>(r.damage_count), static_cast<number>(r.damaged_frames),
+                        static_cast<number>(r.lost_bytes)))
+           + event_rows(r);
+}
+
+std::string comparison_rows(const comparison_totals &c) {
+    std::string text =
+        row("source", c.name + format(", %+lld samples", static_cast<long long>(c.offset))
+                          + format(", correlation %.4f", c.correlation));
+    text += row("error",
+                format("%.1f dB below the source over %llu frames; noise-to-mask %.1f dB on average, "
+                       "%.1f dB at worst",
+                       c.snr, static_cast<number>(c.frames), c.mean_nmr, c.worst_nmr));
+    text += row("clipped", format("%llu samples", static_cast<number>(c.clipped)));
+    text += row("subbands", "signal-to-noise ratio and noise-to-mask ratio in dB");
+    for (int ch = 0; ch < c.channels; ++ch) {
+        text += subband_row("  SNR", c.subband_snr[ch], c.sblimit);
+        text += subband_row("  NMR", c.subband_nmr[ch], c.sblimit);
+    }
+    return text;
+}
+
+} // namespace
+
+std::string text_of(const stream_report &r, const comparison_totals *compared) {
+    std::string text = heading(r);
+    text += row("length", format("%.3f s, %llu frames, %llu bytes", r.seconds(),
+                                 static_cast<number>(r.frames), static_cast<number>(r.bytes)));
+    text += header_rows(r);
+    text += row("padding", padding_text(r));
+    text += row("CRC", r.crc_right + r.crc_wrong == 0
+                           ? "none"
+                           : format("%llu right, %llu wrong", static_cast<number>(r.crc_right),
+                                    static_cast<number>(r.crc_wrong)));
+    if (!r.bounds.empty()) text += row("joint bound", bound_text(r));
+    text += row("bits", bits_text(r));
+    if (r.values[stream_report::layer].contains(2)) text += row("scale factors", selection_text(r));
+    text += allocation_rows(r);
+    if (compared != nullptr) text += comparison_rows(*compared);
+    return text + verdict_rows(r);
+}
+
+std::string frame_line_heading() {
+    return "frame offset bytes seconds kbps padding mode bound crc header crcbits allocation scfsi "
+           "scalefactors samples rest faults\n";
+}
+
+std::string frame_line(const stream_report &before, const stream_piece &piece,
+                       const parsed_frame &frame) {
+    const bit_shares &b = frame.bits;
+    std::string line = format(
+        "%llu %llu %llu %.6f %d %d %d %d %s %d %d %d %d %d %d %d ", static_cast<number>(before.frames),
+        static_cast<number>(piece.offset), static_cast<number>(piece.length), before.seconds(),
+        frame.kbps, frame.padding, frame.mode, frame.bound,
+        frame.crc == 0                    ? "-"
+        : (frame.faults & fault_crc) != 0 ? "wrong"
+                                          : "right",
+        b.header, b.crc, b.allocation, b.scfsi, b.scalefactors, b.samples, b.rest);
+    if (frame.faults == 0) line += "-";
+    for (unsigned rest = frame.faults; rest != 0; rest &= rest - 1)
+        line += (rest == frame.faults ? "" : ", ") + std::string(fault_text(rest));
+    return line + "\n";
+}
+
+} // namespace tools

@@ -1,0 +1,107 @@
+#include "velainfo/timeline.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace tools {
+namespace {
+
+std::string base64(const std::vector<std::uint8_t> &bytes) {
+    static constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        unsigned three = 0;
+        for (std::size_t j = i; j < i + 3; ++j)
+            three = three << 8 | (j < bytes.size() ? bytes[j] : 0);
+        for (std::size_t j = 0; j < 4; ++j)
+            text += i + j > bytes.size() ? '=' : digits[three >> (18 - 6 * j) & 63];
+    }
+    return text;
+}
+
+std::uint8_t byte_of(const panel &p, double value) {
+    return static_cast<std::uint8_t>(std::clamp(std::round((value - p.lowest) / p.step), 0.0, 254.0));
+}
+
+} // namespace
+
+timeline::timeline(std::vector<panel> panels) : panels_(std::move(panels)) {
+    for (const panel &p : panels_)
+        rows_ += p.rows.size();
+}
+
+void timeline::add(std::uint64_t frame, std::span<const float> values) {
+    // A gap in the numbers is no reason for more columns than there are frames.
+    while (frame / stride_ >= most_columns) {
+        if (columns() > most_columns / 2)
+            limit_columns(most_columns / 2);
+        else
+            return;
+    }
+    const auto first = static_cast<std::size_t>(frame / stride_) * rows_;
+    if (cells_.size() < first + rows_) cells_.resize(first + rows_);
+    for (std::size_t i = 0; i < rows_; ++i) {
+        cell &c = cells_[first + i];
+        if (std::isnan(values[i])) continue;
+        c.low = c.count == 0 ? values[i] : std::min(c.low, values[i]);
+        c.high = c.count == 0 ? values[i] : std::max(c.high, values[i]);
+        c.sum += values[i];
+        ++c.count;
+    }
+}
+
+void timeline::limit_columns(std::size_t most) {
+    for (std::size_t before = columns(); before > most; before = columns()) {
+        for (std::size_t column = 0; column < before; ++column) {
+            for (std::size_t i = 0; i < rows_; ++i) {
+                const cell from = cells_[column * rows_ + i];
+                cell &to = cells_[column / 2 * rows_ + i];
+                if (column % 2 == 0 || to.count == 0)
+                    to = from;
+                else if (from.count > 0)
+                    to = {std::min(to.low, from.low), std::max(to.high, from.high), to.sum + from.sum,
+                          to.count + from.count};
+            }
+        }
+        cells_.resize((before + 1) / 2 * rows_);
+        stride_ *= 2;
+    }
+}
+
+std::string timeline::json() const {
+    static constexpr const char *kinds[] = {"map", "lines", "stack", "marks"};
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    std::size_t first = 0;
+    for (const panel &p : panels_) {
+        std::vector<std::uint8_t> data;
+        for (int which = 0; which < (stride_ == 1 ? 1 : 3); ++which) {
+            for (std::size_t row = 0; row < p.rows.size(); ++row) {
+                for (std::size_t column = 0; column < columns(); ++column) {
+                    const cell &c = cells_[column * rows_ + first + row];
+                    const float value = which == 0   ? c.sum / static_cast<float>(c.count)
+                                        : which == 1 ? c.low
+                                                     : c.high;
+                    data.push_back(c.count == 0 ? 255 : byte_of(p, static_cast<double>(value)));
+                }
+            }
+        }
+        list.push_back({{"name", p.name},
+                        {"title", p.title},
+                        {"unit", p.unit},
+                        {"kind", kinds[static_cast<int>(p.shown_as)]},
+                        {"rows", p.rows},
+                        {"lowest", p.lowest},
+                        {"step", p.step},
+                        {"low", p.axis_low},
+                        {"high", p.axis_high},
+                        {"stride", stride_},
+                        {"columns", columns()},
+                        {"data", base64(data)}});
+        first += p.rows.size();
+    }
+    return list.dump();
+}
+
+} // namespace tools
