@@ -32,14 +32,14 @@ marked() {
 # kill_busy_node MARK DAEMON OUT: waits until the node encodes, and takes its power away.
 is_busy() {
     local pid
-    for pid in $(marked "$1"); do
-        [ "$(cat "/proc/$pid/comm" 2>/dev/null)" != velaenc ] || return 0
+    for pid in $(pgrep -x velaenc); do
+        ! grep -qzxF -- "$1" "/proc/$pid/environ" 2>/dev/null || return 0
     done
     return 1
 }
 kill_busy_node() {
     local finished
-    until_true 60 is_busy "$1" || die "no node encodes anything"
+    until_true 30 is_busy "$1" || die "no node encodes anything"
     # shellcheck disable=SC2046 # numbers
     kill -9 $(marked "$1") $(descendants "$2") 2>/dev/null || true
     finished=$(find "$3" -name '*.mp2' 2>/dev/null | wc -l)
@@ -57,11 +57,11 @@ trap finish EXIT
 
 # until_true SECONDS COMMAND ...
 until_true() {
-    local left=$((20 * $1))
+    local end=$((SECONDS + $1))
     shift
     until "$@" 2>/dev/null; do
-        [ $((left--)) -gt 0 ] || return 1
-        sleep 0.05
+        [ "$SECONDS" -lt "$end" ] || return 1
+        sleep 0.02
     done
 }
 free_port() { python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'; }
@@ -158,7 +158,7 @@ run_slurm() {
     sbatch --quiet --array=1-6 --chdir="$work/log" "$here/slurm_array.sh" "$work/in" "$work/slurm" \
         "$work/slurm-reports"
     kill_busy_node SLURMD_NODENAME=n2 "${pids[2]}" "$work/slurm"
-    until_true 300 has_no_jobs || die "slurm: the jobs do not end: $(squeue)"
+    until_true 120 has_no_jobs || die "slurm: the jobs do not end: $(squeue)"
     check slurm
 }
 
