@@ -1,0 +1,22 @@
+#pragma once
+
+#include "settings.hpp"
+
+#include <gst/gst.h>
+
+namespace velamp2 {
+
+void add_pad_templates(GstElementClass *element_class);
+
+/// What the sink pad takes with these wishes: the preset's rates and the mode's number of channels. A
+/// bitrate that does not fit takes nothing away: the stream then fails with the encoder's own message.
+/// @return caps of the caller's
+GstCaps *offered_caps(const wishes &wished);
+
+/// The layer that downstream takes, II where it takes both.
+int layer_for(GstPad *source_pad);
+
+/// @return caps of the caller's
+GstCaps *stream_caps(const mpeg_a_settings &settings, int rate);
+
+} // namespace velamp2
