@@ -1,0 +1,229 @@
+// Random hosts of the element: properties, caps, samples and events in any order. A script of bytes decides
+// everything, so that the same bytes do the same again.
+// Usage: element_fuzz [SECONDS [SEED]]; a failure shows the seed to begin with again.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <gst/check/gstharness.h>
+#include <random>
+#include <span>
+#include <vector>
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/common_interface_defs.h>
+
+// GLib keeps what it allocates while it is loaded; only whole stacks tell that from other leaks.
+extern "C" __attribute__((visibility("default"))) const char *__asan_default_options() {
+    return "fast_unwind_on_malloc=0";
+}
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions() {
+    return "leak:call_init\n";
+}
+#endif
+
+namespace {
+
+std::uint64_t seed, frames;
+
+void show_seed() {
+    std::fprintf(stderr, "failed with seed %llu\n", static_cast<unsigned long long>(seed));
+}
+
+void expect(bool condition, const char *what) {
+    if (condition) return;
+    std::fprintf(stderr, "%s\n", what);
+    show_seed();
+    std::abort();
+}
+
+/// Reads zeros behind its end.
+class script {
+  public:
+    explicit script(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
+    bool at_end() const { return rest_.empty(); }
+    /// 0 .. n - 1, n up to 65536
+    unsigned below(unsigned n) {
+        const unsigned high = n > 256 ? next() : 0;
+        return (256 * high + next()) % n;
+    }
+    std::span<const std::uint8_t> take(std::size_t size) {
+        const auto taken = rest_.first(std::min(size, rest_.size()));
+        rest_ = rest_.subspan(taken.size());
+        return taken;
+    }
+
+  private:
+    unsigned next() {
+        const auto byte = take(1);
+        return byte.empty() ? 0 : byte[0];
+    }
+    std::span<const std::uint8_t> rest_;
+};
+
+class host {
+  public:
+    explicit host(script &actions) : actions_(actions), harness_(gst_harness_new("velamp2enc")) {
+        send_caps();
+    }
+    host(const host &) = delete;
+    host &operator=(const host &) = delete;
+    ~host() {
+        check_output();
+        gst_harness_teardown(harness_);
+    }
+
+    void act() {
+        constexpr void (host::*all[])() = {
+            &host::set_property, &host::send_caps, &host::send_samples, &host::send_samples,
+            &host::send_samples, &host::send_gap,  &host::send_segment, &host::flush,
+            &host::end,          &host::query,     &host::restart};
+        (this->*all[actions_.below(std::size(all))])();
+        check_output();
+    }
+
+  private:
+    void set_property() {
+        static constexpr std::array numbers{"bitrate", "layer"};
+        static constexpr std::array choices{"mode", "preset", "emphasis"};
+        static constexpr std::array bits{"crc", "copyright", "original", "private"};
+        GstElement *const element = harness_->element;
+        const unsigned which = actions_.below(9);
+        if (which < 4)
+            g_object_set(element, bits[which], static_cast<gboolean>(actions_.below(2)), nullptr);
+        else if (which < 6)
+            g_object_set(element, numbers[which - 4],
+                         static_cast<int>(which == 4 ? actions_.below(15) * 32 : actions_.below(3)),
+                         nullptr);
+        else
+            set_choice(choices[which - 6]);
+    }
+
+    void set_choice(const char *name) {
+        auto *const spec = G_PARAM_SPEC_ENUM(
+            g_object_class_find_property(G_OBJECT_GET_CLASS(harness_->element), name));
+        const unsigned entry = actions_.below(spec->enum_class->n_values);
+        g_object_set(harness_->element, name, spec->enum_class->values[entry].value, nullptr);
+    }
+
+    void send_caps() {
+        static constexpr std::array formats{"S16LE", "S24LE", "F32LE"};
+        static constexpr std::array rates{32000, 44100, 48000};
+        const unsigned format = actions_.below(3), channels = 1 + actions_.below(2);
+        rate_ = rates[actions_.below(3)];
+        bytes_of_sample_ = (format + 2) * channels;
+        gst_harness_set_src_caps(
+            harness_, gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, formats[format],
+                                          "layout", G_TYPE_STRING, "interleaved", "rate", G_TYPE_INT,
+                                          rate_, "channels", G_TYPE_INT, channels, nullptr));
+    }
+
+    void send_samples() {
+        const auto size = std::size_t{1 + actions_.below(5000)} * bytes_of_sample_;
+        std::vector<std::uint8_t> pcm(size);
+        const auto given = actions_.take(actions_.below(256));
+        std::copy_n(given.begin(), std::min(given.size(), size), pcm.begin());
+        GstBuffer *const buffer = gst_buffer_new_memdup(pcm.data(), size);
+        const unsigned jump = actions_.below(16);
+        if (jump == 0) time_ += GST_SECOND;
+        if (jump == 1) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
+        if (jump != 2) GST_BUFFER_PTS(buffer) = time_;
+        time_ +=
+            gst_util_uint64_scale(size / bytes_of_sample_, GST_SECOND, static_cast<guint64>(rate_));
+        gst_harness_push(harness_, buffer);
+    }
+
+    void send_gap() {
+        const GstClockTime duration = actions_.below(1000) * GST_MSECOND;
+        gst_harness_push_event(harness_, gst_event_new_gap(time_, duration));
+        time_ += duration;
+    }
+
+    void send_segment() {
+        GstSegment segment;
+        gst_segment_init(&segment, GST_FORMAT_TIME);
+        segment.start = segment.time = actions_.below(10) * GST_SECOND;
+        time_ = segment.start;
+        gst_harness_push_event(harness_, gst_event_new_segment(&segment));
+    }
+
+    void flush() {
+        gst_harness_push_event(harness_, gst_event_new_flush_start());
+        gst_harness_push_event(harness_, gst_event_new_flush_stop(TRUE));
+        send_segment();
+    }
+
+    /// Only a flush goes on after the end.
+    void end() {
+        gst_harness_push_event(harness_, gst_event_new_eos());
+        flush();
+    }
+
+    void query() {
+        gst_harness_query_latency(harness_);
+        gst_caps_unref(gst_pad_peer_query_caps(harness_->srcpad, nullptr));
+    }
+
+    void restart() {
+        gst_element_set_state(harness_->element, GST_STATE_READY);
+        gst_element_set_state(harness_->element, GST_STATE_PLAYING);
+        send_caps();
+        send_segment();
+    }
+
+    /// One frame a buffer.
+    void check_output() {
+        while (GstBuffer *const buffer = gst_harness_try_pull(harness_)) {
+            std::array<std::uint8_t, 2> sync{};
+            gst_buffer_extract(buffer, 0, sync.data(), sync.size());
+            expect(sync[0] == 0xFF && sync[1] >= 0xFC, "no header");
+            expect(gst_buffer_get_size(buffer) <= 1728, "more than a frame");
+            expect(GST_BUFFER_DURATION(buffer) <= 36 * GST_MSECOND + 1
+                       || !GST_BUFFER_PTS_IS_VALID(buffer),
+                   "longer than a frame");
+            gst_buffer_unref(buffer);
+            ++frames;
+        }
+    }
+
+    script &actions_;
+    GstHarness *harness_;
+    GstClockTime time_ = 0;
+    int rate_ = 0;
+    unsigned bytes_of_sample_ = 0;
+};
+
+void run(std::span<const std::uint8_t> bytes) {
+    script actions(bytes);
+    host random(actions);
+    while (!actions.at_end())
+        random.act();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    using clock = std::chrono::steady_clock;
+#ifdef __SANITIZE_ADDRESS__
+    __sanitizer_set_death_callback(show_seed);
+#endif
+    // The one plugin, without a look at the system's.
+    g_setenv("GST_REGISTRY_UPDATE", "no", TRUE);
+    g_setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", TRUE);
+    gst_init(nullptr, nullptr);
+    GstPlugin *const plugin = gst_plugin_load_file(ELEMENT_PLUGIN, nullptr);
+    expect(plugin != nullptr, "the plugin cannot be loaded");
+    g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
+    const auto end = clock::now() + std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 10);
+    const std::uint64_t first = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : std::random_device()();
+    for (seed = first; clock::now() < end; ++seed) {
+        std::mt19937_64 random(seed);
+        std::vector<std::uint8_t> bytes(random() % 2000);
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
+        run(bytes);
+    }
+    gst_object_unref(plugin);
+    std::printf("%llu hosts and %llu frames without a fault\n",
+                static_cast<unsigned long long>(seed - first), static_cast<unsigned long long>(frames));
+}
