@@ -33,6 +33,7 @@ struct null_output : bufstream {
 struct stream_case {
     const char *name;
     int layer, mode, sample_rate, kbps;
+    mpeg_a_model model = MPEG_A_MODEL_STANDARD;
 };
 
 constexpr stream_case cases[] = {
@@ -43,6 +44,9 @@ constexpr stream_case cases[] = {
     {"layer1/stereo/48000/384", 1, MPEG_A_MODE_STEREO, 48000, 384},
     {"layer1/joint/48000/192", 1, MPEG_A_MODE_JOINT_STEREO, 48000, 192},
     {"layer1/mono/44100/192", 1, MPEG_A_MODE_MONO, 44100, 192},
+    {"layer2/stereo/48000/224/tuned", 2, MPEG_A_MODE_STEREO, 48000, 224, MPEG_A_MODEL_TUNED},
+    {"layer2/joint/48000/128/tuned", 2, MPEG_A_MODE_JOINT_STEREO, 48000, 128, MPEG_A_MODEL_TUNED},
+    {"layer1/stereo/48000/384/tuned", 1, MPEG_A_MODE_STEREO, 48000, 384, MPEG_A_MODEL_TUNED},
 };
 
 mpeg_a_encoder *make_encoder(const stream_case &stream) {
@@ -50,6 +54,7 @@ mpeg_a_encoder *make_encoder(const stream_case &stream) {
     mpegOutAudioDefaults(&settings, MPEG_A_PRESET_NONE);
     settings.audio_layer = stream.layer;
     settings.audio_mode = stream.mode;
+    settings.audio_model = stream.model;
     while (bitrate_kbps(stream.layer, settings.audio_bitrate) != stream.kbps) {
         settings.audio_bitrate = settings.audio_bitrate % 14 + 1;
     }

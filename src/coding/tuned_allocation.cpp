@@ -237,9 +237,11 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
             const int bound = joint_bounds[extension];
             if (bound >= config.sblimit) continue;
             climb search = start(bound);
-            if (search.least_cost() >= best.cost()) continue;
+            // Where the bits that sharing saves buy nothing, rounding must not decide.
+            const double limit = best.cost() * (1 - 1e-9);
+            if (search.least_cost() >= limit) continue;
             search.take_single_steps();
-            if (search.cost() >= best.cost()) continue;
+            if (search.cost() >= limit) continue;
             best = search;
             header.mode = MPEG_A_MODE_JOINT_STEREO;
             header.mode_extension = static_cast<std::uint8_t>(extension);
