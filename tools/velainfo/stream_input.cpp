@@ -50,7 +50,7 @@ void stream_input::enter_wav() {
                                                                     : "format " + std::to_string(tag))
                                             + "; velainfo reads MPEG audio of Layer I or II");
     base_ = data->offset;
-    left_ = data->bytes.value_or(left_);
+    if (data->known) left_ = data->bytes;
     head_.clear();
 }
 
