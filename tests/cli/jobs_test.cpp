@@ -53,20 +53,20 @@ class jobs_test : public workbench {
     result encode(const mp1a_test::stream &how, memory_source source,
                   const std::optional<tools::division> &how_to_divide) const {
         tools::output_file stream(path("stream"), {}), list(path("list"), {});
-        tools::timestamp_list stamps(list);
+        tools::timestamp_list stamps(list, 12345);
         tools::frame_writer writer(stream, &stamps);
         tools::progress hidden(how.rate, std::nullopt, false);
         auto settings = how.settings();
         settings.pts_offset = 12345;
-        const auto samples = how_to_divide
-                                 ? encode_in_parallel(source, settings, writer, hidden, *how_to_divide)
-                                 : tools::encode(source, settings, writer, hidden, false);
+        const auto done = how_to_divide
+                              ? encode_in_parallel(source, settings, writer, hidden, *how_to_divide)
+                              : tools::encode(source, settings, writer, hidden, false);
         stamps.flush();
         stream.close();
         list.close();
         stream.publish();
         list.publish();
-        return {get("stream"), get("list"), samples};
+        return {get("stream"), get("list"), done.samples};
     }
 };
 
@@ -105,7 +105,7 @@ TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {
     tools::output_file full("/dev/full", {});
     tools::frame_writer writer(full, nullptr);
     tools::progress hidden(how.rate, std::nullopt, false);
-    const auto samples = encode_in_parallel(endless, how.settings(), writer, hidden, {3, 8});
+    const auto samples = encode_in_parallel(endless, how.settings(), writer, hidden, {3, 8}).samples;
     EXPECT_LE(samples, (2 * 3 + 1) * 8 * 1152u);
     EXPECT_THROW(full.check(), tools::failure);
 }

@@ -37,13 +37,18 @@ TEST_F(stream_test, the_list_of_time_stamps_matches_the_frames_and_exact_arithme
     std::istringstream list(get("list.csv"));
     std::string row;
     std::getline(list, row);
-    EXPECT_EQ(row, "frame,byte_offset,bytes,time_stamp_27mhz");
+    EXPECT_EQ(row, "frame,byte_offset,bytes,time_stamp_27mhz,begin_27mhz,pts_90khz");
     for (std::size_t i = 0; i < frames.size(); ++i) {
         // One second before 0, then 1152 / 44100 s a frame, truncated towards zero.
-        const long long stamp =
-            (1152ll * 27000000 * static_cast<long long>(i + 1) - 27000000ll * 44100) / 44100;
+        const auto stamp = [](std::size_t k) {
+            return (1152ll * 27000000 * static_cast<long long>(k) - 27000000ll * 44100) / 44100;
+        };
+        // 90 kHz, rounded down; before 0 the 33 bits of a PTS are about to start over.
+        const long long turn = 1ll << 33, begin = stamp(i);
+        const long long pts = (begin + 300 * turn) / 300 % turn;
         std::ostringstream expected;
-        expected << i << ',' << frames[i].offset << ',' << frames[i].bytes() << ',' << stamp;
+        expected << i << ',' << frames[i].offset << ',' << frames[i].bytes() << ',' << stamp(i + 1)
+                 << ',' << begin << ',' << pts;
         std::getline(list, row);
         EXPECT_EQ(row, expected.str());
     }
@@ -56,8 +61,9 @@ TEST_F(stream_test, a_long_list_is_complete_and_starts_at_27_mhz_ticks_without_u
     const auto list = get("list.csv");
     // 1000000 / 384 = 2604.2 frames of 96 slots and 216000 ticks.
     EXPECT_EQ(std::ranges::count(list, '\n'), 1 + 2605);
-    EXPECT_NE(list.find("\n0,0,384,216005\n1,384,384,432005\n"), std::string::npos);
-    EXPECT_TRUE(list.ends_with("\n2603,999552,384,562464005\n2604,999936,384,562680005\n"));
+    EXPECT_NE(list.find("\n0,0,384,216005,5,0\n1,384,384,432005,216005,720\n"), std::string::npos);
+    EXPECT_TRUE(list.ends_with("\n2603,999552,384,562464005,562248005,1874160\n"
+                               "2604,999936,384,562680005,562464005,1874880\n"));
 }
 
 TEST_F(stream_test, sample_formats_of_headerless_input_are_told_apart) {

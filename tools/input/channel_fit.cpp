@@ -1,35 +1,17 @@
 #include "input/channel_fit.hpp"
 
-#include <cstring>
+#include "input/sample_value.hpp"
 
 namespace tools {
 namespace {
-
-/// One sample as a float with full scale 1.0.
-template <sample_format format>
-float load(const std::byte *at) noexcept {
-    if constexpr (format == sample_format::f32) {
-        float value;
-        std::memcpy(&value, at, sizeof value);
-        return value;
-    } else if constexpr (format == sample_format::s24) {
-        const auto bits = std::to_integer<std::uint32_t>(at[0]) << 8
-                          | std::to_integer<std::uint32_t>(at[1]) << 16
-                          | std::to_integer<std::uint32_t>(at[2]) << 24;
-        return static_cast<float>(static_cast<std::int32_t>(bits)) * 0x1p-31f;
-    } else {
-        std::int16_t value;
-        std::memcpy(&value, at, sizeof value);
-        return static_cast<float>(value) * 0x1p-15f;
-    }
-}
 
 /// The mean of both channels: it never clips, and a float holds the bit that it has more than they.
 template <sample_format format>
 void mix(std::span<const std::byte> pairs, std::byte *to) noexcept {
     constexpr auto width = static_cast<std::size_t>(format);
     for (std::size_t i = 0; i < pairs.size(); i += 2 * width, to += sizeof(float)) {
-        const float mean = 0.5f * load<format>(&pairs[i]) + 0.5f * load<format>(&pairs[i + width]);
+        const float mean =
+            0.5f * load_sample<format>(&pairs[i]) + 0.5f * load_sample<format>(&pairs[i + width]);
         std::memcpy(to, &mean, sizeof mean);
     }
 }
@@ -44,8 +26,7 @@ void duplicate(std::span<const std::byte> samples, std::byte *to) noexcept {
 
 } // namespace
 
-channel_fit::channel_fit(std::unique_ptr<pcm_source> source)
-    : source_(std::move(source)), shape_(source_->shape()) {
+channel_fit::channel_fit(std::unique_ptr<pcm_source> source) : source_filter(std::move(source)) {
     shape_.channels = 3 - shape_.channels;
     if (shape_.channels == 1) shape_.format = sample_format::f32;
     // At most doubles: 16-bit pairs become one float, and a duplicate takes twice the bytes.
@@ -53,9 +34,9 @@ channel_fit::channel_fit(std::unique_ptr<pcm_source> source)
 }
 
 std::span<const std::byte> channel_fit::next_block() {
-    const auto block = source_->next_block();
+    const auto block = source().next_block();
     const bool mixes = shape_.channels == 1;
-    switch (source_->shape().format) {
+    switch (source().shape().format) {
     case sample_format::s16:
         mixes ? mix<sample_format::s16>(block, buffer_.data()) : duplicate<2>(block, buffer_.data());
         break;
@@ -66,7 +47,7 @@ std::span<const std::byte> channel_fit::next_block() {
         mixes ? mix<sample_format::f32>(block, buffer_.data()) : duplicate<4>(block, buffer_.data());
         break;
     }
-    const std::size_t instants = block.size() / source_->shape().instant_bytes();
+    const std::size_t instants = block.size() / source().shape().instant_bytes();
     return std::span(buffer_).first(instants * shape_.instant_bytes());
 }
 

@@ -1,11 +1,15 @@
 // Where the encode loop gets its PCM from: blocks of interleaved samples in a format the encoder takes.
 #pragma once
 
+#include "input/speaker.hpp"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace tools {
 
@@ -42,6 +46,17 @@ class pcm_source {
 
     /// Whether next_block() will have something to return by that time. Files always have.
     virtual bool ready_before(std::chrono::steady_clock::time_point) const { return true; }
+
+    /// Where each channel belongs; empty where the input does not tell.
+    virtual std::vector<speaker> speakers() const { return {}; }
+
+    /// Makes the next block begin with that sample of every channel; at most length(). Returns false
+    /// where the input cannot do that exactly; nothing has happened then.
+    virtual bool seek(std::uint64_t) { return false; }
+
+    /// Another reader of the same samples, from the start, for another thread. Both can seek. Null
+    /// where there can be only one.
+    virtual std::unique_ptr<pcm_source> another() const { return nullptr; }
 };
 
 } // namespace tools

@@ -20,6 +20,59 @@ sample_format format_of(int sndfile_format) noexcept {
     }
 }
 
+speaker speaker_of(int channel_map) noexcept {
+    switch (channel_map) {
+    case SF_CHANNEL_MAP_LEFT:
+    case SF_CHANNEL_MAP_FRONT_LEFT:
+        return speaker::front_left;
+    case SF_CHANNEL_MAP_RIGHT:
+    case SF_CHANNEL_MAP_FRONT_RIGHT:
+        return speaker::front_right;
+    case SF_CHANNEL_MAP_CENTER:
+    case SF_CHANNEL_MAP_FRONT_CENTER:
+        return speaker::front_center;
+    case SF_CHANNEL_MAP_LFE:
+        return speaker::low_frequency;
+    case SF_CHANNEL_MAP_REAR_LEFT:
+        return speaker::back_left;
+    case SF_CHANNEL_MAP_REAR_RIGHT:
+        return speaker::back_right;
+    case SF_CHANNEL_MAP_REAR_CENTER:
+        return speaker::back_center;
+    case SF_CHANNEL_MAP_SIDE_LEFT:
+        return speaker::side_left;
+    case SF_CHANNEL_MAP_SIDE_RIGHT:
+        return speaker::side_right;
+    default:
+        return speaker::other;
+    }
+}
+
+/// libsndfile tells the order of WAV-like files and CAF only; of AIFF it tells nonsense.
+std::vector<speaker> speakers_of(SNDFILE *file, const SF_INFO &info) {
+    std::vector<int> map(static_cast<std::size_t>(info.channels));
+    std::vector<speaker> named;
+    switch (info.format & SF_FORMAT_TYPEMASK) {
+    case SF_FORMAT_OGG:
+        return vorbis_speakers(info.channels);
+    case SF_FORMAT_FLAC:
+        return wav_speakers(info.channels);
+    case SF_FORMAT_WAV:
+    case SF_FORMAT_WAVEX:
+    case SF_FORMAT_RF64:
+    case SF_FORMAT_W64:
+    case SF_FORMAT_CAF:
+        if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, map.data(),
+                       static_cast<int>(map.size() * sizeof(int)))
+            == SF_TRUE)
+            for (const int each : map)
+                named.push_back(speaker_of(each));
+        return named;
+    default:
+        return named;
+    }
+}
+
 /// libsndfile answers with absurd counts when it cannot tell the length.
 constexpr sf_count_t longest_credible = sf_count_t{1} << 48;
 
@@ -35,6 +88,7 @@ sndfile_source::sndfile_source(input_file input, length_rule rule)
                           + " An audio file is needed (WAV, W64, RF64, AIFF, FLAC, Ogg, ...);"
                             " for headerless PCM give --raw");
     shape_ = {info.samplerate, info.channels, format_of(info.format)};
+    speakers_ = speakers_of(file_.get(), info);
     if (info.frames >= 0 && info.frames < longest_credible)
         length_ = static_cast<std::uint64_t>(info.frames);
     exact_length_ = (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;

@@ -19,6 +19,7 @@ class sndfile_source final : public pcm_source {
     const pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return length_; }
     std::span<const std::byte> next_block() override;
+    std::vector<speaker> speakers() const override { return speakers_; }
 
   private:
     std::int64_t read_instants();
@@ -32,6 +33,7 @@ class sndfile_source final : public pcm_source {
     input_file input_;
     std::unique_ptr<SNDFILE, closer> file_;
     pcm_shape shape_;
+    std::vector<speaker> speakers_;
     std::optional<std::uint64_t> length_;
     length_rule rule_;
     bool exact_length_ = true; ///< the length is more than an estimate

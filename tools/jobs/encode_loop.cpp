@@ -11,30 +11,31 @@ constexpr std::size_t most_frames_in_block = block_bytes / (MPEG_A_LAYER1_SAMPLE
 constexpr std::size_t room = 4 * most_frames_in_block;
 
 template <class Encoder>
-std::uint64_t encode_with(Encoder &encoder, pcm_source &source, frame_writer &writer,
+encoded_sound encode_with(Encoder &encoder, pcm_source &source, frame_writer &writer,
                           progress_listener &shown, bool live) {
-    std::uint64_t samples = 0;
+    encoded_sound total;
     for (auto block = source.next_block(); !block.empty(); block = source.next_block()) {
         encoder.put(block);
-        samples += block.size() / source.shape().instant_bytes();
+        total.samples += block.size() / source.shape().instant_bytes();
+        total.clipped.add(block, source.shape().format);
         const bool fills_up = encoder.output().frames().size() > 3 * most_frames_in_block;
-        if ((live || fills_up) && !writer.write(encoder.output())) return samples;
-        shown.update(samples);
+        if ((live || fills_up) && !writer.write(encoder.output())) return total;
+        shown.update(total.samples);
     }
     encoder.finish();
     writer.write(encoder.output());
-    return samples;
+    return total;
 }
 
 } // namespace
 
-std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+encoded_sound encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                      progress_listener &shown, bool live) {
     stream_encoder encoder(settings, source.shape(), room);
     return encode_with(encoder, source, writer, shown, live);
 }
 
-std::uint64_t encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+encoded_sound encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                               progress_listener &shown, bool live,
                               const vela::frame_observer &observer) {
     stream_encoder encoder(settings, source.shape(), room);
@@ -42,7 +43,7 @@ std::uint64_t encode_observed(pcm_source &source, const mpeg_a_settings &setting
     return encode_with(encoder, source, writer, shown, live);
 }
 
-std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
+encoded_sound encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
                                     frame_writer &writer, progress_listener &shown, bool live) {
     engine_encoder encoder(settings, source.shape(), room);
     return encode_with(encoder, source, writer, shown, live);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "input/pcm_source.hpp"
+#include "jobs/clip_count.hpp"
 #include "jobs/progress.hpp"
 #include "output/frame_writer.hpp"
 #include "vela_enc_mp1a/settings.h"
@@ -14,18 +15,17 @@ namespace tools {
 
 /// Encodes the whole source.
 /// @param live  write every block's frames at once: somebody may be waiting for them
-/// @return samples a channel
 /// @throws failure when the input fails; a failed output just ends the loop, and its file knows why
-std::uint64_t encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+encoded_sound encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                      progress_listener &shown, bool live);
 
 /// The same, and the observer sees what decided every frame.
-std::uint64_t encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
+encoded_sound encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                               progress_listener &shown, bool live,
                               const vela::frame_observer &observer);
 
 /// The same through the plug-in interface: an engine and a sink of ours.
-std::uint64_t encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
+encoded_sound encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
                                     frame_writer &writer, progress_listener &shown, bool live);
 
 } // namespace tools

@@ -32,7 +32,7 @@ class parallel_run {
           reader_(source, frame_samples_, how.segment_frames),
           crew_(settings, source.shape(), how.jobs, how.segment_frames, how.spare) {}
 
-    std::uint64_t run() {
+    encoded_sound run() {
         for (auto state = input::ready; state != input::ended && works_;) {
             auto next = vacant_segment();
             reader_.begin(*next);
@@ -44,7 +44,7 @@ class parallel_run {
                 write_oldest();
         }
         if (works_) reader_.check();
-        return reader_.samples();
+        return {reader_.samples(), clipped_};
     }
 
   private:
@@ -83,6 +83,7 @@ class parallel_run {
         auto &oldest = in_flight_.front();
         crew_.finish(*oldest);
         works_ = writer_.write(oldest->frames);
+        clipped_.add(oldest->clipped);
         vacant_.push_back(std::move(oldest));
         in_flight_.pop_front();
         show_progress();
@@ -97,6 +98,7 @@ class parallel_run {
     division how_;
     std::size_t frame_samples_;
     bool works_ = true; ///< the output
+    clip_count clipped_;
     segment_reader reader_;
     std::deque<std::unique_ptr<segment>> in_flight_; ///< in the order of the stream
     std::vector<std::unique_ptr<segment>> vacant_;
@@ -105,7 +107,7 @@ class parallel_run {
 
 } // namespace
 
-std::uint64_t encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
+encoded_sound encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
                                  frame_writer &writer, progress_listener &shown, const division &how) {
     return parallel_run(source, settings, writer, shown, how).run();
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "input/pcm_source.hpp"
+#include "jobs/clip_count.hpp"
 #include "jobs/progress.hpp"
 #include "jobs/thread_budget.hpp"
 #include "output/frame_writer.hpp"
@@ -22,7 +23,7 @@ struct division {
 
 /// As encode(), with the same result. The source is cut into segments that are encoded side by side;
 /// their number in memory at a time is limited.
-std::uint64_t encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
+encoded_sound encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
                                  frame_writer &writer, progress_listener &shown, const division &how);
 
 } // namespace tools

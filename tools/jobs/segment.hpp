@@ -1,6 +1,7 @@
 // A run of whole frames that is encoded on its own, wherever it lies in the stream.
 #pragma once
 
+#include "jobs/clip_count.hpp"
 #include "output/frame_buffer.hpp"
 
 #include <cstddef>
@@ -21,6 +22,7 @@ struct segment {
     std::size_t history_bytes = 0;
     bool last = false;   ///< the stream ends with it
     frame_buffer frames; ///< what came out
+    clip_count clipped;  ///< without the history
     bool done = false;   ///< `frames` is complete
 };
 

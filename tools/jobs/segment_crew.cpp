@@ -7,10 +7,12 @@
 namespace tools {
 namespace {
 
-void encode(const segment &what, stream_encoder &encoder) {
+void encode(segment &what, sample_format format, stream_encoder &encoder) {
     const std::span pcm(what.pcm);
     encoder.go_to(what.first_frame, pcm.first(what.history_bytes));
     encoder.put(pcm.subspan(what.history_bytes));
+    what.clipped = {};
+    what.clipped.add(pcm.subspan(what.history_bytes), format);
     if (what.last) encoder.finish();
 }
 
@@ -87,7 +89,7 @@ void segment_crew::encode_first_waiting(std::unique_lock<std::mutex> &lock, stre
     segment &first = *waiting_.front();
     waiting_.pop_front();
     lock.unlock();
-    encode(first, encoder);
+    encode(first, shape_.format, encoder);
     encoder.output().exchange(first.frames);
     lock.lock();
     first.done = true;

@@ -8,13 +8,19 @@ namespace {
 
 constexpr std::size_t text_bytes = 64 * 1024;
 constexpr std::size_t longest_number = 20; ///< 64 bits with sign
-constexpr std::size_t longest_row = 4 * (longest_number + 1);
+constexpr std::size_t longest_row = 6 * (longest_number + 1);
+
+/// ISO/IEC 13818-1, 2.4.3.7: 90 kHz, rounded down, 33 bits that start over.
+std::uint64_t pts_of(std::int64_t ticks) noexcept {
+    const std::int64_t rounded = ticks / 300 - (ticks % 300 < 0 ? 1 : 0);
+    return static_cast<std::uint64_t>(rounded) & 0x1FFFFFFFF;
+}
 
 } // namespace
 
-timestamp_list::timestamp_list(output_file &file) : file_(file) {
+timestamp_list::timestamp_list(output_file &file, std::int64_t begin) : file_(file), begin_(begin) {
     text_.reserve(text_bytes);
-    text_ = "frame,byte_offset,bytes,time_stamp_27mhz\n";
+    text_ = "frame,byte_offset,bytes,time_stamp_27mhz,begin_27mhz,pts_90khz\n";
 }
 
 void timestamp_list::add(std::uint64_t frame, std::uint64_t offset, std::uint32_t bytes,
@@ -28,7 +34,10 @@ void timestamp_list::add(std::uint64_t frame, std::uint64_t offset, std::uint32_
     append(frame, ',');
     append(offset, ',');
     append(bytes, ',');
-    append(stamp, '\n');
+    append(stamp, ',');
+    append(begin_, ',');
+    append(pts_of(begin_), '\n');
+    begin_ = stamp;
 }
 
 void timestamp_list::flush() noexcept {

@@ -1,4 +1,5 @@
-// The frames of the stream as a CSV file: number, byte offset, bytes, 27 MHz time stamp.
+// The frames of the stream as a CSV file: number, byte offset, bytes, end and begin in 27 MHz ticks, and
+// the begin as a PTS.
 #pragma once
 
 #include "output/output_file.hpp"
@@ -10,7 +11,8 @@ namespace tools {
 
 class timestamp_list {
   public:
-    explicit timestamp_list(output_file &file);
+    /// @param begin  of the first frame, in 27 MHz ticks
+    timestamp_list(output_file &file, std::int64_t begin);
 
     /// Never throws: it is called from the encoder. Errors stay with the file.
     void add(std::uint64_t frame, std::uint64_t offset, std::uint32_t bytes,
@@ -19,7 +21,8 @@ class timestamp_list {
 
   private:
     output_file &file_;
-    std::string text_; ///< never grows beyond what was reserved
+    std::int64_t begin_; ///< of the next frame
+    std::string text_;   ///< never grows beyond what was reserved
 };
 
 } // namespace tools

@@ -1,7 +1,6 @@
 #include "velaenc/encode_file.hpp"
 
 #include "common/failure.hpp"
-#include "input/channel_fit.hpp"
 #include "input/container.hpp"
 #include "input/open_pcm.hpp"
 #include "jobs/encode_loop.hpp"
@@ -9,6 +8,7 @@
 #include "output/output_file.hpp"
 #include "output/wave_container.hpp"
 #include "velaenc/finished_stream.hpp"
+#include "velaenc/sound_plan.hpp"
 #include "velaenc/stream_settings.hpp"
 #include "velaenc/trace_file.hpp"
 
@@ -61,7 +61,7 @@ struct outputs {
     }
 };
 
-std::uint64_t encode_with(const options &wanted, pcm_source &source, const mpeg_a_settings &settings,
+encoded_sound encode_with(const options &wanted, pcm_source &source, const mpeg_a_settings &settings,
                           frame_writer &writer, progress_listener &shown, bool live,
                           thread_budget *spare, std::optional<trace_file> &trace) {
     if (trace) return encode_observed(source, settings, writer, shown, live, trace->observer());
@@ -94,7 +94,8 @@ opened open_source(const options &wanted, const std::function<void(const std::st
     result.origin.channels = shape.channels;
     if (shape.format != sample_format::f32) result.origin.bits = 8 * static_cast<int>(shape.format);
     result.plan = plan_stream(wanted, result.source->shape());
-    result.source = fit_channels(std::move(result.source), channels_of(result.plan.settings));
+    result.source =
+        shape_sound(std::move(result.source), wanted, result.plan.settings, result.plan.notes);
     return result;
 }
 
@@ -130,7 +131,7 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
         listener.note("the folder of " + files.stream.name()
                       + " takes no new file; the file's contents are replaced at the end");
     std::optional<timestamp_list> list;
-    if (files.list) list.emplace(*files.list);
+    if (files.list) list.emplace(*files.list, start_of(plan.settings));
     std::optional<trace_file> trace;
     if (files.trace) trace.emplace(*files.trace);
     const int rate = source->shape().rate;
@@ -140,16 +141,16 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
                      broadcast_extension(origin, plan.settings, kbit_of(plan.settings), rate));
     frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
-    const std::uint64_t samples = encode_with(wanted, *source, plan.settings, writer, shown,
+    const encoded_sound done = encode_with(wanted, *source, plan.settings, writer, shown,
                                               files.stream.is_direct(), spare, trace);
     if (list) list->flush();
     if (trace) trace->flush();
     if (wave) wave->finish({writer.bytes(), writer.frames() * frame_samples(plan.settings)});
     files.stream.check();
-    if (samples == 0)
+    if (done.samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
     files.publish();
-    return {plan.settings, source->shape().rate, writer.frames(), samples};
+    return {plan.settings, source->shape().rate, writer.frames(), done.samples, done.clipped};
 }
 
 } // namespace tools

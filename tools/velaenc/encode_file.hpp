@@ -1,6 +1,7 @@
 // The encode of one file, from the name of its input to the published output.
 #pragma once
 
+#include "jobs/clip_count.hpp"
 #include "jobs/progress.hpp"
 #include "jobs/thread_budget.hpp"
 #include "vela_enc_mp1a/settings.h"
@@ -33,7 +34,9 @@ struct file_result {
     mpeg_a_settings settings{};
     int rate = 0;              ///< Hz
     std::uint64_t frames = 0;  ///< of the stream
-    std::uint64_t samples = 0; ///< a channel, of the input
+    std::uint64_t samples = 0; ///< a channel, of the sound that was encoded
+
+    clip_count clipped = {};
 
     double seconds() const noexcept { return static_cast<double>(samples) / rate; }
 };

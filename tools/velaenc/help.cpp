@@ -9,7 +9,7 @@ namespace tools {
 
 const char *const help_description =
     "velaenc: encodes audio as MPEG-1 Audio Layer I or II (ISO/IEC 11172-3).\n"
-    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of 32000, 44100 or 48000 Hz.";
+    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of any sample rate.";
 
 namespace {
 
@@ -31,8 +31,18 @@ constexpr const char *rest =
     "that conforms. 16-bit and 24-bit input is encoded as such, everything else as 32-bit float.\n"
     "Of an option given twice the last one counts.\n"
     "\n"
+    "What the stream cannot have is changed, and a note says so: other sample rates become the\n"
+    "preset's or the next one above (libsoxr), three to eight channels are mixed to stereo by ITU-R\n"
+    "BS.775 so that nothing clips. Nothing is dithered or normalised.\n"
+    "\n"
+    "Every decoder gives the sound out 481 samples late in Layer II (10 ms at 48 kHz), 545 in Layer I,\n"
+    "and the end of IN may not come out at all. --align mends both; --flush-tail the second. A stream\n"
+    "without them can be set right by the muxer: mplex -O 10ms, mkvmerge -y 0:-10 before the stream's\n"
+    "name, ffmpeg -itsoffset -0.010021 before its -i.\n"
+    "\n"
     "Time stamps count 27 MHz ticks and tell when a frame ends: the first one is the start plus the\n"
-    "duration of one frame. Frames are numbered from 0.\n"
+    "duration of one frame. The PTS of a frame is its begin in 90 kHz, 33 bits. Frames are numbered\n"
+    "from 0.\n"
     "\n"
     "OUT appears under its name when it is complete. What is there already is replaced when it is\n"
     "empty or MPEG audio; anything else only with --overwrite. Pipes, devices and /dev/stdout are\n"
@@ -41,7 +51,7 @@ constexpr const char *rest =
     "Exit codes:\n"
     "  0  success\n"
     "  1  the command line is wrong\n"
-    "  2  the input is missing, unreadable, truncated, empty or has more than two channels\n"
+    "  2  the input is missing, unreadable, truncated, empty or has unusable channels\n"
     "  3  the output cannot be written\n"
     "  4  the settings or the sample rate cannot be encoded or do not conform to the preset\n"
     "  5  memory is out, or the program is at fault\n"

@@ -6,6 +6,7 @@
 #include "velaenc/batch.hpp"
 #include "velaenc/encode_file.hpp"
 #include "velaenc/options.hpp"
+#include "velaenc/sound_plan.hpp"
 #include "velaenc/stream_settings.hpp"
 
 #include <cstdio>
@@ -42,6 +43,7 @@ class single_run final : public run_listener {
         std::fprintf(stderr, "velaenc: %llu frames, %s, %d kbit/s, %.1f x real time\n",
                      static_cast<unsigned long long>(done.frames),
                      clock_text(done.seconds(), 3).c_str(), kbit_of(done.settings), speed);
+        if (done.clipped.samples != 0) say("warning: " + clip_text(done.clipped));
     }
 
   private:

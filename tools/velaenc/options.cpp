@@ -146,7 +146,7 @@ void add_output_options(CLI::App &app, options &wanted, std::string &named) {
         ->type_name("OUT")
         ->excludes(app.get_option("OUT"));
     app.add_option("--timestamps", wanted.timestamps,
-                   "CSV of the frames: number, byte offset, bytes, time stamp")
+                   "CSV of the frames: number, byte offset, bytes, end and begin in 27 MHz, PTS")
         ->type_name("FILE");
     auto *overwrite = app.add_flag("--overwrite", wanted.overwrite, "Replace OUT whatever it is");
     app.add_flag("-n,--no-clobber", wanted.no_clobber, "Replace no file")->excludes(overwrite);
@@ -253,6 +253,7 @@ std::optional<options> read_options(int argc, char **argv) {
     add_output_options(app, wanted, named_output);
     app.add_flag("--ignore-length", wanted.ignore_length,
                  "Encode what is there, whatever the header of IN says, damaged or not");
+    add_sound_options(app, wanted.sound);
     add_raw_options(app, given);
     auto *threads =
         add_number(app, "-j,--jobs", jobs, "N",

@@ -3,6 +3,7 @@
 
 #include "input/pcm_source.hpp"
 #include "velaenc/batch_options.hpp"
+#include "velaenc/sound_options.hpp"
 
 #include <optional>
 #include <string>
@@ -31,6 +32,7 @@ struct options {
     std::optional<int> pts_units;
 
     std::optional<bool> wave; ///< the stream in a WAV file, or bare; none: by the name of the output
+    sound_options sound;
 
     std::optional<pcm_shape> raw; ///< shape of headerless input
     bool ignore_length = false;   ///< encode what is there, whatever the header says

@@ -101,7 +101,7 @@ void apply(const options &wanted, mpeg_a_settings &settings) {
 }
 
 void note_channels(const mpeg_a_settings &settings, int channels, std::vector<std::string> &notes) {
-    if (channels == 2 && channels_of(settings) == 1)
+    if (channels > 1 && channels_of(settings) == 1)
         notes.emplace_back("mono: mixing two channels down");
     if (channels == 1 && channels_of(settings) == 2)
         notes.push_back(mode_name(settings) + ": duplicating the one channel");
@@ -113,10 +113,18 @@ int kbit_of(const mpeg_a_settings &settings) noexcept {
     return mpeg_a_bitrates[settings.audio_layer - 1][settings.audio_bitrate];
 }
 
+std::int64_t start_of(const mpeg_a_settings &settings) noexcept {
+    if (settings.pts_units <= 0) return settings.pts_offset;
+    return static_cast<std::int64_t>(static_cast<double>(settings.pts_offset) * 27e6
+                                     / settings.pts_units);
+}
+
 stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
-    if (input.channels > 2)
-        throw failure(exit_code::input, "the input has " + std::to_string(input.channels)
-                                            + " channels; MPEG-1 Audio has 1 or 2: mix it down first");
+    if (input.channels > 2 && !wanted.sound.mixes_down)
+        throw failure(exit_code::input,
+                      "the input has " + std::to_string(input.channels)
+                          + " channels; MPEG-1 Audio has 1 or 2: mix it down first, or"
+                            " leave --downmix none out");
     stream_plan plan;
     mpegOutAudioDefaults(&plan.settings, wanted.preset);
     if (input.channels == 1) plan.settings.audio_mode = MPEG_A_MODE_MONO;
@@ -136,10 +144,6 @@ stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
 void check_rules(const options &wanted, const mpeg_a_settings &settings, int sample_rate,
                  const std::function<void(const std::string &)> &tell) {
     if (find_violations(settings, wanted.preset, sample_rate, tell) == 0) return;
-    if (sample_rate != 32000 && sample_rate != 44100 && sample_rate != 48000)
-        throw failure(exit_code::rules, "the input has " + std::to_string(sample_rate)
-                                            + " Hz; MPEG-1 Audio has 32000, 44100 and 48000 Hz:"
-                                              " convert it to one of them first");
     if (!is_usable(settings))
         throw failure(exit_code::rules, std::to_string(kbit_of(settings))
                                             + " kbit/s cannot be encoded: " + layer_and_mode(settings)

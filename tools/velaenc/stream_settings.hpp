@@ -18,6 +18,9 @@ inline int channels_of(const mpeg_a_settings &settings) noexcept {
     return settings.audio_mode == MPEG_A_MODE_MONO ? 1 : 2;
 }
 
+/// Begin of the stream in 27 MHz ticks.
+std::int64_t start_of(const mpeg_a_settings &settings) noexcept;
+
 struct stream_plan {
     mpeg_a_settings settings{};
     std::vector<std::string> notes; ///< what the user did not ask for, or may not expect

@@ -1,0 +1,201 @@
+// What happens to the sound before it is encoded: parts, delay, channels, rates, levels.
+#include "workbench.hpp"
+
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <sndfile.h>
+
+namespace velaenc_test {
+namespace {
+
+using samples = std::vector<std::int16_t>;
+
+class sound_test : public workbench {
+  protected:
+    static samples part(const samples &stereo, std::size_t from, std::size_t to,
+                        std::size_t silence = 0) {
+        samples result(stereo.begin() + static_cast<std::ptrdiff_t>(2 * from),
+                       stereo.begin() + static_cast<std::ptrdiff_t>(2 * to));
+        result.insert(result.end(), 2 * silence, 0);
+        return result;
+    }
+
+    std::string stream_of(const samples &stereo, const std::string &arguments = "") const {
+        put("expected.wav", wav(pcm(stereo), 2, 48000));
+        return encoded("expected.wav " + arguments);
+    }
+
+    /// What another program decodes, two channels.
+    std::vector<float> decoded(const std::string &arguments) const {
+        put("stream.mp2", encoded(arguments));
+        const auto pcm = shell("ffmpeg -v error -i stream.mp2 -f f32le -").out;
+        std::vector<float> values(pcm.size() / sizeof(float));
+        std::memcpy(values.data(), pcm.data(), values.size() * sizeof(float));
+        return values;
+    }
+
+    void write(const std::string &name, int format, const samples &values, int channels) const {
+        put(name, "");
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = channels;
+        info.format = format;
+        SNDFILE *file = sf_open(path(name).c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr) << name;
+        sf_write_short(file, values.data(), static_cast<sf_count_t>(values.size()));
+        sf_close(file);
+    }
+};
+
+TEST_F(sound_test, a_part_is_cut_to_the_sample_from_files_that_seek_and_from_those_that_do_not) {
+    const auto sound = noise(2 * 400000);
+    put("in.wav", wav(pcm(sound), 2, 48000));
+    write("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, sound, 2);
+    const struct {
+        std::string arguments;
+        std::size_t from, to;
+    } cases[] = {
+        {"--start 1.5 --duration 0:02", 72000, 168000},
+        {"--start 0:00:08.0 --duration 1:00:00", 384000, 400000},
+        {"--start .00002", 1, 400000}, // 0.96 samples
+        {"--duration 0.000031", 0, 1}, // 1.488
+        {"--start 8.333312", 399999, 400000},
+    };
+    for (const auto &[arguments, from, to] : cases) {
+        const auto expected = stream_of(part(sound, from, to));
+        for (const std::string jobs : {" -j 1", " -j 3"}) {
+            EXPECT_TRUE(encoded("in.wav " + arguments + jobs) == expected) << arguments << jobs;
+            EXPECT_TRUE(encoded("in.flac " + arguments + jobs) == expected) << arguments << jobs;
+            EXPECT_TRUE(shell("cat in.wav | velaenc - - " + arguments + jobs).out == expected);
+        }
+    }
+    expect_failure("velaenc in.flac out.mp2 --start 0:09", 2, "ends before --start 0:09.000");
+    expect_failure("cat in.wav | velaenc - out.mp2 --start 0:09", 2, "ends before --start 0:09.000");
+    for (const std::string time : {"1:60", "1:2:3:4", "-1", "5.", "1.0000000001", "''"})
+        expect_failure("velaenc in.wav out.mp2 --start " + time, 1, "h:mm:ss.fff");
+}
+
+TEST_F(sound_test, align_drops_the_decoders_delay_and_both_options_let_the_tail_come_out) {
+    const auto sound = noise(2 * 11520);
+    put("in.wav", wav(pcm(sound), 2, 48000));
+    for (const auto &[layer, delay] : {std::pair{"--layer 2", 481u}, {"--layer 1", 545u}}) {
+        EXPECT_TRUE(encoded(std::string("in.wav --align ") + layer)
+                    == stream_of(part(sound, delay, 11520, delay), layer));
+        EXPECT_TRUE(encoded(std::string("in.wav --flush-tail ") + layer)
+                    == stream_of(part(sound, 0, 11520, delay), layer));
+    }
+    expect_failure("velaenc in.wav out.mp2 --duration 0.01 --align", 2, "shorter than the 481 samples");
+}
+
+TEST_F(sound_test, every_layout_goes_where_its_speakers_are_and_never_clips) {
+    const double c = std::numbers::sqrt2 / 2;
+    struct speaker_gains {
+        double left, right;
+    };
+    constexpr int opus = SF_FORMAT_OGG | SF_FORMAT_OPUS, vorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS,
+                  flac = SF_FORMAT_FLAC | SF_FORMAT_PCM_16, plain = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    const std::vector<speaker_gains> wav5{{1, 0}, {0, 1}, {c, c}, {c, 0}, {0, c}},
+        wav6{{1, 0}, {0, 1}, {c, c}, {0, 0}, {c, 0}, {0, c}},
+        ogg6{{1, 0}, {c, c}, {0, 1}, {c, 0}, {0, c}, {0, 0}}, quad{{1, 0}, {0, 1}, {c, 0}, {0, c}},
+        wav8{{1, 0}, {0, 1}, {c, c}, {0, 0}, {c, 0}, {0, c}, {c, 0}, {0, c}};
+    const struct {
+        const char *name;
+        int format;
+        std::vector<speaker_gains> gains;
+        double loudest;
+    } cases[] = {
+        {"6.wav", plain, wav6, 1 + 2 * c},  {"5.flac", flac, wav5, 1 + 2 * c},
+        {"6.flac", flac, wav6, 1 + 2 * c},  {"4.wav", plain, quad, 1 + c},
+        {"8.flac", flac, wav8, 1 + 3 * c},  {"4.ogg", vorbis, quad, 1 + c},
+        {"6.ogg", vorbis, ogg6, 1 + 2 * c}, {"6.opus", opus, ogg6, 1 + 2 * c},
+    };
+    for (const auto &each : cases) {
+        // 2400 samples a speaker, one after the other; then all of them at full scale.
+        const std::size_t channels = each.gains.size();
+        samples sound;
+        for (std::size_t t = 0; t < (channels + 1) * 2400; ++t)
+            for (std::size_t k = 0; k < channels; ++k) {
+                const double wave = std::sin(2 * std::numbers::pi * static_cast<double>(t) / 48);
+                const bool on = t / 2400 == k || t / 2400 == channels;
+                sound.push_back(static_cast<std::int16_t>(on ? 32000 * wave : 0));
+            }
+        write(each.name, each.format, sound, static_cast<int>(channels));
+        const auto out = decoded(each.name + std::string(" --align --bitrate 384"));
+        ASSERT_GE(out.size(), 2 * (channels + 1) * 2400) << each.name;
+        for (std::size_t k = 0; k <= channels; ++k)
+            for (const std::size_t side : {0u, 1u}) {
+                double energy = 0;
+                for (std::size_t t = k * 2400 + 960; t < k * 2400 + 1440; ++t)
+                    energy += out[2 * t + side] * out[2 * t + side] / 480.0;
+                const double gain = k == channels ? each.loudest
+                                    : side == 0   ? each.gains[k].left
+                                                  : each.gains[k].right;
+                const double peak = std::sqrt(2 * energy) * 32768 / 32000;
+                EXPECT_NEAR(peak, gain / each.loudest, 0.03) << each.name << ' ' << k << ' ' << side;
+            }
+    }
+}
+
+TEST_F(sound_test, a_rate_that_the_stream_cannot_have_becomes_the_next_one_or_the_presets) {
+    const struct {
+        int rate;
+        const char *arguments;
+        int expected;
+    } cases[] = {
+        {8000, "", 32000},
+        {22050, "", 32000},
+        {37800, "", 44100},
+        {48000, "", 48000},
+        {88200, "", 44100},
+        {96000, "", 48000},
+        {48000, "--preset vcd", 44100},
+        {44100, "--preset dvd", 48000},
+        {32000, "--to-rate 48000", 48000},
+    };
+    for (const auto &[rate, arguments, expected] : cases) {
+        // A second of a 1 kHz tone, at its time in the decoder's output.
+        samples tone;
+        for (int t = 0; t < rate; ++t)
+            tone.insert(
+                tone.end(), 2,
+                static_cast<std::int16_t>(20000 * std::sin(2 * std::numbers::pi * 1000 * t / rate)));
+        put("in.wav", wav(pcm(tone), 2, rate));
+        const std::string command = std::string("in.wav --bitrate 224 --align ") + arguments;
+        const auto stream = encoded(command);
+        EXPECT_EQ(frames_of(stream)[0].rate, expected) << rate << arguments;
+        EXPECT_TRUE(encoded(command + " -j 1") == stream) << rate << arguments;
+        const auto out = decoded(command);
+        double error = 0;
+        for (int t = 2000; t < expected - 2000; ++t)
+            error +=
+                std::pow(out[2 * static_cast<std::size_t>(t)]
+                             - 20000 / 32768.0 * std::sin(2 * std::numbers::pi * 1000 * t / expected),
+                         2);
+        EXPECT_LT(error / expected, 1e-6) << rate << arguments; // a sample off would be 0.003 and more
+    }
+}
+
+TEST_F(sound_test, gain_and_swap_are_exact_and_what_lies_beyond_full_scale_is_counted) {
+    const auto sound = noise(2 * 300000);
+    samples swapped;
+    std::size_t beyond = 0;
+    for (std::size_t i = 0; i < sound.size(); ++i) {
+        swapped.push_back(sound[i ^ 1]);
+        beyond += std::abs(sound[i] / 32768.0 * std::pow(10, 12 / 20.0)) > 1;
+    }
+    put("in.wav", wav(pcm(sound), 2, 48000));
+    EXPECT_TRUE(encoded("in.wav --swap-channels") == stream_of(swapped));
+    EXPECT_TRUE(encoded("expected.wav --swap-channels --gain 0") == encoded("in.wav"));
+    for (const std::string arguments : {"-j 1", "-j 3", "--engine"}) {
+        const auto loud = shell("velaenc in.wav --gain 12 out.mp2 " + arguments);
+        EXPECT_NE(loud.err.find(": " + std::to_string(beyond) + " samples lie beyond"),
+                  std::string::npos)
+            << loud.err;
+        EXPECT_EQ(shell("velaenc in.wav --gain 5.9 out.mp2 " + arguments).err.find("beyond"),
+                  std::string::npos);
+    }
+}
+
+} // namespace
+} // namespace velaenc_test

@@ -1,0 +1,80 @@
+#include "input/channel_matrix.hpp"
+
+#include "input/sample_value.hpp"
+
+#include <algorithm>
+#include <array>
+#include <numbers>
+#include <numeric>
+
+namespace tools {
+namespace {
+
+constexpr double minus_3_db = std::numbers::sqrt2 / 2;
+
+struct share {
+    double left, right;
+};
+
+/// ITU-R BS.775-3, annex 4, table 2, in the order of the speakers. The sides of 7.1, which it does not
+/// have, are surround channels too.
+constexpr std::array<share, 9> shares{{
+    {1, 0},                   // front left
+    {0, 1},                   // front right
+    {minus_3_db, minus_3_db}, // front centre
+    {0, 0},                   // low frequency
+    {minus_3_db, 0},          // back left
+    {0, minus_3_db},          // back right
+    {0.5, 0.5},               // back centre
+    {minus_3_db, 0},          // side left
+    {0, minus_3_db},          // side right
+}};
+
+} // namespace
+
+gain_matrix unity_gains(int channels) {
+    const auto size = static_cast<std::size_t>(channels);
+    gain_matrix gains(size, std::vector<double>(size));
+    for (std::size_t i = 0; i < size; ++i)
+        gains[i][i] = 1;
+    return gains;
+}
+
+gain_matrix bs775_gains(const std::vector<speaker> &from) {
+    gain_matrix gains(2);
+    for (const speaker each : from) {
+        if (each == speaker::other) return {};
+        gains[0].push_back(shares.at(static_cast<std::size_t>(each)).left);
+        gains[1].push_back(shares.at(static_cast<std::size_t>(each)).right);
+    }
+    const auto sum = [](const auto &row) { return std::accumulate(row.begin(), row.end(), 0.0); };
+    const double loudest = std::max({sum(gains[0]), sum(gains[1]), 1.0});
+    for (auto &row : gains)
+        for (double &gain : row)
+            gain /= loudest;
+    return gains;
+}
+
+channel_matrix::channel_matrix(std::unique_ptr<pcm_source> source, gain_matrix gains)
+    : source_filter(std::move(source)), gains_(std::move(gains)) {
+    shape_.channels = static_cast<int>(gains_.size());
+    shape_.format = sample_format::f32;
+}
+
+std::span<const std::byte> channel_matrix::next_block() {
+    const auto block = source().next_block();
+    const auto inputs = static_cast<std::size_t>(source().shape().channels);
+    load_samples(block, source().shape().format, in_);
+    out_.resize(in_.size() / inputs * gains_.size());
+    float *to = out_.data();
+    for (std::size_t at = 0; at < in_.size(); at += inputs)
+        for (const auto &row : gains_) {
+            double sum = 0;
+            for (std::size_t i = 0; i < inputs; ++i)
+                sum += row[i] * in_[at + i];
+            *to++ = static_cast<float>(sum);
+        }
+    return std::as_bytes(std::span(out_));
+}
+
+} // namespace tools

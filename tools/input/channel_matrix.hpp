@@ -1,0 +1,34 @@
+// Channels as weighted sums of channels: mixdowns, gains, swapped sides.
+#pragma once
+
+#include "input/source_filter.hpp"
+
+namespace tools {
+
+/// A row for each channel that comes out: the factor of every channel that goes in.
+using gain_matrix = std::vector<std::vector<double>>;
+
+gain_matrix unity_gains(int channels);
+
+/// To left and right by ITU-R BS.775: the centre and each surround channel 3 dB lower on its side, one
+/// surround channel 6 dB lower on both, the low-frequency channel left out; all of it lowered so far
+/// that no sum exceeds full scale.
+/// @return empty when one of the channels has no place in that
+gain_matrix bs775_gains(const std::vector<speaker> &from);
+
+/// Its samples are floats.
+class channel_matrix final : public source_filter {
+  public:
+    /// @param gains  its rows are as long as the source has channels
+    channel_matrix(std::unique_ptr<pcm_source> source, gain_matrix gains);
+
+    std::span<const std::byte> next_block() override;
+    std::vector<speaker> speakers() const override { return {}; }
+    std::unique_ptr<pcm_source> another() const override { return another_like(*this, gains_); }
+
+  private:
+    gain_matrix gains_;
+    std::vector<float> in_, out_;
+};
+
+} // namespace tools

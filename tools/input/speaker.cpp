@@ -1,0 +1,74 @@
+#include "input/speaker.hpp"
+
+#include <array>
+
+namespace tools {
+namespace {
+
+using enum speaker;
+using layouts = std::array<std::vector<speaker>, 9>;
+
+/// The standard layouts of RFC 9639, 9.1.2, which are those of WAV with its default channel masks; with
+/// seven channels the back one comes before the sides.
+const layouts wav_layouts{{
+    {},
+    {front_center},
+    {front_left, front_right},
+    {front_left, front_right, front_center},
+    {front_left, front_right, back_left, back_right},
+    {front_left, front_right, front_center, back_left, back_right},
+    {front_left, front_right, front_center, low_frequency, back_left, back_right},
+    {front_left, front_right, front_center, low_frequency, back_center, side_left, side_right},
+    {front_left, front_right, front_center, low_frequency, back_left, back_right, side_left,
+     side_right},
+}};
+
+/// Vorbis I specification, 4.3.9; RFC 7845, 5.1.1.2, for Opus.
+const layouts vorbis_layouts{{
+    {},
+    {front_center},
+    {front_left, front_right},
+    {front_left, front_center, front_right},
+    {front_left, front_right, back_left, back_right},
+    {front_left, front_center, front_right, back_left, back_right},
+    {front_left, front_center, front_right, back_left, back_right, low_frequency},
+    {front_left, front_center, front_right, side_left, side_right, back_center, low_frequency},
+    {front_left, front_center, front_right, side_left, side_right, back_left, back_right,
+     low_frequency},
+}};
+
+/// The bits of a channel mask from the lowest one on.
+constexpr std::array mask_bits{front_left,  front_right, front_center, low_frequency,
+                               back_left,   back_right,  other,        other,
+                               back_center, side_left,   side_right};
+
+std::vector<speaker> row(const layouts &from, int channels) {
+    const auto index = static_cast<std::size_t>(channels);
+    return index < from.size() ? from[index] : std::vector<speaker>{};
+}
+
+} // namespace
+
+std::string_view name_of(speaker where) noexcept {
+    constexpr std::array<std::string_view, 10> names{"FL", "FR", "FC", "LFE", "BL",
+                                                     "BR", "BC", "SL", "SR",  "?"};
+    return names.at(static_cast<std::size_t>(where));
+}
+
+std::vector<speaker> wav_speakers(int channels) {
+    return row(wav_layouts, channels);
+}
+
+std::vector<speaker> vorbis_speakers(int channels) {
+    return row(vorbis_layouts, channels);
+}
+
+std::vector<speaker> masked_speakers(std::uint32_t mask, int channels) {
+    std::vector<speaker> named;
+    for (std::size_t bit = 0; bit < 32; ++bit)
+        if (mask >> bit & 1) named.push_back(bit < mask_bits.size() ? mask_bits.at(bit) : other);
+    if (named.size() != static_cast<std::size_t>(channels)) named.clear();
+    return named;
+}
+
+} // namespace tools

@@ -1,0 +1,35 @@
+// Where the channels of an input belong.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace tools {
+
+enum class speaker : std::uint8_t {
+    front_left,
+    front_right,
+    front_center,
+    low_frequency,
+    back_left,
+    back_right,
+    back_center,
+    side_left,
+    side_right,
+    other, ///< one that no mixdown to two channels is defined for
+};
+
+/// As the field abbreviates them: FL, FR, FC, LFE, ...
+std::string_view name_of(speaker where) noexcept;
+
+/// The order of WAV and FLAC for that many channels; empty above 8.
+std::vector<speaker> wav_speakers(int channels);
+
+/// The order of Vorbis and of Opus' mapping family 1 for that many channels; empty above 8.
+std::vector<speaker> vorbis_speakers(int channels);
+
+/// A channel mask of WAVE_FORMAT_EXTENSIBLE; empty where it does not name that many speakers.
+std::vector<speaker> masked_speakers(std::uint32_t mask, int channels);
+
+} // namespace tools

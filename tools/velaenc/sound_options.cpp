@@ -1,0 +1,106 @@
+#include "velaenc/sound_options.hpp"
+
+#include <charconv>
+#include <CLI/CLI.hpp>
+#include <cstdint>
+
+namespace tools {
+namespace {
+
+using nanoseconds = std::chrono::nanoseconds;
+
+[[noreturn]] void refuse(const std::string &option, const std::string &text, const std::string &right) {
+    throw CLI::ValidationError(option, "'" + text + "' should be " + right);
+}
+
+/// The number that all of the text is.
+template <class Number>
+std::optional<Number> number_in(std::string_view text) {
+    Number value{};
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size();
+    return whole ? std::optional(value) : std::nullopt;
+}
+
+/// Nothing but digits, at most nine of them.
+std::optional<std::int64_t> digits_in(std::string_view text) {
+    if (text.empty() || text.size() > 9) return std::nullopt;
+    if (text.find_first_not_of("0123456789") != text.npos) return std::nullopt;
+    return number_in<std::int64_t>(text);
+}
+
+/// s, m:s or h:m:s, the seconds with up to nine decimals.
+std::optional<nanoseconds> time_in(std::string_view text) {
+    const std::size_t point = std::min(text.find('.'), text.size());
+    std::string decimals(text.substr(point));
+    if (decimals.size() == 1 || decimals.size() > 10) return std::nullopt;
+    decimals.resize(10, '0');
+    const auto fraction = digits_in(std::string_view(decimals).substr(1));
+    text = point == 0 && !text.empty() ? "0" : text.substr(0, point);
+    std::int64_t whole = 0;
+    for (int field = 0; field < 3; ++field) {
+        const std::size_t end = std::min(text.find(':'), text.size());
+        const auto value = digits_in(text.substr(0, end));
+        if (!value || !fraction || (field > 0 && *value >= 60)) return std::nullopt;
+        whole = whole * 60 + *value;
+        if (end == text.size())
+            return nanoseconds(std::chrono::seconds(whole)) + nanoseconds(*fraction);
+        text.remove_prefix(end + 1);
+    }
+    return std::nullopt;
+}
+
+template <class Store>
+CLI::Option *add_parsed(CLI::App &app, const std::string &option, const std::string &type,
+                        const std::string &help, Store store) {
+    return app.add_option_function<std::string>(option, std::move(store), help)->type_name(type);
+}
+
+void add_part(CLI::App &app, sound_options &wanted) {
+    const auto parse = [](const std::string &option, const std::string &text) {
+        const auto time = time_in(text);
+        if (!time) refuse(option, text, "seconds or h:mm:ss.fff, with at most nine decimals");
+        return *time;
+    };
+    add_parsed(app, "--start", "TIME", "Begin there in IN: seconds or h:mm:ss.fff, exact to the sample",
+               [&wanted, parse](const std::string &text) { wanted.start = parse("--start", text); });
+    add_parsed(app, "--duration", "TIME", "Encode that much of IN at most",
+               [&wanted, parse](const std::string &text) {
+                   wanted.duration = parse("--duration", text);
+                   if (*wanted.duration == nanoseconds{}) refuse("--duration", text, "above 0");
+               });
+}
+
+} // namespace
+
+void add_sound_options(CLI::App &app, sound_options &wanted) {
+    add_part(app, wanted);
+    add_parsed(app, "--to-rate", "32000|44100|48000",
+               "Sample rate of the stream; without it IN's, or the preset's, or the next one above",
+               [&wanted](const std::string &text) {
+                   wanted.rate = number_in<int>(text);
+                   if (wanted.rate != 32000 && wanted.rate != 44100 && wanted.rate != 48000)
+                       refuse("--to-rate", text, "32000, 44100 or 48000");
+               });
+    add_parsed(app, "--downmix", "bs775|none",
+               "Mix more than two channels to stereo by ITU-R BS.775 (so without it), or refuse them",
+               [&wanted](const std::string &text) {
+                   if (text != "bs775" && text != "none") refuse("--downmix", text, "bs775 or none");
+                   wanted.mixes_down = text != "none";
+               });
+    app.add_flag("--swap-channels", wanted.swaps_channels, "Left for right");
+    add_parsed(app, "--gain", "DB", "Louder or, below 0, softer by that many dB",
+               [&wanted](const std::string &text) {
+                   const auto gain = number_in<double>(text);
+                   if (!gain || !(*gain >= -120 && *gain <= 120)) refuse("--gain", text, "-120 to 120");
+                   wanted.gain_db = *gain;
+               });
+    auto *align =
+        app.add_flag("--align", wanted.aligns,
+                     "Take the decoder's delay out, so that the decoded sound lies where IN has it");
+    app.add_flag("--flush-tail", wanted.flushes_tail,
+                 "Append silence until the decoder has given out all of IN")
+        ->excludes(align);
+}
+
+} // namespace tools

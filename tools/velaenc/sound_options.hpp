@@ -1,0 +1,26 @@
+// What the command line says about the sound before it is encoded.
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+namespace CLI {
+class App;
+}
+
+namespace tools {
+
+struct sound_options {
+    std::chrono::nanoseconds start{0};
+    std::optional<std::chrono::nanoseconds> duration;
+    std::optional<int> rate; ///< Hz of the stream; none: the input's, or one near it that will do
+    bool mixes_down = true;  ///< more than two channels
+    bool swaps_channels = false;
+    double gain_db = 0;
+    bool aligns = false;       ///< takes the decoder's delay out
+    bool flushes_tail = false; ///< lets the decoder's output have all of the input
+};
+
+void add_sound_options(CLI::App &app, sound_options &wanted);
+
+} // namespace tools

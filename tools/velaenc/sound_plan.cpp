@@ -1,0 +1,169 @@
+#include "velaenc/sound_plan.hpp"
+
+#include "common/failure.hpp"
+#include "input/channel_fit.hpp"
+#include "input/channel_matrix.hpp"
+#include "input/resampler.hpp"
+#include "input/sample_range.hpp"
+#include "jobs/progress.hpp"
+#include "vela_enc_mp1a/encoder.h"
+#include "velaenc/stream_settings.hpp"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace tools {
+namespace {
+
+/// Rates that the preset takes with everything else as it comes; all of MPEG-1 where it takes none.
+std::vector<int> rates_of(int preset) {
+    constexpr std::array mpeg_rates{32000, 44100, 48000};
+    mpeg_a_settings defaults{};
+    mpegOutAudioDefaults(&defaults, preset);
+    std::vector<int> taken;
+    for (const int rate : mpeg_rates)
+        if (mpegOutAudioChkSettings(nullptr, &defaults, preset, rate, MPEG_A_CHECK_ALL, 0) == 0)
+            taken.push_back(rate);
+    return taken.empty() ? std::vector<int>(mpeg_rates.begin(), mpeg_rates.end()) : taken;
+}
+
+/// The input's own rate, else the lowest one above it; from above all of them, the one that divides it.
+int stream_rate(const options &wanted, int input_rate) {
+    if (wanted.sound.rate) return *wanted.sound.rate;
+    const std::vector<int> rates = rates_of(wanted.preset);
+    for (const int rate : rates)
+        if (rate == 44100 && input_rate > 48000 && input_rate % 11025 == 0) return rate;
+    for (const int rate : rates)
+        if (rate >= input_rate) return rate;
+    return rates.back();
+}
+
+std::string decibels(double value) {
+    std::array<char, 32> text;
+    std::snprintf(text.data(), text.size(), "%+.1f dB", value);
+    return text.data();
+}
+
+std::uint64_t samples_in(std::chrono::nanoseconds time, int rate) {
+    constexpr std::uint64_t second = 1'000'000'000;
+    const auto ticks = static_cast<std::uint64_t>(time.count());
+    const auto hz = static_cast<std::uint64_t>(rate);
+    return ticks / second * hz + (ticks % second * hz + second / 2) / second;
+}
+
+std::string seconds_text(std::uint64_t samples, int rate) {
+    return clock_text(static_cast<double>(samples) / rate, 3);
+}
+
+std::unique_ptr<pcm_source> take_part(std::unique_ptr<pcm_source> source, const sound_options &wanted) {
+    if (wanted.start == std::chrono::nanoseconds{} && !wanted.duration) return source;
+    const int rate = source->shape().rate;
+    sample_range::extent part{samples_in(wanted.start, rate)};
+    if (wanted.duration) part.count = samples_in(*wanted.duration, rate);
+    const std::string text = "the input ends before --start " + seconds_text(part.first, rate);
+    const auto length = source->length();
+    if (length && part.first >= *length)
+        throw failure(exit_code::input, text + "; it has " + seconds_text(*length, rate));
+    return std::make_unique<sample_range>(std::move(source), part, text);
+}
+
+std::string names_of(const std::vector<speaker> &speakers) {
+    std::string names;
+    for (const speaker each : speakers) {
+        if (!names.empty()) names += ' ';
+        names += name_of(each);
+    }
+    return names;
+}
+
+gain_matrix mixdown(const pcm_source &source, std::vector<std::string> &notes) {
+    const std::string count = std::to_string(source.shape().channels) + " channels";
+    auto speakers = source.speakers();
+    const bool guessed = speakers.empty();
+    if (guessed) speakers = wav_speakers(source.shape().channels);
+    auto gains = bs775_gains(speakers);
+    if (speakers.empty() || gains.empty())
+        throw failure(exit_code::input,
+                      "the input has " + count
+                          + (speakers.empty() ? "" : " (" + names_of(speakers) + ")")
+                          + ", for which there is no mixdown to stereo; mix it down first");
+    double front = 0;
+    for (const double gain : gains[0])
+        front = std::max(front, gain);
+    notes.push_back(
+        "mixing " + count + " (" + names_of(speakers) + (guessed ? ", going by their number" : "")
+        + ") down to stereo by ITU-R BS.775, the front at " + decibels(20 * std::log10(front)));
+    return gains;
+}
+
+/// Mixdown, gain and swap are one matrix.
+std::unique_ptr<pcm_source> mix(std::unique_ptr<pcm_source> source, const sound_options &wanted,
+                                std::vector<std::string> &notes) {
+    const int channels = source->shape().channels;
+    const bool swaps = wanted.swaps_channels && channels > 1;
+    if (wanted.swaps_channels && !swaps) notes.emplace_back("one channel: nothing to swap");
+    if (channels <= 2 && wanted.gain_db == 0 && !swaps) return source;
+    auto gains = channels > 2 ? mixdown(*source, notes) : unity_gains(channels);
+    if (swaps) {
+        notes.emplace_back("left and right are swapped");
+        std::swap(gains[0], gains[1]);
+    }
+    if (wanted.gain_db != 0) notes.push_back("gain " + decibels(wanted.gain_db));
+    for (auto &row : gains)
+        for (double &gain : row)
+            gain *= std::pow(10, wanted.gain_db / 20);
+    return std::make_unique<channel_matrix>(std::move(source), std::move(gains));
+}
+
+std::unique_ptr<pcm_source> resample(std::unique_ptr<pcm_source> source, int rate,
+                                     std::vector<std::string> &notes) {
+    const int from = source->shape().rate;
+    if (from == rate) return source;
+    if (from < 1)
+        throw failure(exit_code::rules, "the input has " + std::to_string(from)
+                                            + " Hz, which nothing can be resampled from");
+    notes.push_back("resampling " + std::to_string(from) + " Hz to " + std::to_string(rate) + " Hz");
+    return std::make_unique<resampler>(std::move(source), rate);
+}
+
+std::unique_ptr<pcm_source> set_in_time(std::unique_ptr<pcm_source> source, const sound_options &wanted,
+                                        int layer, std::vector<std::string> &notes) {
+    if (!wanted.aligns && !wanted.flushes_tail) return source;
+    const auto delay = static_cast<std::uint64_t>(decoder_delay(layer));
+    const std::string samples = std::to_string(delay) + " samples";
+    notes.push_back((wanted.aligns
+                         ? "dropping " + samples + " at the start for the decoder's delay and "
+                         : std::string())
+                    + "appending " + samples + " of silence");
+    const sample_range::extent part{wanted.aligns ? delay : 0, std::nullopt, delay};
+    const std::string text =
+        "the input is shorter than the " + samples + " that --align drops; leave --align out";
+    const auto length = source->length();
+    if (length && part.first >= *length && *length > 0) throw failure(exit_code::input, text);
+    return std::make_unique<sample_range>(std::move(source), part, text);
+}
+
+} // namespace
+
+std::unique_ptr<pcm_source> shape_sound(std::unique_ptr<pcm_source> source, const options &wanted,
+                                        const mpeg_a_settings &settings,
+                                        std::vector<std::string> &notes) {
+    const int channels = channels_of(settings);
+    const int rate = stream_rate(wanted, source->shape().rate);
+    source = mix(take_part(std::move(source), wanted.sound), wanted.sound, notes);
+    // The fewer channels, the less there is to resample.
+    if (channels < source->shape().channels) source = fit_channels(std::move(source), channels);
+    source = resample(std::move(source), rate, notes);
+    source = fit_channels(std::move(source), channels);
+    return set_in_time(std::move(source), wanted.sound, settings.audio_layer, notes);
+}
+
+std::string clip_text(const clip_count &clipped) {
+    // Rounded up, so that the gain is enough.
+    const double excess = std::ceil(200 * std::log10(clipped.peak)) / 10;
+    return std::to_string(clipped.samples) + " samples lie beyond full scale, by up to "
+           + decibels(excess) + "; players will clip them, unless --gain lowers all by as much";
+}
+
+} // namespace tools
