@@ -146,7 +146,7 @@ TEST_F(input_test, sound_ends_where_its_size_says_and_with_the_input_where_that_
     std::string fast = get("a.wav");
     fast[27] = 1;
     put("rate.wav", fast);
-    expect_failure("velaenc rate.wav out.mp2", 4, "16825216");
+    EXPECT_NE(shell("velaenc rate.wav -").err.find("resampling 16825216 Hz"), std::string::npos);
 }
 
 TEST_F(input_test, input_that_is_no_audio_is_named_for_what_it_is) {

@@ -23,11 +23,29 @@ class memory_source final : public tools::pcm_source {
           endless_(endless) {}
 
     const tools::pcm_shape &shape() const noexcept override { return shape_; }
-    std::optional<std::uint64_t> length() const noexcept override { return std::nullopt; }
+    std::optional<std::uint64_t> length() const noexcept override {
+        if (seeks_ == seeks::nowhere) return std::nullopt;
+        return (pcm_.size() + (seeks_ == seeks::beyond_the_end ? block_ : 0)) / shape_.instant_bytes();
+    }
+    bool seek(std::uint64_t sample) override {
+        const bool late = seeks_ == seeks::late_from_half_on && sample > *length() / 2;
+        at_ = std::min((sample + (late ? 1 : 0)) * shape_.instant_bytes(), pcm_.size());
+        return seeks_ != seeks::nowhere;
+    }
+    std::unique_ptr<pcm_source> another() const override {
+        return seeks_ == seeks::nowhere ? nullptr : std::make_unique<memory_source>(*this);
+    }
     std::span<const std::byte> next_block() override {
         const auto block = pcm_.subspan(at_, std::min(block_, pcm_.size() - at_));
         at_ = endless_ ? 0 : at_ + block.size();
         return block;
+    }
+    /// How it looks to those who read in several places.
+    enum class seeks { nowhere, exactly, late_from_half_on, beyond_the_end };
+    memory_source that_seeks(seeks how) const {
+        memory_source result = *this;
+        result.seeks_ = how;
+        return result;
     }
     bool ready_before(std::chrono::steady_clock::time_point) const override {
         return endless_ || ++asked_ % 7 != 0;
@@ -38,6 +56,7 @@ class memory_source final : public tools::pcm_source {
     std::span<const std::byte> pcm_;
     std::size_t block_, at_ = 0;
     bool endless_;
+    seeks seeks_ = seeks::nowhere;
     mutable unsigned asked_ = 0;
 };
 
@@ -92,10 +111,27 @@ TEST_F(jobs_test, every_setting_in_segments_of_any_length_is_the_stream_of_one_t
             << k;
         for (int i = 0; i < 4; ++i) {
             const tools::division divided{1 + i, segments[(k + 2 * i) % 7]};
-            EXPECT_TRUE(encode(how, {how, pcm, blocks[(k + i) % 3]}, divided) == expected)
+            const memory_source source(how, pcm, blocks[(k + i) % 3]);
+            EXPECT_TRUE(encode(how, source, divided) == expected)
                 << "case " << k << ", " << divided.jobs << " jobs, " << divided.segment_frames;
+            EXPECT_TRUE(encode(how, source.that_seeks(memory_source::seeks::exactly), divided)
+                        == expected)
+                << "seeking, case " << k << ", " << divided.jobs << " jobs, " << divided.segment_frames;
         }
     }
+}
+
+TEST_F(jobs_test, a_source_that_seeks_to_other_samples_or_promises_too_many_is_read_from_its_start) {
+    const mp1a_test::stream how;
+    const auto pcm = mp1a_test::pcm_bytes(
+        mp1a_test::make_signal(mp1a_test::waveform::noise, how.channels() * 100 * 1152 + 7), how.width);
+    const memory_source source(how, pcm, 1000);
+    const auto expected = encode(how, source, std::nullopt);
+    using enum memory_source::seeks;
+    for (const auto seeks : {late_from_half_on, beyond_the_end})
+        for (const std::size_t segment_frames : {6u, 16u})
+            EXPECT_TRUE(encode(how, source.that_seeks(seeks), tools::division{3, segment_frames})
+                        == expected);
 }
 
 TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {

@@ -157,8 +157,9 @@ TEST_F(options_test, every_violation_is_shown_and_only_force_encodes_what_does_n
     } cases[] = {
         {"48000.wav --preset vcd --to-rate 48000", 0, "A006", "--force"},
         {"44100.wav --preset vcd --mode joint --bitrate 192", 0, "A004 A005", "--force"},
-        {"44100.wav --preset dvd --to-rate 44100 --layer 1 --no-crc --emphasis j17 --private 1 --mode dual -b 384", 0,
-         "A013 A014 A015 A016 A018 A020", "--force"},
+        {"44100.wav --preset dvd --to-rate 44100 --layer 1 --no-crc --emphasis j17 --private 1 --mode "
+         "dual -b 384",
+         0, "A013 A014 A015 A016 A018 A020", "--force"},
         {"48000.wav --bitrate 225", 4, "", two_channels},
         {"48000.wav --bitrate 56", 4, "A025", two_channels},
         {"48000.wav --layer 1 --bitrate 80", 4, "",

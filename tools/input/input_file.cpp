@@ -50,12 +50,22 @@ input_file open_input(const std::string &path) {
         unreadable(input.name, errno);
     if (S_ISDIR(input.status.st_mode))
         throw failure(exit_code::input, path + " is a folder; name an audio file in it");
+    if (input.seekable()) input.start = ::lseek(input.handle.get(), 0, SEEK_CUR);
     if (::isatty(input.handle.get()))
         throw failure(exit_code::input,
                       input.name + " is a terminal; pipe audio into it or name a file");
     if (S_ISREG(input.status.st_mode) && input.size() == 0)
         throw failure(exit_code::input, input.name + " is empty (0 bytes); an audio file is needed");
     return input;
+}
+
+input_file reopen(const input_file &input) {
+    // By its descriptor: the name may stand for another file by now, or for none.
+    const std::string path = "/proc/self/fd/" + std::to_string(input.handle.get());
+    input_file again{file_handle(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), input.name, input.status,
+                     nullptr, input.start};
+    if (::lseek(again.handle.get(), input.start, SEEK_SET) != input.start) again.handle.close();
+    return again;
 }
 
 std::size_t read_some(const input_file &input, std::span<std::byte> room) {

@@ -30,6 +30,7 @@ struct input_file {
     std::string name; ///< as messages call it
     struct stat status {};
     note_function on_note = nullptr;
+    off_t start = 0; ///< of what belongs to the input, where it is seekable
 
     /// Tells the user something about the input, which is named first.
     void note(const std::string &text) const {
@@ -44,6 +45,10 @@ struct input_file {
 /// @param path  "-" is standard input
 /// @throws failure
 input_file open_input(const std::string &path);
+
+/// Opens a seekable input again, at the place where the first one was opened, for another thread. The
+/// handle is closed where the system does not let it.
+input_file reopen(const input_file &input);
 
 /// Reads what is there, at most `room.size()` bytes. Returns the number of bytes, 0 at the end.
 /// @throws failure

@@ -64,6 +64,8 @@ std::optional<pcm_shape> shape_of_wav(const fetch_function &fetch) {
     const int code = field(0, 2) == extensible && size == 40 ? field(24, 2) : field(0, 2);
     const int bits = field(14, 2);
     pcm_shape shape{field(4, 4), field(2, 2), sample_format::s16};
+    if (field(0, 2) == extensible && size == 40)
+        shape.channel_mask = static_cast<std::uint32_t>(field(20, 4));
     if (code == pcm && bits == 24)
         shape.format = sample_format::s24;
     else if (code == ieee_float && bits == 32)

@@ -20,6 +20,7 @@ struct pcm_shape {
     int rate = 0; ///< Hz
     int channels = 0;
     sample_format format = sample_format::s16;
+    std::uint32_t channel_mask = 0; ///< of WAVE_FORMAT_EXTENSIBLE, 0 without one
 
     /// Bytes of one sampling instant: a sample of every channel.
     std::size_t instant_bytes() const noexcept {

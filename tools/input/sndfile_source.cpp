@@ -73,6 +73,48 @@ std::vector<speaker> speakers_of(SNDFILE *file, const SF_INFO &info) {
     }
 }
 
+/// Whether libsndfile's samples after a seek are those of reading on, every time. Comparisons found that
+/// for FLAC, ALAC, ADPCM in blocks and all plain PCM. After a seek in Vorbis the first block, and in some
+/// files the place, is another one now and then; Opus' decoder takes a while to be in the same state;
+/// DWVW is noise. Whatever is not listed is read from its start.
+bool seeks_exactly(const SF_INFO &info) noexcept {
+    if (info.seekable == 0) return false;
+    switch (info.format & SF_FORMAT_TYPEMASK) {
+    case SF_FORMAT_FLAC:
+        return true;
+    case SF_FORMAT_WAV:
+    case SF_FORMAT_WAVEX:
+    case SF_FORMAT_RF64:
+    case SF_FORMAT_W64:
+    case SF_FORMAT_AIFF:
+    case SF_FORMAT_CAF:
+    case SF_FORMAT_AU:
+        break;
+    default:
+        return false;
+    }
+    switch (info.format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_PCM_16:
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_FLOAT:
+    case SF_FORMAT_DOUBLE:
+    case SF_FORMAT_ULAW:
+    case SF_FORMAT_ALAW:
+    case SF_FORMAT_IMA_ADPCM:
+    case SF_FORMAT_MS_ADPCM:
+    case SF_FORMAT_ALAC_16:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24:
+    case SF_FORMAT_ALAC_32:
+        return true;
+    default:
+        return false;
+    }
+}
+
 /// libsndfile answers with absurd counts when it cannot tell the length.
 constexpr sf_count_t longest_credible = sf_count_t{1} << 48;
 
@@ -91,6 +133,7 @@ sndfile_source::sndfile_source(input_file input, length_rule rule)
     speakers_ = speakers_of(file_.get(), info);
     if (info.frames >= 0 && info.frames < longest_credible)
         length_ = static_cast<std::uint64_t>(info.frames);
+    seeks_exactly_ = length_ && seeks_exactly(info);
     exact_length_ = (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;
     const std::size_t instants = block_bytes / shape_.instant_bytes();
     buffer_.resize(instants * shape_.instant_bytes());
@@ -98,10 +141,27 @@ sndfile_source::sndfile_source(input_file input, length_rule rule)
         wide_.resize(instants * static_cast<std::size_t>(info.channels));
 }
 
+bool sndfile_source::seek(std::uint64_t sample) {
+    if (!seeks_exactly_) return false;
+    const auto target = static_cast<sf_count_t>(sample);
+    if (sf_seek(file_.get(), target, SEEK_SET) != target) return false;
+    handed_out_ = sample;
+    return true;
+}
+
+std::unique_ptr<pcm_source> sndfile_source::another() const {
+    if (!seeks_exactly_) return nullptr;
+    input_file again = reopen(input_);
+    if (!again.handle.is_open()) return nullptr;
+    auto reader = std::make_unique<sndfile_source>(std::move(again), length_rule::promise);
+    reader->strict_ = true;
+    return reader;
+}
+
 std::span<const std::byte> sndfile_source::next_block() {
     const auto instants = static_cast<std::uint64_t>(read_instants());
     if (error_ == SF_ERR_NO_ERROR) error_ = sf_error(file_.get()); // the next read forgets it
-    if (instants == 0) check_end();
+    if (instants == 0 || (strict_ && error_ != SF_ERR_NO_ERROR)) check_end();
     handed_out_ += instants;
     return std::span(buffer_).first(static_cast<std::size_t>(instants) * shape_.instant_bytes());
 }

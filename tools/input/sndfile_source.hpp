@@ -20,6 +20,8 @@ class sndfile_source final : public pcm_source {
     std::optional<std::uint64_t> length() const noexcept override { return length_; }
     std::span<const std::byte> next_block() override;
     std::vector<speaker> speakers() const override { return speakers_; }
+    bool seek(std::uint64_t sample) override;
+    std::unique_ptr<pcm_source> another() const override;
 
   private:
     std::int64_t read_instants();
@@ -38,6 +40,8 @@ class sndfile_source final : public pcm_source {
     length_rule rule_;
     bool exact_length_ = true; ///< the length is more than an estimate
     int error_ = 0;            ///< libsndfile's first one
+    bool seeks_exactly_ = false;
+    bool strict_ = false; ///< an error ends the reading at once
     std::uint64_t handed_out_ = 0;
     std::vector<std::byte> buffer_;
     std::vector<int> wide_; ///< 24-bit samples as libsndfile gives them, in the upper bits

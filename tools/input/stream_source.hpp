@@ -18,6 +18,9 @@ class stream_source final : public pcm_source {
 
     const pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return length_; }
+    std::vector<speaker> speakers() const override {
+        return masked_speakers(shape_.channel_mask, shape_.channels);
+    }
 
     /// Hands out what a read brings instead of waiting for a full block, so that live input is encoded
     /// as it comes.

@@ -18,12 +18,14 @@ struct segment {
     bool is_empty() const noexcept { return pcm.size() == history_bytes; }
 
     std::int64_t first_frame = 0;
+    std::size_t pcm_bytes = 0; ///< that a thread of the crew is to read; 0: `pcm` is there
     std::vector<std::byte> pcm;
     std::size_t history_bytes = 0;
-    bool last = false;   ///< the stream ends with it
-    frame_buffer frames; ///< what came out
-    clip_count clipped;  ///< without the history
-    bool done = false;   ///< `frames` is complete
+    bool last = false;    ///< the stream ends with it
+    frame_buffer frames;  ///< what came out
+    clip_count clipped;   ///< without the history
+    bool is_sound = true; ///< what the crew was to read could be read
+    bool done = false;    ///< `frames` is complete
 };
 
 } // namespace tools

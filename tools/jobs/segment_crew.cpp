@@ -1,11 +1,40 @@
 #include "jobs/segment_crew.hpp"
 
+#include "common/failure.hpp"
 #include "output/unfinished_files.hpp"
 
+#include <algorithm>
 #include <system_error>
 
 namespace tools {
 namespace {
+
+/// The history and the segment, by way of a seek.
+void read(segment &into, pcm_source &reader, std::size_t frame_samples) {
+    const std::size_t instant = reader.shape().instant_bytes();
+    const std::uint64_t start = static_cast<std::uint64_t>(into.first_frame) * frame_samples;
+    into.pcm.clear();
+    bool goes_on = reader.seek(start - into.history_bytes / instant);
+    std::span<const std::byte> block;
+    while (goes_on && into.pcm.size() < into.pcm_bytes) {
+        block = reader.next_block();
+        goes_on = !block.empty();
+        const auto part = block.first(std::min(block.size(), into.pcm_bytes - into.pcm.size()));
+        into.pcm.insert(into.pcm.end(), part.begin(), part.end());
+        block = block.subspan(part.size());
+    }
+    into.is_sound = goes_on && (!into.last || (block.empty() && reader.next_block().empty()));
+}
+
+/// An input that cannot be read this way is read from its start later, and says then what is wrong.
+bool try_to_read(segment &into, pcm_source &reader, std::size_t frame_samples) {
+    try {
+        read(into, reader, frame_samples);
+    } catch (const failure &) {
+        into.is_sound = false;
+    }
+    return into.is_sound;
+}
 
 void encode(segment &what, sample_format format, stream_encoder &encoder) {
     const std::span pcm(what.pcm);
@@ -18,11 +47,12 @@ void encode(segment &what, sample_format format, stream_encoder &encoder) {
 
 } // namespace
 
-segment_crew::segment_crew(const mpeg_a_settings &settings, const pcm_shape &shape, int jobs,
+segment_crew::segment_crew(const mpeg_a_settings &settings, const pcm_source &source, int jobs,
                            std::size_t most_frames, thread_budget *spare)
-    : settings_(settings), shape_(shape), most_frames_(most_frames),
-      most_workers_(static_cast<std::size_t>(jobs - 1)), own_(settings, shape, most_frames + 1),
-      spare_(spare) {
+    : settings_(settings), source_(source),
+      frame_samples_(settings.audio_layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES),
+      most_frames_(most_frames), most_workers_(static_cast<std::size_t>(jobs - 1)),
+      own_(settings, source.shape(), most_frames + 1), spare_(spare) {
 }
 
 segment_crew::~segment_crew() {
@@ -37,6 +67,7 @@ segment_crew::~segment_crew() {
 
 void segment_crew::submit(segment &next) {
     next.done = false;
+    if (next.pcm_bytes != 0 && !own_reader_) own_reader_ = source_.another();
     std::size_t waiting = 0;
     {
         const std::lock_guard lock(mutex_);
@@ -55,7 +86,7 @@ void segment_crew::finish(segment &wanted) {
     while (!wanted.done) {
         done_.wait(lock, [&] { return wanted.done || !waiting_.empty() || error_; });
         if (error_) std::rethrow_exception(error_);
-        if (!wanted.done) encode_first_waiting(lock, own_);
+        if (!wanted.done) encode_first_waiting(lock, own_, own_reader_);
     }
 }
 
@@ -63,19 +94,23 @@ void segment_crew::start_worker() {
     // Signals go to the main thread, whose list of unfinished files they look at.
     const signals_held inherited;
     try {
-        workers_.emplace_back([this](const std::stop_token &stop) { work(stop); });
+        workers_.emplace_back(
+            [this](const std::stop_token &stop, std::unique_ptr<pcm_source> reader) {
+                work(stop, std::move(reader));
+            },
+            own_reader_ ? source_.another() : nullptr);
     } catch (const std::system_error &) {
         most_workers_ = workers_.size(); // the system has no more; fewer will do
         if (spare_ != nullptr) spare_->give(1);
     }
 }
 
-void segment_crew::work(const std::stop_token &stop) {
+void segment_crew::work(const std::stop_token &stop, std::unique_ptr<pcm_source> reader) {
     try {
-        stream_encoder encoder(settings_, shape_, most_frames_ + 1);
+        stream_encoder encoder(settings_, source_.shape(), most_frames_ + 1);
         std::unique_lock lock(mutex_);
         while (submitted_.wait(lock, stop, [this] { return !waiting_.empty(); })) {
-            encode_first_waiting(lock, encoder);
+            encode_first_waiting(lock, encoder, reader);
             done_.notify_one();
         }
     } catch (...) {
@@ -85,12 +120,16 @@ void segment_crew::work(const std::stop_token &stop) {
     }
 }
 
-void segment_crew::encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder) {
+void segment_crew::encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder,
+                                        std::unique_ptr<pcm_source> &reader) {
     segment &first = *waiting_.front();
     waiting_.pop_front();
     lock.unlock();
-    encode(first, shape_.format, encoder);
-    encoder.output().exchange(first.frames);
+    first.is_sound = first.pcm_bytes == 0 || (reader && try_to_read(first, *reader, frame_samples_));
+    if (first.is_sound) {
+        encode(first, source_.shape().format, encoder);
+        encoder.output().exchange(first.frames);
+    }
     lock.lock();
     first.done = true;
 }

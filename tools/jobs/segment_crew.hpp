@@ -21,9 +21,11 @@ namespace tools {
 ///     submit() --> waiting_ --> a worker, or finish() --> segment.done
 class segment_crew {
   public:
-    /// @param jobs   threads, the caller's included
-    /// @param spare  where further threads are taken from and given back to; null: there are enough
-    segment_crew(const mpeg_a_settings &settings, const pcm_shape &shape, int jobs,
+    /// @param source  where segments that are not there yet are read from, each thread by a reader of
+    ///                its own; the source itself is not touched
+    /// @param jobs    threads, the caller's included
+    /// @param spare   where further threads are taken from and given back to; null: there are enough
+    segment_crew(const mpeg_a_settings &settings, const pcm_source &source, int jobs,
                  std::size_t most_frames, thread_budget *spare = nullptr);
 
     /// Segments that no thread has begun stay as they are.
@@ -44,14 +46,17 @@ class segment_crew {
 
   private:
     void start_worker();
-    void work(const std::stop_token &stop);
-    void encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder);
+    void work(const std::stop_token &stop, std::unique_ptr<pcm_source> reader);
+    void encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder,
+                              std::unique_ptr<pcm_source> &reader);
 
     mpeg_a_settings settings_;
-    pcm_shape shape_;
+    const pcm_source &source_;
+    std::size_t frame_samples_;
     std::size_t most_frames_;
     std::size_t most_workers_;
     stream_encoder own_;
+    std::unique_ptr<pcm_source> own_reader_; ///< while segments are to be read
     thread_budget *spare_;
 
     std::mutex mutex_; ///< of the members below, and of segment::done

@@ -17,6 +17,17 @@ void segment_reader::begin(segment &next) const {
     next.pcm = carried_;
     next.history_bytes = history_bytes_;
     next.last = false;
+    next.pcm_bytes = 0;
+}
+
+void segment_reader::skip(std::uint64_t segments) {
+    segment passed(0);
+    for (; segments > 0; --segments) {
+        begin(passed);
+        while (!is_full(passed) && read(passed)) {
+        }
+        cut(passed);
+    }
 }
 
 bool segment_reader::read(segment &next) {

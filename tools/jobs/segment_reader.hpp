@@ -17,6 +17,9 @@ class segment_reader {
 
     void begin(segment &next) const;
 
+    /// Goes on behind that many full segments.
+    void skip(std::uint64_t segments);
+
     /// Takes a block, or the part of it that still belongs to the segment. Returns false at the end of
     /// the source, also where that comes by an error.
     bool read(segment &next);
