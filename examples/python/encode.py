@@ -19,7 +19,7 @@ class Settings(Structure):
     _fields_ = [(name, c_int32) for name in (
         "audio_mode", "audio_layer", "psych_model", "audio_bitrate", "emphasis", "extension",
         "error_protection", "copyright", "original")] + [
-        ("pts_offset", c_int64), ("pts_units", c_int32), ("reserved", c_uint8 * 4048)]
+        ("pts_offset", c_int64), ("pts_units", c_int32), ("audio_model", c_int32), ("reserved", c_uint8 * 4044)]
 
 
 class FrameInfo(Structure):

@@ -18,7 +18,8 @@ struct Settings {
     header: [i32; 5],
     pts_offset: i64,
     pts_units: i32,
-    reserved: [u8; 4048],
+    audio_model: i32,
+    reserved: [u8; 4044],
 }
 
 #[repr(C)]
