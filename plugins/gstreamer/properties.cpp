@@ -36,6 +36,12 @@ constexpr GEnumValue emphases[] = {
     {0, nullptr, nullptr},
 };
 
+constexpr GEnumValue models[] = {
+    {MPEG_A_MODEL_STANDARD, "The standard's model and allocation", "standard"},
+    {MPEG_A_MODEL_TUNED, "Tuned for less audible noise", "tuned"},
+    {0, nullptr, nullptr},
+};
+
 /// Types are registered once; classes are made under a lock of GObject's.
 GType enum_type(const char *name, const GEnumValue *values) {
     const GType known = g_type_from_name(name);
@@ -67,6 +73,7 @@ constexpr struct row {
     {&wishes::bitrate, true, 0},    {&wishes::mode, true, -1},     {&wishes::layer, true, 0},
     {&wishes::preset, false, 0},    {&wishes::emphasis, false, 0}, {&wishes::crc, false, 0},
     {&wishes::copyright, false, 0}, {&wishes::original, false, 0}, {&wishes::private_bit, false, 0},
+    {&wishes::model, false, 0},
 };
 
 const row *find_row(guint id) noexcept {
@@ -88,6 +95,7 @@ int value_without_wish(const wishes &wished, const row &property) noexcept {
 void install_properties(GObjectClass *object_class) {
     const GType mode = enum_type("GstVelaMp2EncMode", modes);
     const GType preset = enum_type("GstVelaMp2EncPreset", presets);
+    const GType model = enum_type("GstVelaMp2EncModel", models);
     const GType emphasis = enum_type("GstVelaMp2EncEmphasis", emphases);
     GParamSpec *const specs[] = {
         whole_number("bitrate", "Bitrate",
@@ -102,12 +110,13 @@ void install_properties(GObjectClass *object_class) {
         bit("copyright", "Copyright", "Copyright bit of the header"),
         bit("original", "Original", "Original bit of the header"),
         bit("private", "Private", "Private bit of the header"),
+        choice("model", "Model", "Psychoacoustic model and allocation", model, MPEG_A_MODEL_STANDARD),
     };
     static_assert(std::size(specs) == std::size(rows));
     guint id = 1;
     for (GParamSpec *const spec : specs)
         g_object_class_install_property(object_class, id++, spec);
-    for (const GType type : {mode, preset, emphasis})
+    for (const GType type : {mode, preset, emphasis, model})
         gst_type_mark_as_plugin_api(type, static_cast<GstPluginAPIFlags>(0));
 }
 

@@ -19,6 +19,7 @@ struct wishes {
     wish mode;     ///< enum mpeg_a_mode; empty: from the number of channels
     wish layer;    ///< 1 or 2; empty: what downstream takes
     wish bitrate;  ///< kbit/s; empty: the preset's, or what fits the mode and layer
+    wish model;    ///< enum mpeg_a_model
     wish emphasis; ///< enum mpeg_a_emphasis
     wish crc;      ///< 0 or 1, like all that follow
     wish private_bit;
@@ -34,6 +35,7 @@ struct plain_field {
     std::int32_t mpeg_a_settings::*field;
 };
 inline constexpr plain_field plain_fields[] = {
+    {&wishes::model, &mpeg_a_settings::audio_model},
     {&wishes::emphasis, &mpeg_a_settings::emphasis},
     {&wishes::crc, &mpeg_a_settings::error_protection},
     {&wishes::private_bit, &mpeg_a_settings::extension},

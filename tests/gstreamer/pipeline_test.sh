@@ -26,6 +26,7 @@ f32|32000|1|crc=true private=true copyright=true original=true|--crc --private 1
 s24|48000|1|layer=1 emphasis=j17|--layer 1 --emphasis j17
 s16|48000|2|mode=dual crc=false preset=dvb layer=1|--mode dual --no-crc --preset dvb --layer 1
 s16|48000|1|preset=micromv emphasis=50/15|--preset micromv --emphasis 50/15
+s16|48000|2|model=tuned mode=joint|--model tuned --mode joint
 ROWS
 }
 
