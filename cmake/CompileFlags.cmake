@@ -19,6 +19,7 @@ endif()
 
 # Output files do not depend on where the source lies.
 add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # Hosts read files and streams from outside. Measured on whole encodes: see docs/performance.md.
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
