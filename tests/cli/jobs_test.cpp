@@ -4,6 +4,7 @@
 #include "host/signals.hpp"
 #include "jobs/encode_loop.hpp"
 #include "jobs/parallel_loop.hpp"
+#include "jobs/segment_crew.hpp"
 #include "workbench.hpp"
 
 #include <algorithm>
@@ -144,6 +145,19 @@ TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {
     const auto samples = encode_in_parallel(endless, how.settings(), writer, hidden, {3, 8}).samples;
     EXPECT_LE(samples, (2 * 3 + 1) * 8 * 1152u);
     EXPECT_THROW(full.check(), tools::failure);
+}
+
+TEST_F(jobs_test, what_ends_a_worker_reaches_the_caller) {
+    const mp1a_test::stream how;
+    tools::segment too_long(1), other(1);
+    too_long.pcm.resize(8 * 4 * 1152);
+    other.pcm.resize(4 * 1152);
+    const memory_source unused(how, {}, 1152);
+    tools::segment_crew crew(how.settings(), unused, 2, 1);
+    crew.submit(too_long);
+    crew.submit(other); // starts the worker, which takes the first one
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_THROW(crew.finish(too_long), std::logic_error);
 }
 
 TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_of_jobs) {

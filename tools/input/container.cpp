@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 namespace tools {
 namespace {
@@ -109,24 +108,6 @@ std::optional<chunk> find_au_data(const fetch_function &fetch) {
     return chunk{number(std::span(bytes).subspan(4, 4), true), size, !is_placeholder(size, 4), true};
 }
 
-/// Bytes that the last Ogg page has beyond the end of the file; 0 for a whole page and for other files.
-std::uint64_t ogg_bytes_missing(const input_file &input) {
-    constexpr std::size_t header_bytes = 27, longest_page = header_bytes + 255 + 255 * 255;
-    std::vector<std::byte> tail(
-        static_cast<std::size_t>(std::min<std::uint64_t>(input.size(), longest_page)));
-    tail.resize(read_at(input, input.size() - tail.size(), tail));
-    std::array<std::byte, 4> magic{};
-    if (read_at(input, 0, magic) < magic.size() || name_of(magic) != "OggS") return 0;
-    const auto page = std::find_end(tail.begin(), tail.end(), magic.begin(), magic.end());
-    const std::span<const std::byte> rest(page, tail.end());
-    if (rest.size() < header_bytes) return header_bytes - rest.size();
-    const auto segments = std::to_integer<std::size_t>(rest[header_bytes - 1]);
-    std::size_t bytes = header_bytes + segments;
-    for (std::size_t i = header_bytes; i < std::min(header_bytes + segments, rest.size()); ++i)
-        bytes += std::to_integer<std::size_t>(rest[i]);
-    return bytes > rest.size() ? bytes - rest.size() : 0;
-}
-
 constexpr std::uint64_t lap = std::uint64_t{1} << 32; ///< after that many bytes a 32-bit size wraps
 
 std::uint64_t bytes_there(const input_file &input, const chunk &sound) {
@@ -135,15 +116,6 @@ std::uint64_t bytes_there(const input_file &input, const chunk &sound) {
 
 bool has_wrapped(const input_file &input, const chunk &sound) {
     return sound.wraps && sound.known && bytes_there(input, sound) >= sound.bytes + lap;
-}
-
-void report_missing(const input_file &input, std::uint64_t bytes, length_rule rule) {
-    const std::string text = "is truncated: its header promises " + std::to_string(bytes)
-                             + " more bytes than the " + std::to_string(input.size())
-                             + " that are there";
-    if (rule == length_rule::promise)
-        throw failure(exit_code::input, input.name + ' ' + text + complete_file_needed);
-    input.note(text);
 }
 
 } // namespace
@@ -211,20 +183,26 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
     return there;
 }
 
-void check_complete(const input_file &input, length_rule rule) {
-    const auto sound = find_sound_data(fetch_from(input));
-    if (!sound) {
-        // Other writers to pipes than those of chunks know what they promise.
-        if (rule == length_rule::hint) rule = length_rule::promise;
-        if (const auto missing = ogg_bytes_missing(input)) report_missing(input, missing, rule);
-    } else if (sound->known && sound->bytes > bytes_there(input, *sound)) {
-        report_missing(input, sound->bytes - bytes_there(input, *sound), rule);
-    } else if (has_wrapped(input, *sound)) {
+void check_chunks(const input_file &input, const chunk &sound, length_rule rule) {
+    const std::uint64_t there = bytes_there(input, sound);
+    if (sound.known && sound.bytes > there) report_missing(input, sound.bytes - there, rule);
+    if (has_wrapped(input, sound))
         throw failure(exit_code::input,
                       input.name
                           + " has more sound than the 32 bits of its header can count; convert it to "
                             "W64 or RF64, or to WAV of 16 or 24 bits or floats");
-    }
+}
+
+std::optional<size_field> corrected_size(const input_file &input) {
+    const auto fetch = fetch_from(input);
+    const chunk_layout *layout = layout_of(fetch);
+    if (layout == nullptr || layout->magic != "caff") return std::nullopt;
+    const auto sound = find_chunk(fetch, *layout, layout->sound_chunk);
+    if (!sound || sound->bytes <= bytes_there(input, *sound)) return std::nullopt;
+    size_field field{sound->offset - 8, {}};
+    for (std::size_t i = 0; i < field.bytes.size(); ++i)
+        field.bytes[i] = static_cast<std::byte>(bytes_there(input, *sound) >> (56 - 8 * i));
+    return field;
 }
 
 } // namespace tools

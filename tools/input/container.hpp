@@ -4,6 +4,7 @@
 
 #include "input/input_file.hpp"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -47,8 +48,18 @@ bool begins_chunk(std::span<const std::byte> header) noexcept;
 /// @throws failure when the file ends before its sound does, unless the rule is not so strict
 std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_rule rule);
 
-/// For files that libsndfile reads: it shortens them quietly and believes a size that has wrapped.
-/// @throws failure
-void check_complete(const input_file &input, length_rule rule);
+/// For a reader that believes the size in the header.
+/// @throws failure when the file ends before its sound does, unless the rule is not so strict, or when
+///         the size has wrapped
+void check_chunks(const input_file &input, const chunk &sound, length_rule rule);
+
+/// Bytes that stand for others of the file.
+struct size_field {
+    std::uint64_t offset = 0;
+    std::array<std::byte, 8> bytes{};
+};
+
+/// The size of CAF sound data that goes to the end of the file; libsndfile takes no other.
+std::optional<size_field> corrected_size(const input_file &input);
 
 } // namespace tools

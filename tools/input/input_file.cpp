@@ -3,10 +3,12 @@
 #include "common/failure.hpp"
 #include "input/pcm_source.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <vector>
 
 namespace tools {
@@ -33,6 +35,7 @@ file_handle nameless_file(const std::string &folder) {
 void append(int descriptor, std::span<const std::byte> bytes, const std::string &folder) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
         if (written < 0) cannot_spool(folder, errno);
         bytes = bytes.subspan(static_cast<std::size_t>(written));
     }
@@ -40,12 +43,29 @@ void append(int descriptor, std::span<const std::byte> bytes, const std::string 
 
 } // namespace
 
+void report_incomplete(const input_file &input, const std::string &text, length_rule rule) {
+    if (rule == length_rule::promise)
+        throw failure(exit_code::input,
+                      input.name + ' ' + text
+                          + "; the complete file is needed, or --ignore-length for what is there");
+    input.note(text);
+}
+
+void report_missing(const input_file &input, std::uint64_t bytes, length_rule rule) {
+    report_incomplete(input,
+                      "is truncated: its header promises " + std::to_string(bytes)
+                          + " more bytes than the " + std::to_string(input.size()) + " that are there",
+                      rule);
+}
+
 input_file open_input(const std::string &path) {
     input_file input;
     const bool standard = path == "-";
     input.name = standard ? "standard input" : path;
-    input.handle =
-        file_handle(standard ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    do // a pipe with a name waits for its writer
+        input.handle =
+            file_handle(standard ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    while (!input.handle.is_open() && errno == EINTR);
     if (!input.handle.is_open() || ::fstat(input.handle.get(), &input.status) != 0)
         unreadable(input.name, errno);
     if (S_ISDIR(input.status.st_mode))
@@ -69,19 +89,28 @@ input_file reopen(const input_file &input) {
 }
 
 std::size_t read_some(const input_file &input, std::span<std::byte> room) {
-    ssize_t count = 0;
-    do
-        count = ::read(input.handle.get(), room.data(), room.size());
-    while (count < 0 && errno == EINTR);
-    if (count < 0) unreadable(input.name, errno);
-    return static_cast<std::size_t>(count);
+    for (;;) {
+        const ssize_t count = ::read(input.handle.get(), room.data(), room.size());
+        if (count >= 0) return static_cast<std::size_t>(count);
+        if (errno == EAGAIN) { // somebody made the pipe non-blocking
+            pollfd state{input.handle.get(), POLLIN, 0};
+            ::poll(&state, 1, -1);
+        } else if (errno != EINTR) {
+            unreadable(input.name, errno);
+        }
+    }
 }
 
 std::size_t read_at(const input_file &input, std::uint64_t offset, std::span<std::byte> room) {
-    const ssize_t count =
-        ::pread(input.handle.get(), room.data(), room.size(), static_cast<off_t>(offset));
-    if (count < 0) unreadable(input.name, errno);
-    return static_cast<std::size_t>(count);
+    std::size_t filled = 0;
+    while (filled < room.size()) {
+        const ssize_t count = ::pread(input.handle.get(), room.data() + filled, room.size() - filled,
+                                      static_cast<off_t>(offset + filled));
+        if (count == 0) break;
+        if (count < 0 && errno != EINTR) unreadable(input.name, errno);
+        filled += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    }
+    return filled;
 }
 
 input_file spool(input_file input, std::span<const std::byte> head) {

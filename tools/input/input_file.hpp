@@ -22,9 +22,6 @@ enum class length_rule {
     ignored, ///< the user wants what is there, damaged or not
 };
 
-inline constexpr const char *complete_file_needed =
-    "; the complete file is needed, or --ignore-length for what is there";
-
 struct input_file {
     file_handle handle;
     std::string name; ///< as messages call it
@@ -41,6 +38,12 @@ struct input_file {
     bool seekable() const noexcept { return S_ISREG(status.st_mode); }
     std::uint64_t size() const noexcept { return static_cast<std::uint64_t>(status.st_size); }
 };
+
+/// Refuses an input that is not whole, or just tells the user so where the rule is not so strict.
+/// @param text  what is wrong with it
+/// @throws failure
+void report_incomplete(const input_file &input, const std::string &text, length_rule rule);
+void report_missing(const input_file &input, std::uint64_t bytes, length_rule rule);
 
 /// @param path  "-" is standard input
 /// @throws failure

@@ -1,6 +1,7 @@
 #include "input/open_pcm.hpp"
 
 #include "common/failure.hpp"
+#include "input/check_complete.hpp"
 #include "input/container.hpp"
 #include "input/sndfile_source.hpp"
 #include "input/stream_source.hpp"

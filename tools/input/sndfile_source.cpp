@@ -120,10 +120,37 @@ constexpr sf_count_t longest_credible = sf_count_t{1} << 48;
 
 } // namespace
 
+/// The file through our own reads, so that errors of the system stay known: libsndfile takes some of
+/// them for the end of the file.
+struct sndfile_source::view {
+    static sf_count_t size(void *self) { return static_cast<sf_count_t>(of(self).input_.size()); }
+
+    static sf_count_t tell(void *self) { return of(self).at_; }
+
+    static sf_count_t seek(sf_count_t offset, int whence, void *self) {
+        const sf_count_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? of(self).at_ : size(self);
+        return of(self).at_ = from + offset;
+    }
+
+    static sf_count_t read(void *room, sf_count_t count, void *self) {
+        try {
+            return of(self).read_file(
+                {static_cast<std::byte *>(room), static_cast<std::size_t>(count)});
+        } catch (...) {
+            of(self).read_error_ = std::current_exception();
+            return 0;
+        }
+    }
+
+    static sndfile_source &of(void *self) { return *static_cast<sndfile_source *>(self); }
+};
+
 sndfile_source::sndfile_source(input_file input, length_rule rule)
-    : input_(std::move(input)), rule_(rule) {
+    : input_(std::move(input)), corrected_(corrected_size(input_)), rule_(rule) {
     SF_INFO info{};
-    file_.reset(sf_open_fd(input_.handle.get(), SFM_READ, &info, SF_FALSE));
+    SF_VIRTUAL_IO access{view::size, view::seek, view::read, nullptr, view::tell};
+    file_.reset(sf_open_virtual(&access, SFM_READ, &info, this));
+    if (read_error_) std::rethrow_exception(read_error_);
     if (!file_)
         throw failure(exit_code::input,
                       "cannot read " + input_.name + ": " + sf_strerror(nullptr)
@@ -160,10 +187,23 @@ std::unique_ptr<pcm_source> sndfile_source::another() const {
 
 std::span<const std::byte> sndfile_source::next_block() {
     const auto instants = static_cast<std::uint64_t>(read_instants());
+    if (read_error_) std::rethrow_exception(read_error_);
     if (error_ == SF_ERR_NO_ERROR) error_ = sf_error(file_.get()); // the next read forgets it
     if (instants == 0 || (strict_ && error_ != SF_ERR_NO_ERROR)) check_end();
     handed_out_ += instants;
     return std::span(buffer_).first(static_cast<std::size_t>(instants) * shape_.instant_bytes());
+}
+
+std::int64_t sndfile_source::read_file(std::span<std::byte> room) {
+    // A header that is wrong may have sent it anywhere.
+    if (at_ < 0 || static_cast<std::uint64_t>(at_) >= input_.size()) return 0;
+    const std::size_t count = read_at(input_, static_cast<std::uint64_t>(at_), room);
+    for (std::size_t i = 0; corrected_ && i < corrected_->bytes.size(); ++i) {
+        const std::uint64_t place = corrected_->offset + i - static_cast<std::uint64_t>(at_);
+        if (place < count) room[place] = corrected_->bytes[i];
+    }
+    at_ += static_cast<std::int64_t>(count);
+    return static_cast<std::int64_t>(count);
 }
 
 std::int64_t sndfile_source::read_instants() {
@@ -200,9 +240,9 @@ void sndfile_source::check_end() const {
     if (short_of_promise) text += std::to_string(*length_) + " samples a channel were promised, ";
     text += std::to_string(handed_out_) + " can be read";
     if (failed) text += std::string(" (") + sf_error_number(error_) + ")";
-    if (rule_ == length_rule::promise || (failed && rule_ == length_rule::hint))
-        throw failure(exit_code::input, input_.name + ' ' + text + complete_file_needed);
-    input_.note(text);
+    // A writer to a pipe may have guessed the length, but not written damaged sound.
+    report_incomplete(input_, text,
+                      failed && rule_ == length_rule::hint ? length_rule::promise : rule_);
 }
 
 } // namespace tools

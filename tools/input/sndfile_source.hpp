@@ -1,9 +1,11 @@
 // PCM from any audio file that libsndfile reads.
 #pragma once
 
+#include "input/container.hpp"
 #include "input/input_file.hpp"
 #include "input/pcm_source.hpp"
 
+#include <exception>
 #include <memory>
 #include <sndfile.h>
 #include <vector>
@@ -24,6 +26,8 @@ class sndfile_source final : public pcm_source {
     std::unique_ptr<pcm_source> another() const override;
 
   private:
+    struct view;
+    std::int64_t read_file(std::span<std::byte> room);
     std::int64_t read_instants();
     void pack_s24(std::size_t samples) noexcept;
     void check_end() const;
@@ -33,6 +37,9 @@ class sndfile_source final : public pcm_source {
     };
 
     input_file input_;
+    std::optional<size_field> corrected_;
+    std::int64_t at_ = 0;           ///< where libsndfile reads next
+    std::exception_ptr read_error_; ///< of a read that libsndfile asked for
     std::unique_ptr<SNDFILE, closer> file_;
     pcm_shape shape_;
     std::vector<speaker> speakers_;

@@ -20,7 +20,10 @@ stream_source::stream_source(input_file input, const pcm_shape &shape, std::span
                              std::optional<std::uint64_t> bytes, length_rule rule)
     : input_(std::move(input)), shape_(shape), rule_(rule), left_(bytes.value_or(endless)),
       padded_(left_ % 2 != 0), buffer_(std::max(block_bytes, head.size())) {
-    if (bytes) length_ = *bytes / shape.instant_bytes();
+    if (bytes)
+        length_ = *bytes / shape.instant_bytes();
+    else if (!input_.seekable())
+        live_.emplace();
     filled_ = static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), left_));
     std::copy_n(head.begin(), filled_, buffer_.begin());
     left_ -= filled_;
@@ -51,6 +54,7 @@ bool stream_source::refill() {
     if (left_ == 0 && !goes_on()) return false;
     const auto room = std::span(buffer_).subspan(filled_);
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), left_));
+    if (live_ && !live_->wait_for(input_.handle.get())) return false;
     const std::size_t count = read_some(input_, room.first(wanted));
     filled_ += count;
     left_ -= count;
@@ -78,15 +82,15 @@ bool stream_source::goes_on() {
 
 void stream_source::check_end() {
     const std::uint64_t samples = handed_out_ / shape_.instant_bytes();
-    if (length_ && samples < *length_) {
-        const std::string text = std::to_string(*length_) + " samples a channel were promised, "
-                                 + std::to_string(samples) + " are there";
-        if (rule_ == length_rule::promise)
-            throw failure(exit_code::input,
-                          input_.name + " is truncated: " + text + complete_file_needed);
-        input_.note("ends early: " + text);
-    }
-    if (filled_ != 0)
+    if (length_ && samples < *length_)
+        report_incomplete(input_,
+                          "is truncated: " + std::to_string(*length_)
+                              + " samples a channel were promised, " + std::to_string(samples)
+                              + " are there",
+                          rule_);
+    if (live_ && live_->has_ended())
+        input_.note("was ended by a signal; what came before is encoded");
+    else if (filled_ != 0)
         input_.note("ends inside a sample: the last " + std::to_string(filled_) + " of "
                     + std::to_string(shape_.instant_bytes()) + " bytes are dropped");
 }

@@ -1,6 +1,7 @@
 // PCM read straight from a file descriptor: headerless input, and WAV of the encoder's own formats.
 #pragma once
 
+#include "common/live_input.hpp"
 #include "input/input_file.hpp"
 #include "input/pcm_source.hpp"
 
@@ -37,6 +38,7 @@ class stream_source final : public pcm_source {
     input_file input_;
     pcm_shape shape_;
     std::optional<std::uint64_t> length_;
+    std::optional<live_input> live_; ///< where nobody promised a length
     length_rule rule_;
     std::uint64_t left_; ///< bytes that may still be read
     bool padded_;        ///< an odd number of bytes is followed by another one

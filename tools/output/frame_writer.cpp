@@ -9,6 +9,7 @@ bool frame_writer::write(frame_buffer &from) noexcept {
         ++frames_;
     }
     const bool works = file_.write(std::as_bytes(from.bytes())) == 0;
+    if (list_ != nullptr && list_->is_direct()) list_->flush();
     from.clear();
     return works;
 }

@@ -19,6 +19,9 @@ class timestamp_list {
              std::int64_t stamp) noexcept;
     void flush() noexcept;
 
+    /// Somebody may be waiting for the rows.
+    bool is_direct() const noexcept { return file_.is_direct(); }
+
   private:
     output_file &file_;
     std::int64_t begin_; ///< of the next frame

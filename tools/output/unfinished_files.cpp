@@ -1,5 +1,7 @@
 #include "output/unfinished_files.hpp"
 
+#include "common/live_input.hpp"
+
 #include <array>
 #include <atomic>
 #include <climits>
@@ -36,6 +38,7 @@ sigset_t fatal_set() {
 }
 
 void remove_files_and_end(int signal) {
+    if (end_live_input(signal)) return;
     ending = true;
     for (const entry &each : entries)
         if (each.state == listed) ::unlink(each.path.data());

@@ -141,8 +141,9 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
                      broadcast_extension(origin, plan.settings, kbit_of(plan.settings), rate));
     frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
-    const encoded_sound done = encode_with(wanted, *source, plan.settings, writer, shown,
-                                           files.stream.is_direct(), spare, trace);
+    const bool live = files.stream.is_direct() || (list && list->is_direct());
+    const encoded_sound done =
+        encode_with(wanted, *source, plan.settings, writer, shown, live, spare, trace);
     if (list) list->flush();
     if (trace) trace->flush();
     if (wave) wave->finish({writer.bytes(), writer.frames() * frame_samples(plan.settings)});

@@ -1,0 +1,15 @@
+// Finds out before the encode whether a file is whole.
+#pragma once
+
+#include "input/input_file.hpp"
+
+namespace tools {
+
+/// For files that libsndfile reads: it shortens those that lack their end, believes sizes that have
+/// wrapped, and skips damaged Ogg pages. Files that do not tell their length (MPEG audio without a tag)
+/// pass.
+/// @param input  seekable
+/// @throws failure
+void check_complete(const input_file &input, length_rule rule);
+
+} // namespace tools
