@@ -97,7 +97,7 @@ TEST_F(batch_test, nothing_is_encoded_when_the_batch_makes_no_sense) {
 
 TEST_F(batch_test, a_bad_file_is_told_and_the_others_are_encoded) {
     put("in/a/cut.wav", get("in/one.wav").substr(0, 1000));
-    put("in/a/22.wav", wav(pcm(noise(9600)), 2, 22051));
+    put("in/a/22.wav", wav(pcm(noise(9600)), 12, 48000));
     const auto result = batch("-r in in/missing.wav --report report --preset dvd", 6);
     EXPECT_EQ(files_in("out"), all);
     const auto table = result.err.find("3 files failed:\n");
@@ -114,6 +114,7 @@ TEST_F(batch_test, a_bad_file_is_told_and_the_others_are_encoded) {
         const std::string output = line["output"];
         EXPECT_EQ(line["frames"], frames_of(get(output)).size());
         EXPECT_EQ(line["seconds"], 0.1);
+        EXPECT_EQ(line["clipped_samples"], 0);
         EXPECT_EQ(shell("sha256sum " + output).out,
                   line["sha256"].get<std::string>() + "  " + output + "\n");
         EXPECT_EQ(line["settings"]["kbps"], 224);

@@ -300,7 +300,7 @@ TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_
               0);
     EXPECT_EQ(json_of("--preset dvd dvd.mp2")["violations"].size(), 0u);
     const auto rules = json_of("--preset vcd dvd.mp2", 3)["violations"];
-    const std::string said = shell("velaenc --preset vcd --bitrate 224 --crc 48000.wav x.mp2").err;
+    const std::string said = shell("velaenc --preset vcd --to-rate 48000 --crc 48000.wav x.mp2").err;
     ASSERT_GT(rules.size(), 0u);
     EXPECT_NE(said.find(rules[0]), std::string::npos) << rules << said;
     const std::string list = shell("velainfo --frames dvd.mp2 low.mp2").out;

@@ -6,6 +6,7 @@
 #include "velaenc/batch_messages.hpp"
 #include "velaenc/batch_report.hpp"
 #include "velaenc/encode_file.hpp"
+#include "velaenc/sound_plan.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -128,6 +129,8 @@ class batch_run {
             std::filesystem::create_directories(std::filesystem::path(entry.output).parent_path());
             file_listener listener(shown, entry.warnings);
             entry.result = encode_file(wanted, listener, &spare_);
+            if (const auto &clipped = entry.result->clipped; clipped.samples != 0)
+                entry.warnings.push_back(clip_text(clipped));
         } catch (const std::bad_alloc &) {
             entry.error = "memory is out";
         } catch (const std::filesystem::filesystem_error &error) {

@@ -61,6 +61,7 @@ void batch_report::add(const report_entry &entry) {
         line["settings"] = settings_of(*entry.result);
         line["frames"] = entry.result->frames;
         line["seconds"] = entry.result->seconds();
+        if (!entry.was_complete) line["clipped_samples"] = entry.result->clipped.samples;
         line["sha256"] = sha256_of(entry.output);
     }
     line["warnings"] = entry.warnings;
