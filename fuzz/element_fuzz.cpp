@@ -1,18 +1,9 @@
 // Random hosts of the element: properties, caps, samples and events in any order. A script of bytes decides
 // everything, so that the same bytes do the same again.
-// Usage: element_fuzz [SECONDS [SEED]]; a failure shows the seed to begin with again.
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <gst/check/gstharness.h>
-#include <random>
-#include <span>
-#include <vector>
+#include "byte_source.hpp"
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/common_interface_defs.h>
+#include <array>
+#include <gst/check/gstharness.h>
 
 // GLib keeps what it allocates while it is loaded; only whole stacks tell that from other leaks.
 extern "C" __attribute__((visibility("default"))) const char *__asan_default_options() {
@@ -21,22 +12,10 @@ extern "C" __attribute__((visibility("default"))) const char *__asan_default_opt
 extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions() {
     return "leak:call_init\n";
 }
-#endif
 
 namespace {
 
-std::uint64_t seed, frames;
-
-void show_seed() {
-    std::fprintf(stderr, "failed with seed %llu\n", static_cast<unsigned long long>(seed));
-}
-
-void expect(bool condition, const char *what) {
-    if (condition) return;
-    std::fprintf(stderr, "%s\n", what);
-    show_seed();
-    std::abort();
-}
+using fuzz::expect;
 
 /// Reads zeros behind its end.
 class script {
@@ -183,7 +162,6 @@ class host {
                        || !GST_BUFFER_PTS_IS_VALID(buffer),
                    "longer than a frame");
             gst_buffer_unref(buffer);
-            ++frames;
         }
     }
 
@@ -194,36 +172,23 @@ class host {
     unsigned bytes_of_sample_ = 0;
 };
 
-void run(std::span<const std::uint8_t> bytes) {
-    script actions(bytes);
-    host random(actions);
-    while (!actions.at_end())
-        random.act();
+/// The one plugin, without a look at the system's.
+bool load_plugin() {
+    g_setenv("GST_REGISTRY_UPDATE", "no", TRUE);
+    g_setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", TRUE);
+    gst_init(nullptr, nullptr);
+    expect(gst_plugin_load_file(ELEMENT_PLUGIN, nullptr) != nullptr, "the plugin cannot be loaded");
+    g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
+    return true;
 }
 
 } // namespace
 
-int main(int argc, char **argv) {
-    using clock = std::chrono::steady_clock;
-#ifdef __SANITIZE_ADDRESS__
-    __sanitizer_set_death_callback(show_seed);
-#endif
-    // The one plugin, without a look at the system's.
-    g_setenv("GST_REGISTRY_UPDATE", "no", TRUE);
-    g_setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", TRUE);
-    gst_init(nullptr, nullptr);
-    GstPlugin *const plugin = gst_plugin_load_file(ELEMENT_PLUGIN, nullptr);
-    expect(plugin != nullptr, "the plugin cannot be loaded");
-    g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
-    const auto end = clock::now() + std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 10);
-    const std::uint64_t first = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : std::random_device()();
-    for (seed = first; clock::now() < end; ++seed) {
-        std::mt19937_64 random(seed);
-        std::vector<std::uint8_t> bytes(random() % 2000);
-        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
-        run(bytes);
-    }
-    gst_object_unref(plugin);
-    std::printf("%llu hosts and %llu frames without a fault\n",
-                static_cast<unsigned long long>(seed - first), static_cast<unsigned long long>(frames));
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static const bool loaded = load_plugin();
+    script actions({data, size});
+    host random(actions);
+    while (loaded && !actions.at_end())
+        random.act();
+    return 0;
 }
