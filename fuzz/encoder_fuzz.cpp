@@ -52,7 +52,8 @@ struct output : bufstream {
             // Nothing forbids a tiny frame that cannot hold its own side information; it is too long then.
             const auto parsed = tools::parse_frame(frame);
             const auto rule = parsed.broken_rule();
-            if (!rule.empty()) std::fprintf(stderr, "%.*s\n", static_cast<int>(rule.size()), rule.data());
+            if (!rule.empty())
+                std::fprintf(stderr, "%.*s\n", static_cast<int>(rule.size()), rule.data());
             expect(rule.empty(), "a frame breaks a rule");
         }
         frame.clear();
@@ -75,7 +76,7 @@ mpeg_a_settings read_settings(fuzz::byte_source &from) {
     settings.extension = from.about(0, 1);
     settings.pts_offset = from.about(-100, 100);
     settings.pts_units = from.about(0, 200);
-    // audio_model
+    settings.audio_model = from.below(2) != 0 ? MPEG_A_MODEL_TUNED : from.value<std::uint32_t>();
     return settings;
 }
 
@@ -101,7 +102,8 @@ std::vector<std::uint8_t> run(std::span<const std::uint8_t> bytes, vela::level l
     output out(chunk, limit, from.below(2) != 0);
 
     mpeg_a_encoder *const encoder = mpegOutAudioNew(nullptr, &settings, 0, from.below(8), rate);
-    const auto legal = mpegOutAudioChkSettings(nullptr, &settings, 0, rate, MPEG_A_CHECK_GENERIC_ONLY, 0);
+    const auto legal =
+        mpegOutAudioChkSettings(nullptr, &settings, 0, rate, MPEG_A_CHECK_GENERIC_ONLY, 0);
     expect((encoder != nullptr) == (legal == 0), "New and ChkSettings disagree");
     if (encoder == nullptr) return {};
     expect(encoder->init(&out, level) == 0, "Init failed");

@@ -41,7 +41,9 @@ struct sink final : PushData {
     explicit sink(host &owner) : host_(owner) {}
     std::int32_t AddRef() noexcept override { return ++references; }
     std::int32_t Release() noexcept override { return --references; }
-    std::int32_t set_parameter(const char *, std::int32_t, double) noexcept override { return call_back(); }
+    std::int32_t set_parameter(const char *, std::int32_t, double) noexcept override {
+        return call_back();
+    }
     std::int32_t set_parameter_str(const char *, const void *, std::int32_t,
                                    std::int32_t) noexcept override {
         return call_back();
@@ -118,7 +120,8 @@ struct host {
         switch (from.below(8)) {
         case 0:
         case 1:
-            params().set_parameter(key(), from.below(16) == 15 ? from.value<std::int32_t>() : 0, number());
+            params().set_parameter(key(), from.below(16) == 15 ? from.value<std::int32_t>() : 0,
+                                   number());
             break;
         case 2:
             write_text();
@@ -155,13 +158,15 @@ struct host {
         std::string value;
         for (const std::uint8_t byte : from.take(static_cast<std::size_t>(from.below(16))))
             value += static_cast<char>(byte);
-        params().set_parameter_str(name.c_str(), value.c_str(), static_cast<std::int32_t>(value.size()));
+        params().set_parameter_str(name.c_str(), value.c_str(),
+                                   static_cast<std::int32_t>(value.size()));
     }
 
     void put() {
         std::vector<std::uint8_t> pcm(static_cast<std::size_t>(from.below(256)) * 64);
         for (auto &byte : pcm)
-            byte = static_cast<std::uint8_t>(pcm.size() + 31U * static_cast<unsigned>(&byte - pcm.data()));
+            byte =
+                static_cast<std::uint8_t>(pcm.size() + 31U * static_cast<unsigned>(&byte - pcm.data()));
         auto &data = *static_cast<API_PutData *>(data_holder);
         if (from.below(8) == 7) {
             data.put_data(nullptr, 0, 0);
@@ -175,9 +180,10 @@ struct host {
     std::int32_t inside_call() {
         if (inside || from.below(8) != 0) return 0;
         inside = true;
-        const std::int32_t refused[] = {params().set_parameter("command::done", 0, 0),
-                                        params().set_parameter("settings::audio_mode", 0, 1),
-                                        params().set_parameter_str("init::output::bufstream", nullptr, 0)};
+        const std::int32_t refused[] = {
+            params().set_parameter("command::done", 0, 0),
+            params().set_parameter("settings::audio_mode", 0, 1),
+            params().set_parameter_str("init::output::bufstream", nullptr, 0)};
         for (const std::int32_t result : refused)
             expect(result == -1, "a call back was not refused");
         const std::int32_t count = engine->AddRef();

@@ -54,7 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     } else {
         ends[0] = ends[1] = ::memfd_create("input", 0);
     }
-    expect(::write(ends[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "no room");
+    expect(::write(ends[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+           "no room");
     if (piped)
         ::close(ends[1]);
     else

@@ -1,0 +1,70 @@
+/* Preloaded into velaenc: from the FAULT_AT-th call of FAULT_CALL on, or that one only, the call fails with
+ * FAULT_ERRNO; 0 stands for a short one (half of the bytes) where there is such a thing. The first fault leaves the file
+ * FAULT_MARK, so that the test knows when it has passed the last call. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static int calls;
+
+static int number(const char *name) {
+    const char *text = getenv(name);
+    return text != NULL ? atoi(text) : 0;
+}
+
+static int fails(const char *name) {
+    const char *wanted = getenv("FAULT_CALL");
+    if (wanted == NULL || strcmp(wanted, name) != 0) return 0;
+    const int call = __atomic_add_fetch(&calls, 1, __ATOMIC_SEQ_CST);
+    if (call < number("FAULT_AT") || (call > number("FAULT_AT") && number("FAULT_ON") == 0)) return 0;
+    int (*real_open)(const char *, int, ...) =
+        (int (*)(const char *, int, ...))dlsym(RTLD_NEXT, "open");
+    close(real_open(getenv("FAULT_MARK"), O_CREAT | O_WRONLY, 0600));
+    errno = number("FAULT_ERRNO");
+    return 1;
+}
+
+#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
+#define CREATES(flags) (((flags) & (O_CREAT | __O_TMPFILE)) != 0)
+
+int open(const char *path, int flags, ...) {
+    va_list more;
+    va_start(more, flags);
+    const mode_t mode = CREATES(flags) ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return fails("open") ? -1 : REAL(open)(path, flags, mode);
+}
+ssize_t read(int file, void *bytes, size_t size) {
+    const int failed = fails("read");
+    if (failed && errno != 0) return -1;
+    return REAL(read)(file, bytes, failed ? (size + 1) / 2 : size);
+}
+ssize_t pread(int file, void *bytes, size_t size, off_t at) {
+    const int failed = fails("read");
+    if (failed && errno != 0) return -1;
+    return REAL(pread)(file, bytes, failed ? (size + 1) / 2 : size, at);
+}
+ssize_t write(int file, const void *bytes, size_t size) {
+    const int failed = file != STDERR_FILENO && fails("write");
+    if (failed && errno != 0) return -1;
+    return REAL(write)(file, bytes, failed ? (size + 1) / 2 : size);
+}
+int rename(const char *from, const char *to) {
+    return fails("rename") ? -1 : REAL(rename)(from, to);
+}
+int fsync(int file) {
+    return fails("fsync") ? -1 : REAL(fsync)(file);
+}
+int fstat(int file, struct stat *status) {
+    return fails("fstat") ? -1 : REAL(fstat)(file, status);
+}
+
+/* The names that programs with large files are linked to. */
+int open64(const char *path, int flags, ...) __attribute__((alias("open")));
+ssize_t pread64(int file, void *bytes, size_t size, off64_t at) __attribute__((alias("pread")));
