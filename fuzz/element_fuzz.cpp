@@ -4,6 +4,7 @@
 
 #include <array>
 #include <gst/check/gstharness.h>
+#include <vector>
 
 // GLib keeps what it allocates while it is loaded; only whole stacks tell that from other leaks.
 extern "C" __attribute__((visibility("default"))) const char *__asan_default_options() {

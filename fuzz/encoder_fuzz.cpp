@@ -76,7 +76,8 @@ mpeg_a_settings read_settings(fuzz::byte_source &from) {
     settings.extension = from.about(0, 1);
     settings.pts_offset = from.about(-100, 100);
     settings.pts_units = from.about(0, 200);
-    settings.audio_model = from.below(2) != 0 ? MPEG_A_MODEL_TUNED : from.value<std::uint32_t>();
+    settings.audio_model =
+        from.below(2) != 0 ? std::uint32_t{MPEG_A_MODEL_TUNED} : from.value<std::uint32_t>();
     return settings;
 }
 
