@@ -55,7 +55,7 @@ check_wording() {
                 [ "$lines" -le 450 ] || fail "$f has $lines lines; split it"
                 ;;
         esac
-    done < <(files | xargs -d '\n' grep -Il '')
+    done < <(files | grep -v '^fuzz/corpus/' | xargs -d '\n' grep -Il '')
 }
 
 # Rooms include one way only, from the right to the left.
