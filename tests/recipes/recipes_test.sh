@@ -32,7 +32,8 @@ make() {
     while IFS= read -r command; do run "$command"; done <<<"${commands:?the README has no row for $1}"
     for result in "${@:3}"; do
         frames=$(ffprobe -v error -count_packets -select_streams a:0 -show_entries stream=codec_name,nb_read_packets \
-            -of csv=p=0 "$result" | grep -m 1 mp2)
+            -of csv=p=0 "$result")
+        frames=$(grep -m 1 mp2 <<<"$frames") # not in a pipe, which may end before its writer
         [ "${frames%,}" = "mp2,$2" ] || die "$1: $result has $frames instead of mp2,$2"
     done
 }
