@@ -16,12 +16,12 @@ cpack --config "$build/CPackConfig.cmake" -B "$work/made" >"$work/cpack.log" || 
 debs=("$work"/made/*.deb)
 complaints=$(lintian --fail-on error "${debs[@]}" 2>&1) || die "$complaints"
 for deb in "${debs[@]}"; do
-    dpkg-deb -f "$deb" Description | grep -q 'No licence has been granted yet' || die "$deb is silent about its licence"
+    grep -q 'No licence has been granted yet' <<<"$(dpkg-deb -f "$deb" Description)" || die "$deb is silent about its licence"
     dpkg-deb -x "$deb" "$work/all"
 done
 while IFS= read -r binary; do
     readelf -lW "$binary" | grep -Eq 'GNU_STACK.* RW ' || die "$binary has an executable stack"
-    readelf -dW "$binary" | grep -q 'BIND_NOW\|FLAGS.*NOW' || die "$binary binds lazily"
+    grep -q 'BIND_NOW\|FLAGS.*NOW' <<<"$(readelf -dW "$binary")" || die "$binary binds lazily"
 done < <(find "$work/all" -type f \( -name 'lib*.so*' -o -path '*/bin/*' \))
 
 mkdir -p "$work/root/var/lib/dpkg"
