@@ -81,10 +81,10 @@ class host {
     }
 
     void set_choice(const char *name) {
-        auto *const spec = G_PARAM_SPEC_ENUM(
+        auto *const property = G_PARAM_SPEC_ENUM(
             g_object_class_find_property(G_OBJECT_GET_CLASS(harness_->element), name));
-        const unsigned entry = actions_.below(spec->enum_class->n_values);
-        g_object_set(harness_->element, name, spec->enum_class->values[entry].value, nullptr);
+        const unsigned entry = actions_.below(property->enum_class->n_values);
+        g_object_set(harness_->element, name, property->enum_class->values[entry].value, nullptr);
     }
 
     void send_caps() {

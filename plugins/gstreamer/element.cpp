@@ -57,18 +57,18 @@ wishes copy_wishes(GstAudioEncoder *enc) {
     return copy;
 }
 
-void on_set_property(GObject *object, guint id, const GValue *value, GParamSpec *spec) {
+void on_set_property(GObject *object, guint id, const GValue *value, GParamSpec *property) {
     GST_OBJECT_LOCK(object);
     const bool known = velamp2::set_property(members_of(object).wished, id, value);
     GST_OBJECT_UNLOCK(object);
-    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
 }
 
-void on_get_property(GObject *object, guint id, GValue *value, GParamSpec *spec) {
+void on_get_property(GObject *object, guint id, GValue *value, GParamSpec *property) {
     GST_OBJECT_LOCK(object);
     const bool known = velamp2::get_property(members_of(object).wished, id, value);
     GST_OBJECT_UNLOCK(object);
-    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
 }
 
 /// Pushes what the encoder has finished.

@@ -97,7 +97,7 @@ void install_properties(GObjectClass *object_class) {
     const GType preset = enum_type("GstVelaMp2EncPreset", presets);
     const GType model = enum_type("GstVelaMp2EncModel", models);
     const GType emphasis = enum_type("GstVelaMp2EncEmphasis", emphases);
-    GParamSpec *const specs[] = {
+    GParamSpec *const properties[] = {
         whole_number("bitrate", "Bitrate",
                      "Bitrate in kbit/s; 0: the preset's, or what fits the mode and layer", 448),
         choice("mode", "Mode", "Channel mode", mode, -1),
@@ -112,10 +112,10 @@ void install_properties(GObjectClass *object_class) {
         bit("private", "Private", "Private bit of the header"),
         choice("model", "Model", "Psychoacoustic model and allocation", model, MPEG_A_MODEL_STANDARD),
     };
-    static_assert(std::size(specs) == std::size(rows));
+    static_assert(std::size(properties) == std::size(rows));
     guint id = 1;
-    for (GParamSpec *const spec : specs)
-        g_object_class_install_property(object_class, id++, spec);
+    for (GParamSpec *const property : properties)
+        g_object_class_install_property(object_class, id++, property);
     for (const GType type : {mode, preset, emphasis, model})
         gst_type_mark_as_plugin_api(type, static_cast<GstPluginAPIFlags>(0));
 }

@@ -23,7 +23,7 @@ const layouts wav_layouts{{
      side_right},
 }};
 
-/// Vorbis I specification, 4.3.9; RFC 7845, 5.1.1.2, for Opus.
+/// Vorbis I, 4.3.9; RFC 7845, 5.1.1.2, for Opus.
 const layouts vorbis_layouts{{
     {},
     {front_center},
