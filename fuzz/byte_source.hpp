@@ -24,8 +24,12 @@ class byte_source {
         return out;
     }
 
-    /// 0 .. n - 1, with n up to 256
-    int below(int n) { return value<std::uint8_t>() % n; }
+    /// 0 .. n - 1, with n up to 65536
+    template <class Number>
+    Number below(Number n) {
+        const int drawn = n > 256 ? value<std::uint16_t>() : value<std::uint8_t>();
+        return static_cast<Number>(static_cast<Number>(drawn) % n);
+    }
 
     /// A value of low .. high; of 32 times once any number at all.
     std::int32_t about(std::int32_t low, std::int32_t high) {

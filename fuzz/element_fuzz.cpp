@@ -18,33 +18,10 @@ namespace {
 
 using fuzz::expect;
 
-/// Reads zeros behind its end.
-class script {
-  public:
-    explicit script(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
-    bool at_end() const { return rest_.empty(); }
-    /// 0 .. n - 1, n up to 65536
-    unsigned below(unsigned n) {
-        const unsigned high = n > 256 ? next() : 0;
-        return (256 * high + next()) % n;
-    }
-    std::span<const std::uint8_t> take(std::size_t size) {
-        const auto taken = rest_.first(std::min(size, rest_.size()));
-        rest_ = rest_.subspan(taken.size());
-        return taken;
-    }
-
-  private:
-    unsigned next() {
-        const auto byte = take(1);
-        return byte.empty() ? 0 : byte[0];
-    }
-    std::span<const std::uint8_t> rest_;
-};
-
 class host {
   public:
-    explicit host(script &actions) : actions_(actions), harness_(gst_harness_new("velamp2enc")) {
+    explicit host(fuzz::byte_source &actions)
+        : actions_(actions), harness_(gst_harness_new("velamp2enc")) {
         send_caps();
     }
     host(const host &) = delete;
@@ -69,12 +46,12 @@ class host {
         static constexpr std::array choices{"mode", "preset", "emphasis"};
         static constexpr std::array bits{"crc", "copyright", "original", "private"};
         GstElement *const element = harness_->element;
-        const unsigned which = actions_.below(9);
+        const unsigned which = actions_.below(9U);
         if (which < 4)
-            g_object_set(element, bits[which], static_cast<gboolean>(actions_.below(2)), nullptr);
+            g_object_set(element, bits[which], static_cast<gboolean>(actions_.below(2U)), nullptr);
         else if (which < 6)
             g_object_set(element, numbers[which - 4],
-                         static_cast<int>(which == 4 ? actions_.below(15) * 32 : actions_.below(3)),
+                         static_cast<int>(which == 4 ? actions_.below(15U) * 32 : actions_.below(3U)),
                          nullptr);
         else
             set_choice(choices[which - 6]);
@@ -90,8 +67,8 @@ class host {
     void send_caps() {
         static constexpr std::array formats{"S16LE", "S24LE", "F32LE"};
         static constexpr std::array rates{32000, 44100, 48000};
-        const unsigned format = actions_.below(3), channels = 1 + actions_.below(2);
-        rate_ = rates[actions_.below(3)];
+        const unsigned format = actions_.below(3U), channels = 1 + actions_.below(2U);
+        rate_ = rates[actions_.below(3U)];
         bytes_of_sample_ = (format + 2) * channels;
         gst_harness_set_src_caps(
             harness_, gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, formats[format],
@@ -100,12 +77,12 @@ class host {
     }
 
     void send_samples() {
-        const auto size = std::size_t{1 + actions_.below(5000)} * bytes_of_sample_;
+        const auto size = std::size_t{1 + actions_.below(5000U)} * bytes_of_sample_;
         std::vector<std::uint8_t> pcm(size);
-        const auto given = actions_.take(actions_.below(256));
+        const auto given = actions_.take(actions_.below(256U));
         std::copy_n(given.begin(), std::min(given.size(), size), pcm.begin());
         GstBuffer *const buffer = gst_buffer_new_memdup(pcm.data(), size);
-        const unsigned jump = actions_.below(16);
+        const unsigned jump = actions_.below(16U);
         if (jump == 0) time_ += GST_SECOND;
         if (jump == 1) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
         if (jump != 2) GST_BUFFER_PTS(buffer) = time_;
@@ -115,7 +92,7 @@ class host {
     }
 
     void send_gap() {
-        const GstClockTime duration = actions_.below(1000) * GST_MSECOND;
+        const GstClockTime duration = actions_.below(1000U) * GST_MSECOND;
         gst_harness_push_event(harness_, gst_event_new_gap(time_, duration));
         time_ += duration;
     }
@@ -123,7 +100,7 @@ class host {
     void send_segment() {
         GstSegment segment;
         gst_segment_init(&segment, GST_FORMAT_TIME);
-        segment.start = segment.time = actions_.below(10) * GST_SECOND;
+        segment.start = segment.time = actions_.below(10U) * GST_SECOND;
         time_ = segment.start;
         gst_harness_push_event(harness_, gst_event_new_segment(&segment));
     }
@@ -166,7 +143,7 @@ class host {
         }
     }
 
-    script &actions_;
+    fuzz::byte_source &actions_;
     GstHarness *harness_;
     GstClockTime time_ = 0;
     int rate_ = 0;
@@ -187,9 +164,9 @@ bool load_plugin() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static const bool loaded = load_plugin();
-    script actions({data, size});
+    fuzz::byte_source actions({data, size});
     host random(actions);
-    while (loaded && !actions.at_end())
+    while (loaded && !actions.empty())
         random.act();
     return 0;
 }
