@@ -49,7 +49,6 @@ struct output : bufstream {
         stream.insert(stream.end(), frame.begin(), frame.end());
         if (!refused) {
             expect(info.length == frame.size(), "a frame's length differs from its report");
-            // Nothing forbids a tiny frame that cannot hold its own side information; it is too long then.
             const auto parsed = tools::parse_frame(frame);
             const auto rule = parsed.broken_rule();
             if (!rule.empty())
