@@ -25,6 +25,7 @@ inline const char *const data_identifier = "\0\0\1\1#ENGINE.API ";
 
 struct user {
     user() {
+        if (engine == nullptr) return; // memory is out
         call(engine, 1, params_identifier, &params);
         call(engine, 1, data_identifier, &data);
     }
@@ -44,7 +45,7 @@ struct user {
     i32 put(const void *pcm, i32 count, i32 size = 1) { return call(data, 3, pcm, size, count); }
 
     void *engine = get_encMP1A(), *params = nullptr, *data = nullptr;
-    int references = 3;
+    int references = engine == nullptr ? 0 : 3;
 };
 
 struct sink final : PushData {

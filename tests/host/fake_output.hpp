@@ -21,10 +21,10 @@ struct delivered_frame {
 };
 
 struct fake_output : bufstream {
-    std::uint32_t chunk;                         ///< what chunk_size answers
-    int refused_request = -1, short_commit = -1; ///< counted from 0: no block; one byte less
-    bool recording = true;                       ///< false: keep nothing, allocate nothing
-    bool overrun = false;                        ///< something was written behind the block
+    std::uint32_t chunk;      ///< what chunk_size answers
+    int refused_request = -1; ///< counted from 0: no block
+    bool recording = true;    ///< false: keep nothing, allocate nothing
+    bool overrun = false;     ///< something was written behind the block
     int requests = 0, commits = 0;
     std::vector<std::string> calls; ///< such as "request 4096", "commit 672", "header 0", "frame 0"
     std::vector<delivered_frame> frames;
@@ -68,7 +68,7 @@ struct fake_output : bufstream {
             current_.bytes.insert(current_.bytes.end(), block_.begin(), block_.begin() + n);
             stream.insert(stream.end(), block_.begin(), block_.begin() + n);
         }
-        return commits++ == short_commit ? n - 1 : n;
+        return ++commits, n;
     }
     std::uint32_t inform(std::uint32_t offset, std::uint32_t id, const void *data, std::uint32_t size) {
         const bool header = id == MPEG_A_HEADER_INFO && size == sizeof(header_info);
@@ -121,8 +121,9 @@ struct fake_host {
     static void *allocate(std::size_t size) {
         ++current->mallocs;
         if (current->spoilt != nullptr) current->spoilt->audio_bitrate = 15;
+        void *const block = current->malloc_fails ? nullptr : std::malloc(size);
         // Memory as it comes: anything but zeros.
-        return current->malloc_fails ? nullptr : std::memset(std::malloc(size), 0xA5, size);
+        return block == nullptr ? nullptr : std::memset(block, 0xA5, size);
     }
     static void release(void *block) {
         ++current->frees;
