@@ -71,12 +71,17 @@ void on_get_property(GObject *object, guint id, GValue *value, GParamSpec *prope
     if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
 }
 
-/// Pushes what the encoder has finished.
+/// Pushes what the encoder has finished. Once downstream has refused a frame the others are dropped, but
+/// counted: who goes on pushing, as with a pad that nobody has linked yet, finds the clock right.
 GstFlowReturn push_frames(GstAudioEncoder *enc) {
     state &self = members_of(enc);
     GstFlowReturn result = GST_FLOW_OK;
     for (const auto &frame : self.source->frames()) {
         const auto [clip_start, samples, clip_end] = self.timeline.next_frame();
+        if (result != GST_FLOW_OK) {
+            gst_audio_encoder_finish_frame(enc, nullptr, samples);
+            continue;
+        }
         GstBuffer *const buffer = gst_audio_encoder_allocate_output_buffer(enc, frame.size());
         gst_buffer_fill(buffer, 0, frame.data(), frame.size());
         if (clip_start > 0 || clip_end > 0)
@@ -84,7 +89,6 @@ GstFlowReturn push_frames(GstAudioEncoder *enc) {
                                                static_cast<guint64>(clip_start),
                                                static_cast<guint64>(clip_end));
         result = gst_audio_encoder_finish_frame(enc, buffer, samples);
-        if (result != GST_FLOW_OK) break;
     }
     return result;
 }

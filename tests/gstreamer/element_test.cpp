@@ -2,10 +2,27 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <dlfcn.h>
 #include <gst/check/gstharness.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
+
+// Memory that is out for the library alone: for GLib itself that is the end. A sanitizer brings its own malloc.
+static bool memory_is_out = false;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool memory_can_be_out = false;
+#else
+constexpr bool memory_can_be_out = true;
+extern "C" void *__libc_malloc(std::size_t size);
+extern "C" __attribute__((visibility("default"))) void *malloc(std::size_t size) {
+    Dl_info caller;
+    if (memory_is_out && dladdr(__builtin_return_address(0), &caller) != 0
+        && std::strstr(caller.dli_fname, "libvela_enc_mp1a") != nullptr)
+        return nullptr;
+    return __libc_malloc(size);
+}
+#endif
 
 namespace {
 
@@ -171,6 +188,106 @@ TEST(element, follows_a_jump_of_live_input) {
     // A frame, and the delay by which its stamp lies before its first sample.
     EXPECT_EQ(gst_util_uint64_scale_ceil(1152 + 481, GST_SECOND, 48000),
               gst_harness_query_latency(on.harness.get()));
+}
+
+/// What stands behind the element, and answers the k-th buffer, or all from there on, with something else.
+struct downstream {
+    int at = 0;
+    bool onwards = false;
+    GstFlowReturn answer = GST_FLOW_OK;
+    int seen = 0, buffers = 0; ///< buffers of both sides that somebody still holds
+    std::vector<frame> taken{};
+
+    static void watch(GstBuffer *buffer, downstream *self) {
+        ++self->buffers;
+        gst_mini_object_weak_ref(
+            GST_MINI_OBJECT_CAST(buffer),
+            [](gpointer counting, GstMiniObject *) { --static_cast<downstream *>(counting)->buffers; },
+            self);
+    }
+    static GstFlowReturn chain(GstPad *pad, GstObject *, GstBuffer *buffer) {
+        auto &self = *static_cast<downstream *>(g_object_get_data(G_OBJECT(pad), "downstream"));
+        watch(buffer, &self);
+        const bool fails = ++self.seen == self.at || (self.onwards && self.seen > self.at);
+        if (!fails) {
+            self.taken.push_back({bytes(gst_buffer_get_size(buffer)), GST_BUFFER_PTS(buffer), false});
+            gst_buffer_extract(buffer, 0, self.taken.back().data.data(), self.taken.back().data.size());
+        }
+        gst_buffer_unref(buffer);
+        return fails ? self.answer : GST_FLOW_OK;
+    }
+
+    /// Four buffers of 2.5 frames and the end, into the element with these properties.
+    /// @return what the element answered to each
+    std::vector<GstFlowReturn> run(const std::string &properties, const bytes &pcm) {
+        std::vector<GstFlowReturn> answers;
+        bench on(properties);
+        g_object_set_data(G_OBJECT(on.harness->sinkpad), "downstream", this);
+        gst_pad_set_chain_function(on.harness->sinkpad, chain);
+        for (std::size_t i = 0; i < 4; ++i) {
+            GstBuffer *const buffer =
+                gst_buffer_new_memdup(pcm.data() + i * pcm.size() / 4, pcm.size() / 4);
+            GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(i * pcm.size() / 16, GST_SECOND, 48000);
+            watch(buffer, this);
+            answers.push_back(gst_harness_push(on.harness.get(), buffer));
+        }
+        gst_harness_push_event(on.harness.get(), gst_event_new_eos());
+        return answers;
+    }
+};
+
+TEST(element, passes_on_what_downstream_answers_and_loses_nothing_else) {
+    const bytes pcm = noise(10 * 1152 * 4);
+    const std::string properties = "layer=2 crc=true";
+    downstream calm;
+    calm.run(properties, pcm);
+    ASSERT_EQ(calm.taken.size(), 10U);
+    for (const GstFlowReturn answer : {GST_FLOW_FLUSHING, GST_FLOW_EOS, GST_FLOW_NOT_NEGOTIATED,
+                                       GST_FLOW_NOT_LINKED, GST_FLOW_ERROR})
+        for (const bool onwards : {false, true})
+            for (int at = 1, more = true; more; ++at) {
+                downstream end{.at = at, .onwards = onwards, .answer = answer};
+                const auto answers = end.run(properties, pcm);
+                more = end.seen >= at;
+                const std::string what =
+                    gst_flow_get_name(answer) + std::to_string(at) + std::to_string(onwards);
+                EXPECT_EQ(end.buffers, 0) << what;
+                // Buffers 0 to 3 complete frames up to 2, 5, 7 and 10.
+                const std::size_t first = at <= 2 ? 0 : at <= 5 ? 1 : at <= 7 ? 2 : 3;
+                for (std::size_t i = 0; i < answers.size(); ++i)
+                    EXPECT_EQ(answers[i],
+                              more && (i == first || (onwards && i > first)) ? answer : GST_FLOW_OK)
+                        << what << ", buffer " << i;
+                // What comes is what came without a fault, at its time.
+                for (const frame &one : end.taken)
+                    EXPECT_TRUE(std::ranges::any_of(calm.taken, [&](const frame &other) {
+                        return other.data == one.data && other.pts == one.pts;
+                    })) << what;
+                EXPECT_GE(end.taken.size(), more ? at - 1 : calm.taken.size()) << what;
+            }
+}
+
+TEST(element, without_memory_for_the_encoder_says_so_and_goes_on_when_there_is_some) {
+    if (!memory_can_be_out) GTEST_SKIP() << "this build's malloc is a sanitizer's";
+    const bytes pcm = noise(4 * 4608);
+    bench on("");
+    const owned<GstBus, gst_object_unref> bus(gst_bus_new());
+    gst_element_set_bus(on.harness->element, bus.get());
+    memory_is_out = true;
+    GstBuffer *const buffer = gst_buffer_new_memdup(pcm.data(), pcm.size());
+    EXPECT_EQ(gst_harness_push(on.harness.get(), buffer), GST_FLOW_NOT_NEGOTIATED);
+    memory_is_out = false;
+    const owned<GstMessage, gst_message_unref> message(
+        gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
+    ASSERT_NE(message, nullptr);
+    GError *error = nullptr;
+    gst_message_parse_error(message.get(), &error, nullptr);
+    EXPECT_TRUE(g_error_matches(error, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NO_SPACE_LEFT));
+    g_error_free(error);
+    gst_harness_set_src_caps(on.harness.get(), s16(48000, 2));
+    on.push(pcm);
+    EXPECT_EQ(on.stream(), stream_of(pcm));
+    gst_element_set_bus(on.harness->element, nullptr);
 }
 
 } // namespace
