@@ -34,9 +34,14 @@ if(NOT VELA_SANITIZE)
 endif()
 
 if(VELA_SANITIZE)
-    # The checks that sanitizers put in make g++ warn of overflows that cannot happen. The kernels
-    # carry no type information to check.
+    # The kernels carry no type information to check.
     add_compile_options(-fsanitize=${VELA_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
-                        -fno-omit-frame-pointer -g -Wno-error)
+                        -fno-omit-frame-pointer -g)
     add_link_options(-fsanitize=${VELA_SANITIZE})
+    if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+        add_compile_options(-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitize_ignore.txt)
+    else()
+        # The checks that sanitizers put in make g++ warn of overflows that cannot happen.
+        add_compile_options(-Wno-error)
+    endif()
 endif()

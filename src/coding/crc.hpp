@@ -12,8 +12,8 @@ class crc16 {
   public:
     /// Runs the low n bits of `field` through the register, most significant first.
     constexpr void put(std::uint32_t field, unsigned n) noexcept {
-        while (n-- > 0) {
-            const std::uint32_t feedback = ((field >> n) ^ (register_ >> 15)) & 1;
+        for (; n > 0; --n) {
+            const std::uint32_t feedback = ((field >> (n - 1)) ^ (register_ >> 15)) & 1;
             register_ = (register_ << 1 ^ (feedback != 0 ? 0x8005 : 0)) & 0xFFFF;
         }
     }

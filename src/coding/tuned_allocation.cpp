@@ -214,7 +214,8 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
                    const subband_samples &samples, const part_samples *joint,
                    const noise_weights &weights, int frame_bits, frame_header &header, side_info &side,
                    double &slope_hint) noexcept {
-    channel_scalefactors shared;
+    // Below the first bound none are chosen, but values_of looks there too.
+    channel_scalefactors shared{};
     const frame_data frame{kernels, config, samples, joint, weights, side, shared};
     frame_ladders ladders;
     ladders.build_own(frame);
@@ -232,7 +233,8 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
         choose_shared_scalefactors(kernels, config, samples, joint, side.joint_scalefactor, weights,
                                    shared);
         ladders.build_shared(frame);
-        for (unsigned extension = 4; extension-- > 0;) {
+        for (unsigned extensions = 4; extensions > 0; --extensions) {
+            const unsigned extension = extensions - 1;
             // A bound beyond sblimit shares nothing.
             const int bound = joint_bounds[extension];
             if (bound >= config.sblimit) continue;

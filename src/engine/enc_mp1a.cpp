@@ -132,7 +132,7 @@ std::int32_t enc_MP1A::GetSetParamStr::set_parameter_str(const char *key, const 
     if (value == nullptr) return -1;
     if (std::strcmp(key, "init::output::PushData") == 0)
         return engine().bind_sink(*static_cast<PushData *>(object));
-    if (std::strcmp(key, "init::settings") == 0 && size == sizeof(mpeg_a_settings)) {
+    if (std::strcmp(key, "init::settings") == 0 && size == std::int32_t{sizeof(mpeg_a_settings)}) {
         engine_record &record = engine().record_;
         std::memcpy(&record.settings, value, sizeof(mpeg_a_settings));
         record.audio_model = record.settings.audio_model == MPEG_A_MODEL_TUNED;

@@ -37,9 +37,9 @@ VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&ou
         upward = amplitude[p] + upward * splat<V>(tables.upward[p]);
         out[p] = upward;
     }
-    for (unsigned p = padded_partitions - 1; p-- > 0;) {
-        downward = (amplitude[p + 1] + downward) * splat<V>(tables.downward[p]);
-        out[p] = out[p] + downward;
+    for (unsigned p = padded_partitions - 1; p > 0; --p) {
+        downward = (amplitude[p] + downward) * splat<V>(tables.downward[p - 1]);
+        out[p - 1] = out[p - 1] + downward;
     }
     for (unsigned p = 0; p < padded_partitions; ++p) {
         const V scaled = out[p] * splat<V>(tables.spread_scale[p]);

@@ -83,7 +83,7 @@ class literal_model {
         return sum;
     }
     double middle(int p) const {
-        const auto [first, end] = std::ranges::equal_range(of_line_, p);
+        const auto [first, end] = std::equal_range(of_line_.begin(), of_line_.end(), p);
         const auto twice =
             static_cast<double>((first - of_line_.begin()) + (end - of_line_.begin()) - 1);
         return bark(twice / 2 * df_);

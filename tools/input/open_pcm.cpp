@@ -53,8 +53,8 @@ std::optional<pcm_shape> shape_of_wav(const fetch_function &fetch) {
     std::array<std::byte, 40> bytes{};
     const auto field = [&](std::size_t offset, std::size_t count) {
         std::uint32_t value = 0;
-        for (std::size_t i = count; i-- > 0;)
-            value = value << 8 | std::to_integer<std::uint32_t>(bytes[offset + i]);
+        for (std::size_t i = count; i > 0; --i)
+            value = value << 8 | std::to_integer<std::uint32_t>(bytes[offset + i - 1]);
         return static_cast<int>(std::min<std::uint32_t>(value, std::numeric_limits<int>::max()));
     };
     if (!format) return std::nullopt;

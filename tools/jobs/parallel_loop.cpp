@@ -81,7 +81,7 @@ class parallel_run {
 
     void plan(segment &next, std::int64_t frame, std::uint64_t length) const {
         const std::size_t instant = source_.shape().instant_bytes();
-        const auto history = std::min<std::int64_t>(frame, stream_encoder::history_frames);
+        const auto history = std::min(frame, static_cast<std::int64_t>(stream_encoder::history_frames));
         const std::uint64_t sound = std::min(length - at(frame), segment_samples());
         next.first_frame = frame;
         next.history_bytes = static_cast<std::size_t>(at(history)) * instant;

@@ -104,8 +104,8 @@ bool is_mpeg_wave(const std::string &head) {
     for (std::size_t at = 12; is_wave && at + 10 <= head.size();) {
         if (head.compare(at, 4, "fmt ") == 0) return head[at + 8] == 0x50 && head[at + 9] == 0;
         std::size_t size = 0;
-        for (std::size_t i = 4; i-- > 0;)
-            size = size << 8 | static_cast<unsigned char>(head[at + 4 + i]);
+        for (std::size_t i = 4; i > 0; --i)
+            size = size << 8 | static_cast<unsigned char>(head[at + 3 + i]);
         at += 8 + size + size % 2;
     }
     return false;

@@ -106,8 +106,8 @@ std::string stream_line(const mpeg_a_settings &settings, int kbps, int rate) {
 
 void convert_time_reference(byte_list &bext, int from, int to) {
     std::uint64_t samples = 0;
-    for (std::size_t i = 8; i-- > 0;)
-        samples = samples << 8 | std::to_integer<std::uint64_t>(bext[time_reference_at + i]);
+    for (std::size_t i = 8; i > 0; --i)
+        samples = samples << 8 | std::to_integer<std::uint64_t>(bext[time_reference_at + i - 1]);
     const auto rate = static_cast<std::uint64_t>(from), target = static_cast<std::uint64_t>(to);
     samples = samples / rate * target + samples % rate * target / rate;
     for (std::size_t i = 0; i < 8; ++i)

@@ -152,7 +152,7 @@ class parser {
                     static_cast<std::uint8_t>(code_bits_of(f.layer, f.steps[ch][sb])),
                     is_grouped(f.layer, f.steps[ch][sb]),
                     static_cast<std::uint16_t>(steps),
-                    steps * steps * steps};
+                    is_grouped(f.layer, f.steps[ch][sb]) ? steps * steps * steps : 0};
                 const code_word &word = words_[word_count_ - 1];
                 f.bits.samples += 12 * word.bits * (f.layer == 1 || word.grouped ? 1 : 3);
             }

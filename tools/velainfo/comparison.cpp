@@ -190,8 +190,9 @@ class comparer {
                 const double nmr = silent ? -150 : smr[ch][sb] - snr;
                 nmr_[ch][sb] += silent ? 0 : std::pow(10, nmr / 10);
                 if (!silent)
-                    total_.worst_nmr =
-                        total_.frames + ch + sb == 0 ? nmr : std::max(total_.worst_nmr, nmr);
+                    total_.worst_nmr = total_.frames == 0 && ch == 0 && sb == 0
+                                           ? nmr
+                                           : std::max(total_.worst_nmr, nmr);
                 result.level[ch][sb] = static_cast<float>(decibel(2 * signal / steps));
                 result.error[ch][sb] = static_cast<float>(decibel(2 * noise / steps));
                 result.snr[ch][sb] = static_cast<float>(snr);
