@@ -1,9 +1,12 @@
-// Random hosts of the element: properties, caps, samples and events in any order. A script of bytes decides
-// everything, so that the same bytes do the same again.
+// Random hosts of the element: properties, caps, samples, events and queries in any order, good and bad, and a
+// neighbour downstream that wants something else or nothing. A script of bytes decides everything, so that
+// the same bytes do the same again.
 #include "byte_source.hpp"
+#include "judged_frame.hpp"
 
 #include <array>
 #include <gst/check/gstharness.h>
+#include <utility>
 #include <vector>
 
 // GLib keeps what it allocates while it is loaded; only whole stacks tell that from other leaks.
@@ -22,6 +25,10 @@ class host {
   public:
     explicit host(fuzz::byte_source &actions)
         : actions_(actions), harness_(gst_harness_new("velamp2enc")) {
+        static constexpr std::array wanted{"audio/mpeg, layer = (int) 1", "audio/mpeg, layer = (int) 2",
+                                           "audio/mpeg, rate = (int) 48000", "video/x-raw"};
+        const unsigned downstream = actions_.below(16U);
+        if (downstream < wanted.size()) gst_harness_set_sink_caps_str(harness_, wanted[downstream]);
         send_caps();
     }
     host(const host &) = delete;
@@ -33,59 +40,81 @@ class host {
 
     void act() {
         constexpr void (host::*all[])() = {
-            &host::set_property, &host::send_caps, &host::send_samples, &host::send_samples,
-            &host::send_samples, &host::send_gap,  &host::send_segment, &host::flush,
-            &host::end,          &host::query,     &host::restart};
+            &host::set_property, &host::set_property, &host::send_caps,     &host::send_samples,
+            &host::send_samples, &host::send_samples, &host::send_samples,  &host::send_gap,
+            &host::send_segment, &host::flush,        &host::end,           &host::query,
+            &host::restart,      &host::send_event,   &host::send_upstream, &host::refuse};
         (this->*all[actions_.below(std::size(all))])();
         check_output();
     }
 
   private:
+    /// Any property, to any value of its range; what was written can be read.
     void set_property() {
-        static constexpr std::array numbers{"bitrate", "layer"};
-        static constexpr std::array choices{"mode", "preset", "emphasis"};
-        static constexpr std::array bits{"crc", "copyright", "original", "private"};
-        GstElement *const element = harness_->element;
-        const unsigned which = actions_.below(9U);
-        if (which < 4)
-            g_object_set(element, bits[which], static_cast<gboolean>(actions_.below(2U)), nullptr);
-        else if (which < 6)
-            g_object_set(element, numbers[which - 4],
-                         static_cast<int>(which == 4 ? actions_.below(15U) * 32 : actions_.below(3U)),
-                         nullptr);
-        else
-            set_choice(choices[which - 6]);
+        guint count = 0;
+        GParamSpec **const all =
+            g_object_class_list_properties(G_OBJECT_GET_CLASS(harness_->element), &count);
+        GParamSpec *const property = all[actions_.below(count)];
+        g_free(all);
+        if ((property->flags & G_PARAM_WRITABLE) == 0
+            || G_PARAM_SPEC_VALUE_TYPE(property) == GST_TYPE_OBJECT)
+            return;
+        GValue value = G_VALUE_INIT;
+        g_value_init(&value, G_PARAM_SPEC_VALUE_TYPE(property));
+        if (G_VALUE_HOLDS_BOOLEAN(&value)) {
+            g_value_set_boolean(&value, static_cast<gboolean>(actions_.below(2U)));
+        } else if (G_VALUE_HOLDS_ENUM(&value)) {
+            const GEnumClass *const known = G_PARAM_SPEC_ENUM(property)->enum_class;
+            g_value_set_enum(&value, known->values[actions_.below(known->n_values)].value);
+        } else if (G_VALUE_HOLDS_INT(&value)) {
+            const bool is_bitrate = actions_.below(2U) != 0;
+            g_value_set_int(
+                &value, static_cast<int>(is_bitrate ? actions_.below(15U) * 32 : actions_.below(500U)));
+            g_param_value_validate(property, &value);
+        }
+        g_object_set_property(G_OBJECT(harness_->element), property->name, &value);
+        g_object_get_property(G_OBJECT(harness_->element), property->name, &value);
+        g_value_unset(&value);
     }
 
-    void set_choice(const char *name) {
-        auto *const property = G_PARAM_SPEC_ENUM(
-            g_object_class_find_property(G_OBJECT_GET_CLASS(harness_->element), name));
-        const unsigned entry = actions_.below(property->enum_class->n_values);
-        g_object_set(harness_->element, name, property->enum_class->values[entry].value, nullptr);
-    }
-
+    /// Those that the element takes, and at times others.
     void send_caps() {
-        static constexpr std::array formats{"S16LE", "S24LE", "F32LE"};
-        static constexpr std::array rates{32000, 44100, 48000};
-        const unsigned format = actions_.below(3U), channels = 1 + actions_.below(2U);
-        rate_ = rates[actions_.below(3U)];
-        bytes_of_sample_ = (format + 2) * channels;
-        gst_harness_set_src_caps(
-            harness_, gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, formats[format],
-                                          "layout", G_TYPE_STRING, "interleaved", "rate", G_TYPE_INT,
-                                          rate_, "channels", G_TYPE_INT, channels, nullptr));
+        static constexpr std::array formats{"S16LE", "S24LE", "F32LE", "S16BE", "S32LE", "F64LE"};
+        static constexpr std::array rates{32000, 44100, 48000, 1, 22050, 96000};
+        const bool is_odd = actions_.below(8U) == 7;
+        const unsigned choices = is_odd ? 6 : 3;
+        const unsigned format = actions_.below(choices);
+        const unsigned channels = 1 + actions_.below(is_odd ? 8U : 2U);
+        rate_ = rates[actions_.below(choices)];
+        bytes_of_sample_ = (format % 3 + 2) * channels;
+        GstCaps *const caps =
+            gst_caps_new_simple(is_odd && actions_.below(8U) == 7 ? "audio/mpeg" : "audio/x-raw",
+                                "format", G_TYPE_STRING, formats[format], "layout", G_TYPE_STRING,
+                                is_odd && actions_.below(4U) == 3 ? "non-interleaved" : "interleaved",
+                                "rate", G_TYPE_INT, rate_, "channels", G_TYPE_INT, channels, nullptr);
+        if (is_odd && actions_.below(4U) == 3)
+            gst_caps_set_simple(caps, "rate", G_TYPE_INT, -1, nullptr);
+        if (std::exchange(has_caps_, true)) {
+            gst_harness_push_event(harness_, gst_event_new_caps(caps));
+            gst_caps_unref(caps);
+        } else {
+            gst_harness_set_src_caps(harness_, caps); // begins the stream too
+        }
     }
 
     void send_samples() {
-        const auto size = std::size_t{1 + actions_.below(5000U)} * bytes_of_sample_;
+        const auto size =
+            std::size_t{1 + actions_.below(5000U)} * bytes_of_sample_ + (actions_.below(64U) == 63);
         std::vector<std::uint8_t> pcm(size);
         const auto given = actions_.take(actions_.below(256U));
-        std::copy_n(given.begin(), std::min(given.size(), size), pcm.begin());
+        for (std::size_t i = 0; i < size && !given.empty(); ++i)
+            pcm[i] = given[i % given.size()];
         GstBuffer *const buffer = gst_buffer_new_memdup(pcm.data(), size);
         const unsigned jump = actions_.below(16U);
         if (jump == 0) time_ += GST_SECOND;
         if (jump == 1) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-        if (jump != 2) GST_BUFFER_PTS(buffer) = time_;
+        if (jump == 2) time_ -= std::min<GstClockTime>(time_, GST_SECOND);
+        if (jump != 3) GST_BUFFER_PTS(buffer) = time_;
         time_ +=
             gst_util_uint64_scale(size / bytes_of_sample_, GST_SECOND, static_cast<guint64>(rate_));
         gst_harness_push(harness_, buffer);
@@ -99,55 +128,106 @@ class host {
 
     void send_segment() {
         GstSegment segment;
-        gst_segment_init(&segment, GST_FORMAT_TIME);
+        gst_segment_init(&segment, actions_.below(16U) == 15 ? GST_FORMAT_BYTES : GST_FORMAT_TIME);
         segment.start = segment.time = actions_.below(10U) * GST_SECOND;
+        if (actions_.below(8U) == 7) segment.stop = segment.start + actions_.below(50U) * GST_MSECOND;
         time_ = segment.start;
         gst_harness_push_event(harness_, gst_event_new_segment(&segment));
     }
 
     void flush() {
         gst_harness_push_event(harness_, gst_event_new_flush_start());
-        gst_harness_push_event(harness_, gst_event_new_flush_stop(TRUE));
+        if (actions_.below(8U) == 7) send_samples(); // refused
+        gst_harness_push_event(harness_,
+                               gst_event_new_flush_stop(static_cast<gboolean>(actions_.below(2U))));
         send_segment();
     }
 
     /// Only a flush goes on after the end.
     void end() {
         gst_harness_push_event(harness_, gst_event_new_eos());
+        if (actions_.below(4U) == 3) send_samples(); // refused
         flush();
     }
 
     void query() {
         gst_harness_query_latency(harness_);
         gst_caps_unref(gst_pad_peer_query_caps(harness_->srcpad, nullptr));
+        gint64 result = 0;
+        gst_pad_peer_query_position(harness_->sinkpad, GST_FORMAT_TIME, &result);
+        gst_pad_peer_query_duration(harness_->sinkpad, GST_FORMAT_DEFAULT, &result);
+        gst_pad_peer_query_convert(harness_->sinkpad, GST_FORMAT_TIME, actions_.value<std::int32_t>(),
+                                   GST_FORMAT_BYTES, &result);
     }
 
     void restart() {
-        gst_element_set_state(harness_->element, GST_STATE_READY);
+        static constexpr std::array states{GST_STATE_NULL, GST_STATE_READY, GST_STATE_PAUSED};
+        gst_element_set_state(harness_->element, states[actions_.below(3U)]);
+        if (actions_.below(4U) == 3) set_property();
         gst_element_set_state(harness_->element, GST_STATE_PLAYING);
+        gst_harness_push_event(harness_, gst_event_new_stream_start("again"));
         send_caps();
         send_segment();
     }
 
-    /// One frame a buffer.
+    void send_event() {
+        switch (actions_.below(4U)) {
+        case 0:
+            gst_harness_push_event(harness_,
+                                   gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "T", nullptr)));
+            break;
+        case 1:
+            gst_harness_push_event(harness_, gst_event_new_stream_start("other"));
+            break;
+        case 2:
+            gst_harness_push_event(harness_, gst_event_new_segment_done(GST_FORMAT_TIME, 0));
+            break;
+        default:
+            gst_harness_push_event(harness_, gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM,
+                                                                  gst_structure_new_empty("anything")));
+        }
+    }
+
+    void send_upstream() {
+        GstEvent *const event = actions_.below(2U) != 0
+                                    ? gst_event_new_reconfigure()
+                                    : gst_event_new_seek(1, GST_FORMAT_TIME, GST_SEEK_FLAG_NONE,
+                                                         GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, -1);
+        gst_harness_push_upstream_event(harness_, event);
+    }
+
+    /// Nobody takes what comes out of the next buffer.
+    void refuse() {
+        gst_pad_set_active(harness_->sinkpad, FALSE);
+        send_samples();
+        gst_pad_set_active(harness_->sinkpad, TRUE);
+    }
+
+    /// One frame a buffer, as the standard wants it.
     void check_output() {
         while (GstBuffer *const buffer = gst_harness_try_pull(harness_)) {
-            std::array<std::uint8_t, 2> sync{};
-            gst_buffer_extract(buffer, 0, sync.data(), sync.size());
-            expect(sync[0] == 0xFF && sync[1] >= 0xFC, "no header");
-            expect(gst_buffer_get_size(buffer) <= 1728, "more than a frame");
+            GstMapInfo map;
+            expect(gst_buffer_map(buffer, &map, GST_MAP_READ), "an output that cannot be read");
+            fuzz::judge_frame({map.data, map.size});
+            gst_buffer_unmap(buffer, &map);
             expect(GST_BUFFER_DURATION(buffer) <= 36 * GST_MSECOND + 1
                        || !GST_BUFFER_PTS_IS_VALID(buffer),
                    "longer than a frame");
             gst_buffer_unref(buffer);
         }
+        // Nobody reads them.
+        while (GstEvent *const event = gst_harness_try_pull_event(harness_))
+            gst_event_unref(event);
+        while (GstEvent *const event = gst_harness_try_pull_upstream_event(harness_))
+            gst_event_unref(event);
     }
 
     fuzz::byte_source &actions_;
     GstHarness *harness_;
     GstClockTime time_ = 0;
     int rate_ = 0;
-    unsigned bytes_of_sample_ = 0;
+    std::size_t bytes_of_sample_ = 0;
+    bool has_caps_ = false;
 };
 
 /// The one plugin, without a look at the system's.

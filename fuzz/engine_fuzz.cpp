@@ -1,6 +1,9 @@
-// Random hosts of the plug-in engine: keys, values and text in any order with data, bindings, commands,
-// and sinks and streams that call back.
+// Random hosts of the plug-in engine: keys, values and text in any order with data, bindings and commands;
+// sinks and streams that fail, call back, and give up the last reference from inside a call. Every frame
+// that comes out whole is one by the standard's syntax.
 #include "byte_source.hpp"
+#include "judged_frame.hpp"
+#include "random_settings.hpp"
 #include "vela_enc_mp1a/engine.h"
 
 #include <memory>
@@ -11,20 +14,30 @@ namespace {
 
 using fuzz::expect;
 
-constexpr const char *keys[] = {"version::major",
-                                "settings::audio_mode",
+constexpr const char *keys[] = {"settings::audio_mode",
                                 "settings::audio_layer",
+                                "settings::psych_model",
                                 "settings::audio_bitrate",
-                                "settings::error_protection",
                                 "settings::emphasis",
+                                "settings::extension",
+                                "settings::error_protection",
+                                "settings::copyright",
+                                "settings::original",
                                 "settings::pts_offset",
                                 "settings::pts_units",
                                 "settings::sample_rate",
+                                "settings::sampling::rate",
                                 "settings::sampling_bits",
+                                "settings::sampling::bits",
                                 "settings::audio_model",
                                 "settings::",
+                                "settings::audio_bitrate ",
                                 "preset::audio_type",
                                 "preset::video_type",
+                                "preset::",
+                                "version::major",
+                                "version::minor",
+                                "version::revision",
                                 "command::init",
                                 "command::done",
                                 "command::",
@@ -32,11 +45,11 @@ constexpr const char *keys[] = {"version::major",
                                 "init::output::bufstream",
                                 "init::output::PushData",
                                 "",
-                                "settings::audio_bitrate "};
+                                nullptr};
 
 struct host;
 
-/// A sink whose frames must be whole, and which calls the engine from inside its own calls.
+/// A sink whose frames must be whole. Nothing that it answers matters.
 struct sink final : PushData {
     explicit sink(host &owner) : host_(owner) {}
     std::int32_t AddRef() noexcept override { return ++references; }
@@ -44,19 +57,24 @@ struct sink final : PushData {
     std::int32_t set_parameter(const char *, std::int32_t, double) noexcept override {
         return call_back();
     }
-    std::int32_t set_parameter_str(const char *, const void *, std::int32_t,
-                                   std::int32_t) noexcept override {
+    std::int32_t set_parameter_str(const char *, const void *value, std::int32_t size,
+                                   std::int32_t reserved) noexcept override {
+        expect(value != nullptr && size == sizeof(frame_header) && reserved == 0, "no header");
         return call_back();
     }
     std::int32_t push_bytes(const std::uint8_t *bytes, std::int32_t length) noexcept override {
-        expect(length == announced && length >= 4 && bytes[0] == 0xFF, "no frame was pushed");
+        expect(length == announced && length >= 4, "another length than announced");
+        fuzz::judge_frame({bytes, static_cast<std::size_t>(length)});
         return call_back();
     }
     std::int32_t begin_unit(std::int32_t length, std::int32_t) noexcept override {
         announced = length;
         return call_back();
     }
-    std::int32_t end_unit() noexcept override { return call_back(); }
+    std::int32_t end_unit() noexcept override {
+        announced = -1;
+        return call_back();
+    }
     std::int32_t set_time_stamps(std::int64_t first, std::int64_t second) noexcept override {
         expect(first == second, "two time stamps");
         return call_back();
@@ -70,13 +88,14 @@ struct sink final : PushData {
 struct stream : bufstream {
     explicit stream(host &owner) : bufstream{}, host_(owner) {
         request = [](bufstream *self, std::uint32_t n) { return static_cast<stream *>(self)->lend(n); };
-        commit = [](bufstream *self, std::uint32_t n) {
+        commit = [](bufstream *self, std::uint32_t n) { return static_cast<stream *>(self)->take(n); };
+        chunk_size = [](bufstream *self) {
             static_cast<stream *>(self)->call_back();
-            static_cast<stream *>(self)->block.reset();
-            return n;
+            return static_cast<stream *>(self)->chunk;
         };
-        chunk_size = [](bufstream *) { return std::uint32_t{2048}; };
-        auxinfo = [](bufstream *self, std::uint32_t, std::uint32_t, const void *, std::uint32_t) {
+        auxinfo = [](bufstream *self, std::uint32_t, std::uint32_t id, const void *data,
+                     std::uint32_t size) {
+            if (id == MPEG_A_FRAME_INFO) static_cast<stream *>(self)->end_frame(data, size);
             static_cast<stream *>(self)->call_back();
             return std::uint32_t{};
         };
@@ -85,10 +104,26 @@ struct stream : bufstream {
         block = call_back() == 7 ? nullptr : std::make_unique<std::uint8_t[]>(n);
         return block.get();
     }
+    std::uint32_t take(std::uint32_t n) noexcept {
+        const std::int32_t answer = call_back();
+        frame.insert(frame.end(), block.get(), block.get() + n);
+        block.reset();
+        return answer == 7 ? n / 2 : n;
+    }
+    void end_frame(const void *data, std::uint32_t size) {
+        frame_info info;
+        expect(size == sizeof info, "a report of a wrong size");
+        std::memcpy(&info, data, sizeof info);
+        expect(frame.size() <= info.length, "more than a frame was delivered");
+        if (frame.size() == info.length) fuzz::judge_frame(frame);
+        frame.clear();
+    }
     std::int32_t call_back() noexcept;
 
     host &host_;
+    std::uint32_t chunk = 2048;
     std::unique_ptr<std::uint8_t[]> block;
+    std::vector<std::uint8_t> frame;
 };
 
 struct host {
@@ -96,47 +131,56 @@ struct host {
         engine->QueryInterface(iid_API_GetSetParamStr, params_holder);
         engine->QueryInterface(iid_API_PutData, data_holder);
     }
+    host(const host &) = delete;
+    host &operator=(const host &) = delete;
     ~host() {
-        inside = true; // what follows comes from here
-        params_holder->Release();
-        data_holder->Release();
-        engine->Release();
+        if (!gone) release_all();
         for (const sink &each : sinks)
             expect(each.references == 1, "a sink's references were lost or kept");
     }
 
+    /// What the sinks get from then on is answered without the engine.
+    void release_all() {
+        gone = true;
+        params_holder->Release();
+        data_holder->Release();
+        engine->Release();
+    }
+
     API_GetSetParamStr &params() { return *static_cast<API_GetSetParamStr *>(params_holder); }
+    API_PutData &data() { return *static_cast<API_PutData *>(data_holder); }
 
     const char *key() {
-        const int pick = from.below(32);
-        if (pick < 22) return keys[pick];
-        text.clear();
+        const std::size_t pick = from.below(std::size(keys) + 4);
+        if (pick < std::size(keys)) return keys[pick];
+        text = pick % 2 == 0 ? "settings::" : "";
         for (const std::uint8_t byte : from.take(12))
             text += static_cast<char>(byte);
         return text.c_str();
     }
 
     void step() {
-        switch (from.below(8)) {
+        switch (from.below(10)) {
         case 0:
         case 1:
-            params().set_parameter(key(), from.below(16) == 15 ? from.value<std::int32_t>() : 0,
-                                   number());
+            write_number();
             break;
         case 2:
             write_text();
             break;
         case 3: {
             double value = 0;
-            params().get_parameter(key(), &value, from.below(3) - 1);
+            params().get_parameter(key(), from.below(16) == 15 ? nullptr : &value, from.below(3) - 1);
             break;
         }
         case 4:
             params().set_parameter_str("init::output::PushData", &sinks[from.below(2)], 0);
             break;
         case 5:
-            params().set_parameter_str("init::output::bufstream",
-                                       from.below(4) == 0 ? nullptr : &streams[from.below(2)], 0);
+            bind_stream();
+            break;
+        case 6:
+            params().set_parameter(from.below(4) == 0 ? "command::done" : "command::init", 0, 0);
             break;
         default:
             put();
@@ -145,50 +189,81 @@ struct host {
 
     double number() { return from.below(4) == 0 ? from.value<double>() : from.about(0, 100); }
 
+    /// What was written can be read.
+    void write_number() {
+        const char *const name = key();
+        const std::int32_t index = from.below(16) == 15 ? from.value<std::int32_t>() : 0;
+        const bool is_command = name != nullptr && std::strncmp(name, "command::", 9) == 0;
+        const bool written = params().set_parameter(name, index, number()) == 0;
+        double value = 0;
+        if (!written || is_command || gone) return;
+        expect(params().get_parameter(name, &value, index) == 0, "a field that cannot be read");
+    }
+
     void write_text() {
-        const std::string name = key();
+        const char *const picked = key();
+        if (picked == nullptr) {
+            expect(params().set_parameter_str(nullptr, "1", 1) == -1, "no key was taken");
+            return;
+        }
+        const std::string name = picked;
         if (name.starts_with("init::output")) return; // those take objects, not text
         if (name == "init::settings") {
-            mpeg_a_settings record{};
-            mpegOutAudioDefaults(&record, from.about(0, 19));
-            record.audio_bitrate = from.about(0, 15);
-            params().set_parameter_str(name.c_str(), &record, sizeof record);
+            const mpeg_a_settings record = fuzz::read_settings(from);
+            const std::int32_t size =
+                from.below(8) == 7 ? from.about(0, 100) : std::int32_t{sizeof record};
+            params().set_parameter_str(name.c_str(), &record, size);
             return;
         }
         std::string value;
         for (const std::uint8_t byte : from.take(static_cast<std::size_t>(from.below(16))))
             value += static_cast<char>(byte);
-        params().set_parameter_str(name.c_str(), value.c_str(),
+        params().set_parameter_str(name.c_str(), from.below(16) == 15 ? nullptr : value.c_str(),
                                    static_cast<std::int32_t>(value.size()));
     }
 
+    void bind_stream() {
+        stream &bound = streams[from.below(2)];
+        bound.chunk = from.below(4) == 0 ? static_cast<std::uint32_t>(from.below(2100)) : 2048;
+        params().set_parameter_str("init::output::bufstream", from.below(4) == 0 ? nullptr : &bound, 0);
+    }
+
+    /// Elements of any size; nothing lies behind them.
     void put() {
-        std::vector<std::uint8_t> pcm(static_cast<std::size_t>(from.below(256)) * 64);
-        for (auto &byte : pcm)
-            byte =
-                static_cast<std::uint8_t>(pcm.size() + 31U * static_cast<unsigned>(&byte - pcm.data()));
-        auto &data = *static_cast<API_PutData *>(data_holder);
         if (from.below(8) == 7) {
-            data.put_data(nullptr, 0, 0);
-            data.put_data(pcm.data(), -1, 5);
-        } else {
-            data.put_data(pcm.data(), 1, static_cast<std::int32_t>(pcm.size()));
+            data().put_data(nullptr, from.about(0, 8), from.about(0, 100));
+            if (!gone) data().put_data(this, -1, 1 + from.below(100)); // no size: nothing is read
+            return;
         }
+        const auto seed = from.take(1 + static_cast<std::size_t>(from.below(64)));
+        const std::size_t size = 1 + from.below(std::size_t{8}), count = from.below(std::size_t{2000});
+        const auto pcm = std::make_unique<std::uint8_t[]>(size * count);
+        for (std::size_t i = 0; i < size * count && !seed.empty(); ++i)
+            pcm[i] = seed[i % seed.size()];
+        data().put_data(pcm.get(), static_cast<std::int32_t>(size), static_cast<std::int32_t>(count));
     }
 
     /// From inside a call: what is allowed there, and what has to be refused.
     std::int32_t inside_call() {
-        if (inside || from.below(8) != 0) return 0;
-        inside = true;
+        if (gone || from.below(8) != 0) return 0;
         const std::int32_t refused[] = {
             params().set_parameter("command::done", 0, 0),
+            params().set_parameter("command::init", 0, 0),
             params().set_parameter("settings::audio_mode", 0, 1),
-            params().set_parameter_str("init::output::bufstream", nullptr, 0)};
+            params().set_parameter_str("settings::audio_mode", "1", 1),
+            params().set_parameter_str("init::output::PushData", &sinks[0], 0),
+            params().set_parameter_str("init::output::bufstream", nullptr, 0),
+            data().put_data(nullptr, 0, 0)};
         for (const std::int32_t result : refused)
             expect(result == -1, "a call back was not refused");
+        double mode = 0;
+        expect(params().get_parameter("settings::audio_mode", &mode, 0) == 0, "a question was refused");
+        IEngine *holder = nullptr;
         const std::int32_t count = engine->AddRef();
+        engine->QueryInterface(iid_API_PutData, holder);
+        holder->Release();
         expect(engine->Release() == count - 1, "counting went wrong");
-        inside = false;
+        if (from.below(32) == 31) release_all();
         return from.below(8);
     }
 
@@ -197,7 +272,7 @@ struct host {
     sink sinks[2]{sink(*this), sink(*this)};
     stream streams[2]{stream(*this), stream(*this)};
     std::string text;
-    bool inside = false;
+    bool gone = false; ///< the host's references
 };
 
 std::int32_t sink::call_back() noexcept {
@@ -212,7 +287,7 @@ std::int32_t stream::call_back() noexcept {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     fuzz::byte_source from({data, size});
     host user(from);
-    while (!from.empty())
+    while (!from.empty() && !user.gone)
         user.step();
     return 0;
 }

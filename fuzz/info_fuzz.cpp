@@ -1,57 +1,72 @@
-// Any bytes as a stream: the scanner's pieces add up to them, and neither parser nor reports read outside,
-// hang or throw anything but a refusal.
+// Any bytes as a file: the scanner's pieces add up to the stream in it, and neither parser nor reports read
+// outside, hang or throw anything but a refusal.
+#include "byte_source.hpp"
 #include "common/failure.hpp"
 #include "velainfo/json_report.hpp"
 #include "velainfo/page.hpp"
+#include "velainfo/stream_input.hpp"
 #include "velainfo/synthesis.hpp"
 #include "velainfo/text_report.hpp"
 
-#include <algorithm>
-#include <cstdlib>
+#include <sys/mman.h>
+#include <unistd.h>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    std::span<const std::uint8_t> left(data, size);
-    tools::frame_scanner scanner([&](std::span<std::uint8_t> room) {
-        const std::size_t part = std::min({room.size(), left.size(), std::size_t{5000}});
-        std::copy_n(left.begin(), part, room.begin());
-        left = left.subspan(part);
-        return part;
-    });
-    tools::report_builder builder("fuzz", 0);
+namespace {
+
+using fuzz::expect;
+
+void look_at(const tools::parsed_frame &frame, const tools::sample_codes &codes) {
+    if (frame.faults != 0) return;
+    const auto &b = frame.bits;
+    expect(b.header + b.crc + b.allocation + b.scfsi + b.scalefactors + b.samples + b.rest
+               == 8 * frame.bytes(),
+           "the bits of a frame do not add up");
+    tools::frame_subbands subbands;
+    tools::requantize(frame, codes, subbands);
+}
+
+void report_on(tools::stream_input &input, std::size_t size) {
+    tools::frame_scanner scanner([&](std::span<std::uint8_t> room) { return input.read(room); });
+    tools::report_builder builder("fuzz", input.base());
     tools::stream_pictures pictures;
     std::uint64_t sum = 0;
     while (const auto piece = scanner.next()) {
-        if (piece->offset != sum || piece->length == 0) std::abort();
+        expect(piece->offset == sum && piece->length > 0, "a gap between pieces");
         sum += piece->length;
         if (!piece->is_frame) {
             builder.add(*piece);
             continue;
         }
         tools::sample_codes codes;
-        tools::frame_subbands subbands;
         const tools::parsed_frame frame = tools::parse_frame(piece->bytes, &codes);
-        const tools::parsed_frame again = tools::parse_frame(piece->bytes);
-        if (frame.faults != again.faults) std::abort();
-        const auto &b = frame.bits;
-        if (frame.faults == 0) {
-            if (b.header + b.crc + b.allocation + b.scfsi + b.scalefactors + b.samples + b.rest
-                != 8 * frame.bytes())
-                std::abort();
-            tools::requantize(frame, codes, subbands);
-        }
+        expect(frame.faults == tools::parse_frame(piece->bytes).faults, "two verdicts on a frame");
+        look_at(frame, codes);
         tools::frame_line(builder.so_far(), *piece, frame);
         tools::json_of(builder.so_far(), *piece, frame);
         pictures.add(builder.so_far().frames, frame);
         builder.add(*piece, frame);
     }
-    if (sum != size) std::abort();
+    expect(input.in_wav() ? sum + input.base() <= size : sum == size, "bytes were lost");
+    const tools::stream_report report = builder.finish(input.other_kind());
+    tools::json_of(report, nullptr);
+    tools::page page;
+    page.add(report, tools::text_of(report, nullptr), std::move(pictures));
+    page.html();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const int file = ::memfd_create("stream", 0);
+    expect(::write(file, data, size) == static_cast<ssize_t>(size), "no room");
+    ::lseek(file, 0, SEEK_SET);
     try {
-        const tools::stream_report report = builder.finish("");
-        tools::json_of(report, nullptr);
-        tools::page page;
-        page.add(report, tools::text_of(report, nullptr), std::move(pictures));
-        page.html();
-    } catch (const tools::failure &) { // no stream at all
+        tools::stream_input input("/proc/self/fd/" + std::to_string(file));
+        report_on(input, size);
+    } catch (const tools::failure &refused) { // no stream at all
+        expect(refused.code() == tools::exit_code::input && *refused.what() != '\0',
+               "refused without a message, or with another code than the input's");
     }
+    ::close(file);
     return 0;
 }
