@@ -12,7 +12,7 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
 
-add_compile_options(-ffp-contract=off -fno-math-errno -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+add_compile_options(-ffp-contract=off -fno-math-errno -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wdate-time)
 if(VELA_WERROR)
     add_compile_options(-Werror)
 endif()

@@ -44,11 +44,17 @@ package(dev libvela-enc-mp1a-dev libdevel "MPEG-1 Audio Layer I/II encoder (deve
     "Headers, the manual page of the function interface, and files for pkg-config
 and for CMake's find_package.${no_licence}" ${exact})
 if(TARGET velaenc)
-    # Its notice goes where its code goes.
-    if(EXISTS /usr/share/doc/libcli11-dev/copyright)
-        file(READ /usr/share/doc/libcli11-dev/copyright INCLUDED)
-        string(PREPEND INCLUDED "\nThe programs contain code of CLI11, whose terms are:\n\n")
-    endif()
+    # Libraries that are headers only: their notice goes where their code goes.
+    foreach(library CLI11=libcli11-dev "JSON for Modern C++=nlohmann-json3-dev")
+        string(REGEX MATCH "(.*)=(.*)" unused "${library}")
+        set(notice /usr/share/doc/${CMAKE_MATCH_2}/copyright)
+        if(EXISTS ${notice})
+            file(READ ${notice} terms)
+            string(APPEND INCLUDED "\nThe programs contain code of ${CMAKE_MATCH_1}, whose terms are:\n\n${terms}")
+        else()
+            message(WARNING "${notice} is missing: packages of this build lack the notice of ${CMAKE_MATCH_1}")
+        endif()
+    endforeach()
     package(tools velaenc sound "MPEG-1 Audio Layer I/II encoder (command line)"
         "Encodes audio files as MPEG-1 Audio Layer I or Layer II, with the rules of
 VCD, SVCD, DVD, DVB and other target formats.${no_licence}")
@@ -66,8 +72,8 @@ set(CPACK_PACKAGE_CONTACT "${VELA_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+# Folders that no rule names get the mask of whoever makes the packages otherwise.
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/folder_permissions.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

@@ -12,16 +12,32 @@ die() {
 }
 pkg() { dpkg --root="$work/root" --force-not-root --force-script-chrootless --force-depends "$@" >>"$work/dpkg.log" 2>&1; }
 
-cpack --config "$build/CPackConfig.cmake" -B "$work/made" >"$work/cpack.log" || die "$(cat "$work/cpack.log")"
+(umask 027 && cpack --config "$build/CPackConfig.cmake" -B "$work/made" >"$work/cpack.log") || die "$(cat "$work/cpack.log")"
 debs=("$work"/made/*.deb)
 complaints=$(lintian --fail-on error "${debs[@]}" 2>&1) || die "$complaints"
 for deb in "${debs[@]}"; do
     grep -q 'No licence has been granted yet' <<<"$(dpkg-deb -f "$deb" Description)" || die "$deb is silent about its licence"
     dpkg-deb -x "$deb" "$work/all"
 done
+for holder in 'University of Cincinnati' 'Niels Lohmann'; do
+    grep -q "$holder" "$work/all/usr/share/doc/velaenc/copyright" || die "the tools contain code of $holder and do not say so"
+done
+closed=$(find "$work/all" -mindepth 1 -type d -not -perm 755)
+[ -z "$closed" ] || die "not everybody may look into $closed"
+
+# What each binary must show: `readelf OPTION`, the words, what is wrong without them. What the fortified calls and the
+# guard of the stack are called, a binary imports.
 while IFS= read -r binary; do
-    readelf -lW "$binary" | grep -Eq 'GNU_STACK.* RW ' || die "$binary has an executable stack"
-    grep -q 'BIND_NOW\|FLAGS.*NOW' <<<"$(readelf -dW "$binary")" || die "$binary binds lazily"
+    while IFS=';' read -r option words fault; do
+        grep -Eq "$words" <<<"$(readelf "-$option" -W "$binary")" || die "$binary $fault"
+    done <<'ROWS'
+h;Type: +DYN;lies at a fixed address
+l;GNU_STACK.* RW ;has an executable stack
+l;GNU_RELRO;leaves its tables of addresses writable
+d;BIND_NOW;binds lazily
+-dyn-syms;__stack_chk_fail;has no guard on its stack
+-dyn-syms;__[a-z]*(printf|cpy|set|move|read)_chk;has no fortified calls
+ROWS
 done < <(find "$work/all" -type f \( -name 'lib*.so*' -o -path '*/bin/*' \))
 
 mkdir -p "$work/root/var/lib/dpkg"
