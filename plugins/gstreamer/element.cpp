@@ -71,6 +71,12 @@ void on_get_property(GObject *object, guint id, GValue *value, GParamSpec *prope
     if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
 }
 
+/// Counts everything that came in and no frame stands for as gone. The base class keeps it otherwise, and
+/// ends the process where it meets samples of two formats.
+GstFlowReturn give_up_samples(GstAudioEncoder *enc) {
+    return gst_audio_encoder_finish_frame(enc, nullptr, -1);
+}
+
 /// Pushes what the encoder has finished. Once downstream has refused a frame the others are dropped, but
 /// counted: who goes on pushing, as with a pad that nobody has linked yet, finds the clock right.
 GstFlowReturn push_frames(GstAudioEncoder *enc) {
@@ -99,8 +105,8 @@ GstFlowReturn drain(GstAudioEncoder *enc) {
     self.source->finish();
     const GstFlowReturn result = push_frames(enc);
     self.timeline.restart();
-    // The last samples that the decoder holds back are counted as gone.
-    return result == GST_FLOW_OK ? gst_audio_encoder_finish_frame(enc, nullptr, -1) : result;
+    const GstFlowReturn counted = give_up_samples(enc); // the last that the decoder holds back
+    return result == GST_FLOW_OK ? counted : result;
 }
 
 GstFlowReturn on_handle_frame(GstAudioEncoder *enc, GstBuffer *buffer) {
@@ -110,6 +116,7 @@ GstFlowReturn on_handle_frame(GstAudioEncoder *enc, GstBuffer *buffer) {
     GstMapInfo map;
     if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) {
         GST_ELEMENT_ERROR(enc, RESOURCE, READ, ("the samples cannot be read"), (nullptr));
+        give_up_samples(enc);
         return GST_FLOW_ERROR;
     }
     self.timeline.take(static_cast<std::int64_t>(map.size) / self.bytes_of_sample);
@@ -117,6 +124,7 @@ GstFlowReturn on_handle_frame(GstAudioEncoder *enc, GstBuffer *buffer) {
     gst_buffer_unmap(buffer, &map);
     if (!encoded) {
         GST_ELEMENT_ERROR(enc, LIBRARY, ENCODE, ("the encoder failed"), (nullptr));
+        give_up_samples(enc);
         return GST_FLOW_ERROR;
     }
     return push_frames(enc);

@@ -1,5 +1,6 @@
 // Life cycle, and hosts that refuse, truncate and fail.
 #include "host/encoding.hpp"
+#include "host/sanitizer.hpp"
 #include "host/signals.hpp"
 #include "simd/float_environment.hpp"
 
@@ -9,7 +10,7 @@
 
 static thread_local long allocations = 0; // by this thread; a sanitizer brings its own malloc
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if HAS_OWN_MALLOC
 constexpr bool counting = false;
 #else
 constexpr bool counting = true;

@@ -234,7 +234,7 @@ TEST_F(info_test, other_decoders_hear_what_the_parser_reads_at_every_rate) {
             const auto frame = tools::parse_frame(piece.bytes, &codes);
             ASSERT_EQ(frame.faults, 0u) << tools::fault_text(frame.faults);
             tools::requantize(frame, codes, subbands);
-            for (const auto step : std::views::iota(0, 36)) {
+            for (int step = 0; step < 36; ++step) {
                 float sound[2][32];
                 for (int ch = 0; ch < frame.channels(); ++ch)
                     banks[ch].step(subbands[ch][step], sound[ch]);

@@ -1,4 +1,6 @@
 // The element between two pads of the test's: its stamps, and what events do to it.
+#include "host/sanitizer.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -10,7 +12,7 @@
 
 // Memory that is out for the library alone: for GLib itself that is the end. A sanitizer brings its own malloc.
 static bool memory_is_out = false;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if HAS_OWN_MALLOC
 constexpr bool memory_can_be_out = false;
 #else
 constexpr bool memory_can_be_out = true;
@@ -217,13 +219,17 @@ struct downstream {
         return fails ? self.answer : GST_FLOW_OK;
     }
 
+    void stand_behind(bench &on) {
+        g_object_set_data(G_OBJECT(on.harness->sinkpad), "downstream", this);
+        gst_pad_set_chain_function(on.harness->sinkpad, chain);
+    }
+
     /// Four buffers of 2.5 frames and the end, into the element with these properties.
     /// @return what the element answered to each
     std::vector<GstFlowReturn> run(const std::string &properties, const bytes &pcm) {
         std::vector<GstFlowReturn> answers;
         bench on(properties);
-        g_object_set_data(G_OBJECT(on.harness->sinkpad), "downstream", this);
-        gst_pad_set_chain_function(on.harness->sinkpad, chain);
+        stand_behind(on);
         for (std::size_t i = 0; i < 4; ++i) {
             GstBuffer *const buffer =
                 gst_buffer_new_memdup(pcm.data() + i * pcm.size() / 4, pcm.size() / 4);
@@ -265,6 +271,23 @@ TEST(element, passes_on_what_downstream_answers_and_loses_nothing_else) {
                     })) << what;
                 EXPECT_GE(end.taken.size(), more ? at - 1 : calm.taken.size()) << what;
             }
+}
+
+// The base class keeps what no frame stood for, and aborts where samples of two formats meet.
+TEST(element, survives_a_new_format_after_a_frame_that_nobody_took) {
+    const bytes pcm = noise(4 * 4000);
+    bench on("", 48000, 1);
+    const owned<GstCaps, gst_caps_unref> stereo(s16(48000, 2));
+    downstream end{.at = 1, .answer = GST_FLOW_FLUSHING};
+    end.stand_behind(on);
+    on.push(noise(2 * 980));
+    gst_harness_push_event(on.harness.get(), gst_event_new_caps(stereo.get()));
+    on.push(pcm, GST_SECOND);
+    gst_harness_push_event(on.harness.get(), gst_event_new_eos());
+    bytes taken;
+    for (const frame &one : end.taken)
+        taken.insert(taken.end(), one.data.begin(), one.data.end());
+    EXPECT_EQ(taken, stream_of(pcm));
 }
 
 TEST(element, without_memory_for_the_encoder_says_so_and_goes_on_when_there_is_some) {

@@ -197,10 +197,11 @@ std::span<const std::byte> sndfile_source::next_block() {
 std::int64_t sndfile_source::read_file(std::span<std::byte> room) {
     // A header that is wrong may have sent it anywhere.
     if (at_ < 0 || static_cast<std::uint64_t>(at_) >= input_.size()) return 0;
-    const std::size_t count = read_at(input_, static_cast<std::uint64_t>(at_), room);
+    const auto start = static_cast<std::uint64_t>(at_);
+    const std::size_t count = read_at(input_, start, room);
     for (std::size_t i = 0; corrected_ && i < corrected_->bytes.size(); ++i) {
-        const std::uint64_t place = corrected_->offset + i - static_cast<std::uint64_t>(at_);
-        if (place < count) room[place] = corrected_->bytes[i];
+        const std::uint64_t place = corrected_->offset + i;
+        if (place >= start && place < start + count) room[place - start] = corrected_->bytes[i];
     }
     at_ += static_cast<std::int64_t>(count);
     return static_cast<std::int64_t>(count);

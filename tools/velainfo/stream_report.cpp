@@ -101,14 +101,14 @@ void report_builder::add(const stream_piece &piece, const parsed_frame &frame) {
     if (frame.faults != 0) {
         ++r.damaged_frames;
         for (unsigned rest = frame.faults; rest != 0; rest &= rest - 1) {
-            ++r.faults[rest & -rest];
+            ++r.faults[rest & ~(rest - 1)];
             stream_event fault = here;
             fault.text = fault_text(rest);
             note(fault);
         }
     }
     for (unsigned rest = frame.remarks; rest != 0; rest &= rest - 1)
-        ++r.remarks[rest & -rest];
+        ++r.remarks[rest & ~(rest - 1)];
     r.bytes += piece.length;
     r.frame_bytes += piece.length;
     ++r.frames;
