@@ -47,10 +47,14 @@ VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&ou
     }
 }
 
-/// The excitation or what is left of those of the two passes before, whichever is the largest; it
-/// replaces the older one.
+template <class V>
+struct past_excitations {
+    V before1, before2;
+};
+
+/// The excitations of the two passes before; that of this pass replaces the older one.
 template <class V, int passes>
-VELA_INLINE V with_forward_masking(V excitation, V fading, const double *latest, double *oldest) {
+VELA_INLINE past_excitations<V> exchange(V excitation, const double *latest, double *oldest) {
     const V before2 = load<V>(oldest);
     V before1;
     if constexpr (passes == 2) {
@@ -59,10 +63,11 @@ VELA_INLINE V with_forward_masking(V excitation, V fading, const double *latest,
         before1 = load<V>(latest);
     }
     store(oldest, excitation);
-    return max_of(fading * max_of(fading * before2, before1), excitation);
+    return {before1, before2};
 }
 
-/// Weights: thresholds of the lines, to the power of -0.9, added up over what each subband is heard by.
+/// Weights: 1 / T of the lines and a little of that before an attack, to the power of 0.95, added up over
+/// what each subband is heard by.
 template <class V, int passes>
 void weigh_noise(const tuned_tables &tables, const double *energy, double *history, int newest,
                  double *weight) noexcept {
@@ -73,14 +78,19 @@ void weigh_noise(const tuned_tables &tables, const double *energy, double *histo
     excite(tables, energy, value);
     // The limits matter for infinities in the input only: every weight is finite.
     const V fading = splat<V>(tables.fading), highest = splat<V>(1e300);
+    const auto threshold_of = [&](V excitation, unsigned p) {
+        return min_of(excitation * splat<V>(tables.mask_share[p]) + splat<V>(tables.quiet[p]), highest);
+    };
     for (unsigned p = 0; p < padded_partitions; ++p) {
         const int i = static_cast<int>(p) * L;
-        const V masking = with_forward_masking<V, passes>(value[p], fading, latest + i, oldest + i);
-        value[p] =
-            min_of(masking * splat<V>(tables.mask_share[p]) + splat<V>(tables.quiet[p]), highest);
+        const past_excitations<V> past = exchange<V, passes>(value[p], latest + i, oldest + i);
+        const V masking = max_of(fading * max_of(fading * past.before2, past.before1), value[p]);
+        const V threshold = threshold_of(masking, p);
+        const V before = threshold_of(min_of(past.before2, past.before1), p);
+        value[p] = splat<V>(1.0) / threshold + splat<V>(noise_before_attacks) / before;
     }
     for (unsigned p = 0; p < padded_partitions; ++p)
-        value[p] = exponential(splat<V>(-0.9) * logarithm(value[p]));
+        value[p] = exponential(splat<V>(0.95) * logarithm(value[p]));
     const double *share = tables.heard_share.data();
     for (unsigned sb = 0; sb < 32; ++sb) {
         V sum = splat<V>(0.0);

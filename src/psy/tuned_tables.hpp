@@ -7,6 +7,10 @@
 
 namespace vela {
 
+/// What a part's noise counts where it precedes an attack: the filterbank spreads it to samples that only
+/// the thresholds of the passes before mask.
+inline constexpr double noise_before_attacks = 0.0001;
+
 /// Constants of the tuned model, computed at Init. z(f) = 7 asinh(f / 650 Hz) is the frequency in Bark;
 /// a line k stands for the width dz_k = z((k + 1/2) df) - z((k - 1/2) df), where df is the distance of
 /// lines.

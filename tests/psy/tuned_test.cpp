@@ -64,7 +64,8 @@ class literal_model {
         before_.insert(before_.begin(), now);
         std::vector<double> factor(count_);
         for (int p = 0; p < count_; ++p)
-            factor[p] = std::pow(threshold(p), -0.9);
+            factor[p] = std::pow(
+                1 / threshold(p, masking(p)) + 0.0001 / threshold(p, quietest_before(p)), 0.95);
         for (int sb = 0; sb < 32; ++sb) {
             weights[sb] = 0;
             for (int k = 0; k <= 512; ++k) {
@@ -104,10 +105,17 @@ class literal_model {
         }
         return heard;
     }
-    double threshold(int p) const {
-        double masking = 0, inverse = 0, lines = 0;
+    double masking(int p) const {
+        double masking = 0;
         for (std::size_t i = 0; i < std::min<std::size_t>(3, before_.size()); ++i)
             masking = std::max(masking, std::pow(fading_, i) * before_[i][p]);
+        return masking;
+    }
+    double quietest_before(int p) const {
+        return before_.size() < 3 ? 0 : std::min(before_[1][p], before_[2][p]);
+    }
+    double threshold(int p, double masking) const {
+        double inverse = 0, lines = 0;
         for (int k = 0; k <= 512; ++k) {
             if (of_line_[k] != p) continue;
             const double f = std::max(k, 1) * df_ / 1000;
