@@ -34,7 +34,7 @@ TEST_F(muxers_test, aligned_sound_lies_on_the_picture_to_the_sample) {
     };
     for (const auto &[command, file] : cases) {
         ASSERT_EQ(shell(command).status, 0) << command;
-        const auto first_time = [&file = file](const std::string &stream) {
+        const auto first_time = [this, &file = file](const std::string &stream) {
             return std::stod(shell("ffprobe -v error -show_entries packet=pts_time -of csv=p=0"
                                    " -select_streams "
                                    + stream + ' ' + file + " | grep '^[0-9]' | sort -n | sed -n 1p")
