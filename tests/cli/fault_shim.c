@@ -1,15 +1,19 @@
 /* Preloaded into velaenc: from the FAULT_AT-th call of FAULT_CALL on, or that one only, the call fails with
  * FAULT_ERRNO; 0 stands for a short one (half of the bytes) where there is such a thing. The first fault leaves the file
- * FAULT_MARK, so that the test knows when it has passed the last call. */
+ * FAULT_MARK, so that the test knows when it has passed the last call. Neither the tools nor the libraries behind them
+ * map files; the maps of the C library's own are those of large blocks and of threads, so these stand for mmap. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 
 static int calls;
 
@@ -25,12 +29,11 @@ static int fails(const char *name) {
     if (call < number("FAULT_AT") || (call > number("FAULT_AT") && number("FAULT_ON") == 0)) return 0;
     int (*real_open)(const char *, int, ...) =
         (int (*)(const char *, int, ...))dlsym(RTLD_NEXT, "open");
-    close(real_open(getenv("FAULT_MARK"), O_CREAT | O_WRONLY, 0600));
+    REAL(close)(real_open(getenv("FAULT_MARK"), O_CREAT | O_WRONLY, 0600));
     errno = number("FAULT_ERRNO");
     return 1;
 }
 
-#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 #define CREATES(flags) (((flags) & (O_CREAT | __O_TMPFILE)) != 0)
 
 int open(const char *path, int flags, ...) {
@@ -55,6 +58,27 @@ ssize_t write(int file, const void *bytes, size_t size) {
     if (failed && errno != 0) return -1;
     return REAL(write)(file, bytes, failed ? (size + 1) / 2 : size);
 }
+ssize_t pwrite(int file, const void *bytes, size_t size, off_t at) {
+    const int failed = fails("write");
+    if (failed && errno != 0) return -1;
+    return REAL(pwrite)(file, bytes, failed ? (size + 1) / 2 : size, at);
+}
+off_t lseek(int file, off_t offset, int whence) {
+    return fails("lseek") ? -1 : REAL(lseek)(file, offset, whence);
+}
+int close(int file) {
+    const int failed = file > STDERR_FILENO && fails("close"), error = errno;
+    const int result = REAL(close)(file);
+    errno = error;
+    return failed ? -1 : result;
+}
+extern void *__libc_malloc(size_t size);
+void *malloc(size_t size) {
+    return size >= 1 << 15 && fails("mmap") ? NULL : __libc_malloc(size);
+}
+int pthread_create(pthread_t *thread, const pthread_attr_t *how, void *(*run)(void *), void *of) {
+    return fails("mmap") ? EAGAIN : REAL(pthread_create)(thread, how, run, of);
+}
 int rename(const char *from, const char *to) {
     return fails("rename") ? -1 : REAL(rename)(from, to);
 }
@@ -68,3 +92,5 @@ int fstat(int file, struct stat *status) {
 /* The names that programs with large files are linked to. */
 int open64(const char *path, int flags, ...) __attribute__((alias("open")));
 ssize_t pread64(int file, void *bytes, size_t size, off64_t at) __attribute__((alias("pread")));
+ssize_t pwrite64(int file, const void *bytes, size_t size, off64_t at) __attribute__((alias("pwrite")));
+off64_t lseek64(int file, off64_t offset, int whence) __attribute__((alias("lseek")));

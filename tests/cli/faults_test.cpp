@@ -2,6 +2,8 @@
 #include "workbench.hpp"
 
 #include <cerrno>
+#include <chrono>
+#include <random>
 
 namespace velaenc_test {
 namespace {
@@ -39,7 +41,8 @@ TEST_F(faults_test, a_failing_call_at_any_position_leaves_a_whole_stream_or_none
     } faults[] = {{"open", EMFILE, false}, {"read", EIO, false},     {"read", EINTR, true},
                   {"read", 0, true},       {"write", ENOSPC, false}, {"write", EINTR, true},
                   {"write", 0, true},      {"rename", EIO, false},   {"fsync", EIO, false},
-                  {"fstat", EIO, false}};
+                  {"fstat", EIO, false},   {"lseek", EIO, false},    {"close", EIO, false},
+                  {"mmap", ENOMEM, false}};
     const std::string commands[] = {"-j 2 in.wav out.mp2", "-j 1 - out.mp2 < in.flac"};
     for (const auto &command : commands) {
         const auto stream = shell("velaenc -q " + command + "; cat out.mp2").out;
@@ -57,6 +60,42 @@ TEST_F(faults_test, a_failing_call_at_any_position_leaves_a_whole_stream_or_none
                 step = at / 3 + 1;
             }
         }
+    }
+}
+
+// Twice, as a key that is held down, or by timeout, which asks the child and its group.
+TEST_F(faults_test, a_signal_at_any_moment_leaves_whole_files_or_none) {
+    put("long.wav", wav(pcm(noise(2 * 48000 * 10)), 2, 48000));
+    const std::string files = " --timestamps list.csv long.wav out.mp2";
+    const auto start = std::chrono::steady_clock::now();
+    const auto stream = shell("velaenc -q -j 1" + files + "; cat out.mp2").out;
+    const std::chrono::duration<double> once = std::chrono::steady_clock::now() - start;
+    const auto list = get("list.csv");
+    ASSERT_FALSE(frames_of(stream).empty());
+    std::minstd_rand random(1);
+    const std::pair<std::string, int> signals[] = {{"INT", 2}, {"TERM", 15}, {"HUP", 1}};
+    for (int i = 0; i < 40; ++i) {
+        const auto &[name, number] = signals[i % 3];
+        const bool by_timeout = i % 4 == 3;
+        const auto delay =
+            std::to_string(1.3 * once.count() * static_cast<double>(random() % 1000) / 1000);
+        const std::string run =
+            (i % 4 == 0 ? "velaenc -q --engine" : "velaenc -q -j " + std::to_string(1 + i % 4)) + files
+            + " 2>said";
+        const std::string kill = "kill -" + name + " $! 2>/dev/null; ";
+        const auto result =
+            shell("rm -f out.mp2 list.csv; set -m; "
+                  + (by_timeout ? "timeout -s " + name + ' ' + delay + ' ' + run
+                                : run + " & sleep " + delay + "; " + kill + kill + "wait $!"));
+        const std::string what = name + " after " + delay + (by_timeout ? " by timeout" : "") + ": "
+                                 + std::to_string(result.status);
+        EXPECT_TRUE(result.status == 0 || result.status == (by_timeout ? 124 : 128 + number)) << what;
+        EXPECT_EQ(get("said"), "") << what;
+        // A signal may come when the files have their names already.
+        const auto left = get("out.mp2"), rows = get("list.csv");
+        EXPECT_TRUE(left == stream || (left.empty() && rows.empty() && result.status != 0)) << what;
+        EXPECT_TRUE(rows == list || (rows.empty() && result.status != 0)) << what;
+        EXPECT_EQ(shell("ls -A | grep -c '^[.]velaenc'").out, "0\n") << what;
     }
 }
 

@@ -70,13 +70,19 @@ input_file open_input(const std::string &path) {
         unreadable(input.name, errno);
     if (S_ISDIR(input.status.st_mode))
         throw failure(exit_code::input, path + " is a folder; name an audio file in it");
-    if (input.seekable()) input.start = ::lseek(input.handle.get(), 0, SEEK_CUR);
+    if (input.seekable()) input.start = move_in(input, 0, SEEK_CUR);
     if (::isatty(input.handle.get()))
         throw failure(exit_code::input,
                       input.name + " is a terminal; pipe audio into it or name a file");
     if (S_ISREG(input.status.st_mode) && input.size() == 0)
         throw failure(exit_code::input, input.name + " is empty (0 bytes); an audio file is needed");
     return input;
+}
+
+off_t move_in(const input_file &input, off_t offset, int whence) {
+    const off_t place = ::lseek(input.handle.get(), offset, whence);
+    if (place < 0) unreadable(input.name, errno);
+    return place;
 }
 
 input_file reopen(const input_file &input) {
@@ -121,9 +127,8 @@ input_file spool(input_file input, std::span<const std::byte> head) {
     std::vector<std::byte> block(block_bytes);
     while (const std::size_t count = read_some(input, block))
         append(spooled.handle.get(), std::span(block).first(count), folder);
-    if (::lseek(spooled.handle.get(), 0, SEEK_SET) != 0
-        || ::fstat(spooled.handle.get(), &spooled.status) != 0)
-        unreadable(input.name, errno);
+    move_in(spooled, 0, SEEK_SET);
+    if (::fstat(spooled.handle.get(), &spooled.status) != 0) unreadable(input.name, errno);
     return spooled;
 }
 

@@ -49,6 +49,9 @@ void report_missing(const input_file &input, std::uint64_t bytes, length_rule ru
 /// @throws failure
 input_file open_input(const std::string &path);
 
+/// lseek(). @return where the next read begins; a failure is thrown: the sound would be another one
+off_t move_in(const input_file &input, off_t offset, int whence);
+
 /// Opens a seekable input again, at the place where the first one was opened, for another thread. The
 /// handle is closed where the system does not let it.
 input_file reopen(const input_file &input);

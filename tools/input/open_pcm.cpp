@@ -86,7 +86,7 @@ std::unique_ptr<pcm_source> open_file(input_file input, length_rule rule) {
     std::optional<pcm_shape> shape;
     if (const auto sound = plain_sound(fetch_from(input), shape)) {
         const std::uint64_t bytes = sound_bytes(input, *sound, rule);
-        ::lseek(input.handle.get(), static_cast<off_t>(sound->offset), SEEK_SET);
+        move_in(input, static_cast<off_t>(sound->offset), SEEK_SET);
         return std::make_unique<stream_source>(std::move(input), *shape, std::span<const std::byte>{},
                                                bytes - bytes % shape->instant_bytes(),
                                                length_rule::promise);
@@ -117,8 +117,7 @@ std::unique_ptr<pcm_source> open_pipe(input_file input, length_rule rule) {
 std::unique_ptr<pcm_source> open_raw(input_file input, const pcm_shape &shape, length_rule rule) {
     std::optional<std::uint64_t> bytes;
     if (input.seekable()) {
-        const auto start = static_cast<std::uint64_t>(::lseek(input.handle.get(), 0, SEEK_CUR));
-        bytes = input.size() - std::min(start, input.size());
+        bytes = input.size() - std::min(static_cast<std::uint64_t>(input.start), input.size());
         const std::uint64_t rest = *bytes % shape.instant_bytes();
         if (rest != 0 && rule == length_rule::promise)
             throw failure(
