@@ -126,6 +126,12 @@ bool begins_container(const fetch_function &fetch) {
            || (fetch(0, magic) == magic.size() && name_of(magic) == au_magic);
 }
 
+bool is_wav(const fetch_function &fetch) {
+    constexpr std::array<std::string_view, 4> kinds{"RIFF", "RIFX", "RF64", "BW64"};
+    std::array<std::byte, 4> magic{};
+    return fetch(0, magic) == magic.size() && std::ranges::find(kinds, name_of(magic)) != kinds.end();
+}
+
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name) {
     const chunk_layout *layout = layout_of(fetch);
     if (layout == nullptr || (layout->magic != "RIFF" && layout->magic != "RF64")) return std::nullopt;

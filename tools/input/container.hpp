@@ -27,6 +27,9 @@ struct chunk {
 /// Whether a file begins as one of the containers that are known here.
 bool begins_container(const fetch_function &fetch);
 
+/// Whether a file begins as WAV or one of its kin with chunks of the same layout: RIFF, RIFX, RF64, BW64.
+bool is_wav(const fetch_function &fetch);
+
 /// Finds the first chunk of that name ("fmt ", "data") in a RIFF or RF64 file.
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name);
 

@@ -2,6 +2,10 @@
 
 #include "common/failure.hpp"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
+
 namespace tools {
 namespace {
 
@@ -149,7 +153,10 @@ sndfile_source::sndfile_source(input_file input, length_rule rule)
     : input_(std::move(input)), corrected_(corrected_size(input_)), rule_(rule) {
     SF_INFO info{};
     SF_VIRTUAL_IO access{view::size, view::seek, view::read, nullptr, view::tell};
+    const auto fetch = fetch_from(input_);
+    if (is_wav(fetch)) wav_sound_ = find_sound_data(fetch).value_or(chunk{});
     file_.reset(sf_open_virtual(&access, SFM_READ, &info, this));
+    wav_sound_.reset();
     if (read_error_) std::rethrow_exception(read_error_);
     if (!file_)
         throw failure(exit_code::input,
@@ -203,8 +210,30 @@ std::int64_t sndfile_source::read_file(std::span<std::byte> room) {
         const std::uint64_t place = corrected_->offset + i;
         if (place >= start && place < start + count) room[place - start] = corrected_->bytes[i];
     }
+    if (wav_sound_) hide_texts(start, room.first(count));
     at_ += static_cast<std::int64_t>(count);
     return static_cast<std::int64_t>(count);
+}
+
+// libsndfile looks for texts in these chunks for minutes where the sizes of their parts are wrong, and
+// nobody here asks for them. Where a damaged file has them it decides itself, so every name counts.
+void sndfile_source::hide_texts(std::uint64_t start, std::span<std::byte> bytes) const {
+    constexpr std::size_t length = 4;
+    constexpr std::array<std::string_view, 2> names{"LIST", "INFO"};
+    constexpr std::string_view other = "junk";
+    const std::uint64_t before = std::min<std::uint64_t>(start, length - 1);
+    std::string text(bytes.size() + before + length - 1, '\0');
+    read_at(input_, start - before, std::as_writable_bytes(std::span(text)));
+    for (std::size_t found = 0; found + length <= text.size(); ++found) {
+        const std::uint64_t place = start - before + found;
+        if (std::ranges::find(names, std::string_view(text).substr(found, length)) == names.end()
+            || (place >= wav_sound_->offset && place - wav_sound_->offset < wav_sound_->bytes))
+            continue;
+        for (std::size_t i = 0; i < length; ++i) {
+            if (found + i >= before && found + i - before < bytes.size())
+                bytes[found + i - before] = static_cast<std::byte>(other[i]);
+        }
+    }
 }
 
 std::int64_t sndfile_source::read_instants() {

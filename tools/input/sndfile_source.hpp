@@ -28,6 +28,7 @@ class sndfile_source final : public pcm_source {
   private:
     struct view;
     std::int64_t read_file(std::span<std::byte> room);
+    void hide_texts(std::uint64_t start, std::span<std::byte> bytes) const;
     std::int64_t read_instants();
     void pack_s24(std::size_t samples) noexcept;
     void check_end() const;
@@ -38,8 +39,9 @@ class sndfile_source final : public pcm_source {
 
     input_file input_;
     std::optional<size_field> corrected_;
-    std::int64_t at_ = 0;           ///< where libsndfile reads next
-    std::exception_ptr read_error_; ///< of a read that libsndfile asked for
+    std::optional<chunk> wav_sound_; ///< while libsndfile reads the header of a WAV file
+    std::int64_t at_ = 0;            ///< where libsndfile reads next
+    std::exception_ptr read_error_;  ///< of a read that libsndfile asked for
     std::unique_ptr<SNDFILE, closer> file_;
     pcm_shape shape_;
     std::vector<speaker> speakers_;
