@@ -11,6 +11,10 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
+# For the tests, and for what is done once in a run with libraries that take long to optimise.
+set(VELA_QUICK_BUILD $<$<CONFIG:Release>:-O1>)
+# Branches of inlined library code would count as ours in optimised code.
+set(CMAKE_CXX_FLAGS_COVERAGE "-O0 --coverage -fprofile-update=atomic")
 
 add_compile_options(-ffp-contract=off -fno-math-errno -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wdate-time)
 if(VELA_WERROR)

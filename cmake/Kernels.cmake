@@ -13,7 +13,7 @@ function(add_kernels target)
     add_library(${name} OBJECT ${sources})
     target_link_libraries(${name} PRIVATE ${target}_headers)
     target_compile_definitions(${name} PRIVATE VELA_LEVEL=${ARG_LEVEL} VELA_LANES=${ARG_LANES})
-    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti ${flags})
+    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti ${flags} $<$<CONFIG:Coverage>:-O1>)
     target_sources(${target} INTERFACE $<TARGET_OBJECTS:${name}>)
 
     set(condition true)

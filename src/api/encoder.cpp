@@ -107,6 +107,7 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
     initialised_ = false;
     if (output == nullptr) return 2;
     if (init_frame_header(header_, settings_, sample_rate_) != 0) {
+        // Not reached: an encoder of another rate cannot be created.
         err_printf_("A001:Unknown audio sampling rate");
         return 2;
     }
@@ -202,6 +203,7 @@ int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexce
 void mpeg_a_encoder::end_frame(int frame_bits) noexcept {
     const auto written = static_cast<std::uint32_t>(writer_.total_bits() - previous_total_);
     if (written != static_cast<std::uint32_t>(frame_bits)) {
+        // Not reached: the coder fills every frame, even where there is no sound in it.
         std::printf("ERROR: adb = %d, frame_bits = %d\n", frame_bits, static_cast<int>(written));
     }
     previous_total_ = writer_.total_bits();

@@ -88,6 +88,10 @@ class climb {
     climb(const coder_config &config, const frame_ladders &ladders, int joint_bound,
           int available) noexcept;
 
+    /// What no allocation costs less than, by Lagrange: sum of (cost + slope bits) - slope available. The
+    /// nearer the slope to the common one, the closer.
+    double least_cost_at(double slope) const noexcept;
+
     /// Takes in one go what the search would take for certain: every step down to a slope whose steps
     /// all together are affordable.
     /// @param hint  where to look for that slope first; receives it
@@ -127,6 +131,17 @@ climb::climb(const coder_config &config, const frame_ladders &ladders, int joint
     }
     for (int sb = joint_bound; sb < config.sblimit; ++sb)
         add(ladders.shared[sb]);
+}
+
+double climb::least_cost_at(double slope) const noexcept {
+    double sum = 0;
+    int bits = 0;
+    for (int i = 0; i < count_; ++i) {
+        const int corner = ladders_[i]->corner_reaching(slope);
+        sum += ladders_[i]->cost(corner);
+        bits += ladders_[i]->bits(corner);
+    }
+    return sum + slope * (bits - std::max(available_, 0));
 }
 
 void climb::take_common_slope(double &hint) noexcept {
@@ -221,11 +236,10 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
     ladders.build_own(frame);
     side.joint_bound = config.sblimit;
     const auto start = [&](int bound) {
-        climb search(config, ladders, bound, frame_bits - fixed_bits(config, bound));
-        search.take_common_slope(slope_hint);
-        return search;
+        return climb(config, ladders, bound, frame_bits - fixed_bits(config, bound));
     };
     climb best = start(config.sblimit);
+    best.take_common_slope(slope_hint);
     best.take_single_steps();
     if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
         header.mode = MPEG_A_MODE_STEREO;
@@ -241,6 +255,8 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
             climb search = start(bound);
             // Where the bits that sharing saves buy nothing, rounding must not decide.
             const double limit = best.cost() * (1 - 1e-9);
+            if (search.least_cost_at(slope_hint) >= limit) continue;
+            search.take_common_slope(slope_hint);
             if (search.least_cost() >= limit) continue;
             search.take_single_steps();
             if (search.cost() >= limit) continue;

@@ -4,6 +4,7 @@
 #include "coding/scalefactors.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace vela {
@@ -13,15 +14,13 @@ namespace {
 /// In the order in which the selections are tried: of equals the one with the fewest bits wins.
 constexpr unsigned selections[] = {2, 1, 3, 0};
 
-/// The selection that a part's scale factor starts at and the one behind its end, by scfsi and part:
-/// parts that share one.
+/// Parts that may share a scale factor: from the first one up to the one before the end.
 struct range {
     int first, end;
 };
-constexpr range sharing[4][3] = {{{0, 1}, {1, 2}, {2, 3}},
-                                 {{0, 2}, {0, 2}, {2, 3}},
-                                 {{0, 3}, {0, 3}, {0, 3}},
-                                 {{0, 1}, {1, 3}, {1, 3}}};
+constexpr range ranges[] = {{0, 1}, {1, 2}, {2, 3}, {0, 2}, {1, 3}, {0, 3}};
+/// The range of a part's scale factor, by scfsi and part.
+constexpr unsigned range_of[4][3] = {{0, 1, 2}, {3, 3, 2}, {5, 5, 5}, {0, 4, 4}};
 
 /// A channel's part of a shared subband: the noise with a scale factor s is
 /// weight (energy - 2 s product + s^2 square) and that of the quantizer.
@@ -48,6 +47,15 @@ selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
     // A quantizer in the middle between coarse and fine: noise of twelve samples for a scale factor of
     // 1, and what six bits take away from the noise of 36 samples, ln 4 / 6 of it.
     constexpr double quantizer = 4.0 / 81, six_bits = 0.231;
+    std::uint8_t nearest[std::size(ranges)];
+    for (unsigned i = 0; i < (count == 1 ? 1 : std::size(ranges)); ++i) {
+        double product = 0, square = 0;
+        for (int part = ranges[i].first; part < ranges[i].end; ++part) {
+            product += parts[part].weight * parts[part].product;
+            square += parts[part].weight * parts[part].square;
+        }
+        nearest[i] = nearest_index(product, square);
+    }
     selection best{};
     double least = std::numeric_limits<double>::max();
     for (const unsigned scfsi : selections) {
@@ -56,17 +64,7 @@ selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
         const double growth = 1 + six_bits * scalefactors_per_scfsi[scfsi];
         double noise = 0;
         for (int part = 0; part < count; ++part) {
-            const range &r = sharing[scfsi][part];
-            if (part > r.first) {
-                tried.index[part] = tried.index[part - 1];
-            } else {
-                double product = 0, square = 0;
-                for (int i = r.first; i < r.end; ++i) {
-                    product += parts[i].weight * parts[i].product;
-                    square += parts[i].weight * parts[i].square;
-                }
-                tried.index[part] = nearest_index(product, square);
-            }
+            tried.index[part] = nearest[range_of[scfsi][part]];
             const shared_part &p = parts[part];
             const double s = scalefactor_table[tried.index[part]];
             noise +=

@@ -15,6 +15,7 @@ std::uint8_t *lend(bufstream *self, std::uint32_t n) noexcept {
     pushdata_bufstream &to = adapter(self);
     if (n > static_cast<std::uint32_t>(to.capacity)) return nullptr;
     if (static_cast<std::uint32_t>(to.capacity - to.fill) < n) {
+        // Not reached: every frame is shorter than the buffer and leaves it at its end.
         to.sink->push_bytes(to.buffer, to.fill);
         to.fill = 0;
     }

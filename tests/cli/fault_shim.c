@@ -72,10 +72,12 @@ int close(int file) {
     errno = error;
     return failed ? -1 : result;
 }
+#ifndef HAS_OWN_MALLOC // a sanitizer takes back only what is its own
 extern void *__libc_malloc(size_t size);
 void *malloc(size_t size) {
     return size >= 1 << 15 && fails("mmap") ? NULL : __libc_malloc(size);
 }
+#endif
 int pthread_create(pthread_t *thread, const pthread_attr_t *how, void *(*run)(void *), void *of) {
     return fails("mmap") ? EAGAIN : REAL(pthread_create)(thread, how, run, of);
 }

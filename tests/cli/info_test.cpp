@@ -276,6 +276,8 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
         {"bytes before", "abc" + stream, 3,
          "\"kind\":\"leading\",\"damage\":true,\"offset\":0,\"length\":3"},
         {"bytes behind", stream + "abc", 3, "\"kind\":\"trailing\",\"damage\":true"},
+        {"another stream behind", stream + encoded("--layer 1 48000.wav - | cat"), 0,
+         "another kind of stream begins"},
         {"cut", stream.substr(0, stream.size() - 100), 3, "a frame of 672 bytes ends after 572"},
         {"PCM", wav(stream, 2, 48000), 2, "WAV file of PCM"},
         {"Layer III", "\xFF\xFB\x90\x44" + std::string(2000, 'x'), 2, "MPEG Layer III"},
@@ -333,7 +335,9 @@ TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_
     }
     EXPECT_TRUE(ratios[0] > 1 && ratios[1] > ratios[0] + 3 && ratios[2] > ratios[0])
         << testing::PrintToString(ratios);
-    EXPECT_EQ(shell("velainfo --source other.wav x.mp2").status, 2);
+    put("slow.wav", wav(pcm(sound), 2, 44100));
+    for (const char *name : {"other", "slow"})
+        EXPECT_EQ(shell(std::string("velainfo --source ") + name + ".wav x.mp2").status, 2) << name;
 }
 
 } // namespace

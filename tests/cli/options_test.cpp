@@ -53,6 +53,9 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
         {"in.wav -j many", "--jobs"},
         {"in.wav - --timestamps -", "standard output"},
         {"48000.wav out.mp2 --timestamps ./out.mp2", "--timestamps"},
+        {"48000.wav out.mp2 --trace ./out.mp2", "--trace names OUT"},
+        {"48000.wav out.mp2 --trace t --timestamps ./t", "name the same file"},
+        {"48000.wav out.mp2 --trace t --model tuned", "leave out --model"},
     };
     put("-dash.wav", "");
     for (const auto &[arguments, words] : cases)

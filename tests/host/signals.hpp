@@ -45,7 +45,8 @@ inline std::vector<std::uint8_t> pcm_bytes(const std::vector<float> &samples, in
         std::memcpy(&bits, &sample, sizeof bits);
         if (width != 4) {
             const double scale = width == 2 ? 32767 : 8388607;
-            bits = static_cast<std::uint32_t>(static_cast<std::int32_t>(scale * sample));
+            const double value = std::fmax(-scale - 1, std::fmin(scale, scale * sample)); // NaN as well
+            bits = static_cast<std::uint32_t>(static_cast<std::int32_t>(value));
         }
         for (int i = 0; i < width; ++i)
             out.push_back(static_cast<std::uint8_t>(bits >> 8 * i));
