@@ -115,7 +115,7 @@ record changed(const std::string &changes, int preset, int &rate) {
         {"bitrate", &record::audio_bitrate}, {"emphasis", &record::emphasis},
         {"private", &record::extension},     {"crc", &record::error_protection},
         {"copyright", &record::copyright},   {"original", &record::original}};
-    record settings;
+    record settings{}; // the defaults leave the reserved bytes as they are
     vela::preset_defaults(settings, preset, &rate);
     std::istringstream in(changes);
     int value = 0;

@@ -200,10 +200,11 @@ TEST(tuned_allocation, is_the_search_that_tries_every_step_and_no_worse_than_the
             bound = std::min(tried, config.sblimit);
             left = rest;
         }
+        const double elsewhere = std::exp2(static_cast<int>(source() % 60) - 30);
         for (const level which : mp1a_test::levels()) {
             side_info got = f.side;
             frame_header header = f.header;
-            double hint = std::exp2(static_cast<int>(source() % 60) - 30);
+            double hint = elsewhere;
             ASSERT_EQ(allocate_tuned(coding_kernels_of(which), config, f.samples, f.joint, f.weights,
                                      budget, header, got, hint),
                       left)
