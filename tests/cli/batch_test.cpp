@@ -121,6 +121,10 @@ TEST_F(batch_test, a_bad_file_is_told_and_the_others_are_encoded) {
         EXPECT_EQ(line["options"], nlohmann::json({"--preset=dvd"}));
     }
     EXPECT_EQ(failed, 3u);
+    shell("rm -r out; mkdir out; : > out/a");
+    const auto blocked = batch("-r in", 6);
+    EXPECT_NE(blocked.err.find("cannot create the folder out/a: "), std::string::npos) << blocked.err;
+    EXPECT_EQ(files_in("out"), "./a ./one.mp2 ");
 }
 
 TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {

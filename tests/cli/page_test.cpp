@@ -69,6 +69,11 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
     damaged[5 * 384 + 4] ^= 1; // the CRC of frame 5
     put("a.mp2", damaged);
     ASSERT_EQ(shell("velainfo --source a.wav --trace t.jsonl --html a.html a.mp2").status, 3);
+    put("none.jsonl", "{}\n");
+    const auto refused = shell("velainfo --source a.wav --trace none.jsonl --html none.html a.mp2");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("not what velaenc --trace writes: line 1"), std::string::npos)
+        << refused.err;
     for (const bool dark : {false, true}) {
         const auto seen =
             browse("a.html", std::string("--blink-settings=preferredColorScheme=") + (dark ? "0" : "1")
