@@ -31,6 +31,7 @@ class EngineBase : public IEngine {
         return ref_count_.fetch_add(1, std::memory_order_relaxed) + 1;
     }
 
+    /// Not reached: the objects that there are have interfaces and answer for themselves.
     std::int32_t QueryInterface(const engine_iid &, IEngine *&) noexcept override { return -1; }
 
     std::int32_t Release() noexcept override {
