@@ -128,7 +128,8 @@ void judge::fail_at(const std::string &what) const {
 }
 
 void voice::in_pieces(const std::function<void(std::span<const std::uint8_t>)> &take) {
-    const auto sample = static_cast<std::size_t>(how_.width * how_.channels());
+    const auto sample =
+        static_cast<std::size_t>(how_.width) * static_cast<std::size_t>(how_.channels());
     for (std::span<const std::uint8_t> rest = segment_.pcm; !rest.empty();) {
         const std::size_t most = random_() % 8 == 0 ? 40000 : 3000;
         const auto piece = rest.first(std::min(rest.size(), sample * (1 + random_() % most)));

@@ -82,6 +82,7 @@ int collect(const char *format, ...) {
     std::array<char, 256> line{};
     std::va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer misses va_start
     const int length = std::vsnprintf(line.data(), line.size(), format, arguments);
     va_end(arguments);
     if (!collected->empty()) *collected += '\n';

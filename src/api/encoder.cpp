@@ -71,7 +71,7 @@ class mpeg_a_encoder::operation {
 mpeg_a_encoder *mpeg_a_encoder::create(resource_lookup lookup, const mpeg_a_settings *settings,
                                        std::int32_t pcm_format, std::int32_t sample_rate) noexcept {
     // One copy is checked and used: functions of the host's run in between.
-    mpeg_a_settings own;
+    mpeg_a_settings own{};
     if (settings != nullptr) own = *settings;
     if (mpegOutAudioChkSettings(lookup, settings == nullptr ? nullptr : &own, MPEG_A_PRESET_NONE,
                                 sample_rate, MPEG_A_CHECK_GENERIC_ONLY, 0)

@@ -158,6 +158,7 @@ TEST(tuned_model, equals_its_literal_steps_and_every_level_the_reference) {
             for (std::size_t m = 1; m < models.size(); ++m) {
                 noise_weights got{};
                 models[m]->analyze(start, got);
+                // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): the same bits are wanted
                 ASSERT_EQ(std::memcmp(got, reference, sizeof got), 0) << i << ", level " << m;
             }
             for (int c = 0; c < channels; ++c) {

@@ -55,9 +55,10 @@ void batch_messages::print_notes() {
     std::size_t printed = 0;
     for (const auto &[text, known] : notes_) {
         if (++printed > most_notes) continue;
-        const std::string others =
-            known.files == 1 ? "" : " and " + std::to_string(known.files - 1) + " more";
-        say("note: " + text + " (" + known.first + others + ")");
+        std::string files = known.first;
+        if (known.files > 1)
+            files.append(" and ").append(std::to_string(known.files - 1)).append(" more");
+        say("note: " + text + " (" + files + ")");
     }
     if (printed > most_notes)
         say("note: " + std::to_string(printed - most_notes)

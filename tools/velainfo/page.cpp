@@ -19,6 +19,7 @@ using kind = panel::kind;
 /// Rows of both channels, subband 0 first.
 std::vector<std::string> subband_rows() {
     std::vector<std::string> rows;
+    rows.reserve(64);
     for (int i = 0; i < 64; ++i)
         rows.push_back(std::string(i < 32 ? "left" : "right") + ", subband " + std::to_string(i % 32));
     return rows;
@@ -209,9 +210,11 @@ std::string page::html() {
         }
     };
     each_timeline([&](const timeline &t) { rows += t.rows(); });
+    const std::size_t columns =
+        std::max<std::size_t>(most_bytes / bytes_a_cell / std::max<std::size_t>(rows, 1), 16);
     each_timeline([&](timeline &t) {
         const bool exact = t.stride() == 1 && t.columns() * rows * bytes_a_cell <= 3 * most_bytes;
-        if (!exact) t.limit_columns(std::max<std::size_t>(most_bytes / bytes_a_cell / rows, 16));
+        if (!exact) t.limit_columns(columns);
     });
     std::string streams(1, '[');
     for (const entry &e : entries_) {

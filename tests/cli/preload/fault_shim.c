@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
+#define REAL(name) ((__typeof__(&(name)))dlsym(RTLD_NEXT, #name))
 
 static int calls;
 
