@@ -1,5 +1,6 @@
 #include "coding/tuned_allocation.hpp"
 
+#include "coding/bit_allocation.hpp"
 #include "coding/frame_bits.hpp"
 #include "coding/noise_ladder.hpp"
 #include "coding/scalefactor_table.hpp"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <limits>
 
 namespace vela {
@@ -38,6 +40,10 @@ struct frame_data {
 struct frame_ladders {
     ladder own[2][32];
     ladder shared[32];
+
+    const ladder &at(int ch, int sb, int joint_bound) const noexcept {
+        return sb < joint_bound ? own[ch][sb] : shared[sb];
+    }
 
     void build_own(const frame_data &frame) noexcept;
     void build_shared(const frame_data &frame) noexcept;
@@ -223,6 +229,34 @@ void use_shared_scalefactors(const coder_config &config, const channel_scalefact
     }
 }
 
+/// What the frame costs as allocated.
+double cost_of(const coder_config &config, const frame_ladders &ladders,
+               const side_info &side) noexcept {
+    double sum = 0;
+    for (int sb = 0; sb < config.sblimit; ++sb) {
+        for (int ch = 0; ch < (sb < side.joint_bound ? config.channels : 1); ++ch)
+            sum += ladders.at(ch, sb, side.joint_bound).cost(side.allocation[ch][sb]);
+    }
+    return sum;
+}
+
+/// Allocates by the least mask-to-noise ratio, with the cost of no bits for a signal-to-mask ratio.
+/// @param slope  benefit a bit where the bits run out, for a first guess
+int allocate_by_ratio(const coding_kernels &kernels, const coder_config &config,
+                      const frame_ladders &ladders, double slope, int frame_bits,
+                      side_info &side) noexcept {
+    smr_table smr{};
+    for (int ch = 0; ch < config.channels; ++ch) {
+        for (int sb = 0; sb < config.sblimit; ++sb)
+            smr[ch][sb] = ladders.at(ch, sb, side.joint_bound).cost(0);
+        kernels.to_decibels(smr[ch]);
+    }
+    // A bit for each of n samples quarters the noise: of the cost C, it takes away C ln 4 / n.
+    const double samples = 12.0 * config.parts(), cost = slope * samples / 1.3862943611198906;
+    double level = -10 * std::log10(cost);
+    return allocate_bits(config, smr, frame_bits, side, level);
+}
+
 } // namespace
 
 int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
@@ -266,8 +300,12 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
             side.joint_bound = bound;
         }
     }
-    store_allocation(config, best, side);
     use_shared_scalefactors(config, shared, side);
+    // Where a frame has bits for a few steps only, the search may get stuck between them, and be worse
+    // than one that takes small steps.
+    const int left = allocate_by_ratio(kernels, config, ladders, slope_hint, frame_bits, side);
+    if (cost_of(config, ladders, side) < best.cost() * (1 - 1e-9)) return left;
+    store_allocation(config, best, side);
     return best.available();
 }
 

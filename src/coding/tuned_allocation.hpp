@@ -10,7 +10,7 @@ namespace vela {
 /// coarse quantizers as it is, of the finer ones as step^2 / 12.
 /// In joint stereo that is done for stereo and for every bound, and the least cost of the frame
 /// decides; header.mode and mode_extension and side.joint_bound are set to match. Reads the scale
-/// factors; fills side.allocation.
+/// factors; fills side.allocation. Never costs more than what allocate_bits() makes of the same costs.
 /// @param joint       in joint stereo the shared samples, else unused
 /// @param slope_hint  benefit a bit where the last frame's bits ran out, or anything: the result is the
 ///                    same; receives this frame's
