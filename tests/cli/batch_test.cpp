@@ -13,6 +13,7 @@ class batch_test : public workbench {
         shell("mkdir -p in/a/b");
         for (const std::string name : {"in/one.wav", "in/a/two.wav", "in/a/b/three", "in/a/b/four.wav"})
             put(name, wav(pcm(noise(9600, ++seed_)), 2, 48000));
+        put("in/a/empty.wav", "");
         put("in/a/text.wav", "This has the name of a sound file and is none.\n");
         shell("touch -d '1 hour ago' $(find in -type f)");
     }
@@ -125,6 +126,11 @@ TEST_F(batch_test, a_bad_file_is_told_and_the_others_are_encoded) {
     const auto blocked = batch("-r in", 6);
     EXPECT_NE(blocked.err.find("cannot create the folder out/a: "), std::string::npos) << blocked.err;
     EXPECT_EQ(files_in("out"), "./a ./one.mp2 ");
+    const auto rules = batch("in/one.wav --preset vcd --to-rate 48000 --bitrate 192", 6);
+    EXPECT_NE(rules.err.find("; A006:"), std::string::npos) << rules.err;
+    EXPECT_NE(batch("in/one.wav --report /dev/full", 3).err.find("report /dev/full: No space"),
+              std::string::npos);
+    batch("--files-from none", 2);
 }
 
 TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
@@ -137,9 +143,12 @@ TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
         {"rm out/one.mp2", "", 1},
         {"touch in/one.wav", "", 1},
         {"truncate -s -672 out/one.mp2", "", 1},
+        {"truncate -s 0 out/one.mp2", "", 1},
         {"head -c 672 out/a/two.mp2 >> out/one.mp2", "", 1},
         {"printf 'xxxx' | dd of=out/one.mp2 conv=notrunc bs=1 seek=2688 status=none", "", 1},
         {"", "--bitrate 192", 4},
+        {"", "--mode joint --bitrate 64", 4},
+        {"", "--mode joint --bitrate 64", 0},
         {"", "--crc", 4},
         {"", "--crc --report report", 0}, // and the report has them all
         {"", "--crc --report report --pts-offset 1", 4},
@@ -159,11 +168,13 @@ TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
 TEST_F(batch_test, a_killed_batch_goes_on_and_ends_with_the_streams_of_an_unbroken_one) {
     for (int i = 0; i < 30; ++i)
         put("in/" + std::to_string(i) + ".wav", wav(pcm(noise(200000, 100 + i)), 2, 48000));
-    shell("touch -d '1 hour ago' $(find in -type f); velaenc --output-dir whole -r in -j 1");
-    const auto killed = shell("set -m; velaenc --output-dir out -r in --report report & "
+    const auto whole = shell(
+        "touch -d '1 hour ago' $(find in -type f); velaenc --output-dir whole -r in -j 1 --gain 12");
+    EXPECT_NE(whole.err.find(" more kinds of notes"), std::string::npos) << whole.err;
+    const auto killed = shell("set -m; velaenc --output-dir out -r in --gain 12 --report report & "
                               "until [ -s report ]; do sleep 0.01; done; kill -9 $!; wait $!");
     EXPECT_EQ(killed.status, 137);
-    const auto resumed = batch("-r in --report report --resume -j 7");
+    const auto resumed = batch("-r in --gain 12 --report report --resume -j 7");
     EXPECT_EQ(shell("diff -r out whole").out, "");
     EXPECT_EQ(resumed.err.find(" 0 complete before"), std::string::npos) << resumed.err;
 }
@@ -183,6 +194,13 @@ TEST_F(batch_test, shards_share_the_files_out_and_write_one_report_together) {
         outputs.insert(line["output"]);
     EXPECT_EQ(outputs.size(), 64u);
     EXPECT_EQ(report().size(), 64u);
+}
+
+TEST_F(batch_test, threads_without_a_file_take_segments_of_a_long_one) {
+    put("long.wav", wav(pcm(noise(2 * 48000 * 20)), 2, 48000));
+    batch("long.wav -j 4");
+    EXPECT_TRUE(get("out/long.mp2") == encoded("long.wav -j 1"));
+    EXPECT_NE(batch("-r in --mode mono -j 1").err.find(" and 3 more)"), std::string::npos);
 }
 
 TEST_F(batch_test, a_terminal_shows_one_line_for_all_files) {

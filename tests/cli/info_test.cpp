@@ -6,6 +6,7 @@
 #include "parser/standard_tables.hpp"
 #include "velainfo/stream_report.hpp"
 #include "velainfo/synthesis.hpp"
+#include "velainfo/timeline.hpp"
 #include "workbench.hpp"
 
 #include <cmath>
@@ -204,6 +205,15 @@ bytes random_frame(int version, int rate_index, int mode, int bitrate_index, std
     return frame;
 }
 
+TEST(info, a_long_gap_in_the_numbers_of_frames_hides_nothing_behind_it_and_takes_no_room) {
+    tools::timeline pictured({{.name = "", .title = "", .unit = "", .rows = {"only"}}});
+    for (const std::uint64_t number : {0u, 1000000u})
+        pictured.add(number, std::vector<float>(1, 3));
+    EXPECT_EQ(pictured.columns(), 3907u); // 256 frames each: 128 would make more than 4096
+    pictured.limit_columns(100);
+    EXPECT_EQ(pictured.columns(), 62u);
+}
+
 class info_test : public workbench {
   protected:
     info_test() { put("48000.wav", wav(pcm(noise(48000)), 2, 48000)); }
@@ -297,14 +307,16 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
 
 TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_by_one) {
     ASSERT_EQ(shell("velaenc --quiet --preset dvd 48000.wav dvd.mp2 && velaenc --quiet --bitrate 64 "
-                    "48000.wav low.mp2")
+                    "--mode joint 48000.wav low.mp2")
                   .status,
               0);
     EXPECT_EQ(json_of("--preset dvd dvd.mp2")["violations"].size(), 0u);
-    const auto rules = json_of("--preset vcd dvd.mp2", 3)["violations"];
-    const std::string said = shell("velaenc --preset vcd --to-rate 48000 --crc 48000.wav x.mp2").err;
-    ASSERT_GT(rules.size(), 0u);
-    EXPECT_NE(said.find(rules[0]), std::string::npos) << rules << said;
+    const auto rules = json_of("--preset vcd low.mp2", 3)["violations"];
+    const std::string said =
+        shell("velaenc --preset vcd --to-rate 48000 --mode joint --bitrate 64 48000.wav x.mp2").err;
+    EXPECT_EQ(rules.size(), 3u) << rules;
+    for (const std::string rule : rules)
+        EXPECT_NE(said.find(rule), std::string::npos) << rule << said;
     const std::string list = shell("velainfo --frames dvd.mp2 low.mp2").out;
     EXPECT_EQ(std::ranges::count(list, '\n'), 2 * (21 + 1));
     EXPECT_NE(list.find("\n20 13440 672 0.480000 224 0 0 27 right 32 16 "), std::string::npos) << list;
@@ -312,15 +324,17 @@ TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_
     for (const char *word : {"MPEG-1 Layer II, 48000 Hz, stereo, 224 kbit/s", "21 frames, 14112 bytes",
                              "21 right, 0 wrong", "damage        none"})
         EXPECT_NE(text.out.find(word), std::string::npos) << word << text.out;
-    for (const char *wrong : {"", "--preset mp5 dvd.mp2", "--source a.wav -", "--trace t dvd.mp2",
-                              "--html dvd.mp2 dvd.mp2"})
+    for (const char *wrong :
+         {"", "--preset mp5 dvd.mp2", "--source a.wav -", "--trace t dvd.mp2", "--html dvd.mp2 dvd.mp2",
+          "--html - --json dvd.mp2", "--trace t --html x.html dvd.mp2 low.mp2"})
         EXPECT_EQ(shell(std::string("velainfo ") + wrong).status, 1) << wrong;
     EXPECT_EQ(shell("velainfo dvd.mp2 none.mp2").status, 2);
+    EXPECT_NE(shell("velainfo --help").out.find("Exit codes"), std::string::npos);
 }
 
 TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_it) {
     const auto sound = noise(2 * 60000);
-    put("source.wav", wav(pcm(sound), 2, 48000));
+    put("source.wav", wav(pcm(sound, 3), 2, 48000, 3));
     put("later.wav", wav(pcm({sound.begin() + 2 * 5000, sound.end()}), 2, 48000));
     put("other.wav", wav(pcm(noise(2 * 60000, 99)), 2, 48000));
     std::vector<double> ratios;
@@ -335,9 +349,21 @@ TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_
     }
     EXPECT_TRUE(ratios[0] > 1 && ratios[1] > ratios[0] + 3 && ratios[2] > ratios[0])
         << testing::PrintToString(ratios);
+    // Two frames of 448 bytes that are gone do not move those behind them.
+    put("hole.mp2", get("x.mp2").replace(40 * 448, 2 * 448, 2 * 448, '\0'));
+    const double around_hole = json_of("--source source.wav hole.mp2", 3)["comparison"]["snr"];
+    EXPECT_NEAR(around_hole, ratios[2], 0.5);
     put("slow.wav", wav(pcm(sound), 2, 44100));
-    for (const char *name : {"other", "slow"})
-        EXPECT_EQ(shell(std::string("velainfo --source ") + name + ".wav x.mp2").status, 2) << name;
+    put("six.wav", wav(pcm(sound), 6, 48000));
+    put("silent.wav", wav(std::string(96000, '\0'), 2, 48000));
+    put("silent.mp2", encoded("silent.wav"));
+    for (const auto &[files, words] : {std::pair{"other.wav x.mp2", "does not seem to be the source"},
+                                       {"slow.wav x.mp2", "should be the same"},
+                                       {"six.wav x.mp2", "more than two channels"},
+                                       {"silent.wav silent.mp2", "nothing to align"}}) {
+        const auto result = shell(std::string("velainfo --source ") + files);
+        EXPECT_TRUE(result.status == 2 && result.err.find(words) != std::string::npos) << result.err;
+    }
 }
 
 } // namespace

@@ -168,6 +168,7 @@ TEST_F(input_test, input_that_is_no_audio_is_named_for_what_it_is) {
     expect_failure("cat text | velaenc - out.mp2", 2, "audio file is needed");
     expect_failure("velaenc silent.wav out.mp2", 2, "no samples");
     expect_failure("cat silent.wav | velaenc - out.mp2", 2, "no samples");
+    expect_failure("cat a.flac | TMPDIR=none velaenc - out.mp2", 3, "set TMPDIR");
 }
 
 TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {

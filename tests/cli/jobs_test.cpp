@@ -1,6 +1,7 @@
 // Several threads: whatever their number and the segments, the stream and the list are those of one.
 #include "common/failure.hpp"
 #include "host/encoding.hpp"
+#include "host/sanitizer.hpp"
 #include "host/signals.hpp"
 #include "jobs/encode_loop.hpp"
 #include "jobs/parallel_loop.hpp"
@@ -30,6 +31,7 @@ class memory_source final : public tools::pcm_source {
     }
     bool seek(std::uint64_t sample) override {
         const bool late = seeks_ == seeks::late_from_half_on && sample > *length() / 2;
+        fails_ = seeks_ == seeks::failing_from_half_on && sample > *length() / 2;
         at_ = std::min((sample + (late ? 1 : 0)) * shape_.instant_bytes(), pcm_.size());
         return seeks_ != seeks::nowhere;
     }
@@ -37,12 +39,13 @@ class memory_source final : public tools::pcm_source {
         return seeks_ == seeks::nowhere ? nullptr : std::make_unique<memory_source>(*this);
     }
     std::span<const std::byte> next_block() override {
+        if (fails_) throw tools::failure(tools::exit_code::input, "a damaged block");
         const auto block = pcm_.subspan(at_, std::min(block_, pcm_.size() - at_));
         at_ = endless_ ? 0 : at_ + block.size();
         return block;
     }
     /// How it looks to those who read in several places.
-    enum class seeks { nowhere, exactly, late_from_half_on, beyond_the_end };
+    enum class seeks { nowhere, exactly, late_from_half_on, failing_from_half_on, beyond_the_end };
     memory_source that_seeks(seeks how) const {
         memory_source result = *this;
         result.seeks_ = how;
@@ -56,7 +59,7 @@ class memory_source final : public tools::pcm_source {
     tools::pcm_shape shape_;
     std::span<const std::byte> pcm_;
     std::size_t block_, at_ = 0;
-    bool endless_;
+    bool endless_, fails_ = false;
     seeks seeks_ = seeks::nowhere;
     mutable unsigned asked_ = 0;
 };
@@ -129,7 +132,7 @@ TEST_F(jobs_test, a_source_that_seeks_to_other_samples_or_promises_too_many_is_r
     const memory_source source(how, pcm, 1000);
     const auto expected = encode(how, source, std::nullopt);
     using enum memory_source::seeks;
-    for (const auto seeks : {late_from_half_on, beyond_the_end})
+    for (const auto seeks : {late_from_half_on, failing_from_half_on, beyond_the_end})
         for (const std::size_t segment_frames : {6u, 16u})
             EXPECT_TRUE(encode(how, source.that_seeks(seeks), tools::division{3, segment_frames})
                         == expected);
@@ -172,6 +175,8 @@ TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_
     } cases[] = {
         {"", "16.wav", 0},
         {"", "16.wav --mode mono", 0},
+        // No room for another thread's stack; sanitizers need theirs where it would be.
+        {HAS_OWN_MALLOC ? "" : "ulimit -s $((1 << 38)); ", "16.wav", 0},
         {"", "24.wav --layer 1 --mode joint", 0},
         {"", "- --raw --rate 32000 --channels 1 --format f32 --mode dual < raw", 0},
         {"cat raw | ", "- --raw --rate 48000 --channels 2 --format f32", 0},

@@ -71,6 +71,7 @@ TEST_F(output_test, nobody_loses_a_file) {
     put("out.mp2", "");
     put("list.csv", "older");
     expect_failure("velaenc in.wav out.mp2 --timestamps list.csv", 3, "not a list of time stamps");
+    expect_failure("velaenc in.wav out.mp2 --trace list.csv", 3, "not a trace");
     put("list.csv", list);
     put("cut.wav", get("in.wav").substr(0, 100000));
     expect_failure("ulimit -f 100; velaenc in.wav out.mp2 --timestamps list.csv", 3, "File too large");
@@ -185,6 +186,9 @@ TEST_F(output_test, a_terminal_shows_the_position_in_a_line_of_its_width) {
     EXPECT_NE(shown.find("\r\033[Kvelaenc: 417 frames"), std::string::npos) << shown;
     EXPECT_EQ(on("dumb", "").find('\033'), std::string::npos);
     EXPECT_EQ(on("xterm", "--quiet"), "");
+    const auto refused = shell("script -qec 'velaenc in.wav -; velaenc - out.mp2' /dev/null").out;
+    for (const char *words : {"output is a terminal", "input is a terminal"})
+        EXPECT_NE(refused.find(words), std::string::npos) << words << refused;
 }
 
 } // namespace

@@ -70,6 +70,8 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
     put("a.mp2", damaged);
     ASSERT_EQ(shell("velainfo --source a.wav --trace t.jsonl --html a.html a.mp2").status, 3);
     put("none.jsonl", "{}\n");
+    put("none.html", "<p>Somebody else's");
+    EXPECT_EQ(shell("velainfo --html none.html a.mp2").status, 4);
     const auto refused = shell("velainfo --source a.wav --trace none.jsonl --html none.html a.mp2");
     EXPECT_EQ(refused.status, 2);
     EXPECT_NE(refused.err.find("not what velaenc --trace writes: line 1"), std::string::npos)
@@ -104,11 +106,12 @@ TEST_F(page_test, stays_below_five_megabytes_for_an_hour_and_keeps_a_single_wron
               0);
     std::string hour = get("hour.mp2");
     hour[100000 * 192 + 4] ^= 1;
-    put("hour.mp2", hour);
-    EXPECT_EQ(shell("velainfo --html hour.html hour.mp2").status, 3);
+    put("<hour>.mp2", hour);
+    EXPECT_EQ(shell("velainfo --html hour.html '<hour>.mp2'").status, 3);
     const std::string html = get("hour.html");
     EXPECT_LT(html.size(), 5'000'000u);
     EXPECT_NE(html.find("frame 100000, 2400.000 s, byte 19200000: CRC"), std::string::npos);
+    EXPECT_EQ(html.find("<hour>"), std::string::npos) << "a name becomes an element";
     EXPECT_EQ(html.find("http"), std::string::npos) << "something is to be loaded";
 }
 

@@ -14,6 +14,11 @@ namespace {
 /// starts.
 [[maybe_unused]] const int plain_arithmetic = ::setenv("SOXR_USE_SIMD64", "0", 1);
 
+void check(soxr_error_t error) {
+    if (error != nullptr)
+        throw failure(exit_code::internal, std::string("resampling failed: ") + error);
+}
+
 } // namespace
 
 void resampler::deleter::operator()(soxr *filter) const noexcept {
@@ -29,9 +34,7 @@ resampler::resampler(std::unique_ptr<pcm_source> source, int rate) : source_filt
     soxr_error_t error = nullptr;
     filter_.reset(soxr_create(from, rate, static_cast<unsigned>(shape_.channels), &error, &formats,
                               &quality, nullptr));
-    if (!filter_ || error != nullptr)
-        throw failure(exit_code::input, "cannot resample " + std::to_string(from) + " Hz to "
-                                            + std::to_string(rate) + " Hz: " + soxr_strerror(error));
+    check(error);
     in_.reserve(block_bytes); // never null, which would be the end for the filter
     out_.resize(block_bytes / sizeof(float));
 }
@@ -68,11 +71,8 @@ std::size_t resampler::drain() {
     const auto channels = static_cast<std::size_t>(shape_.channels);
     std::size_t taken = 0, given = 0;
     const float *const in = ended_ ? nullptr : in_.data() + used_;
-    const auto *const error =
-        soxr_process(filter_.get(), in, ended_ ? 0 : (in_.size() - used_) / channels, &taken,
-                     out_.data(), out_.size() / channels, &given);
-    if (error != nullptr)
-        throw failure(exit_code::internal, std::string("resampling failed: ") + error);
+    check(soxr_process(filter_.get(), in, ended_ ? 0 : (in_.size() - used_) / channels, &taken,
+                       out_.data(), out_.size() / channels, &given));
     used_ += taken * channels;
     return given * channels;
 }

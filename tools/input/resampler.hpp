@@ -12,7 +12,7 @@ namespace tools {
 class resampler final : public source_filter {
   public:
     /// @param rate  Hz
-    /// @throws failure when the rates are too far apart
+    /// @throws failure when memory is out
     resampler(std::unique_ptr<pcm_source> source, int rate);
 
     std::optional<std::uint64_t> length() const noexcept override;

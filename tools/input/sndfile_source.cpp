@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 namespace tools {
 namespace {
@@ -24,32 +25,25 @@ sample_format format_of(int sndfile_format) noexcept {
     }
 }
 
+constexpr std::array<std::pair<int, speaker>, 12> channel_maps{{
+    {SF_CHANNEL_MAP_LEFT, speaker::front_left},
+    {SF_CHANNEL_MAP_FRONT_LEFT, speaker::front_left},
+    {SF_CHANNEL_MAP_RIGHT, speaker::front_right},
+    {SF_CHANNEL_MAP_FRONT_RIGHT, speaker::front_right},
+    {SF_CHANNEL_MAP_CENTER, speaker::front_center},
+    {SF_CHANNEL_MAP_FRONT_CENTER, speaker::front_center},
+    {SF_CHANNEL_MAP_LFE, speaker::low_frequency},
+    {SF_CHANNEL_MAP_REAR_LEFT, speaker::back_left},
+    {SF_CHANNEL_MAP_REAR_RIGHT, speaker::back_right},
+    {SF_CHANNEL_MAP_REAR_CENTER, speaker::back_center},
+    {SF_CHANNEL_MAP_SIDE_LEFT, speaker::side_left},
+    {SF_CHANNEL_MAP_SIDE_RIGHT, speaker::side_right},
+}};
+
 speaker speaker_of(int channel_map) noexcept {
-    switch (channel_map) {
-    case SF_CHANNEL_MAP_LEFT:
-    case SF_CHANNEL_MAP_FRONT_LEFT:
-        return speaker::front_left;
-    case SF_CHANNEL_MAP_RIGHT:
-    case SF_CHANNEL_MAP_FRONT_RIGHT:
-        return speaker::front_right;
-    case SF_CHANNEL_MAP_CENTER:
-    case SF_CHANNEL_MAP_FRONT_CENTER:
-        return speaker::front_center;
-    case SF_CHANNEL_MAP_LFE:
-        return speaker::low_frequency;
-    case SF_CHANNEL_MAP_REAR_LEFT:
-        return speaker::back_left;
-    case SF_CHANNEL_MAP_REAR_RIGHT:
-        return speaker::back_right;
-    case SF_CHANNEL_MAP_REAR_CENTER:
-        return speaker::back_center;
-    case SF_CHANNEL_MAP_SIDE_LEFT:
-        return speaker::side_left;
-    case SF_CHANNEL_MAP_SIDE_RIGHT:
-        return speaker::side_right;
-    default:
-        return speaker::other;
-    }
+    for (const auto &[code, where] : channel_maps)
+        if (code == channel_map) return where;
+    return speaker::other;
 }
 
 /// libsndfile tells the order of WAV-like files and CAF only; of AIFF it tells nonsense.

@@ -11,16 +11,6 @@ namespace {
 
 using field = stream_report::field;
 
-/// The values of a field that rules can tell apart. A joint stereo stream has frames of plain stereo.
-std::vector<int> values_to_check(const stream_report &report, field which) {
-    std::vector<int> values;
-    for (const auto &[value, count] : report.values[which])
-        values.push_back(value);
-    if (which == stream_report::mode && report.values[which].contains(MPEG_A_MODE_JOINT_STEREO))
-        std::erase(values, MPEG_A_MODE_STEREO);
-    return values;
-}
-
 int index_of(int layer, int kbps) {
     int index = 1;
     while (index < 14 && bitrate_of(layer, index) != kbps)
@@ -40,7 +30,8 @@ std::vector<std::string> check_preset(const stream_report &report, int preset) {
     settings.audio_layer = report.usual(stream_report::layer);
     const int rate = report.usual(stream_report::rate);
     // One field at a time away from the usual values: every value is looked at, and the number of
-    // checks stays small.
+    // checks stays small. Frames of plain stereo in a joint stream are no exception: no format refuses
+    // them and takes the others.
     const std::pair<field, int32_t mpeg_a_settings::*> fields[] = {
         {stream_report::mode, &mpeg_a_settings::audio_mode},
         {stream_report::kbps, &mpeg_a_settings::audio_bitrate},
@@ -53,11 +44,9 @@ std::vector<std::string> check_preset(const stream_report &report, int preset) {
         return which == stream_report::kbps ? index_of(settings.audio_layer, value) : value;
     };
     for (const auto &[which, member] : fields)
-        settings.*member =
-            setting_of(which, which == stream_report::mode ? values_to_check(report, which).back()
-                                                           : report.usual(which));
+        settings.*member = setting_of(which, report.usual(which));
     for (const auto &[which, member] : fields) {
-        for (const int value : values_to_check(report, which)) {
+        for (const auto &[value, count] : report.values[which]) {
             mpeg_a_settings changed = settings;
             changed.*member = setting_of(which, value);
             find_violations(changed, preset, rate, tell);

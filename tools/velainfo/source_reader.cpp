@@ -3,24 +3,11 @@
 #include "common/failure.hpp"
 #include "input/channel_fit.hpp"
 #include "input/open_pcm.hpp"
+#include "input/sample_value.hpp"
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 
 namespace tools {
-namespace {
-
-/// Little-endian integers of 2 or 3 bytes, or floats.
-float sample_of(const std::byte *bytes, sample_format format) {
-    const auto width = static_cast<std::size_t>(format);
-    std::uint32_t bits = 0;
-    std::memcpy(reinterpret_cast<char *>(&bits) + 4 - width, bytes, width); // in the upper bytes
-    if (format == sample_format::f32) return std::bit_cast<float>(bits);
-    return static_cast<float>(static_cast<std::int32_t>(bits)) / 2147483648.0F;
-}
-
-} // namespace
 
 source_reader::source_reader(const std::string &path, int channels)
     : source_(open_pcm(open_input(path), input_wishes{})) {
@@ -31,11 +18,8 @@ source_reader::source_reader(const std::string &path, int channels)
 
 bool source_reader::refill() {
     const auto bytes = source_->next_block();
-    const pcm_shape &shape = source_->shape();
     block_first_ += static_cast<std::int64_t>(block_.size()) / channels();
-    block_.resize(bytes.size() / static_cast<std::size_t>(shape.format));
-    for (std::size_t i = 0; i < block_.size(); ++i)
-        block_[i] = sample_of(&bytes[i * static_cast<std::size_t>(shape.format)], shape.format);
+    load_samples(bytes, source_->shape().format, block_);
     return !block_.empty();
 }
 

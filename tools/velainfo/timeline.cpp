@@ -33,13 +33,8 @@ timeline::timeline(std::vector<panel> panels) : panels_(std::move(panels)) {
 }
 
 void timeline::add(std::uint64_t frame, std::span<const float> values) {
-    // A gap in the numbers is no reason for more columns than there are frames.
-    while (frame / stride_ >= most_columns) {
-        if (columns() > most_columns / 2)
-            limit_columns(most_columns / 2);
-        else
-            return;
-    }
+    while (frame / stride_ >= most_columns)
+        merge_pairs();
     const auto first = static_cast<std::size_t>(frame / stride_) * rows_;
     if (cells_.size() < first + rows_) cells_.resize(first + rows_);
     for (std::size_t i = 0; i < rows_; ++i) {
@@ -53,21 +48,25 @@ void timeline::add(std::uint64_t frame, std::span<const float> values) {
 }
 
 void timeline::limit_columns(std::size_t most) {
-    for (std::size_t before = columns(); before > most; before = columns()) {
-        for (std::size_t column = 0; column < before; ++column) {
-            for (std::size_t i = 0; i < rows_; ++i) {
-                const cell from = cells_[column * rows_ + i];
-                cell &to = cells_[column / 2 * rows_ + i];
-                if (column % 2 == 0 || to.count == 0)
-                    to = from;
-                else if (from.count > 0)
-                    to = {std::min(to.low, from.low), std::max(to.high, from.high), to.sum + from.sum,
-                          to.count + from.count};
-            }
+    while (columns() > most)
+        merge_pairs();
+}
+
+void timeline::merge_pairs() {
+    const std::size_t before = columns();
+    for (std::size_t column = 0; column < before; ++column) {
+        for (std::size_t i = 0; i < rows_; ++i) {
+            const cell from = cells_[column * rows_ + i];
+            cell &to = cells_[column / 2 * rows_ + i];
+            if (column % 2 == 0 || to.count == 0)
+                to = from;
+            else if (from.count > 0)
+                to = {std::min(to.low, from.low), std::max(to.high, from.high), to.sum + from.sum,
+                      to.count + from.count};
         }
-        cells_.resize((before + 1) / 2 * rows_);
-        stride_ *= 2;
     }
+    cells_.resize((before + 1) / 2 * rows_);
+    stride_ *= 2;
 }
 
 std::string timeline::json() const {

@@ -41,6 +41,8 @@ class timeline {
     std::string json() const;
 
   private:
+    void merge_pairs();
+
     static constexpr std::size_t most_columns = 4096;
     struct cell {
         float low = 0, high = 0, sum = 0;
