@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <limits>
 
 namespace vela {
@@ -252,9 +251,10 @@ int allocate_by_ratio(const coding_kernels &kernels, const coder_config &config,
         kernels.to_decibels(smr[ch]);
     }
     // A bit for each of n samples quarters the noise: of the cost C, it takes away C ln 4 / n.
-    const double samples = 12.0 * config.parts(), cost = slope * samples / 1.3862943611198906;
-    double level = -10 * std::log10(cost);
-    return allocate_bits(config, smr, frame_bits, side, level);
+    double cost[32] = {slope * 12.0 * config.parts() / 1.3862943611198906};
+    kernels.to_decibels(cost);
+    double level_hint = -cost[0];
+    return allocate_bits(config, smr, frame_bits, side, level_hint);
 }
 
 } // namespace
