@@ -1,11 +1,10 @@
 #include "velaenc/batch_options.hpp"
 
 #include "common/failure.hpp"
+#include "common/option_text.hpp"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <CLI/CLI.hpp>
 
 namespace tools {
 namespace {
@@ -19,7 +18,7 @@ batch_shard parse_shard(const std::string &text) {
     const bool has_slash = index.ec == std::errc() && index.ptr != end && *index.ptr == '/';
     const auto count = std::from_chars(has_slash ? index.ptr + 1 : end, end, shard.count);
     if (count.ec != std::errc() || count.ptr != end || shard.index < 1 || shard.index > shard.count)
-        throw CLI::ValidationError("--shard", "'" + text + "' should be I/N with I from 1 to N");
+        refuse("--shard", text, "I/N with I from 1 to N");
     return shard;
 }
 

@@ -1,13 +1,12 @@
 #include "velaenc/options.hpp"
 
 #include "common/failure.hpp"
+#include "common/option_text.hpp"
 #include "common/preset_rules.hpp"
 #include "vela_enc_mp1a/settings.h"
 #include "velaenc/help.hpp"
 
 #include <algorithm>
-#include <charconv>
-#include <CLI/CLI.hpp>
 #include <cmath>
 #include <filesystem>
 #include <sched.h>
@@ -46,19 +45,6 @@ std::optional<Value> find_choice(const choices<Value> &named, const std::string 
     return std::nullopt;
 }
 
-/// Decimal only, and nothing too large goes unnoticed.
-template <class Number>
-std::optional<Number> parse_number(const std::string &text) {
-    Number value{};
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, value);
-    return result.ec == std::errc() && result.ptr == end ? std::optional(value) : std::nullopt;
-}
-
-[[noreturn]] void refuse(const std::string &option, const std::string &text, const std::string &right) {
-    throw CLI::ValidationError(option, "'" + text + "' should be " + right);
-}
-
 template <class Value, class Target>
 CLI::Option *add_choice(CLI::App &app, const std::string &option, Target &target,
                         const choices<Value> &named, const std::string &help) {
@@ -74,7 +60,7 @@ template <class Number>
 CLI::Option *add_number(CLI::App &app, const std::string &option, std::optional<Number> &target,
                         const std::string &type, const std::string &help) {
     const auto store = [&target, option](const std::string &text) {
-        target = parse_number<Number>(text);
+        target = number_in<Number>(text);
         if (!target) refuse(option, text, "a whole number of a sensible size");
     };
     return app.add_option_function<std::string>(option, store, help)->type_name(type);
@@ -83,7 +69,7 @@ CLI::Option *add_number(CLI::App &app, const std::string &option, std::optional<
 void add_preset(CLI::App &app, options &wanted) {
     const auto store = [&wanted](const std::string &text) {
         auto code = find_choice(preset_codes, text);
-        if (!code) code = parse_number<int>(text);
+        if (!code) code = number_in<int>(text);
         if (!code || *code < 0 || *code > highest_preset_code)
             refuse("--preset", text,
                    names_of(preset_codes) + " or a code of 0 to "

@@ -1,26 +1,13 @@
 #include "velaenc/sound_options.hpp"
 
-#include <charconv>
-#include <CLI/CLI.hpp>
+#include "common/option_text.hpp"
+
 #include <cstdint>
 
 namespace tools {
 namespace {
 
 using nanoseconds = std::chrono::nanoseconds;
-
-[[noreturn]] void refuse(const std::string &option, const std::string &text, const std::string &right) {
-    throw CLI::ValidationError(option, "'" + text + "' should be " + right);
-}
-
-/// The number that all of the text is.
-template <class Number>
-std::optional<Number> number_in(std::string_view text) {
-    Number value{};
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-    const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size();
-    return whole ? std::optional(value) : std::nullopt;
-}
 
 /// Nothing but digits, at most nine of them.
 std::optional<std::int64_t> digits_in(std::string_view text) {

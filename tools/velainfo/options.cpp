@@ -1,10 +1,8 @@
 #include "velainfo/options.hpp"
 
 #include "common/failure.hpp"
+#include "common/option_text.hpp"
 #include "common/preset_rules.hpp"
-
-#include <charconv>
-#include <CLI/CLI.hpp>
 
 namespace tools {
 namespace {
@@ -29,12 +27,8 @@ constexpr const char *footer =
 std::optional<int> preset_of(const std::string &text) {
     for (const auto &[name, code] : preset_codes)
         if (name == text) return code;
-    int code = 0;
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, code);
-    const bool exists =
-        result.ec == std::errc() && result.ptr == end && code >= 0 && code <= highest_preset_code;
-    return exists ? std::optional(code) : std::nullopt;
+    const auto code = number_in<int>(text);
+    return code && *code >= 0 && *code <= highest_preset_code ? code : std::nullopt;
 }
 
 std::string preset_names() {
@@ -75,8 +69,7 @@ std::optional<info_options> read_info_options(int argc, char **argv) {
     const auto store = [&wanted](const std::string &text) {
         wanted.preset = preset_of(text);
         wanted.preset_name = text;
-        if (!wanted.preset)
-            throw CLI::ValidationError("--preset", "'" + text + "' should be " + preset_names());
+        if (!wanted.preset) refuse("--preset", text, preset_names());
     };
     app.add_option_function<std::string>("--preset", store,
                                          "Check the streams against a format's rules")
