@@ -86,7 +86,7 @@ void init(benchmark::State &state, const stream_case &stream, level which) {
     mpegOutAudioFree(encoder);
 }
 
-const int registered = [] {
+const int encodes_registered = [] {
     for (const level which : supported_levels()) {
         for (const stream_case &stream : cases) {
             benchmark::RegisterBenchmark(

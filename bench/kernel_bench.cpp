@@ -11,7 +11,7 @@ namespace {
 using namespace vela;
 using namespace vela::bench;
 
-const int registered = [] {
+const int kernels_registered = [] {
     for (const level which : supported_levels()) {
         for (const kernel &kernel : kernel_table()) {
             benchmark::RegisterBenchmark(

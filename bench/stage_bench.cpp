@@ -160,7 +160,7 @@ void run_stage(benchmark::State &state, void (frame_stages::*stage)(), level whi
         benchmark::Counter(static_cast<double>(ticks() - start), benchmark::Counter::kAvgIterations);
 }
 
-const int registered = [] {
+const int stages_registered = [] {
     const struct {
         const char *name;
         void (frame_stages::*run)();

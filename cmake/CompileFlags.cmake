@@ -13,6 +13,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
 # For the tests, and for what is done once in a run with libraries that take long to optimise.
 set(VELA_QUICK_BUILD $<$<CONFIG:Release>:-O1>)
+set(VELA_THOROUGH_BUILD $<$<CONFIG:Release>:-O3>) # a source of such a target that computes
 # Branches of inlined library code would count as ours in optimised code.
 set(CMAKE_CXX_FLAGS_COVERAGE "-O0 --coverage -fprofile-update=atomic")
 

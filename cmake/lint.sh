@@ -108,37 +108,19 @@ check_includes() {
     done < <(sources | xargs -d '\n' grep -HnoP '^\s*#\s*include\s*("\K[^"]+|<\K('"$room"')/[^>]+)')
 }
 
-# clang-tidy over every file that the build compiles, again only when it or something it includes has
-# changed: a ninja file of its own, with the dependencies that the compiler found.
+# clang-tidy over every file that the build compiles, each by itself.
 check_tidy() {
-    local quiet=(--quiet) configs
+    local quiet=(--quiet) configs tree="$build/tidy/tree" plan="$build/tidy"
     [ -t 1 ] && quiet=()
-    configs=$(files '*.clang-tidy' | sed "s|^|$root/|" | tr '\n' ' ')
-    mkdir -p "$build/tidy"
-    # An option that clang does not know.
-    sed 's/ -femit-class-debug-always//' "$build/compile_commands.json" >"$build/tidy/compile_commands.json"
-    ninja -C "$build" -t deps | awk -v root="$root/" -v configs="$configs" '
-        function flush(    name) {
-            if (source != "" && !(source in done)) {
-                done[source] = 1
-                name = substr(source, length(root) + 1)
-                gsub("/", "_", name)
-                print "build tidy/" name ": tidy " source " | " configs included
-            }
-            source = included = ""
-        }
-        BEGIN {
-            print "rule tidy"
-            print "  command = clang-tidy --quiet -p tidy $in >$out.log 2>&1 && touch $out" \
-                " || { grep -E \"(error|warning):\" $out.log | sort -u; exit 1; }"
-            print "  description = tidy $in"
-        }
-        /: #deps/ { flush(); first = 1; next }
-        index($1, root) == 1 { if (first) source = $1; else included = included " " $1 }
-        NF { first = 0 }
-        END { flush() }' >"$build/tidy/build.ninja"
-    ninja -C "$build" -f tidy/build.ninja -k 0 "${quiet[@]}" 2>&1 | grep -v '^FAILED: \|^clang-tidy \|^ninja: '
-    [ "${PIPESTATUS[0]}" -eq 0 ] || fail "the whole messages are in $build/tidy/*.log"
+    mapfile -t configs < <(files '*.clang-tidy' | sed "s|^|$root/|")
+    cmake -S "$root" -B "$tree" -G Ninja -DVELA_JOIN_SOURCES=OFF >"$plan.log" 2>&1 || {
+        fail "$(cat "$plan.log")"
+        return
+    }
+    cp "$tree/compile_commands.json" "$plan"
+    python3 "$root/cmake/tidy_plan.py" "$root" "$plan" "${configs[@]}"
+    ninja -C "$plan" -k 0 "${quiet[@]}" 2>&1 | grep -v '^FAILED: \|^clang-tidy \|^ninja: '
+    [ "${PIPESTATUS[0]}" -eq 0 ] || fail "the whole messages are in $plan/*.log"
 }
 
 # Every function that the linker may merge and that was compiled for one level lies in that level's namespace.

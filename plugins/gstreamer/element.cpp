@@ -32,8 +32,6 @@ struct state {
     int bytes_of_sample = 0; ///< of all channels
 };
 
-} // namespace
-
 struct GstVelaMp2Enc {
     GstAudioEncoder parent;
     state *members;
@@ -41,6 +39,8 @@ struct GstVelaMp2Enc {
 struct GstVelaMp2EncClass {
     GstAudioEncoderClass parent;
 };
+
+} // namespace
 
 G_DEFINE_TYPE(GstVelaMp2Enc, gst_vela_mp2_enc, GST_TYPE_AUDIO_ENCODER)
 

@@ -179,12 +179,12 @@ TEST(host, memory_comes_once_from_its_pair_or_from_the_process) {
         seen.has_malloc = i % 2 == 0;
         seen.has_free = i < 2 || i == 4;
         seen.malloc_fails = i == 4;
-        mpeg_a_settings record = stream{}.settings();
-        seen.spoilt = &record;
+        mpeg_a_settings settings = stream{}.settings();
+        seen.spoilt = &settings;
         const int pair = i % 4 == 0;
         {
             fake_output output;
-            const encoder_pointer encoder(mpegOutAudioNew(fake_host::lookup, &record, 0, 2, 48000),
+            const encoder_pointer encoder(mpegOutAudioNew(fake_host::lookup, &settings, 0, 2, 48000),
                                           mpegOutAudioFree);
             EXPECT_EQ(encoder == nullptr, i == 4);
             mpegOutAudioInit(encoder.get(), &output);

@@ -53,9 +53,9 @@ TEST(load, of_256_encoders_on_all_cores_changes_no_byte_of_any_of_them) {
     for (unsigned i = 0; tasks.size() < count; ++i) {
         std::mt19937 random(i);
         const auto below = [&](unsigned n) { return static_cast<int>(random() % n); };
-        constexpr int rates[] = {32000, 44100, 48000};
+        constexpr int frequencies[] = {32000, 44100, 48000};
         const stream how{
-            1 + below(2), below(4), 1 + below(14), below(2), rates[below(3)], 2 + below(3), 1, 3,
+            1 + below(2), below(4), 1 + below(14), below(2), frequencies[below(3)], 2 + below(3), 1, 3,
             below(2),     0};
         auto made = std::make_unique<task>(how, levels()[random() % levels().size()], i);
         if (made->encoder != nullptr)

@@ -35,7 +35,7 @@ TEST(presets, fill_every_field_and_leave_the_reserved_bytes_alone) {
 
 /// What is wrong with records: preset codes | alternative changes to their defaults | code of the first
 /// violation | messages by their numbers | the last one behind "Invalid", for the last alternative.
-constexpr char cases[] = R"(
+constexpr char settings_cases[] = R"(
 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 -1 | | 0 | |
 0 2 5 6 7 11 12 16 17 20 -1 | layer 1 mode 1 bitrate 5 emphasis 3 rate 32000 | 0 | |
 0 | rate 22050; rate -1 | 40009 | 21 | audio sample rate (-1), should be 32000, 44100 or 48000
@@ -150,7 +150,7 @@ void expect_report(const std::string &changes, int preset, int first_code, const
 }
 
 TEST(rules, report_what_is_wrong_in_order_with_their_codes_under_every_option) {
-    std::istringstream lines(cases + 1);
+    std::istringstream lines(settings_cases + 1);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream in(line);
         std::string column[5], changes;

@@ -20,12 +20,12 @@ TEST_F(stream_test, frames_cover_the_input_and_average_to_the_exact_bitrate) {
         {1, 448, 44100, 8064, 21, 10240},  // 121 19/21 slots
         {1, 384, 32000, 385, 2, 1152},
     };
-    for (const auto &[layer, kbit, rate, instants, count, bytes] : cases) {
+    for (const auto &[layer, kbit, rate, instants, count, size] : cases) {
         put("in.wav", wav(pcm(noise(2 * instants)), 2, rate));
         const auto stream =
             encoded("in.wav --layer " + std::to_string(layer) + " --bitrate " + std::to_string(kbit));
         EXPECT_EQ(frames_of(stream).size(), count) << kbit << " kbit/s at " << rate;
-        EXPECT_EQ(stream.size(), bytes) << kbit << " kbit/s at " << rate;
+        EXPECT_EQ(stream.size(), size) << kbit << " kbit/s at " << rate;
     }
 }
 
@@ -67,11 +67,11 @@ TEST_F(stream_test, a_long_list_is_complete_and_starts_at_27_mhz_ticks_without_u
 }
 
 TEST_F(stream_test, sample_formats_of_headerless_input_are_told_apart) {
-    const auto samples = noise(2 * 4800);
-    put("s16", pcm(samples));
-    put("s24", pcm(samples, 3, 0x80));
-    put("f32", pcm(samples, 4));
-    put("24.wav", wav(pcm(samples, 3, 0x80), 2, 48000, 3));
+    const auto sound = noise(2 * 4800);
+    put("s16", pcm(sound));
+    put("s24", pcm(sound, 3, 0x80));
+    put("f32", pcm(sound, 4));
+    put("24.wav", wav(pcm(sound, 3, 0x80), 2, 48000, 3));
     const std::string raw = "--bitrate 384 --raw --rate 48000 --channels 2 --format ";
     const auto reference = encoded(raw + "s16 s16"), finer = encoded(raw + "s24 s24");
     EXPECT_EQ(frames_of(reference).size(), 5u);

@@ -38,10 +38,10 @@ TEST(scalefactors, selection_of_every_triple_is_that_of_the_table) {
     }
 }
 
-std::mt19937 source(11);
+std::mt19937 dice(11);
 
 int below(int n) {
-    return static_cast<int>(source() % static_cast<unsigned>(n));
+    return static_cast<int>(dice() % static_cast<unsigned>(n));
 }
 
 /// Ratios of several kinds: spread out, on a grid with many ties, all the same, falling steeply, in
@@ -49,9 +49,9 @@ int below(int n) {
 void fill(double (&smr)[2][32]) {
     const int kind = below(6);
     std::uniform_real_distribution<double> uniform(-30, 90);
-    const double level = uniform(source);
+    const double level = uniform(dice);
     for (int i = 0; i < 64; ++i) {
-        const double value = uniform(source);
+        const double value = uniform(dice);
         const double values[] = {value,
                                  std::round(value / 7) * 7,
                                  level,

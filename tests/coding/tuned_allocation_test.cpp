@@ -15,7 +15,7 @@ namespace {
 
 using namespace vela;
 
-std::mt19937 source(5);
+std::mt19937 chance(5);
 
 /// A frame of random samples whose levels differ between subbands, parts and channels.
 struct frame {
@@ -35,14 +35,14 @@ struct frame {
         header.sampling_frequency = 1;
         config = make_coder_config(header);
         std::normal_distribution<double> normal;
-        const double likeness = source() % 2 == 0 ? 0 : 1;
+        const double likeness = chance() % 2 == 0 ? 0 : 1;
         for (int i = 0; i < 2 * 3 * 32; ++i) {
             const int ch = i / 96, part = i / 32 % 3, sb = i % 32;
-            const double level = sb < audible ? 0.1 * std::exp2(-sb / 4.0 + 2 * normal(source)) : 0;
-            weights[ch][part][sb] = std::exp2(3 * normal(source));
+            const double level = sb < audible ? 0.1 * std::exp2(-sb / 4.0 + 2 * normal(chance)) : 0;
+            weights[ch][part][sb] = std::exp2(3 * normal(chance));
             for (int j = 0; j < 12; ++j) {
                 const double common = ch == 1 ? likeness * samples[0][part][j][sb] : 0;
-                samples[ch][part][j][sb] = common + std::clamp(level * normal(source), -0.9, 0.9);
+                samples[ch][part][j][sb] = common + std::clamp(level * normal(chance), -0.9, 0.9);
             }
         }
         for (int part = 0; part < config.parts(); ++part) {
@@ -211,7 +211,7 @@ TEST(tuned_allocation, is_the_search_that_tries_every_step_or_the_default_where_
             choose_shared_scalefactors(coding_kernels_of(level::reference), config, f.samples, f.joint,
                                        f.side.joint_scalefactor, f.weights, f.shared);
         }
-        const int budget = 8 * static_cast<int>(10 + source() % (i % 3 == 0 ? 200 : 1000));
+        const int budget = 8 * static_cast<int>(10 + chance() % (i % 3 == 0 ? 200 : 1000));
         std::vector<unit> best;
         int bound = config.sblimit, left = 0;
         for (const int tried : {32, 16, 12, 8, 4}) {
@@ -231,7 +231,7 @@ TEST(tuned_allocation, is_the_search_that_tries_every_step_or_the_default_where_
             left = rest;
             ++by_ratio_frames;
         }
-        const double elsewhere = std::exp2(static_cast<int>(source() % 60) - 30);
+        const double elsewhere = std::exp2(static_cast<int>(chance() % 60) - 30);
         for (const level which : mp1a_test::levels()) {
             side_info got = f.side;
             frame_header header = f.header;

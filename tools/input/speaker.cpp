@@ -6,11 +6,11 @@ namespace tools {
 namespace {
 
 using enum speaker;
-using layouts = std::array<std::vector<speaker>, 9>;
+using layout_list = std::array<std::vector<speaker>, 9>;
 
 /// The standard layouts of RFC 9639, 9.1.2, which are those of WAV with its default channel masks; with
 /// seven channels the back one comes before the sides.
-const layouts wav_layouts{{
+const layout_list wav_layouts{{
     {},
     {front_center},
     {front_left, front_right},
@@ -24,7 +24,7 @@ const layouts wav_layouts{{
 }};
 
 /// Vorbis I, 4.3.9; RFC 7845, 5.1.1.2, for Opus.
-const layouts vorbis_layouts{{
+const layout_list vorbis_layouts{{
     {},
     {front_center},
     {front_left, front_right},
@@ -42,7 +42,7 @@ constexpr std::array mask_bits{front_left,  front_right, front_center, low_frequ
                                back_left,   back_right,  other,        other,
                                back_center, side_left,   side_right};
 
-std::vector<speaker> row(const layouts &from, int channels) {
+std::vector<speaker> row(const layout_list &from, int channels) {
     const auto index = static_cast<std::size_t>(channels);
     return index < from.size() ? from[index] : std::vector<speaker>{};
 }

@@ -9,12 +9,12 @@ namespace tools {
 namespace {
 
 /// Larger than any frame, so that a frame never comes in two pieces.
-constexpr std::uint32_t chunk = 4096;
+constexpr std::uint32_t announced_chunk = 4096;
 
 } // namespace
 
 frame_buffer::frame_buffer(std::size_t frames)
-    : bufstream{}, bytes_(frames * MPEG_A_MAX_FRAME_BYTES + chunk) {
+    : bufstream{}, bytes_(frames * MPEG_A_MAX_FRAME_BYTES + announced_chunk) {
     frames_.reserve(frames);
     request = lend;
     commit = take;
@@ -46,7 +46,7 @@ std::uint32_t frame_buffer::take(bufstream *self, std::uint32_t n) noexcept {
 }
 
 std::uint32_t frame_buffer::chunk_bytes(bufstream *) noexcept {
-    return chunk;
+    return announced_chunk;
 }
 
 std::uint32_t frame_buffer::note(bufstream *self, std::uint32_t, std::uint32_t id, const void *data,

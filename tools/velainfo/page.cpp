@@ -120,10 +120,10 @@ void put_allocation(const parsed_frame &frame, float *allocation, float *factors
 }
 
 /// `</` would end the script element.
-std::string escaped(std::string json) {
-    for (std::size_t at = json.find('<'); at != std::string::npos; at = json.find('<', at))
-        json.replace(at, 1, "\\u003c");
-    return json;
+std::string escaped(std::string text) {
+    for (std::size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at))
+        text.replace(at, 1, "\\u003c");
+    return text;
 }
 
 } // namespace
