@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The checks behind `./dev lint`: lint.sh ROOT BUILD [CHECK ...], where BUILD is up to date.
+# The checks behind `./dev lint`: lint.sh ROOT BUILD [CHECK ...], where BUILD is up to date for symbols and exports.
 set -uo pipefail
 
 root=$1 build=$2
