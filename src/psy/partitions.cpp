@@ -20,10 +20,6 @@ constexpr std::array<double, 27> min_offset_by_bark{20,  20,  20,  20,  20,  17,
                                                     4.4, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5,
                                                     4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 3.5, 3.5, 3.5};
 
-constexpr unsigned at(int i) noexcept {
-    return static_cast<unsigned>(i);
-}
-
 double bark_of(double hz) noexcept {
     if (hz <= 100) return hz / 100;
     int j = 2;

@@ -16,6 +16,11 @@ inline constexpr int padded_partitions = 64;
 /// Rows of the spreading matrix that are multiplied side by side.
 inline constexpr int spreading_group = 4;
 
+/// What arrays are indexed with.
+constexpr unsigned at(int i) noexcept {
+    return static_cast<unsigned>(i);
+}
+
 /// Consecutive lines of one partition and one subband.
 struct line_run {
     int end; ///< one past the last line

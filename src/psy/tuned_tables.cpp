@@ -10,10 +10,6 @@ namespace vela {
 
 namespace {
 
-constexpr unsigned at(int i) noexcept {
-    return static_cast<unsigned>(i);
-}
-
 constexpr double upward_slope = 10, downward_slope = 27; ///< dB a Bark
 constexpr double fading_a_pass = 0.35;                   ///< over 12 ms, a pass of Layer II at 48 kHz
 
@@ -26,7 +22,7 @@ double from_db(double db) noexcept {
     return VELA_LEVEL::exponential(0.23025850929940457 * db);
 }
 
-double bark_of(double hz) noexcept {
+double schroeder_bark(double hz) noexcept {
     const double x = hz / 650;
     return 7 * VELA_LEVEL::logarithm(x + std::sqrt(x * x + 1));
 }
@@ -34,12 +30,12 @@ double bark_of(double hz) noexcept {
 /// Threshold in quiet as an energy a Bark, with an exponent between the usual 4, which leaves too
 /// little of 16 kHz, and what the ear models of measurements have.
 double quiet_energy(double khz) noexcept {
-    constexpr double energy_of_0_db = 15266.4, allowance_db = 3, width = 0.25;
+    constexpr double energy_at_0_db = 15266.4, allowance_db = 3, width = 0.25;
     const double from_dip = khz - 3.3;
     const double db = 3.64 * power(khz, -0.8)
                       - 6.5 * VELA_LEVEL::exponential(-0.6 * from_dip * from_dip)
                       + 0.001 * power(khz, 3.65);
-    return energy_of_0_db * from_db(db + allowance_db) / width;
+    return energy_at_0_db * from_db(db + allowance_db) / width;
 }
 
 /// cos^2(pi d / 2) for d = |i - 15| / 16: how the filterbank spreads a subband's noise over the lines
@@ -58,7 +54,7 @@ using line_widths = std::array<double, line_count>;
 line_widths widths_of_lines(double line_hz) noexcept {
     line_widths widths{};
     for (int k = 0; k < line_count; ++k)
-        widths[at(k)] = bark_of((k + 0.5) * line_hz) - bark_of(std::max(0.0, (k - 0.5) * line_hz));
+        widths[at(k)] = schroeder_bark((k + 0.5) * line_hz) - schroeder_bark(std::max(0.0, (k - 0.5) * line_hz));
     return widths;
 }
 
@@ -115,7 +111,7 @@ void make_tuned_tables(tuned_tables &tables, int sample_rate, int step) noexcept
             width[at(p)] += widths[at(k)];
             inverse_quiet += 1 / (quiet_energy(std::max(k, 1) * line_hz / 1000) * widths[at(k)]);
         }
-        middle[at(p)] = bark_of((first + end - 1) * 0.5 * line_hz);
+        middle[at(p)] = schroeder_bark((first + end - 1) * 0.5 * line_hz);
         tables.quiet[at(p)] = (end - first) / inverse_quiet;
         // 3 dB, and a quarter of a dB more for each Bark above 12.
         tables.mask_share[at(p)] =

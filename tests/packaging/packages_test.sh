@@ -44,6 +44,8 @@ mkdir -p "$work/root/var/lib/dpkg"
 touch "$work/root/var/lib/dpkg/status"
 pkg --install "${debs[@]}" || die "$(cat "$work/dpkg.log")"
 usr=$work/root/usr libs=$(dirname "$(find "$work/root" -name 'libvela_enc_mp1a.so.2.0')")
+needed=$(readelf -dW "$libs/libvela_enc_mp1a.so.2.0" | grep NEEDED)
+[[ $needed == *'[libc.so.6]' && $needed != *$'\n'* ]] || die "the library needs more than libc: $needed"
 export LD_LIBRARY_PATH=$libs PKG_CONFIG_PATH=$libs/pkgconfig
 
 # README's program by each of the three ways to find the library.
