@@ -9,11 +9,11 @@ namespace {
 
 /// Lends the same block again and again; its frames go to a judge.
 struct output : bufstream {
-    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.UninitializedObject): bufstream{} clears what is not set
     explicit output(judge &of) : bufstream{}, judging(of) {
         chunk_size = [](bufstream *) { return std::uint32_t{4096}; };
         request = [](bufstream *s, std::uint32_t) { return self(s).block.data(); };
         commit = [](bufstream *s, std::uint32_t n) { return self(s).size = n; };
+        // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.UninitializedObject): bufstream{} clears what is not set
         auxinfo = [](bufstream *s, std::uint32_t, std::uint32_t id, const void *data, std::uint32_t) {
             const auto &info = *static_cast<const frame_info *>(data);
             if (id == MPEG_A_FRAME_INFO)

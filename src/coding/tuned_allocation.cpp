@@ -124,7 +124,7 @@ class climb {
     int available_;
     double slope_ = std::numeric_limits<double>::max(); ///< what brings as much has been taken
     const ladder *ladders_[64];
-    int at_[64];
+    int at_[64]{};
 };
 
 climb::climb(const coder_config &config, const frame_ladders &ladders, int joint_bound,

@@ -54,7 +54,8 @@ using line_widths = std::array<double, line_count>;
 line_widths widths_of_lines(double line_hz) noexcept {
     line_widths widths{};
     for (int k = 0; k < line_count; ++k)
-        widths[at(k)] = schroeder_bark((k + 0.5) * line_hz) - schroeder_bark(std::max(0.0, (k - 0.5) * line_hz));
+        widths[at(k)] =
+            schroeder_bark((k + 0.5) * line_hz) - schroeder_bark(std::max(0.0, (k - 0.5) * line_hz));
     return widths;
 }
 

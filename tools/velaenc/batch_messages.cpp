@@ -55,10 +55,11 @@ void batch_messages::print_notes() {
     std::size_t printed = 0;
     for (const auto &[text, known] : notes_) {
         if (++printed > most_notes) continue;
-        std::string files = known.first;
+        std::string line = "note: ";
+        line.append(text).append(" (").append(known.first);
         if (known.files > 1)
-            files.append(" and ").append(std::to_string(known.files - 1)).append(" more");
-        say("note: " + text + " (" + files + ")");
+            line.append(" and ").append(std::to_string(known.files - 1)).append(" more");
+        say(line.append(")"));
     }
     if (printed > most_notes)
         say("note: " + std::to_string(printed - most_notes)
