@@ -8,7 +8,7 @@ namespace {
 
 /// The shortest frame of PCM has Layer I's number of 16-bit samples of one channel.
 constexpr std::size_t most_frames_in_block = block_bytes / (MPEG_A_LAYER1_SAMPLES * 2) + 1;
-constexpr std::size_t room = 4 * most_frames_in_block;
+constexpr std::size_t block_room = 4 * most_frames_in_block;
 
 template <class Encoder>
 encoded_sound encode_with(Encoder &encoder, pcm_source &source, frame_writer &writer,
@@ -31,21 +31,21 @@ encoded_sound encode_with(Encoder &encoder, pcm_source &source, frame_writer &wr
 
 encoded_sound encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                      progress_listener &shown, bool live) {
-    stream_encoder encoder(settings, source.shape(), room);
+    stream_encoder encoder(settings, source.shape(), block_room);
     return encode_with(encoder, source, writer, shown, live);
 }
 
 encoded_sound encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                               progress_listener &shown, bool live,
                               const vela::frame_observer &observer) {
-    stream_encoder encoder(settings, source.shape(), room);
+    stream_encoder encoder(settings, source.shape(), block_room);
     encoder.observe(observer);
     return encode_with(encoder, source, writer, shown, live);
 }
 
 encoded_sound encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
                                     frame_writer &writer, progress_listener &shown, bool live) {
-    engine_encoder encoder(settings, source.shape(), room);
+    engine_encoder encoder(settings, source.shape(), block_room);
     return encode_with(encoder, source, writer, shown, live);
 }
 
