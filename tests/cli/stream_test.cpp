@@ -103,8 +103,8 @@ TEST_F(stream_test, a_mixdown_is_the_mean_and_a_duplicate_the_same_twice) {
         for (const std::string mode : {" --mode stereo", " --mode joint", " --mode dual"})
             EXPECT_TRUE(encoded("left.wav" + mode) == encoded("twice.wav" + mode)) << width << mode;
     }
-    EXPECT_NE(shell("velaenc pairs.wav --mode mono -").err.find("mixing"), std::string::npos);
-    EXPECT_NE(shell("velaenc left.wav --mode dual -").err.find("duplicating"), std::string::npos);
+    run("velaenc pairs.wav --mode mono -", 0, "mixing");
+    run("velaenc left.wav --mode dual -", 0, "duplicating");
 }
 
 TEST_F(stream_test, the_plug_in_interface_gives_the_same_stream_and_times) {

@@ -1,22 +1,17 @@
 #include "workbench.hpp"
 
-#include "parser/frame_scanner.hpp"
-
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <sndfile.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace velaenc_test {
 namespace {
-
-void append(std::string &text, std::uint32_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i)
-        text += static_cast<char>(value >> 8 * i & 0xFF);
-}
 
 std::string contents(const std::filesystem::path &path) {
     std::ostringstream text;
@@ -27,18 +22,14 @@ std::string contents(const std::filesystem::path &path) {
 } // namespace
 
 std::vector<frame> frames_of(const std::string &stream) {
-    std::size_t given = 0;
-    tools::frame_scanner scanner([&](std::span<std::uint8_t> room) {
-        const std::size_t size = stream.copy(reinterpret_cast<char *>(room.data()), room.size(), given);
-        given += size;
-        return size;
-    });
     std::vector<frame> frames;
-    while (const auto piece = scanner.next()) {
-        frames.push_back({tools::parse_frame(piece->bytes), piece->offset});
-        if (!piece->is_frame || !frames.back().broken_rule().empty()) return {};
-    }
-    return frames;
+    bool whole = true;
+    const std::span bytes(reinterpret_cast<const std::uint8_t *>(stream.data()), stream.size());
+    for_each_piece(bytes, [&](const tools::stream_piece &piece) {
+        frames.push_back({tools::parse_frame(piece.bytes), piece.offset});
+        whole &= piece.is_frame && frames.back().broken_rule().empty();
+    });
+    return whole ? frames : std::vector<frame>{};
 }
 
 std::vector<std::int16_t> noise(std::size_t samples, unsigned seed) {
@@ -51,32 +42,33 @@ std::vector<std::int16_t> noise(std::size_t samples, unsigned seed) {
     return values;
 }
 
+std::string little_endian(std::uint64_t value, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i)
+        text += static_cast<char>(value >> 8 * i & 0xFF);
+    return text;
+}
+
 std::string pcm(const std::vector<std::int16_t> &samples, int width, unsigned low) {
     std::string bytes;
     for (const int value : samples) {
         const auto scaled = static_cast<std::uint32_t>(value) << (width == 3 ? 8 : 0) | low;
-        append(bytes,
-               width == 4 ? std::bit_cast<std::uint32_t>(static_cast<float>(value) / 32768.0f) : scaled,
-               width);
+        const auto real = std::bit_cast<std::uint32_t>(static_cast<float>(value) / 32768.0f);
+        bytes += little_endian(width == 4 ? real : scaled, width);
     }
     return bytes;
 }
 
 std::string wav(const std::string &data, int channels, int rate, int width) {
-    const auto align = static_cast<std::uint32_t>(channels * width);
-    std::string file = "RIFF";
-    append(file, static_cast<std::uint32_t>(36 + data.size()), 4);
-    file += "WAVEfmt ";
-    append(file, 16, 4);
-    append(file, width == 4 ? 3 : 1, 2); // floating point or PCM
-    append(file, static_cast<std::uint32_t>(channels), 2);
-    append(file, static_cast<std::uint32_t>(rate), 4);
-    append(file, static_cast<std::uint32_t>(rate) * align, 4);
-    append(file, align, 2);
-    append(file, static_cast<std::uint32_t>(8 * width), 2);
-    file += "data";
-    append(file, static_cast<std::uint32_t>(data.size()), 4);
-    return file + data;
+    const auto number = [](auto value, int bytes) {
+        return little_endian(static_cast<std::uint64_t>(value), bytes);
+    };
+    const std::string format = number(width == 4 ? 3 : 1, 2) // floating point or PCM
+                               + number(channels, 2) + number(rate, 4)
+                               + number(rate * channels * width, 4) + number(channels * width, 2)
+                               + number(8 * width, 2);
+    return "RIFF" + number(36 + data.size(), 4) + "WAVEfmt " + number(16, 4) + format + "data"
+           + number(data.size(), 4) + data;
 }
 
 workbench::workbench() {
@@ -100,17 +92,45 @@ outcome workbench::shell(const std::string &command) const {
 }
 
 std::string workbench::encoded(const std::string &arguments) const {
-    const auto result = shell("velaenc --quiet " + arguments + " -");
-    EXPECT_EQ(result.status, 0) << arguments;
+    const auto result = run("velaenc --quiet " + arguments + " -");
     EXPECT_EQ(result.err, "") << arguments;
     return result.out;
 }
 
-void workbench::expect_failure(const std::string &command, int status, const std::string &words) const {
-    const auto result = shell(command);
-    EXPECT_EQ(result.status, status) << command;
+outcome workbench::run(const std::string &command, int status, const std::string &words) const {
+    auto result = shell(command);
+    EXPECT_EQ(result.status, status) << command << ": " << result.err;
     EXPECT_NE(result.err.find(words), std::string::npos) << command << ": " << result.err;
+    return result;
+}
+
+void workbench::expect_failure(const std::string &command, int status, const std::string &words) const {
+    run(command, status, words);
     EXPECT_EQ(leftovers(), std::vector<std::string>{}) << command;
+}
+
+std::vector<float> workbench::heard(const std::string &arguments) const {
+    const auto bytes = shell("ffmpeg -v error -i " + arguments + " -f f32le -").out;
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    return samples;
+}
+
+void workbench::write(const std::string &name, int format, const std::vector<std::int16_t> &samples,
+                      int channels, std::vector<int> speakers) const {
+    put(name, "");
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = channels;
+    info.format = format;
+    SNDFILE *file = sf_open(path(name).c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << name;
+    sf_command(file, SFC_SET_SCALE_INT_FLOAT_WRITE, nullptr, SF_TRUE);
+    if (!speakers.empty())
+        sf_command(file, SFC_SET_CHANNEL_MAP_INFO, speakers.data(),
+                   static_cast<int>(speakers.size() * sizeof(int)));
+    sf_write_short(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+    sf_close(file);
 }
 
 void workbench::put(const std::string &name, const std::string &bytes) const {

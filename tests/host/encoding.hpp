@@ -3,6 +3,7 @@
 
 #include "api/encoder.hpp"
 #include "host/fake_output.hpp"
+#include "host/signals.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -21,6 +22,11 @@ struct stream {
 
     int channels() const { return mode == MPEG_A_MODE_MONO ? 1 : 2; }
     int frame_samples() const { return layer == 1 ? 384 : 1152; }
+    /// Input of so many samples a channel.
+    std::vector<std::uint8_t> pcm(int instants, waveform kind = waveform::noise,
+                                  unsigned seed = 1) const {
+        return pcm_bytes(make_signal(kind, instants * channels(), seed), width);
+    }
     mpeg_a_settings settings() const {
         mpeg_a_settings record{};
         mpegOutAudioDefaults(&record, MPEG_A_PRESET_NONE);

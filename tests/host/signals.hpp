@@ -1,11 +1,11 @@
 // Input for the tests: the same samples for the same seed, and their PCM bytes.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace mp1a_test {
