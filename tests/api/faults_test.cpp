@@ -1,8 +1,6 @@
-// The k-th allocation, request, commit or call of a sink fails, for every k, that one only or from there on: through
-// the functions and through the engine.
+// The k-th allocation, request, commit or call of a sink fails, for every k, that one or all from it.
 #include "engine/engine_host.hpp"
 #include "host/encoding.hpp"
-#include "host/signals.hpp"
 #include "parser/frame_parser.hpp"
 
 #include <optional>
@@ -128,6 +126,8 @@ std::unique_ptr<fault_host> make(const stream &how, std::uint32_t chunk) {
     return std::make_unique<Host>(how, chunk);
 }
 
+const std::vector<fault> with_blocks{fault::allocation, fault::request, fault::commit};
+
 struct way {
     const char *name;
     std::unique_ptr<fault_host> (*make)(const stream &, std::uint32_t chunk);
@@ -139,8 +139,7 @@ class faults : public testing::TestWithParam<way> {
   protected:
     /// @return whether the fault struck
     static bool survives(const stream &how, std::uint32_t chunk, const fault_plan &wanted) {
-        const auto pcm = pcm_bytes(
-            make_signal(waveform::noise, 6 * how.frame_samples() * how.channels()), how.width);
+        const auto pcm = how.pcm(6 * how.frame_samples());
         fake_host &seen = fake_host::reset();
         seen.has_malloc = seen.has_free = GetParam().has_malloc;
         const int before = blocks;
@@ -172,22 +171,13 @@ class faults : public testing::TestWithParam<way> {
         // An engine without memory tries again with the next call, on what is left of the input.
         if (wanted.kind == fault::allocation) return;
         ASSERT_LE(first.size(), second.size());
-        EXPECT_TRUE(std::equal(first.begin(), first.end(), second.begin(),
-                               [](const delivered_frame &a, const delivered_frame &b) {
-                                   return a.bytes == b.bytes && a.info.time_stamp == b.info.time_stamp;
-                               }));
+        EXPECT_TRUE(std::equal(first.begin(), first.end(), second.begin()));
     }
 };
 
 TEST_P(faults, at_any_position_leave_whole_frames_and_an_encoder_for_the_next_stream) {
     const stream settings[] = {{2, MPEG_A_MODE_JOINT_STEREO, 11, 1, 48000},
-                               {.layer = 1,
-                                .mode = MPEG_A_MODE_MONO,
-                                .bitrate = 9,
-                                .crc = 1,
-                                .rate = 44100,
-                                .width = 4,
-                                .model = MPEG_A_MODEL_TUNED}};
+                               {1, MPEG_A_MODE_MONO, 9, 1, 44100, 4, 0, 0, MPEG_A_MODEL_TUNED}};
     for (const stream &how : settings)
         for (const std::uint32_t chunk : {4096U, 1025U})
             for (const fault kind : GetParam().kinds)
@@ -205,15 +195,9 @@ TEST_P(faults, at_any_position_leave_whole_frames_and_an_encoder_for_the_next_st
 INSTANTIATE_TEST_SUITE_P(
     by, faults,
     testing::Values(
-        way{"functions",
-            make<function_host>,
-            false,
-            {fault::allocation, fault::request, fault::commit}},
+        way{"functions", make<function_host>, false, with_blocks},
         way{"functions_with_an_allocator", make<function_host>, true, {fault::allocation}},
-        way{"engine",
-            make<engine_host<false>>,
-            false,
-            {fault::allocation, fault::request, fault::commit}},
+        way{"engine", make<engine_host<false>>, false, with_blocks},
         way{"engine_with_a_sink", make<engine_host<true>>, false, {fault::allocation, fault::call}}),
     [](const auto &made) { return made.param.name; });
 

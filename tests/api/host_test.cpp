@@ -1,12 +1,10 @@
 // Life cycle, and hosts that refuse, truncate and fail.
 #include "host/encoding.hpp"
 #include "host/sanitizer.hpp"
-#include "host/signals.hpp"
 #include "simd/float_environment.hpp"
 
 #include <gtest/gtest.h>
 #include <sstream>
-#include <tuple>
 
 static thread_local long allocations = 0; // by this thread; a sanitizer brings its own malloc
 
@@ -31,7 +29,7 @@ constexpr char refused[] = "A002:Could not write to audio file";
 /// Layer II stereo at 224 kbit/s and 48 kHz: frames of 672 bytes from 4608 bytes of 16-bit input.
 constexpr std::uint32_t frame_input = 4608, ticks = 648000;
 
-const auto pcm = pcm_bytes(make_signal(waveform::noise, 8 * 2304), 2);
+const auto pcm = stream{}.pcm(8 * 1152);
 
 /// An encoder and its output, worked by scripts.
 struct host_run {
@@ -232,18 +230,14 @@ TEST(host, chooses_the_sample_width_by_the_low_three_bits) {
 }
 
 TEST(host, starts_its_time_stamps_anywhere) {
-    for (const auto &[offset, units, start] :
-         std::initializer_list<std::tuple<std::int64_t, int, std::int64_t>>{
-             {90000, 90000, 27000000},
-             {13, 3, 117000000}, // 13 / 3 first loses a tick
-             {12345, 0, 12345},
-             {12345, -5, 12345},
-             {-1, 7, -3857142},
-             {-648000, 0, -648000},
-             {1000, 1, 27000000000},
-             {1ll << 40, 0, 1ll << 40},
-             {INT64_MAX, 1, INT64_MAX}}) {
-        const auto frames = encode({.pts_offset = offset, .pts_units = units}, pcm);
+    // 13 / 3 first would lose a tick.
+    constexpr std::int64_t cases[][3] = {
+        {90000, 90000, 27000000}, {13, 3, 117000000},        {12345, 0, 12345},
+        {12345, -5, 12345},       {-1, 7, -3857142},         {-648000, 0, -648000},
+        {1000, 1, 27000000000},   {1ll << 40, 0, 1ll << 40}, {INT64_MAX, 1, INT64_MAX}};
+    for (const auto &[offset, units, start] : cases) {
+        const auto frames =
+            encode({.pts_offset = offset, .pts_units = static_cast<std::int32_t>(units)}, pcm);
         for (std::size_t f = 0; f < 8; ++f) {
             const auto passed = static_cast<std::int64_t>(f + 1) * ticks;
             EXPECT_EQ(frames.at(f).info.time_stamp,
@@ -253,10 +247,10 @@ TEST(host, starts_its_time_stamps_anywhere) {
     }
 }
 
-// The usual one; rounding upward; subnormal numbers flushed to zero; on x86-64 also with traps. And what is
-// not a flag of one.
+// The usual one; rounding upward; subnormal numbers flushed to zero; on x86-64 also with traps.
 #if defined(__x86_64__)
 constexpr vela::float_registers environments[] = {{0x1F80}, {0x5F80}, {0x9FC0}, {0x1900}};
+/// Without the flags that arithmetic leaves behind.
 unsigned control_of(const vela::float_registers &registers) {
     return registers.sse & ~0x3Fu;
 }
@@ -269,8 +263,8 @@ std::uint64_t control_of(const vela::float_registers &registers) {
 
 TEST(host, keeps_its_floating_point_environment_which_does_not_change_the_stream) {
     // With infinities, and subnormal numbers in between.
-    const auto floats = pcm_bytes(make_signal(waveform::broken, 8 * 2304), 4);
     const stream how{2, 0, 4, 0, 44100, 4, 1, 3};
+    const auto floats = how.pcm(8 * 1152, waveform::broken);
     const auto expected = encode(how, floats);
     EXPECT_EQ(expected.back().info.time_stamp, 9000000 + 34560000ll * 8 / 49);
     const auto usual = vela::float_registers::read();
@@ -291,9 +285,8 @@ TEST(host, keeps_its_floating_point_environment_which_does_not_change_the_stream
                 EXPECT_EQ(control_of(vela::float_registers::read()),
                           control_of(from_callbacks ? usual : environment));
                 usual.write();
-                EXPECT_EQ(run.output.stream, joined(expected, first))
+                EXPECT_TRUE(std::ranges::equal(run.output.frames, std::span(expected).subspan(first)))
                     << control_of(environment) << from_callbacks;
-                EXPECT_EQ(run.output.frames.back().info.time_stamp, expected.back().info.time_stamp);
             }
         }
     }

@@ -1,6 +1,5 @@
 // Many encoders of different settings at once, each handed from one thread to another between its calls.
 #include "host/encoding.hpp"
-#include "host/signals.hpp"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -16,9 +15,8 @@ struct task {
 
     task(const stream &settings, vela::level kernels, unsigned seed)
         : how(settings), level(kernels), encoder(make_encoder(settings)),
-          pcm(pcm_bytes(make_signal(all_waveforms[seed % std::size(all_waveforms)],
-                                    how.frame_samples() * how.channels() * 3 + 100, seed),
-                        how.width)) {}
+          pcm(how.pcm(how.frame_samples() * 3 + 50, all_waveforms[seed % std::size(all_waveforms)],
+                      seed)) {}
 
     void take(int turn) {
         // Of the one who had the encoder before; whoever waits here waits for a turn that somebody is in.
@@ -72,8 +70,7 @@ TEST(load, of_256_encoders_on_all_cores_changes_no_byte_of_any_of_them) {
     for (const auto &one : tasks) {
         const auto alone = encode(one->how, one->pcm, one->level);
         EXPECT_GE(alone.size(), 4U);
-        EXPECT_EQ(one->output.stream, joined(alone));
-        EXPECT_EQ(one->output.frames.back().info.time_stamp, alone.back().info.time_stamp);
+        EXPECT_TRUE(one->output.frames == alone);
     }
 }
 

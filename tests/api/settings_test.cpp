@@ -128,8 +128,7 @@ void expect_report(const std::string &changes, int preset, int first_code, const
                    const std::string &last) {
     int rate = 0;
     const record settings = changed(changes, preset, rate), before = settings;
-    // 2 reports everything and not just the first, 1 leaves the format's rules out; others mean
-    // nothing.
+    // 2 reports everything and not just the first, 1 leaves the format's rules out; 64 means nothing.
     for (const int options : {0, 1, 2, 3, 64 + 2}) {
         SCOPED_TRACE(std::to_string(preset) + ',' + changes + ", options " + std::to_string(options));
         auto expected = all;

@@ -1,6 +1,5 @@
 // Whole streams: every frame legal, equal to the literal encoder, the same however the input is cut.
 #include "host/encoding.hpp"
-#include "host/signals.hpp"
 #include "oracle/steps.hpp"
 #include "parser/frame_parser.hpp"
 #include "parser/standard_tables.hpp"
@@ -132,12 +131,9 @@ class literal_encoder {
 
     oracle::allocation_problem problem(const whole_frame &got) {
         const int slots = got.kbps * (how_.layer == 1 ? 12000 : 144000) / how_.rate + got.padding;
-        oracle::allocation_problem p{how_.layer,
-                                     how_.channels(),
-                                     how_.crc == 1,
-                                     how_.mode == 1,
-                                     tools::table_of(how_.rate, got.kbps / how_.channels()),
-                                     slots * (how_.layer == 1 ? 32 : 8)};
+        oracle::allocation_problem p{how_.layer, how_.channels(), how_.crc == 1, how_.mode == 1};
+        p.table = tools::table_of(how_.rate, got.kbps / how_.channels());
+        p.budget = slots * (how_.layer == 1 ? 32 : 8);
         for (int i = 0; i < 32 * p.channels; ++i) {
             p.smr[i / 32][i % 32] = smr_[i / 32][i % 32];
             if (how_.layer == 2)
@@ -210,8 +206,7 @@ TEST(stream, any_split_of_the_input_gives_the_same_bytes) {
         fake_output output;
         ASSERT_EQ(mpegOutAudioInit(encoder.get(), &output), 0);
         for (std::span<const std::uint8_t> rest = pcm; !rest.empty();) {
-            // Whole samples, so a call may end between the channels; then bytes of a cut sample that
-            // must not count.
+            // A call may end between the channels; bytes of a cut sample behind that must not count.
             const std::size_t bytes = std::min((1 + random() % longest) * width, rest.size());
             std::vector<std::uint8_t> block(rest.begin(), rest.begin() + bytes);
             block.resize(bytes + random() % width, 0x77);

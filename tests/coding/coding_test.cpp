@@ -1,5 +1,4 @@
-// Scale factors and bit allocation against the wording of ISO/IEC 11172-3, on more than real frames
-// hold.
+// Scale factors and bit allocation against ISO/IEC 11172-3's wording, on more than real frames hold.
 #include "coding/bit_allocation.hpp"
 #include "coding/scalefactors.hpp"
 #include "oracle/steps.hpp"
@@ -87,14 +86,13 @@ TEST(bit_allocation, bound_picks_ties_and_rest_equal_the_search_as_worded) {
     constexpr int rates[3] = {44100, 48000, 32000}; // by sampling_frequency
     int joint_frames = 0, tight_frames = 0;
     for (int i = 0; i < 40000; ++i) {
+        const auto pick = [](int least, int n) { return static_cast<std::uint8_t>(least + below(n)); };
         frame_header header{};
-        const std::tuple<std::uint8_t *, int, int> fields[] = {{&header.layer, 1, 2},
-                                                               {&header.mode, 0, 4},
-                                                               {&header.bitrate_index, 1, 14},
-                                                               {&header.sampling_frequency, 0, 3},
-                                                               {&header.error_protection, 0, 2}};
-        for (const auto &[field, least, count] : fields)
-            *field = static_cast<std::uint8_t>(least + below(count));
+        header.layer = pick(1, 2);
+        header.mode = pick(0, 4);
+        header.bitrate_index = pick(1, 14);
+        header.sampling_frequency = pick(0, 3);
+        header.error_protection = pick(0, 2);
         const coder_config config = make_coder_config(header);
         oracle::allocation_problem p{header.layer, header.mode == 3 ? 1 : 2,
                                      header.error_protection == 1, header.mode == 1};

@@ -1,10 +1,7 @@
-// Real programs decode real audio at every layer, mode and rate without a complaint, in time and better
-// with more bits.
+// Real programs decode real audio of every kind without a complaint, in time and better with more bits.
 #include "analysis/window_table.hpp"
 #include "host/encoding.hpp"
-#include "host/signals.hpp"
 
-#include <array>
 #include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -76,8 +73,7 @@ std::vector<float> programme(int channels) {
     return channels == 1 ? mixed[0] : interleave(mixed[0], mixed[1]);
 }
 
-/// Energy of the input over that of the difference, in dB, with the decoded signal `shift` values
-/// later.
+/// Energy of the input over that of the difference, in dB; `decoded` comes `shift` values later.
 double snr(const std::vector<float> &input, const std::vector<float> &decoded, int shift) {
     double energy = 0, error = 1e-30;
     for (std::size_t i = 0; i < input.size() && i + shift < decoded.size(); ++i) {

@@ -1,7 +1,6 @@
 // The engine as hosts see it: slots, queries, outputs in every order, the same frames, the example.
 #include "engine/engine_host.hpp"
 #include "host/encoding.hpp"
-#include "host/signals.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -196,8 +195,7 @@ TEST(engine_output, a_sink_may_ask_count_query_and_give_up_the_last_reference_in
 TEST(engine_output, frames_and_time_stamps_equal_those_of_the_functions) {
     for (int i = 0; i < 2 * 4 * 3; ++i) {
         const stream how{1 + i % 2, i / 2 % 4, 8, 1, 44100, 2 + i / 8, 1, 3};
-        const auto input =
-            pcm_bytes(make_signal(waveform::noise, 8000), how.width); // 3.5 frames of stereo
+        const auto input = how.pcm(4000); // 3.5 frames of Layer II
         const auto size = static_cast<i32>(input.size()), step = 1000 * how.width;
         const mpeg_a_settings settings = how.settings();
         user host;
@@ -213,12 +211,8 @@ TEST(engine_output, frames_and_time_stamps_equal_those_of_the_functions) {
             host.set("command::done", 0);
         }
         const auto expected = encode(how, input);
-        const auto same = [](const delivered_frame &a, const delivered_frame &b) {
-            return a.bytes == b.bytes && a.info.time_stamp == b.info.time_stamp;
-        };
         EXPECT_GE(expected.size(), 4u);
-        EXPECT_TRUE(std::ranges::equal(pushed.frames, expected, same)) << i;
-        EXPECT_TRUE(std::ranges::equal(lent.frames, expected, same)) << i;
+        EXPECT_TRUE(pushed.frames == expected && lent.frames == expected) << i;
     }
 }
 

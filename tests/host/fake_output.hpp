@@ -18,6 +18,10 @@ struct delivered_frame {
     std::vector<std::uint8_t> bytes;
     header_info header{};
     frame_info info{};
+
+    bool operator==(const delivered_frame &other) const {
+        return bytes == other.bytes && info.time_stamp == other.info.time_stamp;
+    }
 };
 
 struct fake_output : bufstream {

@@ -10,8 +10,7 @@ namespace oracle {
 /// the 16-bit scale; 511 more precede it.
 void analyze(const float *newest, double (&subbands)[32]);
 
-/// Psychoacoustic model 2, D.2: plain DFT, phases by arctangent, full spreading matrix from the
-/// critical band edges.
+/// Psychoacoustic model 2, D.2: plain DFT, phases by arctangent, full spreading matrix of the band edges.
 class psy_model {
   public:
     psy_model(int layer, int rate);
@@ -20,8 +19,7 @@ class psy_model {
     void analyze(const float *frame_start, int channel, double (&smr)[32]);
 
   private:
-    /// The spreading matrix has this many rows and columns at every rate; the rows without lines sit at
-    /// 0 bark.
+    /// Of the spreading matrix at every rate, and its columns; those without lines sit at 0 bark.
     static constexpr int rows = 63;
 
     struct channel_state {
@@ -44,8 +42,7 @@ int scalefactor_index(double maximum);
 /// C.1.5.2.5, Table C.4. Returns scfsi and changes the three indexes to what the decoder will use.
 int select_scalefactors(int (&index)[3]);
 
-/// C.1.5.1.7 and C.1.5.2.6: A x + B, its most significant bits, the first of them inverted; limited to
-/// the highest code.
+/// C.1.5.1.7 and C.1.5.2.6: the first bits of A x + B, the very first inverted; at most the highest code.
 int quantize(int layer, double x, int steps);
 
 struct allocation_problem {

@@ -9,6 +9,11 @@ namespace {
 
 using namespace vela::bench;
 
+/// NaN or not, of the same sign down to that of zero.
+bool is_same(double a, double b) {
+    return std::isnan(a) ? std::isnan(b) : a == b && std::signbit(a) == std::signbit(b);
+}
+
 class kernels : public testing::TestWithParam<kernel> {};
 
 TEST_P(kernels, give_at_every_level_what_the_reference_gives) {
@@ -19,13 +24,7 @@ TEST_P(kernels, give_at_every_level_what_the_reference_gives) {
             const auto other = GetParam().make(which, kind, seed);
             for (int round = 0; round < 6; ++round) {
                 reference.run(), other.run();
-                EXPECT_TRUE(std::ranges::equal(reference.results(), other.results(),
-                                               [](double a, double b) {
-                                                   return std::isnan(a) ? std::isnan(b)
-                                                                        : a == b
-                                                                              && std::signbit(a)
-                                                                                     == std::signbit(b);
-                                               }))
+                EXPECT_TRUE(std::ranges::equal(reference.results(), other.results(), is_same))
                     << vela::name_of(which) << ", seed " << seed << ", round " << round;
             }
         }
