@@ -11,8 +11,9 @@ class batch_test : public workbench {
   protected:
     batch_test() {
         shell("mkdir -p in/a/b");
+        unsigned seed = 0;
         for (const std::string name : {"in/one.wav", "in/a/two.wav", "in/a/b/three", "in/a/b/four.wav"})
-            put(name, wav(pcm(noise(9600, ++seed_)), 2, 48000));
+            put(name, wav(pcm(noise(9600, ++seed)), 2, 48000));
         put("in/a/empty.wav", "");
         put("in/a/text.wav", "This has the name of a sound file and is none.\n");
         shell("touch -d '1 hour ago' $(find in -type f)");
@@ -36,9 +37,6 @@ class batch_test : public workbench {
     }
 
     static constexpr const char *all = "./a/b/four.mp2 ./a/b/three.mp2 ./a/two.mp2 ./one.mp2 ";
-
-  private:
-    unsigned seed_ = 0;
 };
 
 TEST_F(batch_test, folders_lists_and_patterns_give_the_names_that_they_promise) {

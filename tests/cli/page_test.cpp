@@ -6,8 +6,7 @@
 namespace velaenc_test {
 namespace {
 
-/// Put into a copy of the page: counts errors from the start, then plays the user and writes down what
-/// came of it.
+/// Put into a copy of the page: count errors from the start; play the user and tell what came of it.
 constexpr const char *watch = R"(<script>
 const errors = [];
 addEventListener('error', e => errors.push(e.message));

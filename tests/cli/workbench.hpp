@@ -49,8 +49,7 @@ struct frame : tools::parsed_frame {
     std::size_t offset = 0;
 };
 
-/// Frames from the first byte to the last; none at all when one of them breaks a rule, or when anything
-/// else is between or after them.
+/// All frames; none at all when one of them breaks a rule or anything else is between or after them.
 std::vector<frame> frames_of(const std::string &stream);
 
 class workbench : public testing::Test {

@@ -43,8 +43,7 @@ int below(int n) {
     return static_cast<int>(dice() % static_cast<unsigned>(n));
 }
 
-/// Ratios of several kinds: spread out, on a grid with many ties, all the same, falling steeply, in
-/// both channels alike, one subband far off.
+/// Ratios spread out, on a grid with ties, all the same, falling steeply, alike in both, one far off.
 void fill(double (&smr)[2][32]) {
     const int kind = below(6);
     std::uniform_real_distribution<double> uniform(-30, 90);

@@ -100,8 +100,7 @@ bytes stream_of(const bytes &pcm, int rate = 48000, int channels = 2) {
     return on.stream();
 }
 
-// A click is where a decoder puts it by the stamps, and the decoded sound ends with the input, or with the
-// frames where they end sooner.
+// A decoder puts a click where the stamps say; its sound ends with the input or, if sooner, the frames.
 TEST(element, sound_comes_out_of_a_decoder_at_its_own_time) {
     const struct {
         const char *properties;

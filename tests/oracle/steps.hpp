@@ -6,8 +6,7 @@
 
 namespace oracle {
 
-/// C.1.3, windowing and matrixing: the sample of every subband. `newest` is the latest input sample on
-/// the 16-bit scale; 511 more precede it.
+/// C.1.3, windowing and matrixing. `newest` is a sample on the 16-bit scale; 511 more precede it.
 void analyze(const float *newest, double (&subbands)[32]);
 
 /// Psychoacoustic model 2, D.2: plain DFT, phases by arctangent, full spreading matrix of the band edges.
