@@ -173,7 +173,7 @@ bytes random_frame(int version, int rate_index, int mode, int bitrate_index, std
             for (int i = 0; i < (grouped ? 1 : 3); ++i)
                 put(below(grouped ? used * used * used : used), tools::code_bits_of(2, used));
         }
-    bits.resize(static_cast<std::size_t>(8 * (144000 * kbps / rate)), '0');
+    bits.resize(8 * static_cast<std::size_t>(144000 * kbps / rate), '0');
     bytes frame;
     for (std::size_t i = 0; i < bits.size(); i += 8)
         frame.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
