@@ -192,9 +192,10 @@ TEST_F(batch_test, threads_without_a_file_take_segments_of_a_long_one) {
 
 TEST_F(batch_test, a_terminal_shows_one_line_for_all_files) {
     put("long.wav", wav(pcm(noise(960000)), 2, 48000));
-    const auto shown = shell("mkfifo pipe; (head -c 960044; sleep 1; cat) < long.wav > pipe & "
-                             "script -qec 'velaenc --preset dvb --output-dir out -r in pipe' /dev/null")
-                           .out;
+    const auto shown =
+        shell("mkfifo pipe; (head -c 960044; sleep 1; cat) < long.wav > pipe & "
+              "TERM=xterm script -qec 'velaenc --preset dvb --output-dir out -r in pipe' /dev/null")
+            .out;
     for (const char *words : {"4 of 5 files, 0:05 done, ", " x real time, 0:00 left",
                               "\r\033[Kvelaenc: 5 files: 5 encoded, 0 failed; 0:10 in 0:0"})
         EXPECT_NE(shown.find(words), std::string::npos) << words << shown;
