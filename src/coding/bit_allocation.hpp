@@ -1,7 +1,7 @@
 // Bit allocation: how finely each subband of each channel is quantized.
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 
 namespace vela {
 

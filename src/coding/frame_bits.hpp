@@ -1,7 +1,7 @@
 // Bits of a frame beside the samples.
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 
 namespace vela {
 

@@ -7,25 +7,8 @@
 #include "coding/tuned_allocation.hpp"
 #include "coding/tuned_scalefactors.hpp"
 #include "stream/frame_header.hpp"
-#include "stream/rate_tables.hpp"
 
 namespace vela {
-
-coder_config make_coder_config(const frame_header &header) noexcept {
-    coder_config config{};
-    config.layer = header.layer;
-    config.mode = header.mode;
-    config.error_protection = header.error_protection != 0;
-    config.channels = header.mode == MPEG_A_MODE_MONO ? 1 : 2;
-    config.table = &table_layer1;
-    if (config.layer == 2) {
-        const int kbps = bitrate_kbps(header.layer, header.bitrate_index);
-        const auto rate = static_cast<int>(1000.0 * sampling_frequency_khz[header.sampling_frequency]);
-        config.table = &select_alloc_table(rate, kbps / config.channels);
-    }
-    config.sblimit = config.table->sblimit;
-    return config;
-}
 
 void frame_coder::init(const coding_kernels &kernels, frame_header &header,
                        bit_writer &writer) noexcept {
@@ -46,7 +29,7 @@ void frame_coder::find_scalefactors(const subband_samples &samples, side_info &s
         }
         if (config_.mode != MPEG_A_MODE_JOINT_STEREO) continue;
         kernels_->combine(samples[0][part], samples[1][part], joint[part]);
-        compute_scalefactors(*kernels_, joint[part], side.joint_scalefactor[part]);
+        compute_scalefactors(*kernels_, joint[part], side.joint_index[part]);
     }
 }
 

@@ -15,7 +15,7 @@ const coding_kernels coding_table{
     .combine = combine<V>,
     .quantize_layer1 = quantize_layer1<V>,
     .quantize_layer2 = quantize_layer2<V>,
-    .multiply = multiply<V>,
+    .sum_products = sum_products<V>,
     .own_noise = own_noise<V>,
     .shared_noise = shared_noise<V>,
     .add_noise_costs = add_noise_costs<V>,

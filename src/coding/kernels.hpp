@@ -85,7 +85,7 @@ struct coding_kernels {
                             int end, part_codes &codes) noexcept;
 
     /// Sums of a part's products, per subband.
-    void (*multiply)(const part_samples &a, const part_samples &b, double (&sum)[32]) noexcept;
+    void (*sum_products)(const part_samples &a, const part_samples &b, double (&sum)[32]) noexcept;
 
     /// Noise of a subband with samples of its own, and of one channel of a shared one.
     void (*own_noise)(const part_samples &samples, const part_scalefactors &scalefactors,

@@ -14,7 +14,7 @@ VELA_INLINE V nearest_level(V magnitude, int steps) {
 }
 
 template <class V>
-void multiply(const part_samples &a, const part_samples &b, double (&sum)[32]) noexcept {
+void sum_products(const part_samples &a, const part_samples &b, double (&sum)[32]) noexcept {
     for (int sb = 0; sb < 32; sb += lanes<V>) {
         V products = splat<V>(0.0);
         for (int j = 0; j < 12; ++j)

@@ -6,7 +6,7 @@
 //       32     0/16    0..4 each     2 each             6 each
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 #include "stream/bit_buffer.hpp"
 
 #include <cstdint>

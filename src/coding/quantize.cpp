@@ -45,7 +45,7 @@ void quantize_samples(const coding_kernels &kernels, const coder_config &config,
     if (bound == end) return;
     set_quantizers(config, side.allocation[0], bound, end, q);
     for (int part = 0; part < config.parts(); ++part) {
-        set_scalefactors(side.joint_scalefactor[part], bound, end, q);
+        set_scalefactors(side.joint_index[part], bound, end, q);
         quantize(joint[part], q, bound, end, codes[0][part]);
     }
 }

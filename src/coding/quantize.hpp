@@ -1,7 +1,7 @@
 // Quantizes the samples of a frame.
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 
 namespace vela {
 

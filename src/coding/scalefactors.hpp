@@ -1,7 +1,7 @@
 // Scale factor indexes and the Layer II scale factor selection.
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 
 #include <cstdint>
 

@@ -67,7 +67,7 @@ void frame_ladders::build_shared(const frame_data &frame) noexcept {
     const coder_config &config = frame.config;
     noise_costs costs{};
     for (int part = 0; part < config.parts(); ++part) {
-        const part_scalefactors common = values_of(frame.side.joint_scalefactor[part]);
+        const part_scalefactors common = values_of(frame.side.joint_index[part]);
         for (int ch = 0; ch < 2; ++ch) {
             part_noise noise;
             frame.kernels.shared_noise(frame.samples[ch][part],
@@ -278,8 +278,7 @@ int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
     if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
         header.mode = MPEG_A_MODE_STEREO;
         header.mode_extension = 0;
-        choose_shared_scalefactors(kernels, config, samples, joint, side.joint_scalefactor, weights,
-                                   shared);
+        choose_shared_scalefactors(kernels, config, samples, joint, side.joint_index, weights, shared);
         ladders.build_shared(frame);
         for (unsigned extensions = 4; extensions > 0; --extensions) {
             const unsigned extension = extensions - 1;

@@ -1,7 +1,7 @@
 // The tuned allocation: bits for the least weighted noise.
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 
 namespace vela {
 

@@ -116,10 +116,10 @@ void choose_shared_scalefactors(const coding_kernels &kernels, const coder_confi
                                 channel_scalefactors &chosen) noexcept {
     double square[3][32], product[2][3][32], energy[2][3][32];
     for (int part = 0; part < config.parts(); ++part) {
-        kernels.multiply(joint[part], joint[part], square[part]);
+        kernels.sum_products(joint[part], joint[part], square[part]);
         for (int ch = 0; ch < 2; ++ch) {
-            kernels.multiply(samples[ch][part], joint[part], product[ch][part]);
-            kernels.multiply(samples[ch][part], samples[ch][part], energy[ch][part]);
+            kernels.sum_products(samples[ch][part], joint[part], product[ch][part]);
+            kernels.sum_products(samples[ch][part], samples[ch][part], energy[ch][part]);
         }
     }
     for (int ch = 0; ch < 2; ++ch) {

@@ -1,7 +1,7 @@
 // The tuned choice of scale factors.
 #pragma once
 
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 
 namespace vela {
 

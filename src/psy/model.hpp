@@ -4,11 +4,9 @@
 
 #include "psy/partitions.hpp"
 #include "psy/passes.hpp"
+#include "psy/results.hpp"
 
 namespace vela {
-
-/// Signal-to-mask ratios in dB of one frame: [channel][subband].
-using smr_table = double[2][32];
 
 /// The model of one stream; frame_passes says where it looks.
 ///

@@ -2,13 +2,10 @@
 #pragma once
 
 #include "psy/passes.hpp"
+#include "psy/results.hpp"
 #include "psy/tuned_tables.hpp"
 
 namespace vela {
-
-/// [channel][part][subband]: what the energy of noise is multiplied with to say how audible it is, on a
-/// scale that is common to all channels and subbands of a frame. Layer I has one part.
-using noise_weights = double[2][3][32];
 
 /// The model of one stream; docs/sound.md explains it. Per channel it keeps the excitations of the two
 /// passes before, which mask what follows.

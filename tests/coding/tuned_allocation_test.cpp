@@ -48,7 +48,7 @@ struct frame {
         for (int part = 0; part < config.parts(); ++part) {
             const auto &kernels = coding_kernels_of(level::reference);
             kernels.combine(samples[0][part], samples[1][part], joint[part]);
-            compute_scalefactors(kernels, joint[part], side.joint_scalefactor[part]);
+            compute_scalefactors(kernels, joint[part], side.joint_index[part]);
             for (int ch = 0; ch < config.channels; ++ch)
                 compute_scalefactors(kernels, samples[ch][part], side.scalefactor[ch][part]);
         }
@@ -61,7 +61,7 @@ struct frame {
         for (int part = 0; part < config.parts(); ++part) {
             const double scale = scalefactor_table[used.scalefactor[ch][part][sb]];
             const double normal =
-                is_shared ? scalefactor_table[side.joint_scalefactor[part][sb]] : scale;
+                is_shared ? scalefactor_table[side.joint_index[part][sb]] : scale;
             double noise = 0, energy = 0;
             for (int j = 0; j < 12; ++j) {
                 const double x = samples[ch][part][j][sb];
@@ -209,7 +209,7 @@ TEST(tuned_allocation, is_the_search_that_tries_every_step_or_the_default_where_
         const bool joint = config.mode == MPEG_A_MODE_JOINT_STEREO;
         if (joint) {
             choose_shared_scalefactors(coding_kernels_of(level::reference), config, f.samples, f.joint,
-                                       f.side.joint_scalefactor, f.weights, f.shared);
+                                       f.side.joint_index, f.weights, f.shared);
         }
         const int budget = 8 * static_cast<int>(10 + chance() % (i % 3 == 0 ? 200 : 1000));
         std::vector<unit> best;
