@@ -6,35 +6,27 @@
 #include "analysis/window_table.hpp"
 #include "simd/const_math.hpp"
 #include "simd/lanes.hpp"
-
-#include <array>
+#include "simd/table.hpp"
 
 namespace vela::VELA_LEVEL {
 
 /// cos(i pi / 64), i = 0..31.
-inline constexpr std::array<double, 32> dct_cosines = [] {
-    std::array<double, 32> c{};
-    for (unsigned i = 0; i < 32; ++i)
+inline constexpr table<double, 32> dct_cosines = [] {
+    table<double, 32> c{};
+    for (int i = 0; i < 32; ++i)
         c[i] = const_math::cosine(i * 0.04908738521234052);
     return c;
 }();
 
 /// Angles of the butterfly blocks in units of pi / 32 beyond half a block: 4-bit bit reversals of 0..7.
-inline constexpr std::array<int, 8> dct_block_order{0, 8, 4, 12, 2, 10, 6, 14};
+inline constexpr table<int, 8> dct_block_order{0, 8, 4, 12, 2, 10, 6, 14};
 
 /// Bit reversal of five bits, by exchanges.
-inline constexpr std::array<std::array<int, 2>, 12> dct_swaps{{{16, 1},
-                                                               {8, 2},
-                                                               {24, 3},
-                                                               {20, 5},
-                                                               {12, 6},
-                                                               {28, 7},
-                                                               {18, 9},
-                                                               {26, 11},
-                                                               {22, 13},
-                                                               {30, 15},
-                                                               {25, 19},
-                                                               {29, 23}}};
+struct index_pair {
+    int first, second;
+};
+inline constexpr index_pair dct_swaps[] = {{16, 1}, {8, 2},   {24, 3},  {20, 5},  {12, 6},  {28, 7},
+                                           {18, 9}, {26, 11}, {22, 13}, {30, 15}, {25, 19}, {29, 23}};
 
 // The transform halves again and again how finely its input is told apart. With w[0] = v[0] and
 // w[n] = w[-n] = v[n] / 2 it is, at the angles t = (2i + 1) pi / 64,
@@ -58,7 +50,7 @@ VELA_INLINE void dct32_block_ends(V *v) {
     constexpr int h = L / 2;
 #pragma GCC unroll 16
     for (int g = 0; g < 32 / M; ++g) {
-        const auto k = static_cast<unsigned>(h + dct_block_order[static_cast<unsigned>(g)]);
+        const int k = h + dct_block_order[g];
         const V cosine = splat<V>(dct_cosines[k]), sine = splat<V>(dct_cosines[32 - k]);
         const int a = g * M, b = 32 - h - g * M;
         const V A = v[a + h], B = v[b];
@@ -77,7 +69,7 @@ VELA_INLINE void dct32_block_middles(V *v) {
     constexpr int h = L / 2;
 #pragma GCC unroll 16
     for (int g = 0; g < 32 / M; ++g) {
-        const auto k = static_cast<unsigned>(2 * (h + dct_block_order[static_cast<unsigned>(g)]));
+        const int k = 2 * (h + dct_block_order[g]);
         const V cosine = splat<V>(dct_cosines[k]), sine = splat<V>(dct_cosines[32 - k]);
         const int d = L + 2 * g * M - 32;
 #pragma GCC unroll 8
@@ -120,7 +112,7 @@ template <class V, int steps>
 VELA_INLINE void window_sums(const double *samples, int tap, V (&sum)[steps]) {
 #pragma GCC unroll 8
     for (int j = 0; j < 8; ++j) {
-        const V weight = load<V>(analysis_window.data() + tap + 64 * j);
+        const V weight = load<V>(analysis_window.begin() + tap + 64 * j);
 #pragma GCC unroll 12
         for (int s = 0; s < steps; ++s) {
             const V product = load<V>(samples + 32 * s + tap + 64 * j) * weight;

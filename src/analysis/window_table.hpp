@@ -1,7 +1,8 @@
 // The analysis window of the polyphase filterbank.
 #pragma once
 
-#include <array>
+#include "simd/table.hpp"
+
 #include <cstdint>
 
 namespace vela {
@@ -9,7 +10,7 @@ namespace vela {
 /// The lowpass prototype behind the analysis window C of ISO/IEC 11172-3 Table C.1, in units of 2^-21
 /// (the printed values are these fractions to nine decimals), first half: it is symmetric about entry
 /// 256. C[i] is the prototype with the sign of every odd block of 64 turned.
-inline constexpr std::array<std::int32_t, 257> window_prototype{
+inline constexpr table<std::int32_t, 257> window_prototype{
     0,     -1,    -1,    -1,    -1,    -1,    -1,    -2,    -2,    -2,    -2,    -3,    -3,    -4,
     -4,    -5,    -5,    -6,    -7,    -7,    -8,    -9,    -10,   -11,   -13,   -14,   -16,   -17,
     -19,   -21,   -24,   -26,   -29,   -31,   -35,   -38,   -41,   -45,   -49,   -53,   -58,   -63,
@@ -33,7 +34,7 @@ inline constexpr std::array<std::int32_t, 257> window_prototype{
 /// C[i] of ISO/IEC 11172-3 Table C.1 as printed there, with nine decimals, in units of 1e-9; i =
 /// 0..511.
 constexpr std::int64_t printed_window(int i) {
-    const std::int64_t units = window_prototype[static_cast<unsigned>(i <= 256 ? i : 512 - i)];
+    const std::int64_t units = window_prototype[i <= 256 ? i : 512 - i];
     const std::int64_t magnitude = units < 0 ? -units : units;
     const std::int64_t rounded = (magnitude * 1'000'000'000 + (1 << 20)) >> 21;
     const bool negative = (units < 0) != (i / 64 % 2 == 1);
@@ -42,10 +43,10 @@ constexpr std::int64_t printed_window(int i) {
 
 /// analysis_window[m] = C[511 - m] / 32768: reversed, so that it runs with time, and scaled, so that
 /// samples on the 16-bit scale give subband samples with full scale 1.0.
-inline constexpr std::array<double, 512> analysis_window = [] {
-    std::array<double, 512> window{};
+inline constexpr table<double, 512> analysis_window = [] {
+    table<double, 512> window{};
     for (int m = 0; m < 512; ++m) {
-        window[static_cast<unsigned>(m)] = static_cast<double>(printed_window(511 - m)) / 1e9 / 32768.0;
+        window[m] = static_cast<double>(printed_window(511 - m)) / 1e9 / 32768.0;
     }
     return window;
 }();

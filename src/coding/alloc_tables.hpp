@@ -2,10 +2,9 @@
 #pragma once
 
 #include "coding/kernels.hpp"
+#include "simd/table.hpp"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -19,7 +18,7 @@ struct quant_class {
     double snr;     ///< dB
 };
 
-inline constexpr std::array<quant_class, 17> quant_classes{{
+inline constexpr table<quant_class, 17> quant_classes{{
     // steps, code words, bits, SNR
     {3, 1, 5, 7.00},
     {5, 1, 7, 11.00},
@@ -42,18 +41,18 @@ inline constexpr std::array<quant_class, 17> quant_classes{{
 
 /// The quantizers that a subband may choose from, coarse to fine, by allocation index: 0 is no bits.
 struct alloc_row {
-    int alloc_bits;                           ///< width of the subband's allocation field
-    int last;                                 ///< highest allocation index
-    int demand_limit;                         ///< counts as sufficient when no lower index is
-    std::array<double, 16> snr;               ///< dB
-    std::array<double, 16> snr_to_refine;     ///< the same, but infinite where nothing finer exists
-    std::array<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
-    std::array<std::int16_t, 16> refine_bits; ///< more of them one index further, if any
-    std::array<std::uint8_t, 16> classes;     ///< among quant_classes; unused at index 0
-    std::array<quantizer, 16> quantizers;
-    std::array<code_layout, 16> layouts;
+    int alloc_bits;                      ///< width of the subband's allocation field
+    int last;                            ///< highest allocation index
+    int demand_limit;                    ///< counts as sufficient when no lower index is
+    table<double, 16> snr;               ///< dB
+    table<double, 16> snr_to_refine;     ///< the same, but infinite where nothing finer exists
+    table<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
+    table<std::int16_t, 16> refine_bits; ///< more of them one index further, if any
+    table<std::uint8_t, 16> classes;     ///< among quant_classes; unused at index 0
+    table<quantizer, 16> quantizers;
+    table<code_layout, 16> layouts;
     /// First index with an SNR of at least i - 0.5 dB, at most `last`.
-    std::array<std::uint8_t, 100> first_at;
+    table<std::uint8_t, 100> first_at;
 
     /// The first index whose mask-to-noise ratio snr - smr reaches `mnr`; `last` when none does.
     /// Both arguments are finite; their sum lies within 10^6 dB.
@@ -61,8 +60,8 @@ struct alloc_row {
         // No two quantizers lie within 1 dB, so that at most one has to be compared exactly. Without
         // branches: the search asks for all subbands, and no two answers are alike.
         const int decibels = std::clamp(static_cast<int>(mnr + smr + 0.5), 0, 99);
-        const int index = first_at[static_cast<unsigned>(decibels)];
-        return index + (snr_to_refine[static_cast<unsigned>(index)] - smr < mnr);
+        const int index = first_at[decibels];
+        return index + (snr_to_refine[index] - smr < mnr);
     }
 };
 
@@ -70,7 +69,7 @@ namespace detail {
 
 /// Layer I quantizer A x + B (ISO/IEC 11172-3, C.1.5.1.7) of allocation n: A = (2^(n+1) - 1) / 2^(n+1)
 /// and B = A - 1, to the nine decimals of the standard's table.
-constexpr quantizer layer1_quantizer(unsigned n) {
+constexpr quantizer layer1_quantizer(int n) {
     const std::int64_t unit = 1'000'000'000, steps = std::int64_t{1} << (n + 1);
     const std::int64_t step_size = (unit + steps / 2) / steps;       // 1 / 2^(n+1), rounded
     const std::int64_t a = ((steps - 1) * unit + steps / 2) / steps; // 1 - 1 / 2^(n+1), rounded
@@ -88,21 +87,21 @@ constexpr code_layout layer2_layout(const quant_class &q) {
 
 /// A row whose index n >= 1 selects classes[n - 1].
 /// @param samples  of a subband in a frame, 12 or 36
-template <std::size_t N>
+template <int N>
 constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N]) {
     alloc_row row{};
     row.alloc_bits = alloc_bits;
     row.last = N;
     // Layer II never counts its finest quantizer as needed.
     row.demand_limit = samples == 12 ? row.last : row.last - 1;
-    for (unsigned n = 1; n <= N; ++n) {
-        const quant_class &q = quant_classes[static_cast<unsigned>(classes[n - 1])];
+    for (int n = 1; n <= N; ++n) {
+        const quant_class &q = quant_classes[classes[n - 1]];
         row.snr[n] = q.snr;
         row.classes[n] = static_cast<std::uint8_t>(classes[n - 1]);
         // Layer I never groups: a code word of its own for each of its samples.
         if (samples == 12) {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));
-            row.layouts[n] = {{1, 0, 0}, n + 1};
+            row.layouts[n] = {{1, 0, 0}, static_cast<std::uint32_t>(n + 1)};
             row.quantizers[n] = layer1_quantizer(n);
         } else {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * q.code_words * q.code_bits);
@@ -110,13 +109,13 @@ constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
             row.quantizers[n] = {0.0, 0.0, q.steps / 2.0, q.steps - 1.0};
         }
     }
-    for (unsigned n = 0; n < N; ++n) {
+    for (int n = 0; n < N; ++n) {
         row.snr_to_refine[n] = row.snr[n];
         row.refine_bits[n] = static_cast<std::int16_t>(row.sample_bits[n + 1] - row.sample_bits[n]);
     }
     row.snr_to_refine[N] = std::numeric_limits<double>::infinity();
-    for (unsigned i = 0; i < row.first_at.size(); ++i) {
-        unsigned n = 0;
+    for (int i = 0; i < 100; ++i) {
+        int n = 0;
         while (n < N && row.snr[n] < i - 0.5)
             ++n;
         row.first_at[i] = static_cast<std::uint8_t>(n);
@@ -146,9 +145,9 @@ inline constexpr alloc_row c_high = detail::make_row(3, 36, {0, 1, 3, 4, 5, 6, 7
 /// Rows of the subbands below sblimit.
 struct alloc_table {
     int sblimit;
-    std::array<const alloc_row *, 32> rows;
+    table<const alloc_row *, 32> rows;
 
-    constexpr const alloc_row &row(int sb) const noexcept { return *rows[static_cast<unsigned>(sb)]; }
+    constexpr const alloc_row &row(int sb) const noexcept { return *rows[sb]; }
 };
 
 namespace detail {
@@ -156,15 +155,15 @@ struct row_run {
     int end; ///< one past the run's last subband
     const alloc_row *row;
 };
-template <std::size_t N>
+template <int N>
 consteval alloc_table make_alloc_table(const row_run (&runs)[N]) {
-    alloc_table table{runs[N - 1].end, {}};
-    unsigned sb = 0;
+    alloc_table made{runs[N - 1].end, {}};
+    int sb = 0;
     for (const row_run &run : runs) {
-        for (; sb < static_cast<unsigned>(run.end); ++sb)
-            table.rows[sb] = run.row;
+        for (; sb < run.end; ++sb)
+            made.rows[sb] = run.row;
     }
-    return table;
+    return made;
 }
 } // namespace detail
 
@@ -201,11 +200,11 @@ inline constexpr const alloc_table &select_alloc_table(int sample_rate, int chan
 // ---- joint stereo ----
 
 /// First subband that both channels share, by mode_extension (ISO/IEC 11172-3, 2.4.2.3).
-inline constexpr std::array<int, 4> joint_bounds{4, 8, 12, 16};
+inline constexpr table<int, 4> joint_bounds{4, 8, 12, 16};
 
 // ---- scale factor selection ----
 
 /// Scale factors sent per scfsi.
-inline constexpr std::array<int, 4> scalefactors_per_scfsi{3, 2, 1, 2};
+inline constexpr table<int, 4> scalefactors_per_scfsi{3, 2, 1, 2};
 
 } // namespace vela

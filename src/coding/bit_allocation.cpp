@@ -31,9 +31,9 @@ subband_demand demand(const coder_config &config, const smr_table &smr, const si
                       int sb) noexcept {
     const alloc_row &row = config.table->row(sb);
     const auto sufficient = [&](int ch) {
-        return static_cast<unsigned>(std::min(row.first_reaching(0.0, smr[ch][sb]), row.demand_limit));
+        return std::min(row.first_reaching(0.0, smr[ch][sb]), row.demand_limit);
     };
-    const unsigned first = sufficient(0), second = sufficient(1), both = std::max(first, second);
+    const int first = sufficient(0), second = sufficient(1), both = std::max(first, second);
     const int side0 = side_bits(config, side, 0, sb), side1 = side_bits(config, side, 1, sb);
     subband_demand bits{0, 0};
     if (first > 0) bits.separate += row.sample_bits[first] + side0;
@@ -61,11 +61,9 @@ struct pair {
     int counted; ///< 1, but 0 for the second channel where both share
     std::uint8_t ch, sb;
 
-    unsigned steps_below(double mnr) const noexcept {
-        return static_cast<unsigned>(row->first_reaching(mnr, decisive_smr));
-    }
+    int steps_below(double mnr) const noexcept { return row->first_reaching(mnr, decisive_smr); }
     /// Of all steps up to this one.
-    int cost(unsigned step) const noexcept {
+    int cost(int step) const noexcept {
         return (row->sample_bits[step] + (step != 0) * opening_bits) * counted;
     }
 };
@@ -95,7 +93,7 @@ class search {
 
     /// Bits of a pair's next step; means nothing when there is none.
     int step_cost(const pair &p) const noexcept {
-        const unsigned step = allocation(p);
+        const int step = allocation(p);
         return p.row->refine_bits[step] + (step == 0) * p.opening_bits;
     }
 
@@ -167,7 +165,7 @@ void search::grant_common_level(double &hint) noexcept {
     double high = low + 128.0;
     if (config_.layer == 1) {
         const alloc_row &row = config_.table->row(0);
-        high = std::min(high, (row.snr[static_cast<unsigned>(row.last)] - smr_[0][0]) + 1.0);
+        high = std::min(high, (row.snr[row.last] - smr_[0][0]) + 1.0);
     }
     // From the last frame's level outwards in growing strides until the answer lies in between, then by
     // halves. Trying a level costs about as much as three steps of the search; 1 dB apart, few are
@@ -265,7 +263,7 @@ void choose_joint_bound(const coder_config &config, const smr_table &smr, int fr
     do {
         --extension;
         // A bound beyond sblimit shares nothing.
-        side.joint_bound = std::min(joint_bounds[static_cast<unsigned>(extension)], sblimit);
+        side.joint_bound = std::min(joint_bounds[extension], sblimit);
     } while (needed(side.joint_bound) > frame_bits && extension > 0);
     header.mode_extension = static_cast<std::uint8_t>(extension);
 }

@@ -1,9 +1,9 @@
 #include "coding/scalefactors.hpp"
 
 #include "coding/scalefactor_table.hpp"
+#include "simd/table.hpp"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdint>
 
@@ -14,32 +14,32 @@ namespace {
 // Magnitudes by exponent and the top three bits of the mantissa: narrow enough bins that at most one
 // scale factor lies in each.
 constexpr int bin_shift = 52 - 3;
-constexpr std::int64_t bin_of(double magnitude) noexcept {
-    return static_cast<std::int64_t>(std::bit_cast<std::uint64_t>(magnitude) >> bin_shift);
+constexpr int bin_of(double magnitude) noexcept {
+    return static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> bin_shift);
 }
-constexpr std::int64_t first_bin = bin_of(0x1p-20), last_bin = bin_of(2.0);
+constexpr int first_bin = bin_of(0x1p-20), last_bin = bin_of(2.0);
 
 /// The index for the lower end of each bin; below the first one it is 62 throughout.
 constexpr auto index_of_bin = [] {
-    std::array<std::uint8_t, last_bin - first_bin + 1> table{};
-    for (std::int64_t bin = first_bin; bin <= last_bin; ++bin) {
+    table<std::uint8_t, last_bin - first_bin + 1> made{};
+    for (int bin = first_bin; bin <= last_bin; ++bin) {
         const double low = std::bit_cast<double>(static_cast<std::uint64_t>(bin) << bin_shift);
-        unsigned i = 62;
+        int i = 62;
         while (i > 0 && scalefactor_table[i] < low)
             --i;
-        table[static_cast<unsigned>(bin - first_bin)] = static_cast<std::uint8_t>(i);
+        made[bin - first_bin] = static_cast<std::uint8_t>(i);
     }
-    return table;
+    return made;
 }();
 
 /// Classes of a difference of two consecutive indexes, -62..62, at [difference + 62].
-constexpr std::array<std::uint8_t, 125> difference_class = [] {
-    std::array<std::uint8_t, 125> table{};
+constexpr table<std::uint8_t, 125> difference_class = [] {
+    table<std::uint8_t, 125> made{};
     for (int d = -62; d <= 62; ++d) {
         const int c = d <= -3 ? 0 : d < 0 ? 1 : d == 0 ? 2 : d < 3 ? 3 : 4;
-        table[static_cast<unsigned>(d + 62)] = static_cast<std::uint8_t>(c);
+        made[d + 62] = static_cast<std::uint8_t>(c);
     }
-    return table;
+    return made;
 }();
 
 /// How a subband's three indexes are sent: scfsi, and which of them each part uses; `smaller` is the
@@ -60,10 +60,10 @@ constexpr pattern pattern_table[5][5] = {
 } // namespace
 
 int scalefactor_index(double magnitude) noexcept {
-    const std::int64_t bin = std::clamp(bin_of(magnitude), first_bin, last_bin);
-    const unsigned index = index_of_bin[static_cast<unsigned>(bin - first_bin)];
+    const int bin = std::clamp(bin_of(magnitude), first_bin, last_bin);
+    const int index = index_of_bin[bin - first_bin];
     const int too_small = scalefactor_table[index] < magnitude;
-    return static_cast<int>(index) - (too_small & static_cast<int>(index > 0));
+    return index - (too_small & static_cast<int>(index > 0));
 }
 
 void compute_scalefactors(const coding_kernels &kernels, const part_samples &samples,
@@ -75,8 +75,8 @@ void compute_scalefactors(const coding_kernels &kernels, const part_samples &sam
 }
 
 int choose_scfsi(std::uint8_t &first, std::uint8_t &second, std::uint8_t &third) noexcept {
-    const pattern &chosen = pattern_table[difference_class[static_cast<unsigned>(first - second + 62)]]
-                                         [difference_class[static_cast<unsigned>(second - third + 62)]];
+    const pattern &chosen =
+        pattern_table[difference_class[first - second + 62]][difference_class[second - third + 62]];
     const std::uint8_t sources[4] = {first, second, third, std::min(first, third)};
     first = sources[chosen.use[0]];
     second = sources[chosen.use[1]];

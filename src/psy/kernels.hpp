@@ -9,8 +9,6 @@
 #include "psy/tuned_tables.hpp"
 #include "simd/level.hpp"
 
-#include <array>
-
 namespace vela {
 
 inline constexpr int transform_length = 1024;

@@ -11,22 +11,22 @@ namespace vela {
 namespace {
 
 /// Upper edges of the critical bands in Hz; entry n is n bark.
-constexpr std::array<double, 27> band_edges{0,    100,  200,  300,  400,  510,   630,   770,   920,
-                                            1080, 1270, 1480, 1720, 2000, 2320,  2700,  3150,  3700,
-                                            4400, 5300, 6400, 7700, 9500, 12000, 15500, 25000, 30000};
+constexpr table<double, 27> band_edges{0,    100,  200,  300,  400,  510,   630,   770,   920,
+                                       1080, 1270, 1480, 1720, 2000, 2320,  2700,  3150,  3700,
+                                       4400, 5300, 6400, 7700, 9500, 12000, 15500, 25000, 30000};
 
 /// Least masking offset in dB by rounded bark value.
-constexpr std::array<double, 27> min_offset_by_bark{20,  20,  20,  20,  20,  17,  15,  10,  7,
-                                                    4.4, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5,
-                                                    4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 3.5, 3.5, 3.5};
+constexpr table<double, 27> min_offset_by_bark{20,  20,  20,  20,  20,  17,  15,  10,  7,
+                                               4.4, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 4.5,
+                                               4.5, 4.5, 4.5, 4.5, 4.5, 4.5, 3.5, 3.5, 3.5};
 
 double bark_of(double hz) noexcept {
     if (hz <= 100) return hz / 100;
     int j = 2;
-    while (hz > band_edges[at(j)])
+    while (hz > band_edges[j])
         ++j;
-    const double low = band_edges[at(j - 1)];
-    return (j - 1) + (hz - low) / (band_edges[at(j)] - low);
+    const double low = band_edges[j - 1];
+    return (j - 1) + (hz - low) / (band_edges[j] - low);
 }
 
 /// Gain of the spreading function from a masker to a maskee at the given bark values.
@@ -45,26 +45,26 @@ void lay_runs(partition_tables &tables) noexcept {
     tables.run_count = 0;
     int subband = 0;
     for (int line = 0; line < line_count; ++line) {
-        const int partition = tables.of_line[at(line)];
-        const bool closes_partition = line + 1 == tables.first_line[at(partition + 1)];
+        const int partition = tables.of_line[line];
+        const bool closes_partition = line + 1 == tables.first_line[partition + 1];
         const bool closes_subband = line == 16 * (subband + 1);
         if (!closes_partition && !closes_subband) continue;
-        tables.run_list[at(tables.run_count++)] = {line + 1, partition, subband, closes_partition,
-                                                   closes_subband};
+        tables.run_list[tables.run_count++] = {line + 1, partition, subband, closes_partition,
+                                               closes_subband};
         subband += closes_subband;
     }
 }
 
 /// Fills the maskee's column of the spreading matrix; returns the sum of its whole row, gains outside
 /// the run included.
-double lay_spreading(partition_tables &tables, const std::array<double, partition_count> &bark,
+double lay_spreading(partition_tables &tables, const table<double, partition_count> &bark,
                      int maskee) noexcept {
     double sum = 0;
     bool before_run = true, in_run = false;
-    int &group_first = tables.first_masker[at(maskee / spreading_group)];
-    int &group_end = tables.end_masker[at(maskee / spreading_group)];
+    int &group_first = tables.first_masker[maskee / spreading_group];
+    int &group_end = tables.end_masker[maskee / spreading_group];
     for (int masker = 0; masker < partition_count; ++masker) {
-        const double gain = spreading_gain(bark[at(maskee)], bark[at(masker)]);
+        const double gain = spreading_gain(bark[maskee], bark[masker]);
         sum += gain;
         if (before_run && gain != 0) {
             before_run = false;
@@ -73,7 +73,7 @@ double lay_spreading(partition_tables &tables, const std::array<double, partitio
             in_run = false;
         }
         if (!in_run) continue;
-        tables.spreading[at(maskee / spreading_group)][at(masker)][at(maskee % spreading_group)] = gain;
+        tables.spreading[maskee / spreading_group][masker][maskee % spreading_group] = gain;
         group_first = std::min(group_first, masker);
         group_end = std::max(group_end, masker + 1);
     }
@@ -82,27 +82,27 @@ double lay_spreading(partition_tables &tables, const std::array<double, partitio
 
 } // namespace
 
-std::array<double, partition_count> lay_partitions(partition_lines &lines, int sample_rate) noexcept {
-    std::array<double, partition_count> bark{};
+table<double, partition_count> lay_partitions(partition_lines &lines, int sample_rate) noexcept {
+    table<double, partition_count> bark{};
     const auto bark_of_line = [sample_rate](int line) {
         return bark_of(line * (sample_rate * 0.0009765625));
     };
-    lines.first_line.fill(line_count);
+    std::ranges::fill(lines.first_line, line_count);
     lines.first_line[0] = 0;
     int partition = 0;
     double lower = bark_of_line(0), sum = 0;
     for (int line = 0; line < line_count; ++line) {
         const double value = bark_of_line(line);
         if (value - lower > 0.33) {
-            bark[at(partition)] = sum / (line - lines.first_line[at(partition)]);
-            lines.first_line[at(++partition)] = line;
+            bark[partition] = sum / (line - lines.first_line[partition]);
+            lines.first_line[++partition] = line;
             lower = value;
             sum = 0;
         }
         sum += value;
-        lines.of_line[at(line)] = static_cast<unsigned char>(partition);
+        lines.of_line[line] = static_cast<unsigned char>(partition);
     }
-    bark[at(partition)] = sum / (line_count - lines.first_line[at(partition)]);
+    bark[partition] = sum / (line_count - lines.first_line[partition]);
     return bark;
 }
 
@@ -110,18 +110,18 @@ void make_partition_tables(partition_tables &tables, int sample_rate) noexcept {
     const auto bark = lay_partitions(tables, sample_rate);
     lay_runs(tables);
     tables.spreading = {};
-    tables.quiet = quiet_threshold(sample_rate).data();
-    tables.first_masker.fill(partition_count);
-    tables.end_masker.fill(0);
-    tables.tone_masking.fill(24.5);
-    tables.min_offset.fill(0);
-    tables.spread_norm.fill(1);
+    tables.quiet = quiet_threshold(sample_rate).begin();
+    std::ranges::fill(tables.first_masker, partition_count);
+    std::ranges::fill(tables.end_masker, 0);
+    std::ranges::fill(tables.tone_masking, 24.5);
+    std::ranges::fill(tables.min_offset, 0);
+    std::ranges::fill(tables.spread_norm, 1);
     for (int p = 0; p < partition_count; ++p) {
-        tables.tone_masking[at(p)] = std::max(bark[at(p)] + 15.5, 24.5);
-        tables.min_offset[at(p)] = min_offset_by_bark[at(static_cast<int>(bark[at(p)] + 0.5))];
+        tables.tone_masking[p] = std::max(bark[p] + 15.5, 24.5);
+        tables.min_offset[p] = min_offset_by_bark[static_cast<int>(bark[p] + 0.5)];
         const double row_sum = lay_spreading(tables, bark, p);
-        const int lines = tables.first_line[at(p + 1)] - tables.first_line[at(p)];
-        if (lines > 0) tables.spread_norm[at(p)] = lines * row_sum;
+        const int lines = tables.first_line[p + 1] - tables.first_line[p];
+        if (lines > 0) tables.spread_norm[p] = lines * row_sum;
     }
 }
 

@@ -2,10 +2,7 @@
 #pragma once
 
 #include "psy/quiet_threshold.hpp"
-
-#include <array>
-#include <cstddef>
-#include <span>
+#include "simd/table.hpp"
 
 namespace vela {
 
@@ -15,11 +12,6 @@ inline constexpr int partition_count = 63;
 inline constexpr int padded_partitions = 64;
 /// Rows of the spreading matrix that are multiplied side by side.
 inline constexpr int spreading_group = 4;
-
-/// What arrays are indexed with.
-constexpr unsigned at(int i) noexcept {
-    return static_cast<unsigned>(i);
-}
 
 /// Consecutive lines of one partition and one subband.
 struct line_run {
@@ -31,39 +23,35 @@ struct line_run {
 /// The threshold calculation partitions.
 struct partition_lines {
     /// First line of each partition, then line_count; partitions without lines repeat line_count.
-    std::array<int, padded_partitions + 1> first_line;
+    table<int, padded_partitions + 1> first_line;
     /// Partition of each line.
-    std::array<unsigned char, line_count> of_line;
+    table<unsigned char, line_count> of_line;
 };
 
 /// Lays the partitions: a line opens a new one when it lies more than 0.33 bark above the first line of
 /// the open one. Returns the mean bark value of each partition, 0 for those without lines.
-std::array<double, partition_count> lay_partitions(partition_lines &lines, int sample_rate) noexcept;
+table<double, partition_count> lay_partitions(partition_lines &lines, int sample_rate) noexcept;
 
 /// Everything about the masking model that depends on the sampling rate alone (ISO/IEC 11172-3, D.2,
 /// with the partitions computed from critical band edges instead of tabulated per rate).
 struct partition_tables : partition_lines {
     /// All lines, in order, as runs.
-    std::array<line_run, partition_count + 32> run_list;
+    table<line_run, partition_count + 32> run_list;
     int run_count;
-    std::span<const line_run> runs() const noexcept {
-        return std::span(run_list).first(static_cast<std::size_t>(run_count));
-    }
     /// Masking offset of a tone in dB: max(bark + 15.5, 24.5).
-    std::array<double, padded_partitions> tone_masking;
+    table<double, padded_partitions> tone_masking;
     /// Least offset in dB by the partition's bark value, rounded.
-    std::array<double, padded_partitions> min_offset;
+    table<double, padded_partitions> min_offset;
     /// Lines of the partition times the sum of its spreading row, so that a masking threshold is one
     /// per line; 1 for partitions without lines, whose results nobody reads.
-    std::array<double, padded_partitions> spread_norm;
+    table<double, padded_partitions> spread_norm;
     /// spreading[group][masker][i]: the gain from a masker's energy into partition group * 4 + i. Zero
     /// outside each maskee's run of maskers, which starts at its first non-zero gain and ends before
     /// the next zero.
-    std::array<std::array<std::array<double, spreading_group>, partition_count>,
-               padded_partitions / spreading_group>
+    table<table<table<double, spreading_group>, partition_count>, padded_partitions / spreading_group>
         spreading;
     /// For each group of maskees, the maskers that any of them hears: first, and one past the last.
-    std::array<int, padded_partitions / spreading_group> first_masker, end_masker;
+    table<int, padded_partitions / spreading_group> first_masker, end_masker;
     /// Threshold in quiet per line.
     const double *quiet;
 };

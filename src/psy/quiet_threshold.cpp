@@ -45,7 +45,7 @@ struct rate_rows {
     int short_run;       ///< first line of a run of four among those of eight; -1 without one
     int last_rising_run; ///< first line of the run before the final one
     int final_line;      ///< first line of the final run
-    std::array<fixed_run, 5> fixed;
+    table<fixed_run, 5> fixed;
 };
 
 consteval int run_length(const rate_rows &rows, int line) {
@@ -66,21 +66,21 @@ consteval bool follows_formula(const rate_rows &rows) {
     return true;
 }
 
-consteval std::array<double, line_count> make_table(const rate_rows &rows) {
-    std::array<double, line_count> table{};
+consteval table<double, line_count> make_table(const rate_rows &rows) {
+    table<double, line_count> made{};
     for (int line = 0; line < rows.final_line;) {
         const int end = line + run_length(rows, line);
         const double value = run_threshold(end, rows.sample_rate);
         for (; line < end; ++line)
-            table[static_cast<unsigned>(line)] = value;
+            made[line] = value;
     }
     for (int line = rows.final_line; line < line_count; ++line)
-        table[static_cast<unsigned>(line)] = final_run;
+        made[line] = final_run;
     for (const fixed_run &run : rows.fixed) {
         for (int line = run.first; line < run.end; ++line)
-            table[static_cast<unsigned>(line)] = run.value;
+            made[line] = run.value;
     }
-    return table;
+    return made;
 }
 
 constexpr rate_rows rows_48000{48000,
@@ -119,7 +119,7 @@ constexpr auto table_48000 = make_table(rows_48000), table_44100 = make_table(ro
 
 } // namespace
 
-const std::array<double, line_count> &quiet_threshold(int sample_rate) noexcept {
+const table<double, line_count> &quiet_threshold(int sample_rate) noexcept {
     switch (sample_rate) {
     case 32000:
         return table_32000;

@@ -1,7 +1,7 @@
 // The threshold in quiet per transform line.
 #pragma once
 
-#include <array>
+#include "simd/table.hpp"
 
 namespace vela {
 
@@ -12,6 +12,6 @@ inline constexpr int line_count = 513;
 /// window, unnormalised transform), constant over runs of 1, 2, 4 and 8 lines that widen with
 /// frequency.
 /// @param sample_rate  32000 or 44100 Hz; every other rate gets the 48000 Hz table
-const std::array<double, line_count> &quiet_threshold(int sample_rate) noexcept;
+const table<double, line_count> &quiet_threshold(int sample_rate) noexcept;
 
 } // namespace vela

@@ -3,16 +3,16 @@
 
 #include "psy/kernels.hpp"
 #include "simd/math.hpp"
+#include "simd/table.hpp"
 
-#include <array>
 #include <cstdint>
 
 namespace vela::VELA_LEVEL {
 
 /// Where the transform leaves H[k]: the place of k with its ten bits reversed.
-inline constexpr std::array<std::uint16_t, transform_length> place_of = [] {
-    std::array<std::uint16_t, transform_length> reversed{};
-    for (unsigned i = 1; i < transform_length; ++i) {
+inline constexpr table<std::uint16_t, transform_length> place_of = [] {
+    table<std::uint16_t, transform_length> reversed{};
+    for (int i = 1; i < transform_length; ++i) {
         reversed[i] = static_cast<std::uint16_t>(reversed[i / 2] / 2 + (i % 2) * transform_length / 2);
     }
     return reversed;
@@ -51,8 +51,8 @@ VELA_INLINE void set_line(line_block<V> &block, int i, V re, V im, V energy) {
 /// Line k = 1 .. 511.
 template <class V>
 VELA_INLINE void read_pair(line_block<V> &block, int i, const double *x, int k) {
-    const V a = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(k)]);
-    const V b = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(transform_length - k)]);
+    const V a = load<V>(x + lanes<V> * place_of[k]);
+    const V b = load<V>(x + lanes<V> * place_of[transform_length - k]);
     const V re = a + b, im = b - a;
     set_line(block, i, re, im, re * re + im * im);
 }
@@ -60,7 +60,7 @@ VELA_INLINE void read_pair(line_block<V> &block, int i, const double *x, int k) 
 /// Lines 0 and 512.
 template <class V>
 VELA_INLINE void read_unpaired(line_block<V> &block, int i, const double *x, int k) {
-    const V h = load<V>(x + lanes<V> * place_of[static_cast<unsigned>(k)]);
+    const V h = load<V>(x + lanes<V> * place_of[k]);
     set_line(block, i, h, h, splat<V>(4.0) * h * h);
 }
 
@@ -152,7 +152,7 @@ void analyze_lines(const partition_tables &tables, const double *x, double *hist
     predict<V, passes>(block, 0, latest, oldest);
     sums.add(block, 0);
 
-    const line_run *run = tables.runs().data();
+    const line_run *run = tables.run_list.begin();
     int k = 1;
     for (int sb = 0; sb < 32; ++sb) {
         // Lines 16 sb + 1 .. 16 sb + 16, the last of which closes the subband.

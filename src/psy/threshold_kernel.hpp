@@ -19,7 +19,7 @@ template <class V>
 VELA_INLINE void spread(const partition_tables &tables, const spectrum_sums &sums,
                         spread_sums<V> &heard) {
     constexpr int L = lanes<V>;
-    for (unsigned group = 0; group < padded_partitions / spreading_group; ++group) {
+    for (int group = 0; group < padded_partitions / spreading_group; ++group) {
         V energy[spreading_group], weighted[spreading_group];
         for (int i = 0; i < spreading_group; ++i)
             energy[i] = weighted[i] = splat<V>(0.0);
@@ -27,13 +27,13 @@ VELA_INLINE void spread(const partition_tables &tables, const spectrum_sums &sum
         for (int masker = tables.first_masker[group]; masker < tables.end_masker[group]; ++masker) {
             const V e = load<V>(sums.energy + masker * L), w = load<V>(sums.weighted + masker * L);
 #pragma GCC unroll 4
-            for (unsigned i = 0; i < spreading_group; ++i) {
-                const V gain = splat<V>(gains[static_cast<unsigned>(masker)][i]);
+            for (int i = 0; i < spreading_group; ++i) {
+                const V gain = splat<V>(gains[masker][i]);
                 energy[i] = energy[i] + e * gain;
                 weighted[i] = weighted[i] + gain * w;
             }
         }
-        for (unsigned i = 0; i < spreading_group; ++i) {
+        for (int i = 0; i < spreading_group; ++i) {
             heard.energy[group * spreading_group + i] = energy[i];
             heard.weighted[group * spreading_group + i] = weighted[i];
         }
@@ -44,7 +44,7 @@ VELA_INLINE void spread(const partition_tables &tables, const spectrum_sums &sum
 /// energy.
 /// @param c  unpredictability, limited to 0.05 .. 0.5
 template <class V>
-VELA_INLINE V masking_offset(const partition_tables &tables, unsigned p, V c) {
+VELA_INLINE V masking_offset(const partition_tables &tables, int p, V c) {
     // Tonality: 1 for c = 0.05 and below, 0 for 0.5 and above, -log10 c - log10 2 in between.
     const V tonality = splat<V>(-0.434294482) * logarithm(c) - splat<V>(0.301029996);
     const V offset =
@@ -60,14 +60,14 @@ void mask(const partition_tables &tables, const spectrum_sums &sums, double *out
     spread(tables, sums, heard);
     const V zero = splat<V>(0.0);
     V c[padded_partitions], offset[padded_partitions];
-    for (unsigned p = 0; p < padded_partitions; ++p) {
+    for (int p = 0; p < padded_partitions; ++p) {
         const V energy = heard.energy[p];
         const V unpredictability = select(energy == zero, zero, heard.weighted[p] / energy);
         c[p] = clamp(unpredictability, splat<V>(0.05), splat<V>(0.5));
     }
-    for (unsigned p = 0; p < padded_partitions; ++p)
+    for (int p = 0; p < padded_partitions; ++p)
         offset[p] = masking_offset(tables, p, c[p]);
-    for (unsigned p = 0; p < padded_partitions; ++p) {
+    for (int p = 0; p < padded_partitions; ++p) {
         const V base = heard.energy[p] / splat<V>(tables.spread_norm[p]);
         store(out + p * lanes<V>, base * exponential(splat<V>(-ln10_by_10) * offset[p]));
     }
@@ -80,8 +80,7 @@ template <class V>
 VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask, double *previous,
                              int k) {
     constexpr int L = lanes<V>;
-    const V t =
-        max_of(load<V>(mask + L * tables.of_line[static_cast<unsigned>(k)]), splat<V>(tables.quiet[k]));
+    const V t = max_of(load<V>(mask + L * tables.of_line[k]), splat<V>(tables.quiet[k]));
     if (previous == nullptr) return t;
     const V limit = load<V>(previous + k * L);
     store(previous + k * L, splat<V>(32.0) * t);

@@ -5,39 +5,39 @@
 #include "psy/kernels.hpp"
 #include "simd/const_math.hpp"
 #include "simd/lanes.hpp"
+#include "simd/table.hpp"
 
-#include <array>
 #include <cstdint>
 
 namespace vela::VELA_LEVEL {
 
 /// hann_window[i] = (1 - cos((i - 0.5) 2 pi / 1024)) / 2.
-inline constexpr std::array<double, transform_length> hann_window = [] {
-    std::array<double, transform_length> window{};
-    for (unsigned i = 0; i < transform_length; ++i) {
+inline constexpr table<double, transform_length> hann_window = [] {
+    table<double, transform_length> window{};
+    for (int i = 0; i < transform_length; ++i) {
         window[i] = 0.5 * (1 - const_math::cosine((i - 0.5) * 6.28318530717958 / 1024));
     }
     return window;
 }();
 
 /// cos(2 pi i / 1024), i = 0..255; sin(2 pi i / 1024) is entry 256 - i.
-inline constexpr std::array<double, 256> quarter_wave = [] {
-    std::array<double, 256> c{};
-    for (unsigned i = 0; i < 256; ++i)
+inline constexpr table<double, 256> quarter_wave = [] {
+    table<double, 256> c{};
+    for (int i = 0; i < 256; ++i)
         c[i] = const_math::cosine(i * 0.006135923151542565);
     return c;
 }();
 
 /// cos and sin of three times the angle 2 pi i / 1024, i = 0..127.
-inline constexpr std::array<double, 128> triple_cosine = [] {
-    std::array<double, 128> c{};
-    for (unsigned i = 1; i < 128; ++i)
+inline constexpr table<double, 128> triple_cosine = [] {
+    table<double, 128> c{};
+    for (int i = 1; i < 128; ++i)
         c[i] = 3 * i < 256 ? quarter_wave[3 * i] : -quarter_wave[512 - 3 * i];
     return c;
 }();
-inline constexpr std::array<double, 128> triple_sine = [] {
-    std::array<double, 128> s{};
-    for (unsigned i = 1; i < 128; ++i)
+inline constexpr table<double, 128> triple_sine = [] {
+    table<double, 128> s{};
+    for (int i = 1; i < 128; ++i)
         s[i] = quarter_wave[3 * i < 256 ? 256 - 3 * i : 3 * i - 256];
     return s;
 }();
@@ -66,9 +66,9 @@ VELA_INLINE void butterflies(V *x) {
         q[half + quarter] = e1 * root2;
     }
     // ... and the others, index j together with its mirror image n/4 - j.
-    constexpr auto stride = static_cast<unsigned>(transform_length / n);
+    constexpr int stride = transform_length / n;
     for (int j = 1; j < eighth; ++j) {
-        const unsigned angle = static_cast<unsigned>(j) * stride;
+        const int angle = j * stride;
         const V cc1 = splat<V>(quarter_wave[angle]), ss1 = splat<V>(quarter_wave[256 - angle]);
         const V cc3 = splat<V>(triple_cosine[angle]), ss3 = splat<V>(triple_sine[angle]);
         V *const p = x + j;
@@ -128,7 +128,7 @@ void transform(const float *const *windows, double *out) noexcept {
     V *const x = reinterpret_cast<V *>(out);
     for (int i = 0; i < transform_length; i += lanes<V>) {
         V rows[lanes<V>];
-        const V weights = load<V>(hann_window.data() + i);
+        const V weights = load<V>(hann_window.begin() + i);
         for (int t = 0; t < lanes<V>; ++t)
             rows[t] = load_floats<V>(windows[t] + i) * weights;
         transpose(rows);

@@ -13,15 +13,15 @@ namespace vela::VELA_LEVEL {
 template <class V>
 void partition_energies(const partition_lines &partitions, const double *x, double *energy) noexcept {
     constexpr int L = lanes<V>;
-    const auto value = [x](int k) { return load<V>(x + L * place_of[static_cast<unsigned>(k)]); };
+    const auto value = [x](int k) { return load<V>(x + L * place_of[k]); };
     const V half = splat<V>(0.5);
-    for (unsigned p = 0; p < padded_partitions; ++p) {
+    for (int p = 0; p < padded_partitions; ++p) {
         V sum = splat<V>(0.0);
         for (int k = partitions.first_line[p]; k < partitions.first_line[p + 1]; ++k) {
             const V a = value(k), b = value((transform_length - k) % transform_length);
             sum = sum + (a * a + b * b);
         }
-        store(energy + static_cast<int>(p) * L, half * sum);
+        store(energy + p * L, half * sum);
     }
     // Line 512 is its own partner, as line 0 is: both are right as they are.
 }
@@ -33,15 +33,15 @@ VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&ou
     for (int p = 0; p < padded_partitions; ++p)
         amplitude[p] = square_root(load<V>(energy + p * lanes<V>));
     V upward = splat<V>(0.0), downward = splat<V>(0.0);
-    for (unsigned p = 0; p < padded_partitions; ++p) {
+    for (int p = 0; p < padded_partitions; ++p) {
         upward = amplitude[p] + upward * splat<V>(tables.upward[p]);
         out[p] = upward;
     }
-    for (unsigned p = padded_partitions - 1; p > 0; --p) {
+    for (int p = padded_partitions - 1; p > 0; --p) {
         downward = (amplitude[p] + downward) * splat<V>(tables.downward[p - 1]);
         out[p - 1] = out[p - 1] + downward;
     }
-    for (unsigned p = 0; p < padded_partitions; ++p) {
+    for (int p = 0; p < padded_partitions; ++p) {
         const V scaled = out[p] * splat<V>(tables.spread_scale[p]);
         out[p] = scaled * scaled;
     }
@@ -78,25 +78,25 @@ void weigh_noise(const tuned_tables &tables, const double *energy, double *histo
     excite(tables, energy, value);
     // The limits matter for infinities in the input only: every weight is finite.
     const V fading = splat<V>(tables.fading), highest = splat<V>(1e300);
-    const auto threshold_of = [&](V excitation, unsigned p) {
+    const auto threshold_of = [&](V excitation, int p) {
         return min_of(excitation * splat<V>(tables.mask_share[p]) + splat<V>(tables.quiet[p]), highest);
     };
-    for (unsigned p = 0; p < padded_partitions; ++p) {
-        const int i = static_cast<int>(p) * L;
+    for (int p = 0; p < padded_partitions; ++p) {
+        const int i = p * L;
         const past_excitations<V> past = exchange<V, passes>(value[p], latest + i, oldest + i);
         const V masking = max_of(fading * max_of(fading * past.before2, past.before1), value[p]);
         const V threshold = threshold_of(masking, p);
         const V before = threshold_of(min_of(past.before2, past.before1), p);
         value[p] = splat<V>(1.0) / threshold + splat<V>(noise_before_attacks) / before;
     }
-    for (unsigned p = 0; p < padded_partitions; ++p)
+    for (int p = 0; p < padded_partitions; ++p)
         value[p] = exponential(splat<V>(0.95) * logarithm(value[p]));
-    const double *share = tables.heard_share.data();
-    for (unsigned sb = 0; sb < 32; ++sb) {
+    const double *share = tables.heard_share.begin();
+    for (int sb = 0; sb < 32; ++sb) {
         V sum = splat<V>(0.0);
         for (int p = tables.first_heard[sb]; p < tables.end_heard[sb]; ++p)
             sum = sum + splat<V>(*share++) * value[p];
-        store(weight + static_cast<int>(sb) * L, sum);
+        store(weight + sb * L, sum);
     }
 }
 

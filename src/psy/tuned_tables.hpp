@@ -3,8 +3,6 @@
 
 #include "psy/partitions.hpp"
 
-#include <array>
-
 namespace vela {
 
 /// What a part's noise counts where it precedes an attack: the filterbank spreads it to samples that only
@@ -18,21 +16,21 @@ struct tuned_tables {
     partition_lines partitions;
     /// What is left of an amplitude that masks the next partition above (from p - 1 to p) and below
     /// (from p + 1 to p): slopes of 10 dB and 27 dB a Bark.
-    std::array<double, padded_partitions> upward, downward;
+    table<double, padded_partitions> upward, downward;
     /// Makes a spectrum of the same energy in every Bark its own excitation.
-    std::array<double, padded_partitions> spread_scale;
+    table<double, padded_partitions> spread_scale;
     /// From a partition's excitation to the threshold of each of its lines.
-    std::array<double, padded_partitions> mask_share;
+    table<double, padded_partitions> mask_share;
     /// Threshold in quiet of each of its lines.
-    std::array<double, padded_partitions> quiet;
+    table<double, padded_partitions> quiet;
     /// What is left of an excitation after one pass.
     double fading;
 
     /// For each subband, the partitions that its noise falls into: first, and one past the last; and,
     /// one subband after the other, how much of it counts there: sums of
     /// cos^2(pi d / 2) dz_k over the partition's lines k, d = |k - 16 sb - 8| / 16 < 1.
-    std::array<int, 32> first_heard, end_heard;
-    std::array<double, 2 * padded_partitions + 64> heard_share;
+    table<int, 32> first_heard, end_heard;
+    table<double, 2 * padded_partitions + 64> heard_share;
 };
 
 /// @param step  samples from one pass to the next

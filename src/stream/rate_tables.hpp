@@ -1,9 +1,8 @@
 // Bitrates and sampling frequencies behind the header's indexes.
 #pragma once
 
+#include "simd/table.hpp"
 #include "vela_enc_mp1a/settings.h"
-
-#include <array>
 
 namespace vela {
 
@@ -19,7 +18,7 @@ inline constexpr int bitrate_kbps(int layer, int bitrate_index) noexcept {
 }
 
 /// kHz by the header's sampling_frequency index.
-inline constexpr std::array<double, 3> sampling_frequency_khz{44.1, 48.0, 32.0};
+inline constexpr table<double, 3> sampling_frequency_khz{44.1, 48.0, 32.0};
 
 /// The header's sampling_frequency index of a rate in Hz; -1 when MPEG-1 has no such rate.
 inline constexpr int sampling_frequency_index(int sample_rate) noexcept {
