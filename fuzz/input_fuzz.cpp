@@ -1,8 +1,10 @@
-// Damaged sound files: any bytes as a file and as a pipe. They are read to their end or refused with a
-// message; nothing crashes, hangs, reads outside, or lets a size in the file decide how much memory is taken.
+// Damaged sound files: any bytes as a file, in a folder that is searched too, and as a pipe. They are read to
+// their end or refused with a message; nothing crashes, hangs, reads outside, or lets a size in the file decide
+// how much memory is taken.
 #include "byte_source.hpp"
 #include "common/failure.hpp"
 #include "input/open_pcm.hpp"
+#include "input/sound_files.hpp"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -60,7 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         ::close(ends[1]);
     else
         ::lseek(ends[0], 0, SEEK_SET);
-    read_all("/proc/self/fd/" + std::to_string(ends[0]), wishes);
+    const std::string name = "/proc/self/fd/" + std::to_string(ends[0]);
+    if (!piped) tools::is_sound_file(name);
+    read_all(name, wishes);
     ::close(ends[0]);
     return 0;
 }

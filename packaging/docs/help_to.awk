@@ -97,6 +97,7 @@ function words(n,    w) {
 }
 
 function is_file(n) { return value[n] ~ /FILE|DIR|FOLDER|PATH|LIST/ }
+function is_folder(n) { return value[n] ~ /DIR|FOLDER/ }
 
 function write_bash(    n, all, flat) {
     printf "# bash completion for %s\n_%s() {\n    local word=$2\n    COMPREPLY=()\n    case $3 in\n", program, program
@@ -109,7 +110,7 @@ function write_bash(    n, all, flat) {
         gsub(/ /, " | ", flat)
         printf "        %s)\n", flat
         if (words(n) != "") printf "            mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$word\")\n", words(n)
-        else if (is_file(n)) printf "            mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n"
+        else if (is_file(n)) printf "            mapfile -t COMPREPLY < <(compgen -%s -- \"$word\")\n", is_folder(n) ? "d" : "f"
         printf "            return\n            ;;\n"
     }
     printf "    esac\n    case $word in\n        -*) mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$word\") ;;\n", all
@@ -125,7 +126,7 @@ function write_zsh(    n, i, count, name, quoted, action) {
         gsub(/\[|\]|:/, "\\\\&", quoted)
         action = value[n] == "" ? "" : ":" value[n] ":"
         if (words(n) != "") action = ":value:(" words(n) ")"
-        else if (is_file(n)) action = action "_files"
+        else if (is_file(n)) action = action (is_folder(n) ? "_files -/" : "_files")
         count = split(names[n], name, ",")
         for (i = 1; i <= count; ++i) printf "    '%s[%s]%s' \\\n", name[i], quoted, action
     }
@@ -139,6 +140,7 @@ function write_fish(    n, i, count, name, quoted) {
         count = split(names[n], name, ",")
         for (i = 1; i <= count; ++i) printf name[i] ~ /^--/ ? " -l %s" : " -s %s", substr(name[i], name[i] ~ /^--/ ? 3 : 2)
         if (words(n) != "") printf " -x -a '%s'", words(n)
+        else if (is_folder(n)) printf " -x -a '(__fish_complete_directories)'"
         else if (is_file(n)) printf " -r -F"
         else if (value[n] != "") printf " -x"
         quoted = text[n]

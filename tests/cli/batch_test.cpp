@@ -1,8 +1,10 @@
 // Many files at a time: which ones, where to, what fails, what is left to do, and what the report says.
 #include "workbench.hpp"
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <unistd.h>
 
 namespace velaenc_test {
 namespace {
@@ -14,9 +16,10 @@ class batch_test : public workbench {
         unsigned seed = 0;
         for (const std::string name : {"in/one.wav", "in/a/two.wav", "in/a/b/three", "in/a/b/four.wav"})
             put(name, wav(pcm(noise(9600, ++seed)), 2, 48000));
-        put("in/a/empty.wav", "");
-        put("in/a/text.wav", "This has the name of a sound file and is none.\n");
-        shell("touch -d '1 hour ago' $(find in -type f)");
+        put("in/a/empty", "");
+        put("in/a/letter", "\xFF\xFEL\0e\0t\0"); // begins as a frame might
+        shell("ln -s a in/link; ln -s nowhere in/dangling; "
+              "touch -d '1 hour ago' $(find in -type f)");
     }
 
     /// Names below a folder, sorted and with a blank between them.
@@ -61,7 +64,8 @@ TEST_F(batch_test, folders_lists_and_patterns_give_the_names_that_they_promise) 
         shell("rm -r out");
     }
     // Its own output is no input, wherever the folder lies.
-    run("velaenc --output-dir in/out -r in; velaenc --output-dir in/out -r in");
+    run("velaenc --output-dir in/out -r in; velaenc --output-dir in/out -r in", 0,
+        "4 files: 4 encoded, 0 failed, 3 others left out, 1 linked folder not entered; ");
     EXPECT_EQ(files_in("in/out"), all);
 }
 
@@ -83,6 +87,7 @@ TEST_F(batch_test, nothing_is_encoded_when_the_batch_makes_no_sense) {
         {"--output-dir out in/one.wav --timestamps x", "--timestamps"},
         {"--resume in/one.wav", "--output-dir"},
         {"in/one.wav out more", "--output-dir DIR"},
+        {"-r in --output-dir in/.", "name another --output-dir"},
     };
     for (const auto &[arguments, words] : cases) {
         run("velaenc " + arguments, 1, words);
@@ -90,38 +95,92 @@ TEST_F(batch_test, nothing_is_encoded_when_the_batch_makes_no_sense) {
     }
 }
 
-TEST_F(batch_test, a_bad_file_is_told_and_the_others_are_encoded) {
-    put("in/a/cut.wav", get("in/one.wav").substr(0, 1000));
-    put("in/a/22.wav", wav(pcm(noise(9600)), 12, 48000));
-    const auto result =
-        batch("-r in in/missing.wav --report report --preset dvd", 6, "3 files failed:\n");
-    EXPECT_EQ(files_in("out"), all);
-    const auto table = result.err.rfind("3 files failed:\n");
-    for (const char *words :
-         {"  in/a/22.wav  ", "  in/a/cut.wav    is truncated", "  in/missing.wav  "})
-        EXPECT_NE(result.err.find(words, table), std::string::npos) << words << result.err;
-    std::size_t failed = 0;
-    const auto lines = report();
-    ASSERT_EQ(lines.size(), 7u);
-    for (const auto &line : lines) {
-        failed += line["status"] == "failed" && !line["error"].get<std::string>().empty();
-        if (!line["error"].is_null()) continue;
-        const std::string output = line["output"];
-        EXPECT_EQ(line["frames"], frames_of(get(output)).size());
+TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) {
+    // Texts of lying sizes, which libsndfile looks for during minutes.
+    const std::string busy =
+        std::string("RF64FO\0\0WAVEfmt \x10\0\0\0\1\0\0\2\5+\0\0\0\0\0\0\2\0\4\0INFO", 40)
+        + std::string(44, '\xFF') + "\6" + std::string(60, '\xFF') + std::string(4, '\0');
+    const struct {
+        std::string name, bytes, why;
+    } bad[] = {
+        {"22.wav", wav(pcm(noise(9600)), 12, 48000), "the input has 12 channels"},
+        {"busy", busy, "cannot read in/bad/busy"},
+        {"cut.wav", get("in/one.wav").substr(0, 1000), "is truncated"},
+        {"empty.flac", "", "is empty"},
+        {"film.MKV", "\x1A\x45\xDF\xA3", "cannot read in/bad/film.MKV"},
+        {"riff", "RIFFsizeWAVEfmt ", "cannot read in/bad/riff"},
+        {"song.m4a", std::string(3, '\0') + " ftypM4A ", "cannot read in/bad/song.m4a"},
+        {"zeroed.wav", std::string(10000, '\0'), "cannot read in/bad/zeroed.wav"},
+    };
+    shell("mkdir in/bad in/good in/none; ln -s nowhere in/bad/gone.wav; mkfifo in/bad/pipe.wav; cp "
+          "in/one.wav in/good/..x.wav;"
+          "cp in/one.wav $'in/good/\\xFF.wav'; ffmpeg -v error -i in/one.wav -f caf - | cat > "
+          "in/good/caf");
+    for (const auto &[name, bytes, why] : bad)
+        put("in/bad/" + name, bytes);
+    const auto result = batch("-r in in/none --report report --preset dvd", 6,
+                              "18 files: 7 encoded, 11 failed, 3 others left out, 1 linked");
+    EXPECT_EQ(files_in("out"), "./a/b/four.mp2 ./a/b/three.mp2 ./a/two.mp2 ./good/..x.mp2 "
+                               "./good/caf.mp2 ./good/\xFF.mp2 ./one.mp2 ");
+    const auto table = result.err.find("11 files failed:\n");
+    ASSERT_NE(table, std::string::npos) << result.err;
+    std::map<std::string, std::string> errors;
+    for (const auto &line : report()) {
+        const std::string input = line["input"], status = line["status"];
+        EXPECT_EQ(line["options"], nlohmann::json({"--preset=dvd"}));
+        if (!line["error"].is_null()) {
+            EXPECT_EQ(status, "failed");
+            errors[input] = line["error"];
+            EXPECT_NE(result.err.find("\n  " + input + "  ", table), std::string::npos)
+                << input << result.err;
+            continue;
+        }
+        EXPECT_EQ(status, "encoded");
+        const std::string output = line["output"], digest = line["sha256"];
+        EXPECT_EQ(line.contains("output_hex"), input.find("good/\xEF\xBF\xBD") != std::string::npos)
+            << line;
+        const std::string named = line.contains("output_hex") ? "out/good/\xFF.mp2" : output;
+        EXPECT_EQ(line["frames"], frames_of(get(named)).size());
         EXPECT_EQ(line["seconds"], 0.1);
         EXPECT_EQ(line["clipped_samples"], 0);
-        EXPECT_EQ(shell("sha256sum " + output).out,
-                  line["sha256"].get<std::string>() + "  " + output + "\n");
+        EXPECT_EQ(shell("sha256sum < " + named).out, digest + "  -\n");
         EXPECT_EQ(line["settings"]["kbps"], 224);
-        EXPECT_EQ(line["options"], nlohmann::json({"--preset=dvd"}));
     }
-    EXPECT_EQ(failed, 3u);
-    shell("rm -r out; mkdir out; : > out/a");
+    EXPECT_EQ(errors.size(), 11u);
+    for (const auto &[name, bytes, why] : bad)
+        EXPECT_NE(errors["in/bad/" + name].find(why), std::string::npos)
+            << name << ": " << errors["in/bad/" + name];
+    EXPECT_NE(errors["in/bad/gone.wav"].find("No such file"), std::string::npos);
+    EXPECT_NE(errors["in/bad/pipe.wav"].find("is a pipe"), std::string::npos);
+    EXPECT_NE(errors["in/none"].find("no sound file below"), std::string::npos);
+    EXPECT_EQ(shell("grep -o '\"input_hex\":\"[^\"]*' report").out,
+              "\"input_hex\":\"696e2f676f6f642fff2e776176\n");
+    batch("-r in in/none --report report --preset dvd --resume", 6,
+          "0 encoded, 7 complete before, 11 failed, ");
+    EXPECT_EQ(report().size(), 29u); // what was complete has its line
+}
+
+TEST_F(batch_test, what_stops_a_batch_and_what_does_not) {
+    shell("mkdir none out; : > out/a; echo '[\"a\"]' > json");
     batch("-r in", 6, "cannot create the folder out/a: ");
     EXPECT_EQ(files_in("out"), "./a ./one.mp2 ");
     batch("in/one.wav --preset vcd --to-rate 48000 --bitrate 192", 6, "; A006:");
     batch("in/one.wav --report /dev/full", 3, "report /dev/full: No space");
+    batch("in/one.wav --report in/one.wav", 3, "in/one.wav is no report");
+    batch("in/one.wav --report json", 3, "json is no report");
+    batch("-r none", 2, "none has no sound file below it");
     batch("--files-from none", 2);
+    batch("in/one.wav", 0, "1 file: 1 encoded, 0 failed; ");
+    // As nobody: a folder that cannot be read is one entry.
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+    const auto result = shell(
+        "cp $(command -v velaenc) .; chmod 755 .; chmod 700 in/a/b; chmod 777 none;"
+        "setpriv --reuid 65534 --clear-groups ./velaenc -r in --output-dir none --report -; echo $?");
+    EXPECT_NE(result.out.find(R"({"input":"in/a/b","output":null,"options":[],"status":"failed")"),
+              std::string::npos)
+        << result.out << result.err;
+    EXPECT_TRUE(result.out.ends_with("\n6\n")) << result.out;
+    EXPECT_EQ(files_in("none"), "./a/two.mp2 ./one.mp2 ");
 }
 
 TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
@@ -143,6 +202,11 @@ TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
         {"", "--crc", 4},
         {"", "--crc --report report", 0}, // and the report has them all
         {"", "--crc --report report --pts-offset 1", 4},
+        {"touch -r in/one.wav out/one.mp2", "--crc", 1}, // not newer
+        {"", "--emphasis j17", 4},
+        {"", "--emphasis j17 --private 1", 4},
+        {"", "--emphasis j17 --private 1 --copyright 1", 4},
+        {"", "--emphasis j17 --private 1 --copyright 1 --original 1", 4},
     };
     for (const auto &[damage, arguments, encoded] : cases) {
         shell("touch -d '1 minute ago' $(find out -type f); " + damage);
@@ -154,6 +218,15 @@ TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
         if (damage == "touch in/one.wav") shell("touch -d '1 hour ago' in/one.wav");
     }
     EXPECT_EQ(report().size(), 8u);
+    const std::string note = " complete files without a line of an earlier --report: ";
+    batch("-r in --resume --emphasis j17 --private 1 --copyright 1 --original 1 --gain 1", 0,
+          "4" + note);
+    // A line of no use, and one that is nested deeper than any stack.
+    shell("cp report deep; perl -e 'print \"{\\\"output\\\":\", \"[\" x 200000, \"]\" x 200000, "
+          "\"}\\n\"' >> deep");
+    batch("-r in --resume --crc --pts-offset 1 --report deep", 0, "4 encoded");
+    const auto known = batch("-r in --resume --crc --pts-offset 1 --report deep", 0, "4 complete");
+    EXPECT_EQ(known.err.find(note), std::string::npos) << known.err;
 }
 
 TEST_F(batch_test, a_killed_batch_goes_on_and_ends_with_the_streams_of_an_unbroken_one) {
@@ -172,7 +245,7 @@ TEST_F(batch_test, a_killed_batch_goes_on_and_ends_with_the_streams_of_an_unbrok
 TEST_F(batch_test, shards_share_the_files_out_and_write_one_report_together) {
     for (int i = 0; i < 60; ++i)
         put("in/" + std::to_string(i) + ".wav", wav(pcm(noise(2000, i)), 2, 48000));
-    put("report", "{\"cut");
+    put("report", "{\"input\":\"cut");
     shell("for i in 1 2 3 4; do velaenc --quiet --output-dir out -r in --report report --shard $i/4 & "
           "done; wait; velaenc --quiet --output-dir whole -r in; sed -i 1d report");
     EXPECT_EQ(shell("diff -r out whole").out, "");
@@ -197,7 +270,7 @@ TEST_F(batch_test, a_terminal_shows_one_line_for_all_files) {
               "TERM=xterm script -qec 'velaenc --preset dvb --output-dir out -r in pipe' /dev/null")
             .out;
     for (const char *words : {"4 of 5 files, 0:05 done, ", " x real time, 0:00 left",
-                              "\r\033[Kvelaenc: 5 files: 5 encoded, 0 failed; 0:10 in 0:0"})
+                              "\r\033[Kvelaenc: 5 files: 5 encoded, 0 failed, ", "; 0:10 in 0:0"})
         EXPECT_NE(shown.find(words), std::string::npos) << words << shown;
 }
 

@@ -88,6 +88,9 @@ _velaenc velaenc --p velaenc
 [[ " ${COMPREPLY[*]} " == *" --preset "* ]] || die "bash completes --p to ${COMPREPLY[*]}"
 _velaenc velaenc j --mode
 [ "${COMPREPLY[*]}" = joint ] || die "bash completes --mode j to ${COMPREPLY[*]}"
+mkdir "$work/built.d"
+_velaenc velaenc "$work/built." --output-dir
+[ "${COMPREPLY[*]}" = "$work/built.d" ] || die "bash completes --output-dir to ${COMPREPLY[*]}, no folder"
 for option in $("$usr/bin/velaenc" --help | grep -oE '^  (-.,)?--[a-z-]+' | sed 's/.*--//'); do
     for file in "$work/page" "$usr/share/zsh/vendor-completions/_velaenc"; do
         grep -q -e "--$option" "$file" || die "$file lacks --$option"

@@ -42,32 +42,58 @@ void read_list(const std::string &list, char end, std::vector<std::string> &name
         throw failure(exit_code::input, "cannot read the list of files " + list);
 }
 
-std::vector<found_file> find_inputs(const batch_plan &plan) {
+/// Everything that a plan names, and what a search comes by.
+class input_search {
+  public:
+    explicit input_search(const batch_plan &plan) : plan_(plan) {
+        for (const auto &name : plan.names)
+            add(name, plan.base);
+        std::vector<std::string> listed;
+        for (const auto &list : plan.lists)
+            read_list(list, plan.zero_ended ? '\0' : '\n', listed);
+        for (const auto &name : listed)
+            add(name, plan.base.empty() ? "." : plan.base);
+        if (in_vain_ > 0 && in_vain_ == found.size())
+            throw failure(exit_code::input, found.front().error);
+    }
+
     std::vector<found_file> found;
-    const auto add_file = [&](const std::string &name, const std::string &base) {
+    std::size_t others = 0, linked_folders = 0;
+
+  private:
+    void add(const std::string &name, const std::string &base) {
+        std::error_code unknown;
+        if (plan_.recursive && fs::is_directory(name, unknown)) return search(name);
         found.push_back(
             {name, base.empty() ? fs::path(name).filename().string() : path_below(name, base), {}});
-    };
-    const auto add = [&](const std::string &name, const std::string &base) {
+    }
+
+    void search(const std::string &folder) {
         std::error_code unknown;
-        if (!plan.recursive || !fs::is_directory(name, unknown)) return add_file(name, base);
-        walk(name, plan.folder,
-             {[&](const std::string &path) {
-                  found.push_back({path, path_below(path, name), {}});
-              },
-              [&](const std::string &path, const std::string &why) {
-                  found.push_back({path, path_below(path, name), "cannot read the folder: " + why});
-              }});
-    };
-    for (const auto &name : plan.names)
-        add(name, plan.base);
-    std::vector<std::string> listed;
-    for (const auto &list : plan.lists)
-        read_list(list, plan.zero_ended ? '\0' : '\n', listed);
-    for (const auto &name : listed)
-        add(name, plan.base.empty() ? "." : plan.base);
-    return found;
-}
+        if (fs::equivalent(folder, plan_.folder, unknown) && !unknown)
+            throw failure(exit_code::usage, folder
+                                                + " is searched and is the --output-dir too, where"
+                                                  " nothing is searched; name another --output-dir");
+        const std::size_t before = found.size();
+        walk(folder, plan_.folder,
+             {.sound =
+                  [&](const std::string &path) {
+                      found.push_back({path, path_below(path, folder), {}});
+                  },
+              .other = [&](const std::string &) { ++others; },
+              .linked = [&](const std::string &) { ++linked_folders; },
+              .unreadable =
+                  [&](const std::string &path, const std::string &why) {
+                      found.push_back({path, path_below(path, folder), path + ' ' + why});
+                  }});
+        if (found.size() > before) return;
+        found.push_back({folder, "", folder + " has no sound file below it; is it the right folder?"});
+        ++in_vain_;
+    }
+
+    const batch_plan &plan_;
+    std::size_t in_vain_ = 0; ///< folders without a sound file
+};
 
 std::string expand(const batch_plan &plan, const fs::path &below) {
     const std::map<std::string, std::string> fields{{"dir", below.parent_path().string()},
@@ -88,12 +114,29 @@ std::string expand(const batch_plan &plan, const fs::path &below) {
     return fs::path("./" + name + rest).lexically_normal().string();
 }
 
-std::string output_of(const batch_plan &plan, const std::string &below) {
-    const std::string name = expand(plan, below);
-    if (name.starts_with("..") || name.empty() || name.ends_with('/') || name == ".")
+bool is_file_below(const fs::path &name) {
+    return name.has_filename() && name != "." && *name.begin() != "..";
+}
+
+/// A pattern that makes no name below the folder of an ordinary file.
+void check_pattern(const batch_plan &plan) {
+    if (const auto name = expand(plan, "folder/file.wav"); !is_file_below(name))
         throw failure(exit_code::usage, "--name '" + plan.pattern + "' gives '" + name
                                             + "', which is no file below --output-dir");
-    return (fs::path(plan.folder) / name).string();
+}
+
+batch_file file_of(const batch_plan &plan, const found_file &found) {
+    batch_file file{found.path, "", 0, found.error};
+    if (!file.error.empty()) return file;
+    const std::string name = expand(plan, found.below);
+    if (is_file_below(name))
+        file.output = (fs::path(plan.folder) / name).string();
+    else
+        file.error = found.path + " would become '" + name + "', which is no file below --output-dir";
+    std::error_code unknown;
+    const auto bytes = fs::file_size(found.path, unknown);
+    if (!unknown) file.bytes = bytes;
+    return file;
 }
 
 /// FNV-1a of 64 bits, the same on every machine.
@@ -110,6 +153,7 @@ void refuse_conflicts(const std::vector<batch_file> &files) {
     std::set<std::pair<dev_t, ino_t>> inputs;
     struct stat status {};
     for (const auto &file : files) {
+        if (file.output.empty()) continue;
         const auto [first, is_new] = outputs.emplace(file.output, &file);
         if (!is_new)
             throw failure(exit_code::usage, first->second->input + " and " + file.input
@@ -119,7 +163,7 @@ void refuse_conflicts(const std::vector<batch_file> &files) {
         if (::stat(file.input.c_str(), &status) == 0) inputs.emplace(status.st_dev, status.st_ino);
     }
     for (const auto &file : files)
-        if (::stat(file.output.c_str(), &status) == 0
+        if (!file.output.empty() && ::stat(file.output.c_str(), &status) == 0
             && inputs.contains({status.st_dev, status.st_ino}))
             throw failure(exit_code::usage, file.output + " is an input of this batch; name another"
                                                 + " --output-dir or --name");
@@ -127,20 +171,23 @@ void refuse_conflicts(const std::vector<batch_file> &files) {
 
 } // namespace
 
-std::vector<batch_file> list_files(const batch_plan &plan) {
-    std::vector<batch_file> files, own;
+batch_contents list_files(const batch_plan &plan) {
+    check_pattern(plan);
+    const input_search search(plan);
+    batch_contents contents{{}, search.others, search.linked_folders};
+    std::vector<batch_file> all;
     std::set<std::string> known;
-    for (const auto &[path, below, error] : find_inputs(plan)) {
-        const std::string output = error.empty() ? output_of(plan, below) : path;
+    for (const auto &found : search.found) {
+        auto file = file_of(plan, found);
         // A file that is named twice, or beside its folder, is one file.
-        if (!known.insert(fs::path(path).lexically_normal().string() + '\0' + output).second) continue;
-        std::error_code unknown;
-        const auto bytes = fs::file_size(path, unknown);
-        files.push_back({path, output, unknown ? 0 : bytes, error});
-        if (hash_of(below) % plan.shard.count + 1 == plan.shard.index) own.push_back(files.back());
+        if (!known.insert(fs::path(file.input).lexically_normal().string() + '\0' + file.output).second)
+            continue;
+        all.push_back(file);
+        if (hash_of(found.below) % plan.shard.count + 1 == plan.shard.index)
+            contents.files.push_back(std::move(file));
     }
-    refuse_conflicts(files);
-    return own;
+    refuse_conflicts(all);
+    return contents;
 }
 
 } // namespace tools

@@ -28,17 +28,23 @@ struct batch_plan {
 
 struct batch_file {
     std::string input;
-    std::string output;
+    std::string output;      ///< empty: none, see `error`
     std::uint64_t bytes = 0; ///< of the input
-    std::string error;       ///< not empty: why it cannot be encoded
+    std::string error;       ///< not empty: why it cannot be encoded; the name comes first
+};
+
+struct batch_contents {
+    std::vector<batch_file> files;  ///< of this shard
+    std::size_t others = 0;         ///< found, and no sound; of all shards
+    std::size_t linked_folders = 0; ///< found, and not entered
 };
 
 /// Fields of a pattern, for the help.
 inline constexpr const char *pattern_fields = "{dir} {stem} {name} {ext}";
 
 /// Finds the inputs in the order of the plan and names their outputs.
-/// @throws failure  when the plan makes no sense, or when two inputs would be written to one output or
-///                  an input would be overwritten
-std::vector<batch_file> list_files(const batch_plan &plan);
+/// @throws failure  when the plan makes no sense or finds nothing at all, or when two inputs would be
+///                  written to one output or an input would be overwritten
+batch_contents list_files(const batch_plan &plan);
 
 } // namespace tools

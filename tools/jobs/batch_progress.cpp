@@ -1,5 +1,7 @@
 #include "jobs/batch_progress.hpp"
 
+#include "common/counted.hpp"
+
 #include <algorithm>
 #include <cmath>
 
@@ -50,7 +52,7 @@ std::string batch_progress::line() const {
     const double done = static_cast<double>(bytes_done_);
     const double left =
         static_cast<double>(bytes_ - std::min<std::uint64_t>(bytes_, bytes_done_ + bytes_skipped_));
-    std::string text = std::to_string(files_done_) + " of " + std::to_string(files_) + " files, "
+    std::string text = std::to_string(files_done_) + " of " + counted(files_, "file") + ", "
                        + clock_text(seconds(), 0) + " done, " + speed();
     if (done > 0) text += ", " + clock_text(left * elapsed() / done, 0) + " left";
     return text;

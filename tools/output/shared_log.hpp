@@ -5,6 +5,7 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace tools {
 
@@ -12,8 +13,10 @@ namespace tools {
 /// gets one, so that the next is a line of its own.
 class shared_log {
   public:
+    /// @param path  "-" is standard output
+    /// @param mark  what every log of this kind begins with; no other file is added to
     /// @throws failure
-    explicit shared_log(const std::string &path);
+    shared_log(const std::string &path, std::string_view mark);
 
     /// Any thread may call it.
     /// @param line  without its end
@@ -22,9 +25,11 @@ class shared_log {
 
   private:
     [[noreturn]] void cannot_write() const;
+    void check_kind(std::string_view mark) const;
 
-    std::string path_;
+    std::string name_; ///< as messages call it
     file_handle handle_;
+    bool is_file_ = false; ///< a regular one, which others may be writing to
     std::mutex mutex_;
 };
 

@@ -1,5 +1,6 @@
 #include "velaenc/batch.hpp"
 
+#include "common/counted.hpp"
 #include "jobs/batch_progress.hpp"
 #include "output/abandoned_files.hpp"
 #include "output/unfinished_files.hpp"
@@ -49,7 +50,8 @@ std::uint64_t bytes_of(const std::vector<batch_file> &files) {
 class batch_run {
   public:
     explicit batch_run(const options &wanted)
-        : wanted_(wanted), batch_(*wanted.batch), files_(list_files(batch_.plan)),
+        : wanted_(wanted), batch_(*wanted.batch), contents_(list_files(batch_.plan)),
+          files_(contents_.files),
           threads_(std::min(static_cast<std::size_t>(wanted.jobs), files_.size())),
           spare_(wanted.jobs - static_cast<int>(threads_)), shown_(files_.size(), bytes_of(files_)),
           messages_(wanted.quiet) {
@@ -70,7 +72,7 @@ class batch_run {
         if (batch_.resume) tidy_up();
         if (fatal_) std::rethrow_exception(fatal_);
         messages_.print_notes();
-        if (!wanted_.quiet) messages_.say(summary());
+        if (!wanted_.quiet) print_summary();
         messages_.print_failures();
         return messages_.failures() == 0 ? exit_code::success : exit_code::batch;
     }
@@ -107,9 +109,10 @@ class batch_run {
         entry.error = file.error;
         shown.begin(file.bytes);
         if (entry.error.empty()) attempt(entry, shown);
-        const bool is_new =
-            !entry.was_complete || (report_ && !report_->has_same_options(entry.output));
+        // What was complete is compared with an earlier line where there is one.
+        const bool is_new = !entry.was_complete || !report_ || !report_->has_same_options(entry.output);
         if (report_ && is_new) report_->add(entry);
+        if (entry.was_complete && is_new) ++half_known_;
         if (!entry.result)
             messages_.failed(file.input, entry.error);
         else
@@ -157,23 +160,33 @@ class batch_run {
             remove_abandoned(folder);
     }
 
-    std::string summary() const {
+    void print_summary() {
+        if (half_known_ > 0)
+            messages_.say("note: " + counted(half_known_.load(), "complete file") + " without a line of"
+                          + " an earlier --report: what no header shows (--gain, --align, --start,"
+                            " --model, ...) is not compared");
         const std::size_t failed = messages_.failures(), encoded = files_.size() - failed - complete_;
         std::string text =
-            std::to_string(files_.size()) + " files: " + std::to_string(encoded) + " encoded, ";
+            counted(files_.size(), "file") + ": " + std::to_string(encoded) + " encoded, ";
         if (batch_.resume) text += std::to_string(complete_) + " complete before, ";
-        return text + std::to_string(failed) + " failed; " + shown_.totals();
+        text += std::to_string(failed) + " failed";
+        if (contents_.others > 0) text += ", " + counted(contents_.others, "other") + " left out";
+        if (contents_.linked_folders > 0)
+            text += ", " + counted(contents_.linked_folders, "linked folder") + " not entered";
+        messages_.say(text + "; " + shown_.totals());
     }
 
     const options &wanted_;
     const batch_options &batch_;
-    std::vector<batch_file> files_;
+    batch_contents contents_;
+    const std::vector<batch_file> &files_;
     std::size_t threads_;
     thread_budget spare_;
     batch_progress shown_;
     batch_messages messages_;
     std::optional<batch_report> report_;
     std::atomic<std::size_t> next_ = 0, complete_ = 0;
+    std::atomic<std::size_t> half_known_ = 0; ///< complete, by nothing but what the output shows
 
     std::mutex mutex_; ///< of the members below
     std::condition_variable ended_;

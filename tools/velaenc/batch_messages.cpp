@@ -1,5 +1,7 @@
 #include "velaenc/batch_messages.hpp"
 
+#include "common/counted.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <unistd.h>
@@ -34,12 +36,11 @@ void batch_messages::say(const std::string &text) {
 }
 
 void batch_messages::failed(const std::string &file, const std::string &why) {
-    // Most reasons name the file themselves.
+    // Some reasons are sentences about the file, which begin with its name.
     const bool named = why.starts_with(file + ' ');
-    const std::string reason = named ? why.substr(file.size() + 1) : why;
-    say(file + ": " + reason);
+    say(why.find(file) != std::string::npos ? why : file + ": " + why);
     const std::lock_guard lock(mutex_);
-    failures_.emplace_back(file, reason);
+    failures_.emplace_back(file, named ? why.substr(file.size() + 1) : why);
 }
 
 void batch_messages::noted(const std::string &file, const std::vector<std::string> &notes) {
@@ -62,8 +63,8 @@ void batch_messages::print_notes() {
         say(line.append(")"));
     }
     if (printed > most_notes)
-        say("note: " + std::to_string(printed - most_notes)
-            + " more kinds of notes; --report lists them");
+        say("note: " + std::to_string(printed - most_notes) + " more kind"
+            + (printed - most_notes == 1 ? "" : "s") + " of notes; --report lists them");
 }
 
 void batch_messages::print_failures() {
@@ -72,7 +73,7 @@ void batch_messages::print_failures() {
     std::size_t width = 0;
     for (const auto &[file, why] : failures_)
         width = std::max(width, std::min<std::size_t>(file.size(), 40));
-    say(std::to_string(failures_.size()) + (failures_.size() == 1 ? " file" : " files") + " failed:");
+    say(counted(failures_.size(), "file") + " failed:");
     for (const auto &[file, why] : failures_)
         std::fprintf(stderr, "  %-*s  %s\n", static_cast<int>(width), file.c_str(), why.c_str());
 }

@@ -24,9 +24,9 @@ batch_shard parse_shard(const std::string &text) {
 
 /// Options that leave the bytes of a stream as they are.
 bool shapes_no_stream(const CLI::Option &option) {
-    constexpr std::array others{"-h",       "--help",       "--version",   "--jobs",       "--engine",
-                                "--quiet",  "--force",      "--overwrite", "--no-clobber", "--no-sync",
-                                "--output", "--timestamps", "--verbose"};
+    constexpr std::array others{"-h",           "--help",    "--version", "--jobs",
+                                "--engine",     "--quiet",   "--force",   "--overwrite",
+                                "--no-clobber", "--no-sync", "--output",  "--timestamps"};
     return option.get_positional() || option.get_group() == group
            || std::ranges::any_of(others, [&](const char *name) { return option.check_name(name); });
 }
@@ -41,7 +41,7 @@ void add_batch_options(CLI::App &app, batch_options &wanted) {
                        ->type_name("DIR");
     const std::array members{
         app.add_flag("-r,--recursive", plan.recursive,
-                     "Take the sound files below every IN that is a folder, known by their content"),
+                     "Take the sound files below every IN that is a folder, by name or content"),
         app.add_option("--files-from", plan.lists,
                        "Take the names in this file too, one a line; - is standard input")
             ->type_name("FILE")
@@ -58,7 +58,8 @@ void add_batch_options(CLI::App &app, batch_options &wanted) {
             ->capture_default_str(),
         app.add_flag("--resume", wanted.resume,
                      "Skip what is complete: newer than its input, of its length, with these settings"),
-        app.add_option("--report", wanted.report, "Append a JSON line for every file")
+        app.add_option("--report", wanted.report,
+                       "Append a JSON line for every file; - is standard output")
             ->type_name("FILE"),
         app.add_option_function<std::string>(
                "--shard", [&plan](const std::string &text) { plan.shard = parse_shard(text); },

@@ -12,9 +12,35 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-/// Names need not be UTF-8, JSON has to be.
 std::string text_of(const json &value) {
     return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+/// Names need not be UTF-8, JSON has to be: then their bytes stand in a field of their own beside it.
+void add_name(json &line, const std::string &field, const std::string &name) {
+    line[field] = name;
+    if (json::parse(text_of(name)) == name) return;
+    constexpr const char *digits = "0123456789abcdef";
+    std::string bytes;
+    for (const unsigned char each : name)
+        (bytes += digits[each >> 4]) += digits[each & 15];
+    line[field + "_hex"] = bytes;
+}
+
+/// A line may be anything: only texts are taken from it.
+std::optional<std::string> text_in(const json &line, const std::string &field) {
+    const auto found = line.find(field);
+    return found != line.end() && found->is_string() ? std::optional(found->get<std::string>())
+                                                     : std::nullopt;
+}
+
+std::vector<std::string> texts_in(const json &line, const std::string &field) {
+    std::vector<std::string> texts;
+    const auto found = line.find(field);
+    if (found == line.end() || !found->is_array()) return texts;
+    for (const json &each : *found)
+        texts.push_back(each.is_string() ? each.get<std::string>() : "");
+    return texts;
 }
 
 json settings_of(const file_result &result) {
@@ -35,27 +61,39 @@ json settings_of(const file_result &result) {
 } // namespace
 
 batch_report::batch_report(const std::string &path, std::vector<std::string> options)
-    : path_(path), options_(std::move(options)), log_(path) {
+    : path_(path), options_(std::move(options)), log_(path, "{\"input\":\"") {
+}
+
+std::string batch_report::key_of(const std::string &output) {
+    json line;
+    add_name(line, "output", output);
+    return text_in(line, "output_hex").value_or(output);
 }
 
 void batch_report::load() {
-    std::ifstream file(path_);
-    const json own = options_;
-    for (std::string line; std::getline(file, line);) {
-        const json entry = json::parse(line, nullptr, false);
-        if (!entry.is_object() || !entry.contains("output") || !entry.contains("options")) continue;
-        if (!entry.contains("error") || !entry["error"].is_null()) continue;
-        earlier_[text_of(entry["output"])] = entry["options"] == own;
+    std::ifstream file(path_ == "-" ? "" : path_);
+    for (std::string text; std::getline(file, text);) {
+        const json line = json::parse(text, nullptr, false);
+        if (!line.is_object()) continue;
+        const auto output = text_in(line, "output"), bytes = text_in(line, "output_hex");
+        if (!output || text_in(line, "status").value_or("failed") == "failed") continue;
+        earlier_[bytes.value_or(*output)] = texts_in(line, "options") == options_;
     }
 }
 
 std::optional<bool> batch_report::has_same_options(const std::string &output) const {
-    const auto found = earlier_.find(text_of(output));
+    const auto found = earlier_.find(key_of(output));
     return found == earlier_.end() ? std::nullopt : std::optional(found->second);
 }
 
 void batch_report::add(const report_entry &entry) {
-    json line{{"input", entry.input}, {"output", entry.output}, {"options", options_}};
+    json line;
+    add_name(line, "input", entry.input);
+    if (entry.output.empty())
+        line["output"] = nullptr;
+    else
+        add_name(line, "output", entry.output);
+    line["options"] = options_;
     line["status"] = !entry.result ? "failed" : entry.was_complete ? "complete" : "encoded";
     if (entry.result) {
         line["settings"] = settings_of(*entry.result);

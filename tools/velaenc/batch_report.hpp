@@ -12,7 +12,7 @@
 namespace tools {
 
 struct report_entry {
-    std::string input, output;
+    std::string input, output;         ///< output: empty where there is none
     std::optional<file_result> result; ///< none: it failed
     bool was_complete = false;         ///< nothing was done: it had been encoded before
     std::vector<std::string> warnings;
@@ -21,6 +21,7 @@ struct report_entry {
 
 class batch_report {
   public:
+    /// @param path     "-" is standard output
     /// @param options  those of the command line that shape a stream
     /// @throws failure
     batch_report(const std::string &path, std::vector<std::string> options);
@@ -36,6 +37,8 @@ class batch_report {
     void add(const report_entry &entry);
 
   private:
+    static std::string key_of(const std::string &output);
+
     std::string path_;
     std::vector<std::string> options_;
     std::map<std::string, bool> earlier_; ///< by output: the options were the same

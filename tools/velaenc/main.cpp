@@ -1,5 +1,6 @@
 // velaenc: the order of a run, from the command line to the exit code.
 
+#include "common/counted.hpp"
 #include "common/failure.hpp"
 #include "jobs/progress.hpp"
 #include "output/unfinished_files.hpp"
@@ -41,9 +42,9 @@ class single_run final : public run_listener {
         const double speed = shown_->speed();
         shown_.reset();
         if (quiet_) return;
-        std::fprintf(stderr, "velaenc: %llu frames, %s, %d kbit/s, %.1f x real time\n",
-                     static_cast<unsigned long long>(done.frames),
-                     clock_text(done.seconds(), 3).c_str(), kbit_of(done.settings), speed);
+        std::fprintf(stderr, "velaenc: %s, %s, %d kbit/s, %.1f x real time\n",
+                     counted(done.frames, "frame").c_str(), clock_text(done.seconds(), 3).c_str(),
+                     kbit_of(done.settings), speed);
         if (done.clipped.samples != 0) say("warning: " + clip_text(done.clipped));
     }
 

@@ -1,5 +1,6 @@
 #include "velaenc/sound_plan.hpp"
 
+#include "common/counted.hpp"
 #include "common/failure.hpp"
 #include "input/channel_fit.hpp"
 #include "input/channel_matrix.hpp"
@@ -162,7 +163,8 @@ std::unique_ptr<pcm_source> shape_sound(std::unique_ptr<pcm_source> source, cons
 std::string clip_text(const clip_count &clipped) {
     // Rounded up, so that the gain is enough.
     const double excess = std::ceil(200 * std::log10(clipped.peak)) / 10;
-    return std::to_string(clipped.samples) + " samples lie beyond full scale, by up to "
+    const std::string lie = clipped.samples == 1 ? " lies" : " lie";
+    return counted(clipped.samples, "sample") + lie + " beyond full scale, by up to "
            + decibels(excess) + "; players will clip them, unless --gain lowers all by as much";
 }
 
