@@ -62,8 +62,8 @@ check_wording() {
 rooms=(simd stream analysis psy coding api engine)
 # Those of tools/: which rooms a room may include beside itself. The programs do not know each other.
 declare -A tool_rooms=(
-    [common]='' [parser]='common' [input]='common' [output]='common' [jobs]='common input output'
-    [velaenc]='common parser input output jobs' [velainfo]='common parser input output jobs'
+    [common]='' [loudness]='common' [parser]='common' [input]='common' [output]='common' [jobs]='common input loudness output'
+    [velaenc]='common loudness parser input output jobs' [velainfo]='common loudness parser input output jobs'
 )
 # FILE:INCLUDED; the file says why.
 exceptions=(
