@@ -55,6 +55,12 @@ TEST_F(input_test, every_container_gives_the_same_stream_from_a_file_and_from_a_
         const auto stream = encoded(name);
         EXPECT_EQ(frames_of(stream).size(), 35u) << name;
         EXPECT_TRUE(stream == expected || !kind.lossless) << name;
+        // Whoever starts late does not read what comes before.
+        if (kind.lossless) {
+            const auto source = tools::open_pcm(tools::open_input(path(name)), {});
+            ASSERT_TRUE(source->seek(instants - 3)) << name;
+            EXPECT_EQ(source->next_block().size(), 3 * source->shape().instant_bytes()) << name;
+        }
         for (const char *input : {"cat ", "(head -c 7; sleep 0.02; cat) < "})
             EXPECT_TRUE(shell(input + name + " | velaenc - -").out == stream) << input << name;
         EXPECT_TRUE(shell("velaenc /dev/stdin < " + name).out == stream) << name;
@@ -107,6 +113,13 @@ TEST_F(input_test, sound_ends_where_its_size_says_and_with_the_input_where_that_
     put("odd.wav",
         get("a.wav").insert(12, "LIST" + bytes(3, 4) + "odd" + bytes(0, 1)).substr(0, 160000));
     expect_failure("velaenc odd.wav out.mp2", 2, "promises 56 more bytes");
+    // Behind an odd number of bytes comes another one.
+    put("raw", pcm(noise(4001), 3));
+    const auto padded = encoded("--raw --rate 48000 --channels 1 --format s24 raw");
+    put("padded.wav", wav(get("raw"), 1, 48000, 3) + bytes(0, 1) + "LIST" + bytes(4, 4) + "junk");
+    for (const std::string command :
+         {"cat padded.wav | velaenc - -", "velaenc --ignore-length padded.wav -"})
+        EXPECT_TRUE(run(command).out == padded) << command;
     // A size that is too small: what follows is no chunk, so it is sound.
     put("short.wav", get("a.wav").replace(40, 4, bytes(4000, 4)));
     EXPECT_EQ(frames_of(encoded("short.wav")).size(), 1u);
@@ -137,6 +150,8 @@ TEST_F(input_test, input_that_is_no_audio_is_named_for_what_it_is) {
     put("silent.wav", wav("", 2, 48000));
     expect_failure("velaenc missing.wav out.mp2", 2, "missing.wav: No such file");
     expect_failure("velaenc . out.mp2", 2, "folder");
+    expect_failure("velaenc $'\\e[2J\\302\\233\\377\\u00e4' out.mp2", 2,
+                   "\\x1B[2J\\xC2\\x9B\\xFF\u00e4: No");
     expect_failure("velaenc empty out.mp2", 2, "empty is empty (0 bytes)");
     expect_failure("velaenc - out.mp2", 2, "standard input is empty");
     expect_failure("cat empty | velaenc - out.mp2", 2, "standard input is empty");
@@ -161,8 +176,11 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
     frame.resize(384);
     for (int i = 0; i < 12; ++i)
         mp3 += frame;
-    std::string tagged = mp3;
+    std::string tagged = mp3, counted = mp3, frames = mp3;
     tagged.replace(36, 12, std::string("Info\0\0\0\2\0\0\x12\0", 12));
+    counted.replace(36, 16, std::string("Xing\0\0\0\3\0\0\0\x0C\0\0\x12\0", 16));
+    frames.replace(36, 12, std::string("Xing\0\0\0\1\0\0\x12\0", 12));
+    const std::string id3 = std::string("ID3\3\0\0\0\0\2\5", 10) + std::string(2 * 128 + 5, '\0');
     const struct {
         std::string name, whole, damaged;
         int status = 2;
@@ -172,7 +190,10 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
         {"flip.flac", flac, flipped(flac, flac.size() / 2)},
         {"half.flac", flac, flac.substr(0, flac.size() / 2)},
         {"tag.mp3", tagged, tagged.substr(0, 2000)},
-        {"plain.mp3", mp3, mp3.substr(0, 2000), 0}, // nothing tells that it was longer
+        {"both.mp3", counted, counted.substr(0, 2000)},
+        {"named.mp3", id3 + tagged, id3 + tagged.substr(0, tagged.size() - 100)},
+        {"frames.mp3", frames, frames.substr(0, 2000), 0}, // their number does not tell the bytes
+        {"plain.mp3", mp3, mp3.substr(0, 2000), 0},        // nothing tells that it was longer
     };
     for (const auto &[name, whole, damaged, status] : cases) {
         put(name, whole);

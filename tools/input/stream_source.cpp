@@ -24,6 +24,7 @@ stream_source::stream_source(input_file input, const pcm_shape &shape, std::span
         length_ = *bytes / shape.instant_bytes();
     else if (!input_.seekable())
         live_.emplace();
+    if (input_.seekable()) start_ = move_in(input_, 0, SEEK_CUR) - static_cast<off_t>(head.size());
     filled_ = static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), left_));
     std::copy_n(head.begin(), filled_, buffer_.begin());
     left_ -= filled_;
@@ -39,6 +40,17 @@ std::span<const std::byte> stream_source::next_block() {
     if (used_ == 0) check_end();
     handed_out_ += used_;
     return std::span(buffer_).first(used_);
+}
+
+bool stream_source::seek(std::uint64_t sample) {
+    if (!input_.seekable() || !length_ || sample > *length_) return false;
+    const std::uint64_t target = sample * shape_.instant_bytes();
+    const std::uint64_t end = handed_out_ + (filled_ - used_) + left_;
+    move_in(input_, start_ + static_cast<off_t>(target), SEEK_SET);
+    left_ = end - target;
+    filled_ = used_ = 0;
+    handed_out_ = target;
+    return true;
 }
 
 bool stream_source::ready_before(std::chrono::steady_clock::time_point time) const {

@@ -23,6 +23,8 @@ class stream_source final : public pcm_source {
         return masked_speakers(shape_.channel_mask, shape_.channels);
     }
 
+    bool seek(std::uint64_t sample) override;
+
     /// Hands out what a read brings instead of waiting for a full block, so that live input is encoded
     /// as it comes.
     std::span<const std::byte> next_block() override;
@@ -38,6 +40,7 @@ class stream_source final : public pcm_source {
     input_file input_;
     pcm_shape shape_;
     std::optional<std::uint64_t> length_;
+    off_t start_ = 0;                ///< of the PCM, where the input is seekable
     std::optional<live_input> live_; ///< where nobody promised a length
     length_rule rule_;
     std::uint64_t left_; ///< bytes that may still be read

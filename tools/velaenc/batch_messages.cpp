@@ -1,6 +1,7 @@
 #include "velaenc/batch_messages.hpp"
 
 #include "common/counted.hpp"
+#include "common/printable.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -32,7 +33,7 @@ void batch_messages::show(const std::string &line) {
 void batch_messages::say(const std::string &text) {
     const std::lock_guard lock(mutex_);
     line_.erase();
-    std::fprintf(stderr, "velaenc: %s\n", text.c_str());
+    std::fprintf(stderr, "velaenc: %s\n", printable(text).c_str());
 }
 
 void batch_messages::failed(const std::string &file, const std::string &why) {
@@ -72,10 +73,11 @@ void batch_messages::print_failures() {
     std::ranges::sort(failures_);
     std::size_t width = 0;
     for (const auto &[file, why] : failures_)
-        width = std::max(width, std::min<std::size_t>(file.size(), 40));
+        width = std::max(width, std::min<std::size_t>(printable(file).size(), 40));
     say(counted(failures_.size(), "file") + " failed:");
     for (const auto &[file, why] : failures_)
-        std::fprintf(stderr, "  %-*s  %s\n", static_cast<int>(width), file.c_str(), why.c_str());
+        std::fprintf(stderr, "  %-*s  %s\n", static_cast<int>(width), printable(file).c_str(),
+                     printable(why).c_str());
 }
 
 } // namespace tools

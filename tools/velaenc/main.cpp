@@ -2,6 +2,7 @@
 
 #include "common/counted.hpp"
 #include "common/failure.hpp"
+#include "common/printable.hpp"
 #include "jobs/progress.hpp"
 #include "output/unfinished_files.hpp"
 #include "velaenc/batch.hpp"
@@ -19,7 +20,7 @@ namespace tools {
 namespace {
 
 void say(const std::string &message) {
-    std::fprintf(stderr, "velaenc: %s\n", message.c_str());
+    std::fprintf(stderr, "velaenc: %s\n", printable(message).c_str());
 }
 
 /// A terminal shows how far the encode is; notes are said at once.

@@ -1,6 +1,7 @@
 #include "velainfo/inspect.hpp"
 
 #include "common/failure.hpp"
+#include "common/printable.hpp"
 #include "output/output_file.hpp"
 #include "velainfo/comparison.hpp"
 #include "velainfo/json_report.hpp"
@@ -112,7 +113,7 @@ int inspect(const info_options &wanted) {
             if (!run.inspect(path) && status == 0) status = not_sound;
         } catch (const failure &error) {
             if (error.code() != exit_code::input) throw;
-            std::fprintf(stderr, "velainfo: %s\n", error.what());
+            std::fprintf(stderr, "velainfo: %s\n", printable(error.what()).c_str());
             status = static_cast<int>(error.code());
         }
     }

@@ -1,6 +1,7 @@
 // velainfo: the order of a run, from the command line to the exit code.
 
 #include "common/failure.hpp"
+#include "common/printable.hpp"
 #include "output/unfinished_files.hpp"
 #include "velainfo/inspect.hpp"
 #include "velainfo/options.hpp"
@@ -23,7 +24,7 @@ int run_safely(int argc, char **argv) {
         const auto wanted = read_info_options(argc, argv);
         return wanted ? inspect(*wanted) : 0;
     } catch (const failure &error) {
-        std::fprintf(stderr, "velainfo: %s\n", error.what());
+        std::fprintf(stderr, "velainfo: %s\n", printable(error.what()).c_str());
         code = error.code();
     } catch (const std::bad_alloc &) {
         std::fprintf(stderr, "velainfo: memory is out\n");

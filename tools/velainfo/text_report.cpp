@@ -1,5 +1,7 @@
 #include "velainfo/text_report.hpp"
 
+#include "common/printable.hpp"
+
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -26,9 +28,9 @@ std::string row(const char *label, const std::string &text) {
 }
 
 std::string heading(const stream_report &r) {
-    std::string text = r.name + ": MPEG-" + std::to_string(r.usual(stream_report::version)) + " Layer "
-                       + value_text(stream_report::layer, r.usual(stream_report::layer)) + ", "
-                       + std::to_string(r.usual(stream_report::rate)) + " Hz, ";
+    std::string text = printable(r.name) + ": MPEG-" + std::to_string(r.usual(stream_report::version))
+                       + " Layer " + value_text(stream_report::layer, r.usual(stream_report::layer))
+                       + ", " + std::to_string(r.usual(stream_report::rate)) + " Hz, ";
     text += r.values[stream_report::mode].contains(1) ? mode_text(1)
                                                       : mode_text(r.usual(stream_report::mode));
     text += r.is_constant(stream_report::kbps)
@@ -167,7 +169,7 @@ std::string verdict_rows(const stream_report &r) {
 
 std::string comparison_rows(const comparison_totals &c) {
     std::string text =
-        row("source", c.name + format(", %+lld samples", static_cast<long long>(c.offset))
+        row("source", printable(c.name) + format(", %+lld samples", static_cast<long long>(c.offset))
                           + format(", correlation %.4f", c.correlation));
     text += row("error",
                 format("%.1f dB below the source over %llu frames; noise-to-mask %.1f dB on average, "
