@@ -89,6 +89,29 @@ TEST_F(broadcast_wave_test, the_extension_of_the_input_is_carried_over) {
     const std::string before = chunk_of(get("in.wav"), "bext"),
                       after = chunk_of(get("out.wav"), "bext");
     EXPECT_EQ(after.substr(0, 602), before.substr(0, 602));
+    // Half a second in, at another rate: (9600000000 + 24000) * 44.1 / 48. Loudness of version 2 goes along
+    // as long as it is that of the sound.
+    put("loud.wav", get("in.wav")
+                        .replace(get("in.wav").find("bext") + 8 + 346, 1, 1, '\2')
+                        .replace(get("in.wav").find("bext") + 8 + 412, 10, "0123456789"));
+    const std::string unknown("\xFF\x7F\xFF\x7F\xFF\x7F\xFF\x7F\xFF\x7F");
+    const struct {
+        std::string arguments;
+        std::uint64_t time;
+        std::string loudness;
+    } changes[] = {
+        {"--swap-channels", 9600000000, "0123456789"},
+        {"--start 0.5 --to-rate 44100", 8820022050, unknown},
+        {"--duration 1", 9600000000, unknown},
+        {"--gain -3", 9600000000, unknown},
+        {"--mode mono", 9600000000, unknown},
+    };
+    for (const auto &[arguments, time, loudness] : changes) {
+        run("velaenc --quiet loud.wav changed.wav " + arguments);
+        const std::string bext = chunk_of(get("changed.wav"), "bext");
+        EXPECT_EQ(number(bext, 338, 8), time) << arguments;
+        EXPECT_EQ(bext.substr(412, 10), loudness) << arguments;
+    }
     const auto shown =
         shell("ffprobe -v error -of csv=p=0 -show_entries stream=codec_name,sample_rate,bit_rate:"
               "format_tags=comment,originator_reference,date,time_reference,coding_history out.wav; "

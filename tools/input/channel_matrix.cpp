@@ -16,15 +16,18 @@ struct share {
     double left, right;
 };
 
-/// ITU-R BS.775-3, annex 4, table 2, in the order of the speakers. The sides of 7.1, which it does not
-/// have, are surround channels too.
-constexpr std::array<share, 9> shares{{
+/// ITU-R BS.775-3, annex 4, table 2, in the order of the speakers. What it does not have: the sides of
+/// 7.1 are surround channels too, what stands between the centre and a side at the front belongs to that
+/// side. There is none for speakers above.
+constexpr std::array<share, 11> shares{{
     {1, 0},                   // front left
     {0, 1},                   // front right
     {minus_3_db, minus_3_db}, // front centre
     {0, 0},                   // low frequency
     {minus_3_db, 0},          // back left
     {0, minus_3_db},          // back right
+    {1, 0},                   // front left of centre
+    {0, 1},                   // front right of centre
     {0.5, 0.5},               // back centre
     {minus_3_db, 0},          // side left
     {0, minus_3_db},          // side right
@@ -43,9 +46,10 @@ gain_matrix unity_gains(int channels) {
 gain_matrix bs775_gains(const std::vector<speaker> &from) {
     gain_matrix gains(2);
     for (const speaker each : from) {
-        if (each == speaker::other) return {};
-        gains[0].push_back(shares.at(static_cast<std::size_t>(each)).left);
-        gains[1].push_back(shares.at(static_cast<std::size_t>(each)).right);
+        const auto row = static_cast<std::size_t>(each);
+        if (row >= shares.size()) return {};
+        gains[0].push_back(shares.at(row).left);
+        gains[1].push_back(shares.at(row).right);
     }
     const auto sum = [](const auto &row) { return std::accumulate(row.begin(), row.end(), 0.0); };
     const double loudest = std::max({sum(gains[0]), sum(gains[1]), 1.0});

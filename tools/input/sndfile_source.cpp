@@ -25,7 +25,7 @@ sample_format format_of(int sndfile_format) noexcept {
     }
 }
 
-constexpr std::array<std::pair<int, speaker>, 12> channel_maps{{
+constexpr std::array<std::pair<int, speaker>, 21> channel_maps{{
     {SF_CHANNEL_MAP_LEFT, speaker::front_left},
     {SF_CHANNEL_MAP_FRONT_LEFT, speaker::front_left},
     {SF_CHANNEL_MAP_RIGHT, speaker::front_right},
@@ -38,6 +38,15 @@ constexpr std::array<std::pair<int, speaker>, 12> channel_maps{{
     {SF_CHANNEL_MAP_REAR_CENTER, speaker::back_center},
     {SF_CHANNEL_MAP_SIDE_LEFT, speaker::side_left},
     {SF_CHANNEL_MAP_SIDE_RIGHT, speaker::side_right},
+    {SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER, speaker::front_left_of_center},
+    {SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER, speaker::front_right_of_center},
+    {SF_CHANNEL_MAP_TOP_CENTER, speaker::top_center},
+    {SF_CHANNEL_MAP_TOP_FRONT_LEFT, speaker::top_front_left},
+    {SF_CHANNEL_MAP_TOP_FRONT_CENTER, speaker::top_front_center},
+    {SF_CHANNEL_MAP_TOP_FRONT_RIGHT, speaker::top_front_right},
+    {SF_CHANNEL_MAP_TOP_REAR_LEFT, speaker::top_back_left},
+    {SF_CHANNEL_MAP_TOP_REAR_CENTER, speaker::top_back_center},
+    {SF_CHANNEL_MAP_TOP_REAR_RIGHT, speaker::top_back_right},
 }};
 
 speaker speaker_of(int channel_map) noexcept {

@@ -1,5 +1,6 @@
 #include "input/speaker.hpp"
 
+#include <algorithm>
 #include <array>
 
 namespace tools {
@@ -37,11 +38,6 @@ const layout_list vorbis_layouts{{
      low_frequency},
 }};
 
-/// The bits of a channel mask from the lowest one on.
-constexpr std::array mask_bits{front_left,  front_right, front_center, low_frequency,
-                               back_left,   back_right,  other,        other,
-                               back_center, side_left,   side_right};
-
 std::vector<speaker> row(const layout_list &from, int channels) {
     const auto index = static_cast<std::size_t>(channels);
     return index < from.size() ? from[index] : std::vector<speaker>{};
@@ -50,8 +46,9 @@ std::vector<speaker> row(const layout_list &from, int channels) {
 } // namespace
 
 std::string_view name_of(speaker where) noexcept {
-    constexpr std::array<std::string_view, 10> names{"FL", "FR", "FC", "LFE", "BL",
-                                                     "BR", "BC", "SL", "SR",  "?"};
+    constexpr std::array<std::string_view, 19> names{"FL",  "FR",  "FC",  "LFE", "BL", "BR",  "FLC",
+                                                     "FRC", "BC",  "SL",  "SR",  "TC", "TFL", "TFC",
+                                                     "TFR", "TBL", "TBC", "TBR", "?"};
     return names.at(static_cast<std::size_t>(where));
 }
 
@@ -64,9 +61,10 @@ std::vector<speaker> vorbis_speakers(int channels) {
 }
 
 std::vector<speaker> masked_speakers(std::uint32_t mask, int channels) {
+    constexpr auto known = static_cast<unsigned>(other);
     std::vector<speaker> named;
-    for (std::size_t bit = 0; bit < 32; ++bit)
-        if (mask >> bit & 1) named.push_back(bit < mask_bits.size() ? mask_bits.at(bit) : other);
+    for (unsigned bit = 0; bit < 32; ++bit)
+        if (mask >> bit & 1) named.push_back(static_cast<speaker>(std::min<unsigned>(bit, known)));
     if (named.size() != static_cast<std::size_t>(channels)) named.clear();
     return named;
 }

@@ -7,6 +7,7 @@
 
 namespace tools {
 
+/// In the order of the bits of a channel mask.
 enum class speaker : std::uint8_t {
     front_left,
     front_right,
@@ -14,10 +15,19 @@ enum class speaker : std::uint8_t {
     low_frequency,
     back_left,
     back_right,
+    front_left_of_center,
+    front_right_of_center,
     back_center,
     side_left,
     side_right,
-    other, ///< one that no mixdown to two channels is defined for
+    top_center,
+    top_front_left,
+    top_front_center,
+    top_front_right,
+    top_back_left,
+    top_back_center,
+    top_back_right,
+    other,
 };
 
 /// As the field abbreviates them: FL, FR, FC, LFE, ...

@@ -88,7 +88,8 @@ byte_list mpeg_extension(const mpeg_a_settings &settings, int kbps, int rate) {
         .bytes();
 }
 
-constexpr std::size_t fixed_bext_bytes = 602, originator_at = 256, time_reference_at = 338;
+constexpr std::size_t fixed_bext_bytes = 602, originator_at = 256, time_reference_at = 338,
+                      version_at = 346, loudness_at = 412, loudness_bytes = 10;
 
 constexpr std::array mode_names{"stereo", "joint-stereo", "dual-mono", "mono"};
 
@@ -104,11 +105,23 @@ std::string stream_line(const mpeg_a_settings &settings, int kbps, int rate) {
            + ",M=" + mode_names.at(static_cast<std::size_t>(settings.audio_mode)) + ",T=velaenc\r\n";
 }
 
-void convert_time_reference(byte_list &bext, int from, int to) {
-    std::uint64_t samples = 0;
-    for (std::size_t i = 8; i > 0; --i)
-        samples = samples << 8 | std::to_integer<std::uint64_t>(bext[time_reference_at + i - 1]);
-    const auto rate = static_cast<std::uint64_t>(from), target = static_cast<std::uint64_t>(to);
+std::uint64_t number_at(const byte_list &bytes, std::size_t at, std::size_t count) {
+    std::uint64_t value = 0;
+    for (std::size_t i = count; i > 0; --i)
+        value = value << 8 | std::to_integer<std::uint64_t>(bytes[at + i - 1]);
+    return value;
+}
+
+/// Since version 2 of the chunk. Each of the five fields is 0x7FFF where nobody has measured it.
+void forget_loudness(byte_list &bext) {
+    if (number_at(bext, version_at, 2) < 2) return;
+    for (std::size_t i = 0; i < loudness_bytes; ++i)
+        bext[loudness_at + i] = i % 2 == 0 ? std::byte{0xFF} : std::byte{0x7F};
+}
+
+void convert_time_reference(byte_list &bext, const broadcast_origin &origin, int to) {
+    std::uint64_t samples = number_at(bext, time_reference_at, 8) + origin.start;
+    const auto rate = static_cast<std::uint64_t>(origin.rate), target = static_cast<std::uint64_t>(to);
     samples = samples / rate * target + samples % rate * target / rate;
     for (std::size_t i = 0; i < 8; ++i)
         bext[time_reference_at + i] = static_cast<std::byte>(samples >> 8 * i);
@@ -126,7 +139,8 @@ byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_setti
         for (std::size_t i = 0; i < originator.size(); ++i)
             bext[originator_at + i] = static_cast<std::byte>(originator[i]);
     else if (origin.rate > 0)
-        convert_time_reference(bext, origin.rate, rate);
+        convert_time_reference(bext, origin, rate);
+    if (carried && !origin.sounds_alike) forget_loudness(bext);
     while (bext.size() > fixed_bext_bytes && bext.back() == std::byte{0})
         bext.pop_back();
     const bool has_history = bext.size() > fixed_bext_bytes;

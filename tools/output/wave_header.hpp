@@ -35,11 +35,14 @@ struct broadcast_origin {
     byte_list bext; ///< contents of the input's own chunk; empty: it has none
     int rate = 0;   ///< of the input, Hz
     int channels = 0;
-    int bits = 0; ///< of its samples; 0: no whole number of bits
+    int bits = 0;             ///< of its samples; 0: no whole number of bits
+    std::uint64_t start = 0;  ///< samples of the input that were left out before the sound
+    bool sounds_alike = true; ///< as loud as the input, over the same time
 };
 
-/// Contents of the chunk: the input's own, its time reference in samples of the stream, and a line of
-/// coding history (EBU R 98) for the stream; before that one for the input where there is none yet.
+/// Contents of the chunk: the input's own, its time reference that of the sound in samples of the stream,
+/// measured loudness only where it still holds, and a line of coding history (EBU R 98) for the stream;
+/// before that one for the input where there is none yet.
 byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_settings &settings, int kbps,
                               int rate);
 

@@ -94,6 +94,10 @@ opened open_source(const options &wanted, const std::function<void(const std::st
     result.origin.channels = shape.channels;
     if (shape.format != sample_format::f32) result.origin.bits = 8 * static_cast<int>(shape.format);
     result.plan = plan_stream(wanted, result.source->shape());
+    result.origin.start = samples_before(wanted, shape.rate);
+    result.origin.sounds_alike = result.origin.start == 0 && !wanted.sound.duration
+                                 && wanted.sound.gain_db == 0
+                                 && shape.channels == channels_of(result.plan.settings);
     result.source =
         shape_sound(std::move(result.source), wanted, result.plan.settings, result.plan.notes);
     return result;

@@ -98,11 +98,19 @@ gain_matrix mixdown(const pcm_source &source, std::vector<std::string> &notes) {
     return gains;
 }
 
+/// Two channels are never mixed, whatever they are.
+void note_speakers(const pcm_source &source, std::vector<std::string> &notes) {
+    const auto speakers = source.speakers();
+    if (source.shape().channels != 2 || speakers.empty() || speakers == wav_speakers(2)) return;
+    notes.push_back("the two channels (" + names_of(speakers) + ") become left and right");
+}
+
 /// Mixdown, gain and swap are one matrix.
 std::unique_ptr<pcm_source> mix(std::unique_ptr<pcm_source> source, const sound_options &wanted,
                                 std::vector<std::string> &notes) {
     const int channels = source->shape().channels;
     const bool swaps = wanted.swaps_channels && channels > 1;
+    note_speakers(*source, notes);
     if (wanted.swaps_channels && !swaps) notes.emplace_back("one channel: nothing to swap");
     if (channels <= 2 && wanted.gain_db == 0 && !swaps) return source;
     auto gains = channels > 2 ? mixdown(*source, notes) : unity_gains(channels);
@@ -158,6 +166,10 @@ std::unique_ptr<pcm_source> shape_sound(std::unique_ptr<pcm_source> source, cons
     source = resample(std::move(source), rate, notes);
     source = fit_channels(std::move(source), channels);
     return set_in_time(std::move(source), wanted.sound, settings.audio_layer, notes);
+}
+
+std::uint64_t samples_before(const options &wanted, int rate) {
+    return samples_in(wanted.sound.start, rate);
 }
 
 std::string clip_text(const clip_count &clipped) {

@@ -26,6 +26,10 @@ std::unique_ptr<pcm_source> shape_sound(std::unique_ptr<pcm_source> source, cons
                                         const mpeg_a_settings &settings,
                                         std::vector<std::string> &notes);
 
+/// Samples of the input that --start leaves out.
+/// @param rate  of the input, Hz
+std::uint64_t samples_before(const options &wanted, int rate);
+
 /// What the user should know about samples that will be clipped.
 std::string clip_text(const clip_count &clipped);
 
