@@ -39,6 +39,18 @@ bool preset_takes(const mpeg_a_settings &settings, int preset) noexcept {
     return false;
 }
 
+/// Whether the preset has a rate that the standard has for one channel, too: players of the others take
+/// two channels only.
+bool takes_mono(const mpeg_a_settings &settings, int preset) noexcept {
+    mpeg_a_settings mono = settings;
+    mono.audio_mode = MPEG_A_MODE_MONO;
+    for (int index = lowest_index; index <= highest_index; ++index) {
+        mono.audio_bitrate = index;
+        if (standard_allows(mono) && preset_takes(mono, preset)) return true;
+    }
+    return false;
+}
+
 std::string rates_of(mpeg_a_settings settings) {
     std::string list;
     for (int index = lowest_index; index <= highest_index; ++index) {
@@ -100,11 +112,15 @@ void apply(const options &wanted, mpeg_a_settings &settings) {
     replace(settings.pts_units, wanted.pts_units);
 }
 
-void note_channels(const mpeg_a_settings &settings, int channels, std::vector<std::string> &notes) {
+void note_channels(const options &wanted, const mpeg_a_settings &settings, int channels,
+                   std::vector<std::string> &notes) {
     if (channels > 1 && channels_of(settings) == 1)
         notes.emplace_back("mono: mixing two channels down");
     if (channels == 1 && channels_of(settings) == 2)
-        notes.push_back(mode_name(settings) + ": duplicating the one channel");
+        notes.push_back(mode_name(settings) + ": duplicating the one channel"
+                        + (wanted.mode ? ""
+                                       : ", since players of '" + wanted.preset_name
+                                             + "' take no mono (--mode mono does it all the same)"));
 }
 
 } // namespace
@@ -127,9 +143,10 @@ stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
                             " leave --downmix none out");
     stream_plan plan;
     mpegOutAudioDefaults(&plan.settings, wanted.preset);
-    if (input.channels == 1) plan.settings.audio_mode = MPEG_A_MODE_MONO;
+    if (input.channels == 1 && takes_mono(plan.settings, wanted.preset))
+        plan.settings.audio_mode = MPEG_A_MODE_MONO;
     apply(wanted, plan.settings);
-    note_channels(plan.settings, input.channels, plan.notes);
+    note_channels(wanted, plan.settings, input.channels, plan.notes);
     if (wanted.bitrate)
         choose_bitrate(plan.settings, *wanted.bitrate);
     else
