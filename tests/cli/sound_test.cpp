@@ -1,4 +1,5 @@
 // What happens to the sound before it is encoded: parts, delay, channels, rates, levels.
+#include "input/resampler.hpp"
 #include "workbench.hpp"
 
 #include <cmath>
@@ -9,6 +10,26 @@ namespace velaenc_test {
 namespace {
 
 using samples = std::vector<std::int16_t>;
+
+/// Silence in blocks of any size.
+class silence final : public tools::pcm_source {
+  public:
+    silence(const tools::pcm_shape &shape, std::uint64_t length, std::size_t block)
+        : shape_(shape), length_(length), left_(length), zeros_(block * shape.instant_bytes()) {}
+
+    const tools::pcm_shape &shape() const noexcept override { return shape_; }
+    std::optional<std::uint64_t> length() const noexcept override { return length_; }
+    std::span<const std::byte> next_block() override {
+        const auto taken = std::min<std::uint64_t>(left_, zeros_.size() / shape_.instant_bytes());
+        left_ -= taken;
+        return std::span(zeros_).first(static_cast<std::size_t>(taken) * shape_.instant_bytes());
+    }
+
+  private:
+    tools::pcm_shape shape_;
+    std::uint64_t length_, left_;
+    std::vector<std::byte> zeros_;
+};
 
 class sound_test : public workbench {
   protected:
@@ -79,29 +100,45 @@ TEST_F(sound_test, every_layout_goes_where_its_speakers_are_and_never_clips) {
     };
     constexpr int opus = SF_FORMAT_OGG | SF_FORMAT_OPUS, vorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS,
                   flac = SF_FORMAT_FLAC | SF_FORMAT_PCM_16, plain = SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-                  hex16 = SF_FORMAT_WAVEX | SF_FORMAT_PCM_16,
+                  masked = SF_FORMAT_WAVEX | SF_FORMAT_PCM_16,
                   hex32 = SF_FORMAT_WAVEX | SF_FORMAT_PCM_32;
     const std::vector<speaker_gains> wav5{{1, 0}, {0, 1}, {c, c}, {c, 0}, {0, c}},
         wav6{{1, 0}, {0, 1}, {c, c}, {0, 0}, {c, 0}, {0, c}},
         ogg6{{1, 0}, {c, c}, {0, 1}, {c, 0}, {0, c}, {0, 0}}, quad{{1, 0}, {0, 1}, {c, 0}, {0, c}},
         hex{{1, 0}, {0, 1}, {c, c}, {0.5, 0.5}, {c, 0}, {0, c}},
-        wav8{{1, 0}, {0, 1}, {c, c}, {0, 0}, {c, 0}, {0, c}, {c, 0}, {0, c}};
+        wav8{{1, 0}, {0, 1}, {c, c}, {0, 0}, {c, 0}, {0, c}, {c, 0}, {0, c}},
+        wide8{{1, 0}, {0, 1}, {c, c}, {0, 0}, {c, 0}, {0, c}, {1, 0}, {0, 1}};
+    const std::vector<int> hexagon{SF_CHANNEL_MAP_LEFT,      SF_CHANNEL_MAP_RIGHT,
+                                   SF_CHANNEL_MAP_CENTER,    SF_CHANNEL_MAP_REAR_CENTER,
+                                   SF_CHANNEL_MAP_SIDE_LEFT, SF_CHANNEL_MAP_SIDE_RIGHT},
+        wide{SF_CHANNEL_MAP_LEFT,
+             SF_CHANNEL_MAP_RIGHT,
+             SF_CHANNEL_MAP_CENTER,
+             SF_CHANNEL_MAP_LFE,
+             SF_CHANNEL_MAP_REAR_LEFT,
+             SF_CHANNEL_MAP_REAR_RIGHT,
+             SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER,
+             SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER};
     const struct {
         std::string name;
         int format;
         std::vector<speaker_gains> gains;
         double loudest;
+        std::vector<int> speakers = {};
     } cases[] = {
-        {"6.wav", plain, wav6, 1 + 2 * c},   {"5.flac", flac, wav5, 1 + 2 * c},
-        {"6.flac", flac, wav6, 1 + 2 * c},   {"4.wav", plain, quad, 1 + c},
-        {"8.flac", flac, wav8, 1 + 3 * c},   {"4.ogg", vorbis, quad, 1 + c},
-        {"6.ogg", vorbis, ogg6, 1 + 2 * c},  {"6.opus", opus, ogg6, 1 + 2 * c},
-        {"16.wav", hex16, hex, 1.5 + 2 * c}, {"32.wav", hex32, hex, 1.5 + 2 * c},
+        {"6.wav", plain, wav6, 1 + 2 * c},
+        {"5.flac", flac, wav5, 1 + 2 * c},
+        {"6.flac", flac, wav6, 1 + 2 * c},
+        {"4.wav", plain, quad, 1 + c},
+        {"8.flac", flac, wav8, 1 + 3 * c},
+        {"4.ogg", vorbis, quad, 1 + c},
+        {"6.ogg", vorbis, ogg6, 1 + 2 * c},
+        {"6.opus", opus, ogg6, 1 + 2 * c},
+        {"16.wav", masked, hex, 1.5 + 2 * c, hexagon},
+        {"32.wav", hex32, hex, 1.5 + 2 * c, hexagon},
+        {"wide.wav", masked, wide8, 2 + 2 * c, wide},
     };
-    const std::vector<int> hexagon{SF_CHANNEL_MAP_LEFT,      SF_CHANNEL_MAP_RIGHT,
-                                   SF_CHANNEL_MAP_CENTER,    SF_CHANNEL_MAP_REAR_CENTER,
-                                   SF_CHANNEL_MAP_SIDE_LEFT, SF_CHANNEL_MAP_SIDE_RIGHT};
-    for (const auto &[name, format, gains, loudest] : cases) {
+    for (const auto &[name, format, gains, loudest, speakers] : cases) {
         // 2400 samples a speaker, one after the other; then all of them at full scale.
         const std::size_t channels = gains.size();
         samples sound;
@@ -111,9 +148,7 @@ TEST_F(sound_test, every_layout_goes_where_its_speakers_are_and_never_clips) {
                 const bool on = t / 2400 == k || t / 2400 == channels;
                 sound.push_back(static_cast<std::int16_t>(on ? 32000 * wave : 0));
             }
-        const bool is_hexagon = format == hex16 || format == hex32;
-        write(name, format, sound, static_cast<int>(channels),
-              is_hexagon ? hexagon : std::vector<int>{});
+        write(name, format, sound, static_cast<int>(channels), speakers);
         const auto out = decoded(name + " --align --bitrate 384 --duration 9");
         ASSERT_GE(out.size(), 2 * (channels + 1) * 2400) << name;
         for (std::size_t k = 0; k <= channels; ++k)
@@ -128,6 +163,33 @@ TEST_F(sound_test, every_layout_goes_where_its_speakers_are_and_never_clips) {
                 EXPECT_NEAR(peak, gain / loudest, 0.03) << name << ' ' << k << ' ' << side;
             }
     }
+    const samples few(2 * 1152);
+    write("sides.wav", masked, few, 2, {SF_CHANNEL_MAP_SIDE_LEFT, SF_CHANNEL_MAP_SIDE_RIGHT});
+    run("velaenc sides.wav -", 0, "the two channels (SL SR) become left and right");
+    write("above.wav", masked, few, 3,
+          {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_TOP_FRONT_LEFT});
+    expect_failure("velaenc above.wav out.mp2", 2, "3 channels (FL FR TFL)");
+}
+
+TEST_F(sound_test, no_sample_is_lost_in_another_rate) {
+    std::vector<int> rates{1000, 4000, 8000, 11025, 22050, 44100, 48000, 88200, 96000, 176400, 192000};
+    for (const unsigned odd : {7919u, 104729u, 611953u})
+        for (unsigned i = 1; i <= 8; ++i)
+            rates.push_back(static_cast<int>(1000 + odd * i % 191001));
+    constexpr std::size_t blocks[] = {1, 37, 1000, 4096, 16384};
+    for (std::size_t i = 0; i < rates.size(); ++i)
+        for (const int to : {32000, 44100, 48000})
+            for (std::size_t j = 0; j < 2; ++j) {
+                const tools::pcm_shape shape{rates[i], 1 + static_cast<int>(i % 2)};
+                const std::size_t block = blocks[(i + 2 * j) % 5];
+                const std::uint64_t in = block == 1 ? 900 : 9000 + 7 * i, from = shape.rate;
+                tools::resampler out(std::make_unique<silence>(shape, in, block), to);
+                std::uint64_t bytes = 0;
+                for (auto part = out.next_block(); !part.empty(); part = out.next_block())
+                    bytes += part.size();
+                EXPECT_EQ(bytes / out.shape().instant_bytes(), (2 * in * to + from) / (2 * from))
+                    << from << " Hz to " << to << " in blocks of " << block;
+            }
 }
 
 TEST_F(sound_test, a_rate_that_the_stream_cannot_have_becomes_the_next_one_or_the_presets) {
@@ -140,6 +202,7 @@ TEST_F(sound_test, a_rate_that_the_stream_cannot_have_becomes_the_next_one_or_th
         {22050, "", 32000},
         {37800, "", 44100},
         {48000, "", 48000},
+        {55125, "", 44100},
         {88200, "", 44100},
         {96000, "", 48000},
         {48000, "--preset vcd", 44100},
@@ -171,16 +234,23 @@ TEST_F(sound_test, gain_and_swap_are_exact_and_what_lies_beyond_full_scale_is_co
     const auto sound = noise(2 * 300000);
     samples swapped;
     std::size_t beyond = 0;
+    double loudest = 0;
     for (std::size_t i = 0; i < sound.size(); ++i) {
         swapped.push_back(sound[i ^ 1]);
         beyond += std::abs(sound[i] / 32768.0 * std::pow(10, 12 / 20.0)) > 1;
+        loudest = std::max(loudest, std::abs(sound[i] / 32768.0));
     }
     put("in.wav", wav(pcm(sound), 2, 48000));
     EXPECT_TRUE(encoded("in.wav --swap-channels") == stream_of(swapped));
     EXPECT_TRUE(encoded("expected.wav --swap-channels --gain 0") == encoded("in.wav"));
+    // To the tenth of a dB that is enough.
+    const int tenths = 120 + static_cast<int>(std::ceil(200 * std::log10(loudest)));
+    const std::string by =
+        "by up to +" + std::to_string(tenths / 10) + '.' + std::to_string(tenths % 10);
     for (const std::string arguments : {"-j 1", "-j 3", "--engine"}) {
-        run("velaenc in.wav --gain 12 out.mp2 " + arguments, 0,
-            ": " + std::to_string(beyond) + " samples lie beyond");
+        const auto loud = run("velaenc in.wav --gain +12 out.mp2 " + arguments, 0,
+                              ": " + std::to_string(beyond) + " samples lie beyond");
+        EXPECT_NE(loud.err.find(by + " dB"), std::string::npos) << by << loud.err;
         const auto quiet = run("velaenc in.wav --gain 5.9 out.mp2 " + arguments);
         EXPECT_EQ(quiet.err.find("beyond"), std::string::npos) << quiet.err;
     }

@@ -49,7 +49,7 @@ std::optional<std::uint64_t> resampler::length() const noexcept {
 std::span<const std::byte> resampler::next_block() {
     std::size_t floats = drain();
     while (floats == 0 && !ended_) {
-        feed();
+        if (used_ == in_.size()) feed(); // it may take a part and give nothing
         floats = drain();
     }
     return std::as_bytes(std::span(out_).first(floats));

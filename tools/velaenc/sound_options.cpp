@@ -78,7 +78,8 @@ void add_sound_options(CLI::App &app, sound_options &wanted) {
     app.add_flag("--swap-channels", wanted.swaps_channels, "Left for right");
     add_parsed(app, "--gain", "DB", "Louder or, below 0, softer by that many dB",
                [&wanted](const std::string &text) {
-                   const auto gain = number_in<double>(text);
+                   const bool plus = text.starts_with('+') && !text.starts_with("+-");
+                   const auto gain = number_in<double>(std::string_view(text).substr(plus ? 1 : 0));
                    if (!gain || !(*gain >= -120 && *gain <= 120)) refuse("--gain", text, "-120 to 120");
                    wanted.gain_db = *gain;
                });
