@@ -1,5 +1,6 @@
 #include "coding/bit_allocation.hpp"
 
+#include "coding/bracket.hpp"
 #include "coding/frame_bits.hpp"
 #include "vela_enc_mp1a/settings.h"
 
@@ -167,27 +168,18 @@ void search::grant_common_level(double &hint) noexcept {
         const alloc_row &row = config_.table->row(0);
         high = std::min(high, (row.snr[row.last] - smr_[0][0]) + 1.0);
     }
-    // From the last frame's level outwards in growing strides until the answer lies in between, then by
-    // halves. Trying a level costs about as much as three steps of the search; 1 dB apart, few are
-    // left.
+    // Trying a level costs about as much as three steps of the search; 1 dB apart, few are left.
     int spent = 0;
-    double level = hint, stride = 1.0;
-    bool bracketed = false, was_affordable = false;
-    while (high - low > 1.0) {
-        level = std::clamp(level, low + 0.25, high - 0.25);
+    const auto ends = narrowed<double>({low, high}, hint, 1.0, 1.0, [&](double level) {
         const int cost = cost_of(level);
         const bool affordable = cost <= available_;
-        bracketed = bracketed || (stride > 1.0 && affordable != was_affordable);
-        was_affordable = affordable;
-        (affordable ? low : high) = level;
         if (affordable) spent = cost;
-        level = bracketed ? low + (high - low) / 2 : affordable ? level + stride : level - stride;
-        stride *= 2;
-    }
-    hint = low;
-    high_ = high;
+        return affordable;
+    });
+    hint = ends.affordable;
+    high_ = ends.beyond;
     for (const pair &p : pairs)
-        allocation(p) = static_cast<std::uint8_t>(p.steps_below(low));
+        allocation(p) = static_cast<std::uint8_t>(p.steps_below(hint));
     available_ -= spent;
 }
 

@@ -60,8 +60,8 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
     sample_codes codes;
     find_scalefactors(samples, side, joint);
     if (config_.layer == 2) choose_tuned_scfsi(config_, weights, side);
-    const int stuffing = allocate_tuned(*kernels_, config_, samples, joint, weights, frame_bits,
-                                        *header_, side, slope_hint_);
+    const weighed_frame frame{*kernels_, config_, samples, joint, weights};
+    const int stuffing = allocate_tuned(frame, frame_bits, *header_, side, slope_hint_);
     quantize_samples(*kernels_, config_, side, samples, joint, codes);
     write_frame(side, codes, stuffing);
 }

@@ -19,7 +19,6 @@ const coding_kernels coding_table{
     .own_noise = own_noise<V>,
     .shared_noise = shared_noise<V>,
     .add_noise_costs = add_noise_costs<V>,
-    .to_decibels = to_decibels<V>,
     .pack_layer1 = pack_layer1,
     .pack_layer2 = pack_layer2,
 };

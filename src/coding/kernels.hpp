@@ -96,9 +96,6 @@ struct coding_kernels {
     void (*add_noise_costs)(const part_noise &noise, const double (&weight)[32],
                             noise_costs &costs) noexcept;
 
-    /// Turns powers from 0 to 1e300 into decibels; below -2000 dB into that.
-    void (*to_decibels)(double (&power)[32]) noexcept;
-
     /// Write the samples of `count` subbands, sample by sample or granule by granule.
     void (*pack_layer1)(const coded_subband *coded, int count, bit_cursor &bits) noexcept;
     void (*pack_layer2)(const coded_subband *coded, int count, bit_cursor &bits) noexcept;

@@ -104,13 +104,4 @@ void add_noise_costs(const part_noise &noise, const double (&weight)[32], noise_
     }
 }
 
-/// 10 log10 x; what is below 1e-200 counts as that.
-template <class V>
-void to_decibels(double (&power)[32]) noexcept {
-    for (int sb = 0; sb < 32; sb += lanes<V>) {
-        const V x = max_of(load<V>(power + sb), splat<V>(1e-200));
-        store(power + sb, splat<V>(4.342944819032518) * logarithm(x));
-    }
-}
-
 } // namespace vela::VELA_LEVEL

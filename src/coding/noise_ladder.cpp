@@ -1,5 +1,8 @@
 #include "coding/noise_ladder.hpp"
 
+#include "coding/frame_bits.hpp"
+#include "coding/scalefactor_table.hpp"
+
 namespace vela {
 
 namespace {
@@ -7,6 +10,15 @@ namespace {
 /// Keeps what infinite samples bring out of the search.
 double finite(double cost) noexcept {
     return cost < 1e200 ? cost : 1e200;
+}
+
+part_scalefactors values_of(const std::uint8_t (&index)[32]) noexcept {
+    part_scalefactors values;
+    for (int sb = 0; sb < 32; ++sb) {
+        values.value[sb] = scalefactor_table[index[sb]];
+        values.inverse[sb] = inverse_scalefactor[index[sb]];
+    }
+    return values;
 }
 
 } // namespace
@@ -50,6 +62,40 @@ ladder::step ladder::best_step(int from, int affordable) const noexcept {
         if (more <= affordable && slope > best.slope) best = {slope, to};
     }
     return best;
+}
+
+void frame_ladders::build_own(const weighed_frame &frame, const channel_scalefactors &used) noexcept {
+    const coder_config &config = frame.config;
+    for (int ch = 0; ch < config.channels; ++ch) {
+        noise_costs costs{};
+        for (int part = 0; part < config.parts(); ++part) {
+            part_noise noise;
+            frame.kernels.own_noise(frame.samples[ch][part], values_of(used.scalefactor[ch][part]),
+                                    noise);
+            frame.kernels.add_noise_costs(noise, frame.weights[ch][part], costs);
+        }
+        for (int sb = 0; sb < config.sblimit; ++sb)
+            own[ch][sb].build(config.table->row(sb), costs, sb, side_bits(config, used, ch, sb));
+    }
+}
+
+void frame_ladders::build_shared(const weighed_frame &frame, const channel_scalefactors &used,
+                                 const std::uint8_t (&joint_index)[3][32]) noexcept {
+    const coder_config &config = frame.config;
+    noise_costs costs{};
+    for (int part = 0; part < config.parts(); ++part) {
+        const part_scalefactors common = values_of(joint_index[part]);
+        for (int ch = 0; ch < 2; ++ch) {
+            part_noise noise;
+            frame.kernels.shared_noise(frame.samples[ch][part], values_of(used.scalefactor[ch][part]),
+                                       frame.joint[part], common, noise);
+            frame.kernels.add_noise_costs(noise, frame.weights[ch][part], costs);
+        }
+    }
+    for (int sb = joint_bounds[0]; sb < config.sblimit; ++sb) {
+        const int opening = side_bits(config, used, 0, sb) + side_bits(config, used, 1, sb);
+        shared[sb].build(config.table->row(sb), costs, sb, opening);
+    }
 }
 
 } // namespace vela

@@ -3,6 +3,7 @@
 
 #include "coding/alloc_tables.hpp"
 #include "coding/kernels.hpp"
+#include "coding/weighed_frame.hpp"
 
 #include <cstdint>
 
@@ -43,6 +44,17 @@ class ladder {
     double cost_[16];
     std::uint8_t corner_[16];
     double slope_[16]; ///< from corner i to the next one; 0 behind the last
+};
+
+/// The ladders of a frame: of every subband in every channel, and of those that may be shared.
+struct frame_ladders {
+    ladder own[2][32];
+    ladder shared[32]; ///< from the first bound on
+
+    void build_own(const weighed_frame &frame, const channel_scalefactors &used) noexcept;
+    /// @param joint_index  of the scale factors that normalise the shared samples
+    void build_shared(const weighed_frame &frame, const channel_scalefactors &used,
+                      const std::uint8_t (&joint_index)[3][32]) noexcept;
 };
 
 } // namespace vela

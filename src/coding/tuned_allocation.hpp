@@ -1,7 +1,7 @@
 // The tuned allocation: bits for the least weighted noise.
 #pragma once
 
-#include "coding/frame.hpp"
+#include "coding/weighed_frame.hpp"
 
 namespace vela {
 
@@ -11,13 +11,11 @@ namespace vela {
 /// In joint stereo that is done for stereo and for every bound, and the least cost of the frame
 /// decides; header.mode and mode_extension and side.joint_bound are set to match. Reads the scale
 /// factors; fills side.allocation. Never costs more than what allocate_bits() makes of the same costs.
-/// @param joint       in joint stereo the shared samples, else unused
+/// @param frame_bits  the whole frame
 /// @param slope_hint  benefit a bit where the last frame's bits ran out, or anything: the result is the
 ///                    same; receives this frame's
 /// @return bits left over; negative when not even header and allocation fields fit
-int allocate_tuned(const coding_kernels &kernels, const coder_config &config,
-                   const subband_samples &samples, const part_samples *joint,
-                   const noise_weights &weights, int frame_bits, frame_header &header, side_info &side,
+int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header, side_info &side,
                    double &slope_hint) noexcept;
 
 } // namespace vela

@@ -2,6 +2,7 @@
 
 #include "coding/scalefactor_table.hpp"
 #include "coding/scalefactors.hpp"
+#include "psy/tuned_parameters.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -44,9 +45,6 @@ struct selection {
 };
 
 selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
-    // A quantizer in the middle between coarse and fine: noise of twelve samples for a scale factor of
-    // 1, and what six bits take away from the noise of 36 samples, ln 4 / 6 of it.
-    constexpr double quantizer = 4.0 / 81, six_bits = 0.231;
     std::uint8_t nearest[std::size(ranges)];
     for (unsigned i = 0; i < (count == 1 ? 1 : std::size(ranges)); ++i) {
         double product = 0, square = 0;
@@ -61,14 +59,14 @@ selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
     for (const unsigned scfsi : selections) {
         if (count == 1 && scfsi != 0) continue;
         selection tried{static_cast<std::uint8_t>(scfsi), {}};
-        const double growth = 1 + six_bits * scalefactors_per_scfsi[scfsi];
+        const double quantizer = tuned::middle_quantizer_noise
+                                 * (1 + tuned::shared_selection_price * scalefactors_per_scfsi[scfsi]);
         double noise = 0;
         for (int part = 0; part < count; ++part) {
             tried.index[part] = nearest[range_of[scfsi][part]];
             const shared_part &p = parts[part];
             const double s = scalefactor_table[tried.index[part]];
-            noise +=
-                p.weight * (p.energy - 2 * s * p.product + s * s * (p.square + quantizer * growth));
+            noise += p.weight * (p.energy - 2 * s * p.product + s * s * (p.square + quantizer));
         }
         if (noise < least) {
             least = noise;
@@ -82,7 +80,6 @@ selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
 
 void choose_tuned_scfsi(const coder_config &config, const noise_weights &weights,
                         channel_scalefactors &chosen) noexcept {
-    constexpr double price[4] = {2.0, 1.5874010519681994, 1.2599210498948732, 1.5874010519681994};
     for (int ch = 0; ch < config.channels; ++ch) {
         auto &index = chosen.scalefactor[ch];
         const auto &weight = weights[ch];
@@ -99,7 +96,7 @@ void choose_tuned_scfsi(const coder_config &config, const noise_weights &weights
                 const double noise = (weight[0][sb] * squared_scale(used[scfsi][0])
                                       + weight[1][sb] * squared_scale(used[scfsi][1])
                                       + weight[2][sb] * squared_scale(used[scfsi][2]))
-                                     * price[scfsi];
+                                     * tuned::selection_price[scfsi];
                 best = noise < least ? scfsi : best;
                 least = std::min(noise, least);
             }
@@ -110,16 +107,16 @@ void choose_tuned_scfsi(const coder_config &config, const noise_weights &weights
     }
 }
 
-void choose_shared_scalefactors(const coding_kernels &kernels, const coder_config &config,
-                                const subband_samples &samples, const part_samples *joint,
-                                const std::uint8_t (&joint_index)[3][32], const noise_weights &weights,
+void choose_shared_scalefactors(const weighed_frame &frame, const std::uint8_t (&joint_index)[3][32],
                                 channel_scalefactors &chosen) noexcept {
+    const coder_config &config = frame.config;
     double square[3][32], product[2][3][32], energy[2][3][32];
     for (int part = 0; part < config.parts(); ++part) {
-        kernels.sum_products(joint[part], joint[part], square[part]);
+        frame.kernels.sum_products(frame.joint[part], frame.joint[part], square[part]);
         for (int ch = 0; ch < 2; ++ch) {
-            kernels.sum_products(samples[ch][part], joint[part], product[ch][part]);
-            kernels.sum_products(samples[ch][part], samples[ch][part], energy[ch][part]);
+            const part_samples &own = frame.samples[ch][part];
+            frame.kernels.sum_products(own, frame.joint[part], product[ch][part]);
+            frame.kernels.sum_products(own, own, energy[ch][part]);
         }
     }
     for (int ch = 0; ch < 2; ++ch) {
@@ -127,7 +124,7 @@ void choose_shared_scalefactors(const coding_kernels &kernels, const coder_confi
             shared_part parts[3] = {};
             for (int part = 0; part < config.parts(); ++part) {
                 const double normal = inverse_scalefactor[joint_index[part][sb]];
-                parts[part] = {weights[ch][part][sb], energy[ch][part][sb],
+                parts[part] = {frame.weights[ch][part][sb], energy[ch][part][sb],
                                product[ch][part][sb] * normal, square[part][sb] * (normal * normal)};
             }
             const selection best = choose_shared(parts, config.parts());

@@ -1,7 +1,7 @@
 // The tuned choice of scale factors.
 #pragma once
 
-#include "coding/frame.hpp"
+#include "coding/weighed_frame.hpp"
 
 namespace vela {
 
@@ -15,11 +15,8 @@ void choose_tuned_scfsi(const coder_config &config, const noise_weights &weights
 /// Scale factors of subbands that the channels share, from the first bound on. There they do not limit
 /// a channel's samples but scale the shared ones: those are taken that come closest to the channel's
 /// own samples in the least squares' sense, in Layer II again weighing the bits that they take.
-/// @param joint        the shared samples
 /// @param joint_index  index of each part's scale factor that normalises them
-void choose_shared_scalefactors(const coding_kernels &kernels, const coder_config &config,
-                                const subband_samples &samples, const part_samples *joint,
-                                const std::uint8_t (&joint_index)[3][32], const noise_weights &weights,
+void choose_shared_scalefactors(const weighed_frame &frame, const std::uint8_t (&joint_index)[3][32],
                                 channel_scalefactors &chosen) noexcept;
 
 } // namespace vela

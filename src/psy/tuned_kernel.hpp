@@ -3,6 +3,7 @@
 
 #include "psy/kernels.hpp"
 #include "psy/spectrum_kernel.hpp"
+#include "psy/tuned_parameters.hpp"
 #include "psy/tuned_tables.hpp"
 #include "simd/math.hpp"
 
@@ -66,7 +67,7 @@ VELA_INLINE past_excitations<V> exchange(V excitation, const double *latest, dou
     return {before1, before2};
 }
 
-/// Weights: 1 / T of the lines and a little of that before an attack, to the power of 0.95, added up over
+/// Weights: 1 / T of the lines and a little of that before an attack, raised to a power, added up over
 /// what each subband is heard by.
 template <class V, int passes>
 void weigh_noise(const tuned_tables &tables, const double *energy, double *history, int newest,
@@ -87,10 +88,10 @@ void weigh_noise(const tuned_tables &tables, const double *energy, double *histo
         const V masking = max_of(fading * max_of(fading * past.before2, past.before1), value[p]);
         const V threshold = threshold_of(masking, p);
         const V before = threshold_of(min_of(past.before2, past.before1), p);
-        value[p] = splat<V>(1.0) / threshold + splat<V>(noise_before_attacks) / before;
+        value[p] = splat<V>(1.0) / threshold + splat<V>(tuned::noise_before_attacks) / before;
     }
     for (int p = 0; p < padded_partitions; ++p)
-        value[p] = exponential(splat<V>(0.95) * logarithm(value[p]));
+        value[p] = exponential(splat<V>(tuned::weight_exponent) * logarithm(value[p]));
     const double *share = tables.heard_share.begin();
     for (int sb = 0; sb < 32; ++sb) {
         V sum = splat<V>(0.0);

@@ -1,5 +1,6 @@
 #include "psy/tuned_tables.hpp"
 
+#include "psy/tuned_parameters.hpp"
 #include "simd/const_math.hpp"
 #include "simd/math.hpp"
 
@@ -9,9 +10,6 @@
 namespace vela {
 
 namespace {
-
-constexpr double upward_slope = 10, downward_slope = 27; ///< dB a Bark
-constexpr double fading_a_pass = 0.35;                   ///< over 12 ms, a pass of Layer II at 48 kHz
 
 double power(double base, double exponent) noexcept {
     return VELA_LEVEL::exponential(exponent * VELA_LEVEL::logarithm(base));
@@ -27,15 +25,13 @@ double schroeder_bark(double hz) noexcept {
     return 7 * VELA_LEVEL::logarithm(x + std::sqrt(x * x + 1));
 }
 
-/// Threshold in quiet as an energy a Bark, with an exponent between the usual 4, which leaves too
-/// little of 16 kHz, and what the ear models of measurements have.
+/// Threshold in quiet as an energy a Bark.
 double quiet_energy(double khz) noexcept {
-    constexpr double energy_at_0_db = 15266.4, allowance_db = 3, width = 0.25;
     const double from_dip = khz - 3.3;
     const double db = 3.64 * power(khz, -0.8)
                       - 6.5 * VELA_LEVEL::exponential(-0.6 * from_dip * from_dip)
-                      + 0.001 * power(khz, 3.65);
-    return energy_at_0_db * from_db(db + allowance_db) / width;
+                      + 0.001 * power(khz, tuned::quiet_exponent);
+    return tuned::quiet_at_0_db * from_db(db + tuned::quiet_allowance_db) / tuned::quiet_width;
 }
 
 /// cos^2(pi d / 2) for d = |i - 15| / 16: how the filterbank spreads a subband's noise over the lines
@@ -65,12 +61,12 @@ void lay_spreading(tuned_tables &tables, const table<double, padded_partitions> 
     double heard[padded_partitions] = {};
     double upward = 0, downward = 0;
     for (int p = 0; p < count; ++p) {
-        if (p > 0) tables.upward[p] = from_db(-upward_slope / 2 * (middle[p] - middle[p - 1]));
+        if (p > 0) tables.upward[p] = from_db(-tuned::upward_slope / 2 * (middle[p] - middle[p - 1]));
         upward = std::sqrt(width[p]) + upward * tables.upward[p];
         heard[p] = upward;
     }
     for (int p = count - 2; p >= 0; --p) {
-        tables.downward[p] = from_db(-downward_slope / 2 * (middle[p + 1] - middle[p]));
+        tables.downward[p] = from_db(-tuned::downward_slope / 2 * (middle[p + 1] - middle[p]));
         downward = (std::sqrt(width[p + 1]) + downward) * tables.downward[p];
         heard[p] += downward;
     }
@@ -113,12 +109,14 @@ void make_tuned_tables(tuned_tables &tables, int sample_rate, int step) noexcept
         }
         middle[p] = schroeder_bark((first + end - 1) * 0.5 * line_hz);
         tables.quiet[p] = (end - first) / inverse_quiet;
-        // 3 dB, and a quarter of a dB more for each Bark above 12.
-        tables.mask_share[p] = from_db(-3 - 0.25 * std::max(0.0, middle[p] - 12)) / (end - first);
+        tables.mask_share[p] =
+            from_db(-tuned::offset_db
+                    - tuned::offset_slope * std::max(0.0, middle[p] - tuned::offset_from_bark))
+            / (end - first);
     }
     lay_spreading(tables, middle, width, count);
     lay_subbands(tables, widths);
-    tables.fading = power(fading_a_pass, step / 0.012 / sample_rate);
+    tables.fading = power(tuned::fading_a_pass, step / 0.012 / sample_rate);
 }
 
 } // namespace vela

@@ -5,17 +5,13 @@
 
 namespace vela {
 
-/// What a part's noise counts where it precedes an attack: the filterbank spreads it to samples that only
-/// the thresholds of the passes before mask.
-inline constexpr double noise_before_attacks = 0.0001;
-
 /// Constants of the tuned model, computed at Init. z(f) = 7 asinh(f / 650 Hz) is the frequency in Bark;
 /// a line k stands for the width dz_k = z((k + 1/2) df) - z((k - 1/2) df), where df is the distance of
 /// lines.
 struct tuned_tables {
     partition_lines partitions;
     /// What is left of an amplitude that masks the next partition above (from p - 1 to p) and below
-    /// (from p + 1 to p): slopes of 10 dB and 27 dB a Bark.
+    /// (from p + 1 to p).
     table<double, padded_partitions> upward, downward;
     /// Makes a spectrum of the same energy in every Bark its own excitation.
     table<double, padded_partitions> spread_scale;

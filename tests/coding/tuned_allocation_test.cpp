@@ -60,8 +60,7 @@ struct frame {
         double sum = 0;
         for (int part = 0; part < config.parts(); ++part) {
             const double scale = scalefactor_table[used.scalefactor[ch][part][sb]];
-            const double normal =
-                is_shared ? scalefactor_table[side.joint_index[part][sb]] : scale;
+            const double normal = is_shared ? scalefactor_table[side.joint_index[part][sb]] : scale;
             double noise = 0, energy = 0;
             for (int j = 0; j < 12; ++j) {
                 const double x = samples[ch][part][j][sb];
@@ -208,8 +207,9 @@ TEST(tuned_allocation, is_the_search_that_tries_every_step_or_the_default_where_
             expect_selection(f, raw, k % config.channels, k / config.channels);
         const bool joint = config.mode == MPEG_A_MODE_JOINT_STEREO;
         if (joint) {
-            choose_shared_scalefactors(coding_kernels_of(level::reference), config, f.samples, f.joint,
-                                       f.side.joint_index, f.weights, f.shared);
+            choose_shared_scalefactors(
+                {coding_kernels_of(level::reference), config, f.samples, f.joint, f.weights},
+                f.side.joint_index, f.shared);
         }
         const int budget = 8 * static_cast<int>(10 + chance() % (i % 3 == 0 ? 200 : 1000));
         std::vector<unit> best;
@@ -236,7 +236,7 @@ TEST(tuned_allocation, is_the_search_that_tries_every_step_or_the_default_where_
             side_info got = f.side;
             frame_header header = f.header;
             double hint = elsewhere;
-            ASSERT_EQ(allocate_tuned(coding_kernels_of(which), config, f.samples, f.joint, f.weights,
+            ASSERT_EQ(allocate_tuned({coding_kernels_of(which), config, f.samples, f.joint, f.weights},
                                      budget, header, got, hint),
                       left)
                 << i;
