@@ -9,8 +9,9 @@
 #include "format_caps.hpp"
 #include "frame_source.hpp"
 #include "properties.hpp"
-#include "settings.hpp"
+#include "settings/record.hpp"
 #include "timeline.hpp"
+#include "verdict.hpp"
 
 #include <cstring>
 #include <gst/audio/audio.h>
@@ -21,7 +22,7 @@ GST_DEBUG_CATEGORY_STATIC(velamp2enc_debug);
 
 namespace {
 
-using velamp2::wishes;
+using tools::wishes;
 
 /// What the C structure of the element holds; apart from the wishes, all of it is the streaming
 /// thread's.
@@ -171,7 +172,7 @@ bool report(GstAudioEncoder *enc, const velamp2::verdict &verdict) {
 }
 
 void announce(GstAudioEncoder *enc, const mpeg_a_settings &settings, int rate) {
-    const auto bits = static_cast<guint>(1000 * velamp2::kbit_of(settings));
+    const auto bits = static_cast<guint>(1000 * tools::kbit_of(settings));
     GstTagList *const tags =
         gst_tag_list_new(GST_TAG_AUDIO_CODEC,
                          settings.audio_layer == 1 ? "MPEG-1 Layer 1 (MP1)" : "MPEG-1 Layer 2 (MP2)",
@@ -179,7 +180,7 @@ void announce(GstAudioEncoder *enc, const mpeg_a_settings &settings, int rate) {
     gst_audio_encoder_merge_tags(enc, tags, GST_TAG_MERGE_REPLACE);
     gst_tag_list_unref(tags);
     // A frame leaves when its last sample has come, and its stamp lies a delay before its first one.
-    const int samples = velamp2::samples_of_frame(settings) + velamp2::delay_of(settings);
+    const int samples = tools::samples_of_frame(settings) + tools::decoder_delay(settings.audio_layer);
     const GstClockTime latency = gst_util_uint64_scale_ceil(static_cast<guint64>(samples), GST_SECOND,
                                                             static_cast<guint64>(rate));
     gst_audio_encoder_set_latency(enc, latency, latency);
@@ -188,10 +189,10 @@ void announce(GstAudioEncoder *enc, const mpeg_a_settings &settings, int rate) {
 gboolean on_set_format(GstAudioEncoder *enc, GstAudioInfo *info) {
     const wishes wished = copy_wishes(enc);
     const int channels = GST_AUDIO_INFO_CHANNELS(info), rate = GST_AUDIO_INFO_RATE(info);
-    const auto settings = velamp2::settle(wished, channels, velamp2::layer_for(enc->srcpad));
+    const auto settings = tools::settle(wished, channels, velamp2::layer_for(enc->srcpad));
     state &self = members_of(enc);
     self.source.reset();
-    if (velamp2::channels_of(settings) != channels) return FALSE; // not what was offered
+    if (tools::channels_of(settings) != channels) return FALSE; // not what was offered
     if (!report(enc, velamp2::judge(settings, wished, rate))) return FALSE;
     const int bytes = GST_AUDIO_INFO_BPF(info) / channels;
     auto source = std::make_unique<velamp2::frame_source>(settings, bytes, rate);
@@ -199,7 +200,8 @@ gboolean on_set_format(GstAudioEncoder *enc, GstAudioInfo *info) {
         GST_ELEMENT_ERROR(enc, RESOURCE, NO_SPACE_LEFT, ("no memory for the encoder"), (nullptr));
         return FALSE;
     }
-    self.timeline = velamp2::timeline(velamp2::samples_of_frame(settings), velamp2::delay_of(settings));
+    self.timeline = velamp2::timeline(tools::samples_of_frame(settings),
+                                      tools::decoder_delay(settings.audio_layer));
     self.bytes_of_sample = GST_AUDIO_INFO_BPF(info);
     announce(enc, settings, rate);
     GstCaps *const caps = velamp2::stream_caps(settings, rate);

@@ -1,5 +1,7 @@
 #include "format_caps.hpp"
 
+#include "settings/rules.hpp"
+
 #include <span>
 
 namespace velamp2 {
@@ -47,10 +49,13 @@ void add_pad_templates(GstElementClass *element_class) {
 
 GstCaps *offered_caps(const wishes &wished) {
     std::vector<int> channels = {1, 2};
-    if (wished.mode) channels = {*wished.mode == MPEG_A_MODE_MONO ? 1 : 2};
+    if (wished.mode)
+        channels = {*wished.mode == MPEG_A_MODE_MONO ? 1 : 2};
+    else if (!tools::takes_mono(wished.preset_code()))
+        channels = {2};
     GstCaps *const caps = gst_caps_make_writable(gst_static_pad_template_get_caps(&sink_template));
     set_list(caps, "channels", channels);
-    set_list(caps, "rate", rates_of_preset(wished.preset_code()));
+    set_list(caps, "rate", tools::rates_of_preset(wished.preset_code()));
     return caps;
 }
 
@@ -65,8 +70,8 @@ int layer_for(GstPad *source_pad) {
 GstCaps *stream_caps(const mpeg_a_settings &settings, int rate) {
     return gst_caps_new_simple("audio/mpeg", "mpegversion", G_TYPE_INT, 1, "mpegaudioversion",
                                G_TYPE_INT, 1, "layer", G_TYPE_INT, settings.audio_layer, "channels",
-                               G_TYPE_INT, channels_of(settings), "rate", G_TYPE_INT, rate, "parsed",
-                               G_TYPE_BOOLEAN, TRUE, nullptr);
+                               G_TYPE_INT, tools::channels_of(settings), "rate", G_TYPE_INT, rate,
+                               "parsed", G_TYPE_BOOLEAN, TRUE, nullptr);
 }
 
 } // namespace velamp2

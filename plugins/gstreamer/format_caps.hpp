@@ -1,10 +1,12 @@
 #pragma once
 
-#include "settings.hpp"
+#include "settings/record.hpp"
 
 #include <gst/gst.h>
 
 namespace velamp2 {
+
+using tools::wishes;
 
 void add_pad_templates(GstElementClass *element_class);
 

@@ -1,12 +1,13 @@
 #include "frame_source.hpp"
 
-#include "settings.hpp"
+#include "settings/record.hpp"
 
 namespace velamp2 {
 
 frame_source::frame_source(const mpeg_a_settings &settings, int sample_bytes, int rate)
-    : bufstream{}, frame_input_(static_cast<std::size_t>(samples_of_frame(settings)
-                                                         * channels_of(settings) * sample_bytes)),
+    : bufstream{},
+      frame_input_(static_cast<std::size_t>(tools::samples_of_frame(settings)
+                                            * tools::channels_of(settings) * sample_bytes)),
       block_{}, encoder_(mpegOutAudioNew(nullptr, &settings, 0, sample_bytes, rate)) {
     request = lend;
     commit = take;

@@ -1,51 +1,23 @@
 #include "properties.hpp"
 
+#include "settings/names.hpp"
 #include "vela_enc_mp1a/encoder.h"
 
 #include <gst/gst.h>
+#include <span>
 
 namespace velamp2 {
 namespace {
 
-constexpr GEnumValue modes[] = {
-    {-1, "From the number of channels: stereo or mono", "auto"},
-    {MPEG_A_MODE_STEREO, "Stereo", "stereo"},
-    {MPEG_A_MODE_JOINT_STEREO, "Joint stereo", "joint"},
-    {MPEG_A_MODE_DUAL_CHANNEL, "Dual channel: two programmes", "dual"},
-    {MPEG_A_MODE_MONO, "Mono", "mono"},
-    {0, nullptr, nullptr},
-};
-
-constexpr GEnumValue presets[] = {
-    {MPEG_A_PRESET_NONE, "No target format", "none"},
-    {MPEG_A_PRESET_VCD, "Video CD", "vcd"},
-    {MPEG_A_PRESET_SVCD, "Super Video CD", "svcd"},
-    {MPEG_A_PRESET_DVD, "DVD-Video", "dvd"},
-    {MPEG_A_PRESET_DVD_DUAL, "DVD-Video with dual channel allowed", "dvd-dual"},
-    {MPEG_A_PRESET_DVB, "Digital Video Broadcasting", "dvb"},
-    {MPEG_A_PRESET_MICROMV, "MicroMV", "micromv"},
-    {MPEG_A_PRESET_DVHS, "D-VHS", "dvhs"},
-    {MPEG_A_PRESET_HDV, "HDV", "hdv"},
-    {0, nullptr, nullptr},
-};
-
-constexpr GEnumValue emphases[] = {
-    {MPEG_A_EMPHASIS_NONE, "No emphasis", "none"},
-    {MPEG_A_EMPHASIS_50_15, "50/15 microseconds", "50/15"},
-    {MPEG_A_EMPHASIS_J17, "CCITT J.17", "j17"},
-    {0, nullptr, nullptr},
-};
-
-constexpr GEnumValue models[] = {
-    {MPEG_A_MODEL_STANDARD, "The standard's model and allocation", "standard"},
-    {MPEG_A_MODEL_TUNED, "Tuned for less audible noise", "tuned"},
-    {0, nullptr, nullptr},
-};
-
-/// Types are registered once; classes are made under a lock of GObject's.
-GType enum_type(const char *name, const GEnumValue *values) {
-    const GType known = g_type_from_name(name);
-    return known != 0 ? known : g_enum_register_static(name, values);
+/// Types are registered once, while GObject makes the class under a lock; it keeps the values for ever.
+GType enum_type(const char *type, std::span<const tools::named_value> names,
+                const GEnumValue *automatic = nullptr) {
+    if (const GType known = g_type_from_name(type)) return known;
+    GEnumValue *const values = g_new0(GEnumValue, names.size() + 2), *next = values;
+    if (automatic != nullptr) *next++ = *automatic;
+    for (const auto &[name, value, text] : names)
+        *next++ = {value, text, name};
+    return g_enum_register_static(type, values);
 }
 
 constexpr auto flags =
@@ -85,7 +57,7 @@ int value_without_wish(const wishes &wished, const row &property) noexcept {
     if (property.follows) return property.automatic;
     mpeg_a_settings settings{};
     mpegOutAudioDefaults(&settings, wished.preset_code());
-    for (const plain_field &plain : plain_fields)
+    for (const tools::plain_field &plain : tools::plain_fields)
         if (plain.wish == property.wish) return settings.*plain.field;
     return wished.preset_code();
 }
@@ -93,10 +65,11 @@ int value_without_wish(const wishes &wished, const row &property) noexcept {
 } // namespace
 
 void install_properties(GObjectClass *object_class) {
-    const GType mode = enum_type("GstVelaMp2EncMode", modes);
-    const GType preset = enum_type("GstVelaMp2EncPreset", presets);
-    const GType model = enum_type("GstVelaMp2EncModel", models);
-    const GType emphasis = enum_type("GstVelaMp2EncEmphasis", emphases);
+    static constexpr GEnumValue from_channels{-1, "stereo or mono, as the input has channels", "auto"};
+    const GType mode = enum_type("GstVelaMp2EncMode", tools::mode_names, &from_channels);
+    const GType preset = enum_type("GstVelaMp2EncPreset", tools::preset_names);
+    const GType model = enum_type("GstVelaMp2EncModel", tools::model_names);
+    const GType emphasis = enum_type("GstVelaMp2EncEmphasis", tools::emphasis_names);
     GParamSpec *const properties[] = {
         whole_number("bitrate", "Bitrate",
                      "Bitrate in kbit/s; 0: the preset's, or what fits the mode and layer", 448),

@@ -1,10 +1,12 @@
 #pragma once
 
-#include "settings.hpp"
+#include "settings/record.hpp"
 
 #include <glib-object.h>
 
 namespace velamp2 {
+
+using tools::wishes;
 
 /// Adds the element's properties to its class.
 void install_properties(GObjectClass *object_class);

@@ -25,7 +25,7 @@ s24|48000|2|preset=dvd bitrate=192 mode=joint|--preset dvd --bitrate 192 --mode 
 f32|32000|1|crc=true private=true copyright=true original=true|--crc --private 1 --copyright 1 --original 1
 s24|48000|1|layer=1 emphasis=j17|--layer 1 --emphasis j17
 s16|48000|2|mode=dual crc=false preset=dvb layer=1|--mode dual --no-crc --preset dvb --layer 1
-s16|48000|1|preset=micromv emphasis=50/15|--preset micromv --emphasis 50/15
+s16|48000|1|preset=micromv mode=mono emphasis=50/15|--preset micromv --mode mono --emphasis 50/15
 s16|48000|2|model=tuned mode=joint|--model tuned --mode joint
 ROWS
 }
@@ -39,11 +39,11 @@ settings() {
             ! audioresample ! velamp2enc "${properties[@]}" ! fakesink async=false >"$work/log" 2>&1 || true
         grep -q "$words" "$work/log" || { cat "$work/log" && echo "velamp2enc ${properties[*]}: no $words" && exit 1; }
     done <<'ROWS'
-preset=vcd|enc0.GstPad:src: caps = .*, layer=(int)2, channels=(int)1, rate=(int)44100
+preset=vcd|enc0.GstPad:src: caps = .*, layer=(int)2, channels=(int)2, rate=(int)44100
 preset=hdv mode=joint|enc0.GstPad:src: caps = .* channels=(int)2, rate=(int)48000
 layer=1|enc0.GstPad:src: caps = .*, layer=(int)1, channels=(int)1, rate=(int)32000
 bitrate=100|ERROR: .*A025:
-mode=stereo bitrate=32|Layer II with two channels has 64, 80, 96
+mode=stereo bitrate=32|Layer II stereo has 64, 80, 96
 preset=dvd crc=false|WARNING: .*A014:
 bitrate=320|WARNING: .*the standard has no 320 kbit/s
 ROWS

@@ -1,8 +1,11 @@
 // What options say, read.
 #pragma once
 
+#include "settings/names.hpp"
+
 #include <charconv>
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +25,20 @@ std::optional<Number> number_in(std::string_view text) {
 [[noreturn]] inline void refuse(const std::string &option, const std::string &text,
                                 const std::string &right) {
     throw CLI::ValidationError(option, "'" + text + "' should be " + right);
+}
+
+/// The option --preset: a name or a code.
+inline void add_preset_option(CLI::App &app, const char *help,
+                              const std::function<void(int code, const std::string &text)> &store) {
+    const std::string names = list_of(preset_names);
+    const auto read = [store, names](const std::string &text) {
+        const auto code = preset_called(text);
+        if (!code)
+            refuse("--preset", text,
+                   names + " or a code of 0 to " + std::to_string(highest_preset_code));
+        store(*code, text);
+    };
+    app.add_option_function<std::string>("--preset", read, help)->type_name(names + "|CODE");
 }
 
 } // namespace tools

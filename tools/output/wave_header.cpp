@@ -1,5 +1,7 @@
 #include "output/wave_header.hpp"
 
+#include "settings/names.hpp"
+
 #include <algorithm>
 #include <array>
 #include <string>
@@ -91,8 +93,6 @@ byte_list mpeg_extension(const mpeg_a_settings &settings, int kbps, int rate) {
 constexpr std::size_t fixed_bext_bytes = 602, originator_at = 256, time_reference_at = 338,
                       version_at = 346, loudness_at = 412, loudness_bytes = 10;
 
-constexpr std::array mode_names{"stereo", "joint-stereo", "dual-mono", "mono"};
-
 std::string input_line(const broadcast_origin &origin) {
     if (origin.bits == 0) return "";
     return "A=PCM,F=" + std::to_string(origin.rate) + ",W=" + std::to_string(origin.bits)
@@ -102,7 +102,7 @@ std::string input_line(const broadcast_origin &origin) {
 std::string stream_line(const mpeg_a_settings &settings, int kbps, int rate) {
     return std::string("A=MPEG1L") + (settings.audio_layer == 1 ? "1" : "2")
            + ",F=" + std::to_string(rate) + ",B=" + std::to_string(kbps)
-           + ",M=" + mode_names.at(static_cast<std::size_t>(settings.audio_mode)) + ",T=velaenc\r\n";
+           + ",M=" + history_modes[settings.audio_mode] + ",T=velaenc\r\n";
 }
 
 std::uint64_t number_at(const byte_list &bytes, std::size_t at, std::size_t count) {

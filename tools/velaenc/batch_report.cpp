@@ -1,9 +1,9 @@
 #include "velaenc/batch_report.hpp"
 
 #include "output/file_digest.hpp"
-#include "velaenc/stream_settings.hpp"
+#include "settings/names.hpp"
+#include "settings/record.hpp"
 
-#include <array>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -44,15 +44,13 @@ std::vector<std::string> texts_in(const json &line, const std::string &field) {
 }
 
 json settings_of(const file_result &result) {
-    constexpr std::array modes{"stereo", "joint", "dual", "mono"};
-    constexpr std::array emphases{"none", "50/15", "", "j17"};
     const mpeg_a_settings &settings = result.settings;
     return {{"layer", static_cast<int>(settings.audio_layer)},
-            {"mode", modes.at(static_cast<std::size_t>(settings.audio_mode))},
+            {"mode", name_of(mode_names, settings.audio_mode).name},
             {"kbps", kbit_of(settings)},
             {"rate", result.rate},
             {"crc", settings.error_protection != 0},
-            {"emphasis", emphases.at(static_cast<std::size_t>(settings.emphasis))},
+            {"emphasis", name_of(emphasis_names, settings.emphasis).name},
             {"private", static_cast<int>(settings.extension)},
             {"copyright", static_cast<int>(settings.copyright)},
             {"original", static_cast<int>(settings.original)}};

@@ -4,7 +4,7 @@
 #include "input/container.hpp"
 #include "input/input_file.hpp"
 #include "parser/frame_header.hpp"
-#include "velaenc/stream_settings.hpp"
+#include "settings/record.hpp"
 
 #include <array>
 #include <optional>

@@ -1,5 +1,7 @@
 #include "velaenc/help.hpp"
 
+#include "settings/names.hpp"
+#include "settings/rules.hpp"
 #include "vela_enc_mp1a/encoder.h"
 
 #include <array>
@@ -61,15 +63,14 @@ constexpr const char *rest =
     "  128 + n  ended by signal n";
 
 /// One line a preset: the rates that its rules take, and its defaults.
-std::string preset_line(const std::string &name, int code) {
+std::string preset_line(const named_value &preset) {
     mpeg_a_settings settings{};
-    mpegOutAudioDefaults(&settings, code);
+    mpegOutAudioDefaults(&settings, preset.value);
     std::string rates;
-    for (const int rate : {32000, 44100, 48000})
-        if (mpegOutAudioChkSettings(nullptr, &settings, code, rate, MPEG_A_CHECK_ALL, 0) == 0)
-            rates += (rates.empty() ? "" : ", ") + std::to_string(rate);
+    for (const int rate : rates_of_preset(preset.value))
+        rates += (rates.empty() ? "" : ", ") + std::to_string(rate);
     std::array<char, 80> line;
-    std::snprintf(line.data(), line.size(), "  %-9s %s Hz%s\n", name.c_str(), rates.c_str(),
+    std::snprintf(line.data(), line.size(), "  %-9s %s Hz%s\n", preset.name, rates.c_str(),
                   settings.error_protection != 0 ? "; CRC" : "");
     return line.data();
 }
@@ -78,8 +79,8 @@ std::string preset_line(const std::string &name, int code) {
 
 std::string help_footer() {
     std::string text = std::string(examples) + "Presets and the rates that they take:\n";
-    for (const auto &[name, code] : preset_codes)
-        text += preset_line(name, code);
+    for (const named_value &preset : preset_names)
+        text += preset_line(preset);
     return text + rest;
 }
 

@@ -1,8 +1,6 @@
 // What --help says around the list of options.
 #pragma once
 
-#include "common/preset_rules.hpp"
-
 #include <string>
 #include <utility>
 #include <vector>

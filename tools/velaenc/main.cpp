@@ -5,11 +5,11 @@
 #include "common/printable.hpp"
 #include "jobs/progress.hpp"
 #include "output/unfinished_files.hpp"
+#include "settings/record.hpp"
 #include "velaenc/batch.hpp"
 #include "velaenc/encode_file.hpp"
 #include "velaenc/options.hpp"
 #include "velaenc/sound_plan.hpp"
-#include "velaenc/stream_settings.hpp"
 
 #include <cstdio>
 #include <malloc.h>

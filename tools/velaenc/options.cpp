@@ -2,7 +2,6 @@
 
 #include "common/failure.hpp"
 #include "common/option_text.hpp"
-#include "common/preset_rules.hpp"
 #include "vela_enc_mp1a/settings.h"
 #include "velaenc/help.hpp"
 
@@ -19,13 +18,6 @@ namespace {
 
 const choices<int> layer_codes{{"1", 1}, {"2", 2}};
 const choices<int> bit_codes{{"0", 0}, {"1", 1}};
-const choices<int> mode_codes{{"stereo", MPEG_A_MODE_STEREO},
-                              {"joint", MPEG_A_MODE_JOINT_STEREO},
-                              {"dual", MPEG_A_MODE_DUAL_CHANNEL},
-                              {"mono", MPEG_A_MODE_MONO}};
-const choices<int> emphasis_codes{
-    {"none", MPEG_A_EMPHASIS_NONE}, {"50/15", MPEG_A_EMPHASIS_50_15}, {"j17", MPEG_A_EMPHASIS_J17}};
-const choices<int> model_codes{{"standard", MPEG_A_MODEL_STANDARD}, {"tuned", MPEG_A_MODEL_TUNED}};
 const choices<bool> container_codes{{"raw", false}, {"wav", true}};
 const choices<sample_format> format_codes{
     {"s16", sample_format::s16}, {"s24", sample_format::s24}, {"f32", sample_format::f32}};
@@ -56,6 +48,15 @@ CLI::Option *add_choice(CLI::App &app, const std::string &option, Target &target
     return app.add_option_function<std::string>(option, store, help)->type_name(names_of(named));
 }
 
+void add_choice(CLI::App &app, const std::string &option, wishes::wish &target,
+                std::span<const named_value> named, const std::string &help) {
+    const auto store = [&target, named, option](const std::string &text) {
+        target = value_of(named, text);
+        if (!target) refuse(option, text, list_of(named));
+    };
+    app.add_option_function<std::string>(option, store, help)->type_name(list_of(named));
+}
+
 template <class Number>
 CLI::Option *add_number(CLI::App &app, const std::string &option, std::optional<Number> &target,
                         const std::string &type, const std::string &help) {
@@ -66,30 +67,19 @@ CLI::Option *add_number(CLI::App &app, const std::string &option, std::optional<
     return app.add_option_function<std::string>(option, store, help)->type_name(type);
 }
 
-void add_preset(CLI::App &app, options &wanted) {
-    const auto store = [&wanted](const std::string &text) {
-        auto code = find_choice(preset_codes, text);
-        if (!code) code = number_in<int>(text);
-        if (!code || *code < 0 || *code > highest_preset_code)
-            refuse("--preset", text,
-                   names_of(preset_codes) + " or a code of 0 to "
-                       + std::to_string(highest_preset_code));
-        wanted.preset = *code;
-        wanted.preset_name = text;
-    };
-    app.add_option_function<std::string>("--preset", store, "Target format: its defaults and its rules")
-        ->type_name(names_of(preset_codes) + "|CODE");
-}
-
 void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
-    add_preset(app, wanted);
+    add_preset_option(app, "Target format: its defaults and its rules",
+                      [&wanted](int code, const std::string &text) {
+                          wanted.preset = code;
+                          wanted.preset_name = text;
+                      });
     add_choice(app, "--layer", wanted.layer, layer_codes, "Layer");
-    add_choice(app, "-m,--mode", wanted.mode, mode_codes, "Mode; two channels are mixed down to mono");
+    add_choice(app, "-m,--mode", wanted.mode, mode_names, "Mode; two channels are mixed down to mono");
     add_number(app, "-b,--bitrate", wanted.bitrate, "KBPS", "Bitrate in kbit/s");
     app.add_flag("--crc,!--no-crc", crc, "A CRC-16 in every frame, or none");
-    add_choice(app, "--model", wanted.model, model_codes,
+    add_choice(app, "--model", wanted.model, model_names,
                "Psychoacoustic model and allocation: the standard's, or tuned for less audible noise");
-    add_choice(app, "--emphasis", wanted.emphasis, emphasis_codes,
+    add_choice(app, "--emphasis", wanted.emphasis, emphasis_names,
                "Label of the emphasis in the header");
     add_choice(app, "--private", wanted.private_bit, bit_codes, "Private bit of the header");
     add_choice(app, "--copyright", wanted.copyright, bit_codes, "Copyright bit of the header");

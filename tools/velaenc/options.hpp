@@ -2,6 +2,7 @@
 #pragma once
 
 #include "input/pcm_source.hpp"
+#include "settings/record.hpp"
 #include "velaenc/batch_options.hpp"
 #include "velaenc/sound_options.hpp"
 
@@ -11,23 +12,13 @@
 namespace tools {
 
 /// What the user asked for. Fields without a value leave the choice to the preset and the input.
-struct options {
+struct options : wishes {
     std::string input;      ///< "-": standard input
     std::string output;     ///< "-": standard output
     std::string timestamps; ///< empty: none
     std::string trace;      ///< empty: none
 
-    int preset = 0;
     std::string preset_name = "none";
-    std::optional<int> layer;
-    std::optional<int> mode;
-    std::optional<int> bitrate; ///< kbit/s
-    std::optional<bool> crc;
-    std::optional<int> model; ///< enum mpeg_a_model
-    std::optional<int> emphasis;
-    std::optional<int> private_bit;
-    std::optional<int> copyright;
-    std::optional<int> original;
     std::optional<std::int64_t> pts_offset;
     std::optional<int> pts_units;
 

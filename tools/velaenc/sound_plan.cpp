@@ -7,8 +7,8 @@
 #include "input/resampler.hpp"
 #include "input/sample_range.hpp"
 #include "jobs/progress.hpp"
-#include "vela_enc_mp1a/encoder.h"
-#include "velaenc/stream_settings.hpp"
+#include "settings/record.hpp"
+#include "settings/rules.hpp"
 
 #include <array>
 #include <cmath>
@@ -17,22 +17,10 @@
 namespace tools {
 namespace {
 
-/// Rates that the preset takes with everything else as it comes; all of MPEG-1 where it takes none.
-std::vector<int> rates_of(int preset) {
-    constexpr std::array mpeg_rates{32000, 44100, 48000};
-    mpeg_a_settings defaults{};
-    mpegOutAudioDefaults(&defaults, preset);
-    std::vector<int> taken;
-    for (const int rate : mpeg_rates)
-        if (mpegOutAudioChkSettings(nullptr, &defaults, preset, rate, MPEG_A_CHECK_ALL, 0) == 0)
-            taken.push_back(rate);
-    return taken.empty() ? std::vector<int>(mpeg_rates.begin(), mpeg_rates.end()) : taken;
-}
-
 /// The input's own rate, else the lowest one above it; from above all of them, the one that divides it.
 int stream_rate(const options &wanted, int input_rate) {
     if (wanted.sound.rate) return *wanted.sound.rate;
-    const std::vector<int> rates = rates_of(wanted.preset);
+    const std::vector<int> rates = rates_of_preset(wanted.preset_code());
     for (const int rate : rates)
         if (rate == 44100 && input_rate > 48000 && input_rate % 11025 == 0) return rate;
     for (const int rate : rates)

@@ -12,12 +12,6 @@
 
 namespace tools {
 
-/// Samples by which a decoder's output lags behind the encoder's input: the analysis and synthesis
-/// filterbanks, and in Layer I two blocks that the encoder looks ahead.
-constexpr int decoder_delay(int layer) noexcept {
-    return layer == 1 ? 545 : 481;
-}
-
 /// The part of the input that is wanted, on the stream's channels and at its rate, at the level and in
 /// the time that the user asked for. What needs no change passes through untouched.
 /// @param notes  gets what is done to the sound

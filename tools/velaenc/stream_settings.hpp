@@ -11,13 +11,6 @@
 
 namespace tools {
 
-/// kbit/s of a bitrate index of the record's layer.
-int kbit_of(const mpeg_a_settings &settings) noexcept;
-
-inline int channels_of(const mpeg_a_settings &settings) noexcept {
-    return settings.audio_mode == MPEG_A_MODE_MONO ? 1 : 2;
-}
-
 /// Begin of the stream in 27 MHz ticks.
 std::int64_t start_of(const mpeg_a_settings &settings) noexcept;
 

@@ -2,7 +2,6 @@
 
 #include "common/failure.hpp"
 #include "common/option_text.hpp"
-#include "common/preset_rules.hpp"
 
 namespace tools {
 namespace {
@@ -23,20 +22,6 @@ constexpr const char *footer =
     "  3  a stream is damaged, or does not conform to the preset\n"
     "  4  the page cannot be written\n"
     "  5  memory is out, or the program is at fault";
-
-std::optional<int> preset_of(const std::string &text) {
-    for (const auto &[name, code] : preset_codes)
-        if (name == text) return code;
-    const auto code = number_in<int>(text);
-    return code && *code >= 0 && *code <= highest_preset_code ? code : std::nullopt;
-}
-
-std::string preset_names() {
-    std::string names;
-    for (const auto &[name, code] : preset_codes)
-        names += name + "|";
-    return names + "CODE";
-}
 
 void check(const info_options &wanted) {
     const bool reads_stdin = std::ranges::find(wanted.inputs, "-") != wanted.inputs.end();
@@ -66,14 +51,11 @@ std::optional<info_options> read_info_options(int argc, char **argv) {
         ->type_name("FILE");
     app.add_option("--trace", wanted.trace, "What velaenc --trace wrote, for the page")
         ->type_name("FILE");
-    const auto store = [&wanted](const std::string &text) {
-        wanted.preset = preset_of(text);
-        wanted.preset_name = text;
-        if (!wanted.preset) refuse("--preset", text, preset_names());
-    };
-    app.add_option_function<std::string>("--preset", store,
-                                         "Check the streams against a format's rules")
-        ->type_name(preset_names());
+    add_preset_option(app, "Check the streams against a format's rules",
+                      [&wanted](int code, const std::string &text) {
+                          wanted.preset = code;
+                          wanted.preset_name = text;
+                      });
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &request) { // help or version

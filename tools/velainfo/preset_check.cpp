@@ -1,7 +1,7 @@
 #include "velainfo/preset_check.hpp"
 
-#include "common/preset_rules.hpp"
 #include "parser/standard_tables.hpp"
+#include "settings/rules.hpp"
 #include "vela_enc_mp1a/encoder.h"
 
 #include <algorithm>

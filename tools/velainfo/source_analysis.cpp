@@ -6,6 +6,8 @@
 #include "analysis/pcm_input.hpp"
 #include "psy/model.hpp"
 
+#include "settings/record.hpp"
+
 #include <cstring>
 
 namespace tools {
@@ -31,8 +33,7 @@ int source_analysis::frame_samples() const {
 }
 
 std::int64_t source_analysis::first_sample(std::int64_t offset) const {
-    // Analysis and synthesis delay by 481 samples; in Layer I the encoder looks 64 samples back.
-    return offset + 481 + (state_->layer == 1 ? 64 : 0);
+    return offset + decoder_delay(state_->layer);
 }
 
 void source_analysis::analyze(std::span<const float> pcm, double (&subbands)[2][36][32],

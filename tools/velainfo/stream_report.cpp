@@ -2,6 +2,7 @@
 
 #include "common/failure.hpp"
 #include "parser/standard_tables.hpp"
+#include "settings/names.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -39,17 +40,15 @@ double stream_report::seconds() const {
 }
 
 const char *mode_text(int mode) {
-    static constexpr const char *names[] = {"stereo", "joint stereo", "dual channel", "mono"};
-    return names[mode];
+    return name_of(mode_names, mode).text;
 }
 
 std::string value_text(stream_report::field which, int value) {
-    static constexpr const char *emphases[] = {"none", "50/15", "reserved", "j17"};
     switch (which) {
     case stream_report::mode:
         return mode_text(value);
     case stream_report::emphasis:
-        return emphases[value];
+        return name_of(emphasis_names, value).name;
     case stream_report::layer:
         return value == 1 ? "I" : "II";
     default:
