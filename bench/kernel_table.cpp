@@ -3,7 +3,7 @@
 #include "analysis/kernels.hpp"
 #include "coding/alloc_tables.hpp"
 #include "coding/kernels.hpp"
-#include "psy/model.hpp"
+#include "psy/standard_model.hpp"
 #include "stream/bit_buffer.hpp"
 
 #include <cmath>
@@ -94,7 +94,7 @@ kernel_run filterbank(level which, numbers kind, unsigned seed) {
 }
 
 struct model_data {
-    psy_model model;
+    standard_model model;
     float in[2][640 + 8 * 1152];
     smr_table out;
     int frame = 0;

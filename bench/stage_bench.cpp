@@ -3,11 +3,11 @@
 #include "analysis/filterbank.hpp"
 #include "analysis/pcm_input.hpp"
 #include "coding/bit_allocation.hpp"
-#include "coding/frame_coder.hpp"
+#include "coding/frame.hpp"
 #include "coding/pack.hpp"
 #include "coding/quantize.hpp"
 #include "coding/scalefactors.hpp"
-#include "psy/model.hpp"
+#include "psy/standard_model.hpp"
 #include "signal.hpp"
 
 #include <benchmark/benchmark.h>
@@ -97,7 +97,7 @@ class frame_stages {
     }
     void allocation() {
         side_.joint_bound = config_.sblimit;
-        left_ = allocate_bits(config_, smr_, frame_bits, side_, level_hint_);
+        left_ = allocate_bits(config_, smr_, frame_bits, side_, ratio_hint_);
     }
     void quantize() { quantize_samples(coding_, config_, side_, samples_, nullptr, codes_); }
     void pack() {
@@ -126,7 +126,7 @@ class frame_stages {
     coder_config config_;
     pcm_input input_;
     const float *frame_start_[2] = {input_.frame_start(0), input_.frame_start(1)};
-    psy_model model_;
+    standard_model model_;
     partition_tables tables_;
     alignas(x_alignment) double x_[transform_length * max_lanes];
     double history_[history_values * max_lanes];
@@ -137,7 +137,7 @@ class frame_stages {
     side_info side_;
     sample_codes codes_;
     int left_ = 0;
-    double level_hint_ = 0.0;
+    double ratio_hint_ = 0.0;
 };
 
 /// Of the time stamp counter; 0 on processors that have none.

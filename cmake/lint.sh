@@ -72,7 +72,7 @@ declare -A tool_rooms=(
 exceptions=(
     tools/jobs/stream_encoder.cpp:api/encoder.hpp
     tools/velaenc/trace_file.cpp:coding/bit_allocation.hpp
-    tools/velainfo/source_analysis.cpp:{analysis/filterbank.hpp,analysis/pcm_input.hpp,psy/model.hpp}
+    tools/velainfo/source_analysis.cpp:{analysis/filterbank.hpp,analysis/pcm_input.hpp,psy/standard_model.hpp}
     tools/velainfo/synthesis.cpp:analysis/window_table.hpp
 )
 rank() {

@@ -53,6 +53,15 @@ std::int64_t start_time_of(const mpeg_a_settings &settings) noexcept {
     return static_cast<std::int64_t>(ticks);
 }
 
+/// Makes the path of a model, not yet initialised.
+void choose_path(any_path &path, std::int32_t model) noexcept {
+    if (model == MPEG_A_MODEL_TUNED) {
+        path.emplace<tuned_path>();
+    } else {
+        path.emplace<standard_path>();
+    }
+}
+
 } // namespace
 
 /// A call of the host's. Functions of the host's that it calls may not use the encoder.
@@ -101,7 +110,7 @@ void mpeg_a_encoder::destroy(mpeg_a_encoder *encoder) noexcept {
     if (encoder != nullptr && !encoder->busy_) encoder->free_(encoder);
 }
 
-std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
+std::int32_t mpeg_a_encoder::init(bufstream *output, level which) noexcept {
     if (busy_) return 2;
     const operation running(*this);
     initialised_ = false;
@@ -113,15 +122,14 @@ std::int32_t mpeg_a_encoder::init(bufstream *output, level kernels) noexcept {
     }
     writer_.bind(output);
     previous_total_ = 0;
-    coder_.init(coding_kernels_of(kernels), header_, writer_);
-    analysis_ = &analysis_kernels_of(kernels);
+    coder_.init(coding_kernels_of(which), header_, writer_);
+    analysis_ = &analysis_kernels_of(which);
     frames_passed_ = 0;
     input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
-    if (is_tuned()) {
-        tuned_psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
-    } else {
-        psy_.init(kernels, header_.layer, coder_.config().channels, sample_rate_);
-    }
+    choose_path(path_, settings_.audio_model);
+    vela::visit(
+        [&](auto &path) { path.init(which, header_.layer, coder_.config().channels, sample_rate_); },
+        path_);
     timer_.init(header_.layer, start_time_, sampling_frequency_khz[header_.sampling_frequency],
                 bitrate_kbps(header_.layer, header_.bitrate_index));
     initialised_ = true;
@@ -135,26 +143,17 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
         timer_.decide_padding();
         timer_.advance_time();
     }
-    // Everything else reaches back a few frames only. The standard's model compares a pass with the two
-    // before it: in Layer II those of the frame before. In Layer I it also compares its thresholds with
-    // those of the pass before, which in turn had two before it: three frames. Their windows start up
-    // to 448 samples before a Layer II frame, less than a frame, and 704 before a Layer I frame, less
-    // than two. The tuned model is masked by the two passes before, and compares nothing else.
+    // Everything else reaches back a few frames only.
     input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
-    is_tuned() ? tuned_psy_.restart() : psy_.restart();
-    const std::size_t compared = header_.layer == 2 ? 1 : is_tuned() ? 2 : 3;
-    smr_table unused;
-    noise_weights unused_weights;
-    for (std::size_t left = history.size() / input_.frame_bytes(); left > 0; --left) {
-        input_.fill_frame(history, false);
-        const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-        if (left > compared) continue;
-        if (is_tuned()) {
-            tuned_psy_.analyze(frame_start, unused_weights);
-        } else {
-            psy_.analyze(frame_start, unused);
+    const auto look = [&](auto &path) {
+        path.restart();
+        for (auto left = static_cast<int>(history.size() / input_.frame_bytes()); left > 0; --left) {
+            input_.fill_frame(history, false);
+            const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
+            if (left <= path.remembered_frames()) path.look(frame_start);
         }
-    }
+    };
+    vela::visit(look, path_);
 }
 
 std::int32_t mpeg_a_encoder::put_bytes(const void *data, std::uint32_t size) noexcept {
@@ -177,8 +176,6 @@ std::int32_t mpeg_a_encoder::done(bool abort) noexcept {
 int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexcept {
     const coder_config &config = coder_.config();
     subband_samples samples;
-    smr_table smr;
-    noise_weights weights;
     while (input_.fill_frame(pcm, flush)) {
         header_.padding = static_cast<std::uint8_t>(timer_.decide_padding());
         const int frame_bits = timer_.frame_bits();
@@ -188,13 +185,11 @@ int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexce
         }
         const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
         analyze_frame(*analysis_, frame_start, config.channels, config.parts(), samples);
-        if (is_tuned()) {
-            tuned_psy_.analyze(frame_start, weights);
-            coder_.encode_frame(frame_bits, samples, weights);
-        } else {
-            psy_.analyze(frame_start, smr);
-            coder_.encode_frame(frame_bits, samples, smr);
-        }
+        const auto code = [&](auto &path) {
+            path.look(frame_start);
+            path.encode(coder_, frame_bits, samples);
+        };
+        vela::visit(code, path_);
         end_frame(frame_bits);
     }
     return 0;

@@ -2,9 +2,8 @@
 #pragma once
 
 #include "analysis/pcm_input.hpp"
+#include "api/coding_path.hpp"
 #include "coding/frame_coder.hpp"
-#include "psy/model.hpp"
-#include "psy/tuned_model.hpp"
 #include "simd/level.hpp"
 #include "stream/bit_writer.hpp"
 #include "stream/frame_timer.hpp"
@@ -22,7 +21,7 @@ struct mpeg_a_encoder {
     static void destroy(mpeg_a_encoder *encoder) noexcept;
 
     /// As mpegOutAudioInit(), with the kernels of a given level.
-    std::int32_t init(bufstream *output, vela::level kernels) noexcept;
+    std::int32_t init(bufstream *output, vela::level which) noexcept;
     /// As mpegOutAudioPutBytes(): 0 or 2.
     std::int32_t put_bytes(const void *data, std::uint32_t size) noexcept;
     /// As mpegOutAudioDone(): 0 or 2.
@@ -54,7 +53,6 @@ struct mpeg_a_encoder {
 
     int encode(std::span<const std::uint8_t> pcm, bool flush) noexcept;
     void end_frame(int frame_bits) noexcept;
-    bool is_tuned() const noexcept { return settings_.audio_model == MPEG_A_MODEL_TUNED; }
 
     mpeg_a_settings settings_;
     std::int32_t sample_rate_;
@@ -74,7 +72,5 @@ struct mpeg_a_encoder {
     vela::bit_writer writer_;
     vela::frame_coder coder_;
     vela::pcm_input input_;
-    // One of the two is in use, as settings_.audio_model says.
-    vela::psy_model psy_;
-    vela::tuned_model tuned_psy_;
+    vela::any_path path_; ///< as settings_.audio_model says
 };

@@ -261,9 +261,9 @@ void choose_joint_bound(const coder_config &config, const smr_table &smr, int fr
 }
 
 int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits, side_info &side,
-                  double &level_hint) noexcept {
+                  double &ratio_hint) noexcept {
     search greedy(config, smr, frame_bits - fixed_bits(config, side.joint_bound), side);
-    greedy.grant_common_level(level_hint);
+    greedy.grant_common_level(ratio_hint);
     greedy.grant_step_by_step();
     return greedy.available();
 }

@@ -19,11 +19,11 @@ int demanded_bits(const coder_config &config, const smr_table &smr, const side_i
 /// Distributes the frame's bits (ISO/IEC 11172-3, C.1.5.1.6 and C.1.5.2.7): time and again the subband
 /// with the least mask-to-noise ratio gets the next finer quantizer, until nothing affordable is left.
 /// Reads side.joint_bound and, in Layer II, side.scfsi; fills side.allocation.
-/// @param level_hint  a mask-to-noise ratio in dB that most of the subbands may reach; receives the
+/// @param ratio_hint  a mask-to-noise ratio in dB that most of the subbands may reach; receives the
 ///                    one that they do reach. Any value gives the same allocation: a good one, such
 ///                    as the last frame's, saves time.
 /// @return bits left over; negative when not even header and allocation fields fit
 int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits, side_info &side,
-                  double &level_hint) noexcept;
+                  double &ratio_hint) noexcept;
 
 } // namespace vela

@@ -17,8 +17,6 @@ void frame_coder::init(const coding_kernels &kernels, frame_header &header,
     writer_ = &writer;
     config_ = make_coder_config(header);
     observer_ = {};
-    level_hint_ = 0.0;
-    slope_hint_ = 1.0;
 }
 
 void frame_coder::find_scalefactors(const subband_samples &samples, side_info &side,
@@ -33,8 +31,8 @@ void frame_coder::find_scalefactors(const subband_samples &samples, side_info &s
     }
 }
 
-void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
-                               const smr_table &smr) noexcept {
+void frame_coder::encode_frame(int frame_bits, const subband_samples &samples, const smr_table &smr,
+                               standard_memory &memory) noexcept {
     side_info side{};
     part_samples joint[3];
     sample_codes codes;
@@ -44,7 +42,7 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
     side.joint_bound = config_.sblimit;
     if (config_.mode == MPEG_A_MODE_JOINT_STEREO)
         choose_joint_bound(config_, smr, frame_bits, *header_, side);
-    const int stuffing = allocate_bits(config_, smr, frame_bits, side, level_hint_);
+    const int stuffing = allocate_bits(config_, smr, frame_bits, side, memory.ratio_hint);
 
     if (observer_.see != nullptr)
         observer_.see(observer_.context, {config_, *header_, samples, smr, side, frame_bits, stuffing});
@@ -54,14 +52,14 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
 }
 
 void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
-                               const noise_weights &weights) noexcept {
+                               const noise_weights &weights, tuned_memory &memory) noexcept {
     side_info side{};
     part_samples joint[3];
     sample_codes codes;
     find_scalefactors(samples, side, joint);
     if (config_.layer == 2) choose_tuned_scfsi(config_, weights, side);
     const weighed_frame frame{*kernels_, config_, samples, joint, weights};
-    const int stuffing = allocate_tuned(frame, frame_bits, *header_, side, slope_hint_);
+    const int stuffing = allocate_tuned(frame, frame_bits, *header_, side, memory.slope_hint);
     quantize_samples(*kernels_, config_, side, samples, joint, codes);
     write_frame(side, codes, stuffing);
 }

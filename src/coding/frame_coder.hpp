@@ -7,6 +7,14 @@
 
 namespace vela {
 
+/// What passes from one frame of a stream to the next; a fresh one is as good at its start.
+struct standard_memory {
+    double ratio_hint = 0.0; ///< see allocate_bits
+};
+struct tuned_memory {
+    double slope_hint = 1.0; ///< see allocate_tuned
+};
+
 /// Codes the frames of one stream.
 class frame_coder {
   public:
@@ -15,11 +23,12 @@ class frame_coder {
     void init(const coding_kernels &kernels, frame_header &header, bit_writer &writer) noexcept;
 
     /// Writes one frame of exactly `frame_bits` bits, allocated as the standard describes.
-    void encode_frame(int frame_bits, const subband_samples &samples, const smr_table &smr) noexcept;
+    void encode_frame(int frame_bits, const subband_samples &samples, const smr_table &smr,
+                      standard_memory &memory) noexcept;
 
     /// The same with the tuned allocation.
-    void encode_frame(int frame_bits, const subband_samples &samples,
-                      const noise_weights &weights) noexcept;
+    void encode_frame(int frame_bits, const subband_samples &samples, const noise_weights &weights,
+                      tuned_memory &memory) noexcept;
 
     /// From now on until the next init().
     void observe(const frame_observer &observer) noexcept { observer_ = observer; }
@@ -36,9 +45,6 @@ class frame_coder {
     bit_writer *writer_;
     frame_observer observer_;
     coder_config config_;
-    // All that passes from frame to frame.
-    double level_hint_; ///< see allocate_bits
-    double slope_hint_; ///< see allocate_tuned
 };
 
 } // namespace vela

@@ -3,8 +3,10 @@
 #include "api/presets.hpp"
 #include "simd/float_environment.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +25,18 @@ struct version_key {
 
 constexpr version_key version_keys[] = {
     {"version::major", 2.0}, {"version::minor", 0.0}, {"version::revision", 1.0}};
+
+/// The models by the numbers that "settings::audio_model" has for them. What is not here is number 0.
+constexpr std::int32_t models[] = {MPEG_A_MODEL_STANDARD, MPEG_A_MODEL_TUNED};
+
+std::int32_t number_of(std::int32_t model) noexcept {
+    const auto *const found = std::ranges::find(models, model);
+    return found == std::end(models) ? 0 : static_cast<std::int32_t>(found - models);
+}
+
+std::int32_t model_of(std::int32_t number) noexcept {
+    return number < 0 || number >= std::ssize(models) ? models[0] : models[number];
+}
 
 /// What follows the family's prefix; null for a key of another family.
 const char *name_in(std::string_view family, const char *key) noexcept {
@@ -135,7 +149,7 @@ std::int32_t enc_MP1A::GetSetParamStr::set_parameter_str(const char *key, const 
     if (std::strcmp(key, "init::settings") == 0 && size == std::int32_t{sizeof(mpeg_a_settings)}) {
         engine_record &record = engine().record_;
         std::memcpy(&record.settings, value, sizeof(mpeg_a_settings));
-        record.audio_model = record.settings.audio_model == MPEG_A_MODEL_TUNED;
+        record.audio_model = number_of(record.settings.audio_model);
         engine().settings_ready_ = true;
         return 0;
     }
@@ -192,8 +206,7 @@ std::int32_t enc_MP1A::PutData::put_data(const void *data, std::int32_t size,
 
 std::int32_t enc_MP1A::open_encoder() noexcept {
     make_ready();
-    record_.settings.audio_model =
-        record_.audio_model == 1 ? MPEG_A_MODEL_TUNED : MPEG_A_MODEL_STANDARD;
+    record_.settings.audio_model = model_of(record_.audio_model);
     if (encoder_ == nullptr) {
         encoder_ = mpeg_a_encoder::create(nullptr, &record_.settings, record_.sampling_bits >> 3,
                                           record_.sample_rate);

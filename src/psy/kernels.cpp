@@ -1,8 +1,8 @@
 // Compiled once per level; see cmake/Kernels.cmake.
 #include "psy/kernels.hpp"
 
-#include "psy/spectrum_kernel.hpp"
-#include "psy/threshold_kernel.hpp"
+#include "psy/standard_spectrum_kernel.hpp"
+#include "psy/standard_threshold_kernel.hpp"
 #include "psy/transform_kernel.hpp"
 #include "psy/tuned_kernel.hpp"
 

@@ -42,6 +42,15 @@ inline constexpr table<double, 128> triple_sine = [] {
     return s;
 }();
 
+/// Where the transform leaves H[k]: the place of k with its ten bits reversed.
+inline constexpr table<std::uint16_t, transform_length> place_of = [] {
+    table<std::uint16_t, transform_length> reversed{};
+    for (int i = 1; i < transform_length; ++i) {
+        reversed[i] = static_cast<std::uint16_t>(reversed[i / 2] / 2 + (i % 2) * transform_length / 2);
+    }
+    return reversed;
+}();
+
 /// Split-radix butterflies of a block of n values (decimation in frequency): the block's first half is
 /// left to a transform of n / 2, its third and fourth quarters to transforms of n / 4.
 ///

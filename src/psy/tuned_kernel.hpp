@@ -2,7 +2,7 @@
 #pragma once
 
 #include "psy/kernels.hpp"
-#include "psy/spectrum_kernel.hpp"
+#include "psy/transform_kernel.hpp"
 #include "psy/tuned_parameters.hpp"
 #include "psy/tuned_tables.hpp"
 #include "simd/math.hpp"

@@ -4,8 +4,8 @@
 
 namespace vela {
 
-void tuned_model::init(level kernels, int layer, int channels, int sample_rate) noexcept {
-    passes_ = make_frame_passes(kernels, layer, channels);
+void tuned_model::init(level which, int layer, int channels, int sample_rate) noexcept {
+    passes_ = make_frame_passes(which, layer, channels);
     make_tuned_tables(tables_, sample_rate, passes_.step);
     restart();
 }

@@ -11,10 +11,15 @@ namespace vela {
 /// passes before, which mask what follows.
 class tuned_model {
   public:
-    void init(level kernels, int layer, int channels, int sample_rate) noexcept;
+    using findings = noise_weights;
+
+    void init(level which, int layer, int channels, int sample_rate) noexcept;
 
     /// Forgets all passes, as at the start of a stream.
     void restart() noexcept;
+
+    /// Frames before one that its weights depend on: the two passes before mask it.
+    int remembered_frames() const noexcept { return passes_.count == 2 ? 1 : 2; }
 
     /// @param frame_start  per channel, readable over the windows of frame_passes
     /// @param weights      row c is written for every channel c

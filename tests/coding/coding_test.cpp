@@ -73,8 +73,8 @@ oracle::allocation_answer allocate(const coder_config &config, const oracle::all
     side.joint_bound = config.sblimit;
     if (p.joint) choose_joint_bound(config, smr, p.budget, header, side);
     // Wherever the search is told to look first, it finds the same: a hint from anywhere will do.
-    double level_hint = p.smr[0][p.budget % 32];
-    const int left = allocate_bits(config, smr, p.budget, side, level_hint);
+    double ratio_hint = p.smr[0][p.budget % 32];
+    const int left = allocate_bits(config, smr, p.budget, side, ratio_hint);
     oracle::allocation_answer answer{header.mode, header.mode_extension, side.joint_bound, left};
     for (int ch = 0; ch < config.channels; ++ch)
         std::copy_n(side.allocation[ch], config.sblimit, answer.allocation[ch]);

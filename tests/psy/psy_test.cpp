@@ -2,7 +2,7 @@
 #include "analysis/filterbank.hpp"
 #include "host/signals.hpp"
 #include "oracle/steps.hpp"
-#include "psy/model.hpp"
+#include "psy/standard_model.hpp"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ TEST_P(steps, of_filterbank_and_model_give_what_the_standards_wording_gives) {
             input[c].push_back(32768 * sample);
         input[c].resize(input[c].size() + 1152);
     }
-    const auto model = std::make_unique<vela::psy_model>();
+    const auto model = std::make_unique<vela::standard_model>();
     oracle::psy_model literal_model(layer, rate);
     model->init(level::reference, layer, channels, rate);
     for (int f = 0; f < frames; ++f) {

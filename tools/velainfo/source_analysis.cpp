@@ -4,7 +4,7 @@
 // work; no program but this one compares, so the library does not export it.
 #include "analysis/filterbank.hpp"
 #include "analysis/pcm_input.hpp"
-#include "psy/model.hpp"
+#include "psy/standard_model.hpp"
 
 #include "settings/record.hpp"
 
@@ -16,7 +16,7 @@ struct source_analysis::state {
     int layer, channels;
     const vela::analysis_kernels &kernels = vela::analysis_kernels_of(vela::best_level());
     vela::pcm_input input;
-    vela::psy_model model;
+    vela::standard_model model;
 };
 
 source_analysis::source_analysis(int layer, int channels, int rate)

@@ -1,22 +1,10 @@
 // Energy and unpredictability of each line (ISO/IEC 11172-3, D.2.4), summed over the partitions.
 #pragma once
 
-#include "psy/kernels.hpp"
+#include "psy/transform_kernel.hpp"
 #include "simd/math.hpp"
-#include "simd/table.hpp"
-
-#include <cstdint>
 
 namespace vela::VELA_LEVEL {
-
-/// Where the transform leaves H[k]: the place of k with its ten bits reversed.
-inline constexpr table<std::uint16_t, transform_length> place_of = [] {
-    table<std::uint16_t, transform_length> reversed{};
-    for (int i = 1; i < transform_length; ++i) {
-        reversed[i] = static_cast<std::uint16_t>(reversed[i / 2] / 2 + (i % 2) * transform_length / 2);
-    }
-    return reversed;
-}();
 
 /// As many lines as a subband has: what one step computes for all of them and leaves to the next.
 ///

@@ -1,4 +1,4 @@
-#include "psy/model.hpp"
+#include "psy/standard_model.hpp"
 
 #include "psy/constants.hpp"
 
@@ -14,28 +14,28 @@ void clear_history(double (&history)[history_values * max_lanes], int lanes) noe
         std::fill_n(history + line, lanes, 1.0);
 }
 
-void psy_model::init(level kernels, int layer, int channels, int sample_rate) noexcept {
+void standard_model::init(level which, int layer, int channels, int sample_rate) noexcept {
     // Cleared in place: a temporary of this size does not belong on the host's stack.
-    static_assert(std::is_trivially_copyable_v<psy_model>);
+    static_assert(std::is_trivially_copyable_v<standard_model>);
     std::memset(static_cast<void *>(this), 0, sizeof *this);
-    passes_ = make_frame_passes(kernels, layer, channels);
+    passes_ = make_frame_passes(which, layer, channels);
     make_partition_tables(tables_, sample_rate);
     restart();
 }
 
-void psy_model::restart() noexcept {
+void standard_model::restart() noexcept {
     clear_history(history_, passes_.kernels->lanes);
     newest_ = 0;
     std::ranges::fill(previous_threshold_, no_threshold);
 }
 
-void psy_model::analyze(const float *const *frame_start, smr_table &smr) noexcept {
+void standard_model::analyze(const float *const *frame_start, smr_table &smr) noexcept {
     passes_.for_each_group([&](frame_passes::group group) { analyze_group(frame_start, group, smr); },
                            [&] { newest_ = 1 - newest_; });
 }
 
-void psy_model::analyze_group(const float *const *frame_start, frame_passes::group group,
-                              smr_table &smr) noexcept {
+void standard_model::analyze_group(const float *const *frame_start, frame_passes::group group,
+                                   smr_table &smr) noexcept {
     const psy_kernels &kernels = *passes_.kernels;
     const int width = kernels.lanes;
     alignas(x_alignment) double spectrum[transform_length * max_lanes];

@@ -12,12 +12,19 @@ namespace vela {
 ///
 /// Per channel it keeps the two passes before for the unpredictability and, in Layer I, the thresholds
 /// of the pass before against pre-echo.
-class psy_model {
+class standard_model {
   public:
-    void init(level kernels, int layer, int channels, int sample_rate) noexcept;
+    using findings = smr_table;
+
+    void init(level which, int layer, int channels, int sample_rate) noexcept;
 
     /// Forgets all passes, as at the start of a stream.
     void restart() noexcept;
+
+    /// Frames before one that its ratios depend on. A pass is compared with the two before it: in Layer II
+    /// those of the frame before. Layer I also compares its thresholds with those of the pass before,
+    /// which in turn had two before it.
+    int remembered_frames() const noexcept { return passes_.count == 2 ? 1 : 3; }
 
     /// @param frame_start  per channel, readable over the windows of frame_passes
     /// @param smr          row c is written for every channel c
