@@ -1,24 +1,21 @@
 // What velainfo says about streams: sound ones, damaged ones, other people's.
 #include "host/encoding.hpp"
-#include "parser/bit_reader.hpp"
-#include "parser/standard_tables.hpp"
 #include "velainfo/stream_report.hpp"
 #include "velainfo/synthesis.hpp"
 #include "velainfo/timeline.hpp"
 #include "workbench.hpp"
+#include "written_frame.hpp"
 
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <sstream>
 
 /// fuzz/info_fuzz.cpp: aborts on a fault.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 namespace velaenc_test {
 namespace {
-
-using report_field = tools::stream_report::field;
-using bytes = std::vector<std::uint8_t>;
 
 tools::stream_report report_of(const bytes &stream) {
     tools::report_builder builder("stream", 0);
@@ -28,38 +25,6 @@ tools::stream_report report_of(const bytes &stream) {
 
 bytes encoded_noise(const mp1a_test::stream &how, int frames) {
     return joined(mp1a_test::encode(how, how.pcm(frames * how.frame_samples())));
-}
-
-TEST(info, every_setting_of_ours_is_reported_as_it_was_asked_for) {
-    for (int i = 0; i < 2 * 4 * 14 * 3; ++i) {
-        mp1a_test::stream how{1 + i % 2, i / 2 % 4, 1 + i / 8 % 14, i % 3 % 2,
-                              std::array{32000, 44100, 48000}[i / 112]};
-        how.flags = i % 24 < 16 ? i % 24 : i % 24 + 8;
-        if (how.bitrate < (how.channels() == 2 ? 4 : how.layer == 1 ? 3 : 1)) continue;
-        const bytes stream = encoded_noise(how, 40);
-        const auto report = report_of(stream);
-        SCOPED_TRACE(testing::PrintToString(std::tuple{how.layer, how.mode, how.bitrate, how.rate}));
-        const std::pair<report_field, int> expected[] = {
-            {report_field::version, 1},
-            {report_field::layer, how.layer},
-            {report_field::crc, how.crc},
-            {report_field::kbps, tools::bitrate_of(how.layer, how.bitrate)},
-            {report_field::rate, how.rate},
-            {report_field::private_bit, how.flags & 1},
-            {report_field::copyright, how.flags >> 1 & 1},
-            {report_field::original, how.flags >> 2 & 1},
-            {report_field::emphasis, how.flags >> 3}};
-        for (const auto &[which, value] : expected)
-            EXPECT_EQ(report.values[which], (tools::value_counts{{value, 40}})) << which;
-        for (const auto &[mode, count] : report.values[report_field::mode])
-            EXPECT_TRUE(mode == how.mode || (how.mode == 1 && mode == 0)) << mode;
-        EXPECT_TRUE(report.is_sound() && report.padding.is_exact());
-        EXPECT_TRUE(report.frames == 40 && report.bytes == stream.size()
-                    && report.crc_right == 40u * how.crc);
-        const auto &b = report.bits;
-        EXPECT_EQ(b.header + b.crc + b.allocation + b.scfsi + b.scalefactors + b.samples + b.unused,
-                  8 * stream.size());
-    }
 }
 
 /// What was done to a stream: `changed` bytes at `place`, and what came behind them is `moved` bytes further on.
@@ -141,45 +106,6 @@ TEST(info, a_thousand_damaged_streams_hide_nothing_and_take_no_whole_frame_along
     EXPECT_EQ(lost, 0);
 }
 
-/// A legal Layer II frame of the lower rates, or of MPEG-1: random allocation, scale factors and codes.
-bytes random_frame(int version, int rate_index, int mode, int bitrate_index, std::mt19937 &random) {
-    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
-    std::string bits;
-    const auto put = [&](int value, int n) {
-        for (int i = n; i-- > 0;)
-            bits += static_cast<char>('0' + (value >> i & 1));
-    };
-    put(0xFFF, 12), put(2 - version, 1), put(2, 2), put(1, 1), put(bitrate_index, 4),
-        put(rate_index, 2);
-    put(0, 2), put(mode, 2), put(0, 6);
-    const int rate = std::array{44100, 48000, 32000}[static_cast<unsigned>(rate_index)] / version;
-    const int kbps = tools::bitrate_of(2, bitrate_index, version), channels = mode == 3 ? 1 : 2;
-    const char table = tools::table_of(rate, kbps / channels);
-    int steps[60] = {};
-    for (int i = 0; i < tools::sblimit_of(2, table) * channels; ++i) {
-        const auto &row = tools::quantizers_of(2, table, i / channels);
-        const int n = i < 24 ? below(std::min(static_cast<int>(row.steps.size()), 7)) : 0;
-        put(n, row.alloc_bits);
-        steps[i] = row.steps[static_cast<unsigned>(n)];
-    }
-    for (const int used : steps)
-        if (used > 0) put(2, 2); // one scale factor for all parts
-    for (const int used : steps)
-        if (used > 0) put(6 + below(50), 6);
-    for (int granule = 0; granule < 12; ++granule)
-        for (const int used : steps) {
-            if (used == 0) continue;
-            const bool grouped = tools::is_grouped(2, used);
-            for (int i = 0; i < (grouped ? 1 : 3); ++i)
-                put(below(grouped ? used * used * used : used), tools::code_bits_of(2, used));
-        }
-    bits.resize(8 * static_cast<std::size_t>(144000 * kbps / rate), '0');
-    bytes frame;
-    for (std::size_t i = 0; i < bits.size(); i += 8)
-        frame.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
-    return frame;
-}
-
 TEST(info, a_long_gap_in_the_numbers_of_frames_hides_nothing_behind_it_and_takes_no_room) {
     tools::timeline pictured({{.name = "", .title = "", .unit = "", .rows = {"only"}}});
     for (const std::uint64_t number : {0u, 1000000u})
@@ -198,42 +124,207 @@ class info_test : public workbench {
     }
 };
 
-TEST_F(info_test, other_decoders_hear_what_the_parser_reads_at_every_rate) {
-    std::mt19937 random(3);
-    for (int i = 0; i < 2 * 3 * 2; ++i) {
-        const int version = 1 + i % 2, rate_index = i / 2 % 3, mode = i / 6 * 3;
-        bytes stream;
-        for (int f = 0; f < 6; ++f) {
-            const bytes frame = random_frame(version, rate_index, mode, version == 1 ? 11 : 14, random);
-            stream.insert(stream.end(), frame.begin(), frame.end());
-        }
-        put("x.mp2", {stream.begin(), stream.end()});
-        const auto decoded = heard("x.mp2");
-        std::vector<float> expected;
-        tools::synthesis_filterbank banks[2];
-        for_each_piece(stream, [&](const tools::stream_piece &piece) {
-            tools::sample_codes codes;
-            tools::frame_subbands subbands;
-            const auto frame = tools::parse_frame(piece.bytes, &codes);
-            ASSERT_EQ(frame.faults, 0u) << tools::fault_text(frame.faults);
-            tools::requantize(frame, codes, subbands);
-            for (int step = 0; step < 36; ++step) {
-                float sound[2][32];
-                for (int ch = 0; ch < frame.channels(); ++ch)
-                    banks[ch].step(subbands[ch][step], sound[ch]);
-                for (int k = 0; k < 32 * frame.channels(); ++k)
-                    expected.push_back(
-                        std::clamp(sound[k % frame.channels()][k / frame.channels()], -1.0F, 1.0F));
+/// Numbers to six digits behind the point.
+nlohmann::json rounded(nlohmann::json value) {
+    if (value.is_structured())
+        for (auto &part : value)
+            part = rounded(part);
+    return value.is_number_float() ? nlohmann::json(std::round(value.get<double>() * 1e6) / 1e6)
+                                   : value;
+}
+
+/// What --json says of a stream, as its frames were written.
+struct expected_report {
+    nlohmann::json frames = nlohmann::json::array();
+    std::map<std::string, std::map<nlohmann::json, int>> counts;
+    std::map<std::string, int> bits;
+    std::map<int, int> bounds;
+    int scfsi[4] = {}, bytes = 0, padded = 0, sblimit = 0;
+    double sample_bits[2][32] = {};
+
+    void add(const written_frame &f) {
+        const nlohmann::json on = true, off = false;
+        const char *modes[] = {"stereo", "joint stereo", "dual channel", "mono"};
+        const char *emphases[] = {"none", "50/15", "reserved", "j17"};
+        const std::pair<const char *, nlohmann::json> header[] = {{"version", f.version},
+                                                                  {"layer", f.layer},
+                                                                  {"crc", f.crc == 1},
+                                                                  {"kbps", f.kbps()},
+                                                                  {"rate", f.rate()},
+                                                                  {"private", f.private_bit == 1},
+                                                                  {"mode", modes[f.mode]},
+                                                                  {"copyright", f.copyright == 1},
+                                                                  {"original", f.original == 1},
+                                                                  {"emphasis", emphases[f.emphasis]}};
+        for (const auto &[name, value] : header)
+            ++counts[name][value];
+        const int rest = 8 * f.size() - 32 - 16 * f.crc - f.allocation_bits - f.scfsi_bits
+                         - f.factor_bits - f.sample_bits;
+        const nlohmann::json here{{"header", 32},
+                                  {"crc", 16 * f.crc},
+                                  {"allocation", f.allocation_bits},
+                                  {"scfsi", f.scfsi_bits},
+                                  {"scalefactors", f.factor_bits},
+                                  {"samples", f.sample_bits},
+                                  {"rest", rest}};
+        for (const auto &[name, count] : here.items())
+            bits[name != "rest" ? name : f.ancillary ? "ancillary" : "unused"] += count.get<int>();
+        nlohmann::json allocation, factors;
+        for (int ch = 0; ch < f.channels(); ++ch) {
+            allocation.push_back(std::vector(f.allocation[ch], f.allocation[ch] + f.sblimit()));
+            factors.push_back(nlohmann::json::array());
+            for (int part = 0; part < f.parts(); ++part)
+                factors.back().push_back(
+                    std::vector(f.factors[ch][part], f.factors[ch][part] + f.sblimit()));
+            for (int sb = 0; sb < f.sblimit(); ++sb) {
+                const int steps = f.steps[ch][sb];
+                if (steps == 0) continue;
+                const bool grouped = f.layer == 2 && (steps == 3 || steps == 5 || steps == 9);
+                sample_bits[ch][sb] += grouped ? (steps == 3   ? 5
+                                                  : steps == 5 ? 7
+                                                               : 10)
+                                                     / 3.0
+                                               : std::log2(steps + 1);
+                if (f.layer == 2) ++scfsi[f.scfsi[ch][sb]];
             }
-        });
-        ASSERT_EQ(decoded.size(), expected.size()) << i;
+        }
+        const auto samples = f.layer == 1 ? 384.0 : 1152.0;
+        nlohmann::json frame{{"frame", frames.size()},
+                             {"offset", bytes},
+                             {"bytes", f.size()},
+                             {"seconds", samples * static_cast<double>(frames.size()) / f.rate()},
+                             {"kbps", f.kbps()},
+                             {"padding", f.padding},
+                             {"mode", modes[f.mode]},
+                             {"bound", f.bound()},
+                             {"bits", here},
+                             {"allocation", allocation},
+                             {"scalefactors", factors},
+                             {"faults", nlohmann::json::array()}};
+        if (f.crc == 1) frame["crc_right"] = true;
+        frames.push_back(frame);
+        if (f.mode == 1) ++bounds[f.bound()];
+        bytes += f.size(), padded += f.padding, sblimit = std::max(sblimit, f.sblimit());
+    }
+
+    nlohmann::json summary(const written_frame &any) const {
+        const auto n = frames.size();
+        const double seconds = (any.layer == 1 ? 384.0 : 1152.0) * static_cast<double>(n) / any.rate();
+        nlohmann::json header, allocation, list = nlohmann::json::array();
+        for (const auto &[name, values] : counts) {
+            header[name] = {{"constant", values.size() == 1}, {"counts", nlohmann::json::array()}};
+            for (const auto &[value, count] : values)
+                header[name]["counts"].push_back({{"value", value}, {"frames", count}});
+            std::sort(header[name]["counts"].begin(), header[name]["counts"].end());
+        }
+        for (int ch = 0; ch < any.channels(); ++ch)
+            for (int sb = 0; sb < sblimit; ++sb)
+                allocation[static_cast<unsigned>(ch)].push_back(sample_bits[ch][sb]
+                                                                / static_cast<double>(n));
+        for (const auto &[bound, count] : bounds)
+            list.push_back({{"bound", bound}, {"frames", count}});
+        auto all_bits = bits;
+        all_bits.insert({{"ancillary", 0}, {"unused", 0}});
+        return {{"bytes", bytes},
+                {"frames", n},
+                {"seconds", seconds},
+                {"average_kbps", bytes / seconds / 125},
+                {"joint", counts.at("mode").contains("joint stereo")},
+                {"header", header},
+                {"crc", {{"right", any.crc == 1 ? n : 0}, {"wrong", 0}}},
+                {"bounds", list},
+                {"bits", all_bits},
+                {"scfsi", scfsi},
+                {"allocation", allocation},
+                {"faults", nlohmann::json::object()},
+                {"sound", true},
+                {"damaged_frames", 0},
+                {"lost_bytes", 0},
+                {"events", nlohmann::json::array()}};
+    }
+};
+
+/// The sound of a stream by the parser and the synthesis here, interleaved.
+std::vector<float> synthesized(const bytes &stream) {
+    std::vector<float> sound;
+    tools::synthesis_filterbank banks[2];
+    for_each_piece(stream, [&](const tools::stream_piece &piece) {
+        tools::sample_codes codes;
+        tools::frame_subbands subbands;
+        const auto frame = tools::parse_frame(piece.bytes, &codes);
+        EXPECT_EQ(frame.faults, 0u) << tools::fault_text(frame.faults);
+        tools::requantize(frame, codes, subbands);
+        for (int step = 0; step < 12 * frame.parts; ++step) {
+            float out[2][32];
+            for (int ch = 0; ch < frame.channels(); ++ch)
+                banks[ch].step(subbands[ch][step], out[ch]);
+            for (int k = 0; k < 32 * frame.channels(); ++k)
+                sound.push_back(out[k % frame.channels()][k / frame.channels()]);
+        }
+    });
+    return sound;
+}
+
+TEST_F(info_test, every_field_is_reported_as_it_was_written_and_other_programs_agree) {
+    std::mt19937 random(3);
+    for (int i = 0; i < 2 * 2 * 3 * 2; ++i) {
+        written_frame f{.version = 1 + i % 2, .layer = 1 + i / 2 % 2, .crc = (i + i / 3) % 2};
+        expected_report expected;
+        bytes stream;
+        for (int k = 0; k < 2 * 14; ++k) {
+            written_frame next{.version = f.version, .layer = f.layer, .crc = f.crc};
+            next.rate_index = i / 4 % 3, next.bitrate_index = 1 + k % 14;
+            // ffmpeg looks for two equal headers first.
+            const auto any = [&](int n) { return k < 2 ? 0 : static_cast<int>(random() % n); };
+            next.mode = i / 12 == 1 ? 3 : any(3);
+            // Two channels of Layer I need room for their allocation.
+            if (next.layer == 1 && next.mode != 3 && next.kbps() < 128) next.bitrate_index = 13;
+            if (next.mode == 1) next.mode_extension = static_cast<int>(random() % 4);
+            for (int *bit : {&next.private_bit, &next.copyright, &next.original})
+                *bit = any(2);
+            next.padding = next.rate_index == 0 ? static_cast<int>(random() % 2) : 0;
+            next.emphasis = std::array{0, 1, 3}[static_cast<unsigned>(any(3))];
+            next.ancillary = k % 5 == 4;
+            const bytes written = next.write(random);
+            stream.insert(stream.end(), written.begin(), written.end());
+            expected.add(f = next);
+        }
+        SCOPED_TRACE(testing::PrintToString(std::tuple{f.version, f.layer, f.rate(), f.mode}));
+        put("x.mp2", {stream.begin(), stream.end()});
+        std::istringstream lines(run("velainfo --json --frames x.mp2").out);
+        std::string line;
+        for (const auto &frame : expected.frames) {
+            auto said = rounded(nlohmann::json::parse((std::getline(lines, line), line)));
+            said.erase("file");
+            ASSERT_EQ(said, rounded(frame));
+        }
+        const auto said = rounded(nlohmann::json::parse((std::getline(lines, line), line)));
+        const auto summary = rounded(expected.summary(f));
+        for (const auto &[name, value] : summary.items()) {
+            auto compared = said[name];
+            if (name == "header") {
+                for (auto &field : compared) {
+                    field.erase("value");
+                    std::sort(field["counts"].begin(), field["counts"].end());
+                }
+            }
+            EXPECT_EQ(compared, value) << name;
+        }
+        // ffprobe: where its packets are; ffmpeg: what is in them.
+        const auto packets =
+            shell("ffprobe -v error -f mp3 -show_entries packet=pos,size -of csv=p=0 x.mp2").out;
+        std::string positions;
+        for (const auto &frame : expected.frames)
+            positions += frame["bytes"].dump() + "," + frame["offset"].dump() + "\n";
+        EXPECT_EQ(packets, positions);
+        const auto decoded = heard("x.mp2"), here = synthesized(stream);
+        ASSERT_EQ(decoded.size(), here.size());
         float worst = 0, loudest = 0;
-        for (std::size_t k = 0; k < expected.size(); ++k) {
-            worst = std::max(worst, std::fabs(decoded[k] - expected[k]));
+        for (std::size_t k = 0; k < here.size(); ++k) {
+            worst = std::max(worst, std::fabs(decoded[k] - std::clamp(here[k], -1.0F, 1.0F)));
             loudest = std::max(loudest, std::fabs(decoded[k]));
         }
-        EXPECT_TRUE(worst < 2e-4F && loudest > 0.05F)
-            << "version " << version << ", rate " << rate_index << ": " << worst;
+        EXPECT_TRUE(worst < 2e-4F && loudest > 0.05F) << worst << " " << loudest;
     }
 }
 
