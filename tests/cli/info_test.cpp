@@ -1,5 +1,6 @@
 // What velainfo says about streams: sound ones, damaged ones, other people's.
 #include "host/encoding.hpp"
+#include "velainfo/comparison.hpp"
 #include "velainfo/stream_report.hpp"
 #include "velainfo/synthesis.hpp"
 #include "velainfo/timeline.hpp"
@@ -106,13 +107,52 @@ TEST(info, a_thousand_damaged_streams_hide_nothing_and_take_no_whole_frame_along
     EXPECT_EQ(lost, 0);
 }
 
-TEST(info, a_long_gap_in_the_numbers_of_frames_hides_nothing_behind_it_and_takes_no_room) {
+TEST(info, a_picture_keeps_least_mean_and_greatest_values_however_long_it_is) {
     tools::timeline pictured({{.name = "", .title = "", .unit = "", .rows = {"only"}}});
     for (const std::uint64_t number : {0u, 1000000u})
         pictured.add(number, std::vector<float>(1, 3));
     EXPECT_EQ(pictured.columns(), 3907u); // 256 frames each: 128 would make more than 4096
     pictured.limit_columns(100);
     EXPECT_EQ(pictured.columns(), 62u);
+    tools::timeline two({{.name = "", .title = "", .unit = "", .rows = {"upper", "lower"}}});
+    const float none = std::nanf(""), values[4][2] = {{1, none}, {2, 5}, {3, none}, {10, 7}};
+    for (unsigned i = 0; i < 4; ++i)
+        two.add(i, values[i]);
+    const auto data = [&] { return nlohmann::json::parse(two.json())[0]["data"]; };
+    EXPECT_EQ(data(), "AQIDCv8F/wc="); // 1 2 3 10, 255 5 255 7
+    two.limit_columns(1);
+    EXPECT_EQ(data(), "BAYBBQoH"); // 4 6, 1 5, 10 7
+}
+
+TEST(info, padding_is_exact_while_a_stream_keeps_its_bitrate_to_a_slot) {
+    // 128 kbit/s at 44.1 kHz: Layer II has 417.959184 slots a frame, Layer I 34.829932; at 160 kbit/s
+    // 522.448980. 0 and 1 are a frame's padding, + one of 160 kbit/s, a dot a byte too many.
+    const struct {
+        int layer;
+        std::string frames;
+        double worst;
+    } cases[] = {{2, std::string(24, '1'), 24 * 0.040816},
+                 {2, std::string(25, '1'), 25 * 0.040816},
+                 {2, "11011", 0.959184},
+                 {2, "10101", 46 * 0.040816},
+                 {2, "00", 1.918367},
+                 {2, "00.00", 1.918367},
+                 {2, "0+0", 0.959184},
+                 {1, "11111100", 2 * 0.829932}};
+    for (const auto &[layer, frames, worst] : cases) {
+        std::mt19937 random(1);
+        bytes stream;
+        for (const char kind : frames) {
+            written_frame frame{.layer = layer, .mode = 3};
+            frame.bitrate_index = layer == 1 ? 4 : kind == '+' ? 9 : 8;
+            frame.padding = kind == '1' ? 1 : 0;
+            const bytes next = kind == '.' ? bytes(1) : frame.write(random);
+            stream.insert(stream.end(), next.begin(), next.end());
+        }
+        const auto report = report_of(stream);
+        EXPECT_NEAR(report.padding.worst, worst, 1e-5) << frames;
+        EXPECT_EQ(report.padding.is_exact(), worst <= 1) << frames;
+    }
 }
 
 class info_test : public workbench {
@@ -340,7 +380,9 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
         const char *word;
     } cases[] = {
         {"nothing", stream, 0, "\"events\":[]"},
-        {"in WAV", riff, 0, "\"container\":\"wav\""},
+        {"in WAV", riff, 0, "\"container\":\"wav\",\"bytes\":14112"},
+        {"a chunk behind it", riff + "LIST" + little_endian(stream.size(), 4) + stream, 0,
+         "\"container\":\"wav\",\"bytes\":14112"},
         {"tag before", id3 + stream, 0, "bytes of a tag (ID3)"},
         {"tag behind", stream + "TAG" + std::string(125, ' '), 0,
          "\"kind\":\"trailing\",\"damage\":false"},
@@ -350,6 +392,8 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
         {"another stream behind", stream + encoded("--layer 1 48000.wav - | cat"), 0,
          "another kind of stream begins"},
         {"cut", stream.substr(0, stream.size() - 100), 3, "a frame of 672 bytes ends after 572"},
+        {"bytes within", stream.substr(0, 1344) + "abcde" + stream.substr(1344), 3,
+         "\"damage_count\":1,\"damaged_frames\":0,\"lost_bytes\":5"},
         {"PCM", wav(stream, 2, 48000), 2, "WAV file of PCM"},
         {"Layer III", "\xFF\xFB\x90\x44" + std::string(2000, 'x'), 2, "MPEG Layer III"},
         {"free format", "\xFF\xFD\x04\x44" + std::string(2000, 'x'), 2, "free format"},
@@ -408,10 +452,41 @@ TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_
     }
     EXPECT_TRUE(ratios[0] > 1 && ratios[1] > ratios[0] + 3 && ratios[2] > ratios[0])
         << testing::PrintToString(ratios);
+    std::vector<std::int16_t> loud(noise(2 * 48000));
+    for (auto &sample : loud)
+        sample = static_cast<std::int16_t>(sample < 0 ? -32768 : 32767);
+    put("loud.wav", wav(pcm(loud), 2, 48000));
+    run("velaenc --quiet --bitrate 192 loud.wav loud.mp2");
+    const auto clipped =
+        std::ranges::count_if(heard("loud.mp2"), [](float x) { return x > 0.99995F || x <= -1; });
+    const auto counted = json_of("--source loud.wav loud.mp2")["comparison"]["clipped"].get<int>();
+    EXPECT_TRUE(clipped > 1000 && std::abs(clipped - counted) < 10) << clipped << " " << counted;
     // Two frames of 448 bytes that are gone do not move those behind them.
     put("hole.mp2", get("x.mp2").replace(40 * 448, 2 * 448, 2 * 448, '\0'));
     const double around_hole = json_of("--source source.wav hole.mp2", 3)["comparison"]["snr"];
     EXPECT_NEAR(around_hole, ratios[2], 0.5);
+    // What is told of the whole is that of its frames.
+    tools::comparison_totals sums;
+    sums.worst_nmr = -1e9;
+    double ratio = 0;
+    std::array<double, 2> energy{};
+    const auto x = get("x.mp2");
+    const auto totals =
+        tools::compare_with_source(path("x.mp2"), report_of({x.begin(), x.end()}), path("source.wav"),
+                                   [&](const tools::compared_frame &frame) {
+                                       ++sums.frames;
+                                       for (int i = 0; i < 64; ++i) {
+                                           const double nmr = frame.nmr[i / 32][i % 32];
+                                           sums.worst_nmr = std::max(sums.worst_nmr, nmr);
+                                           ratio += std::pow(10, nmr / 10) / 64;
+                                           energy[0] += std::pow(10, frame.level[i / 32][i % 32] / 10);
+                                           energy[1] += std::pow(10, frame.error[i / 32][i % 32] / 10);
+                                       }
+                                   });
+    EXPECT_EQ(totals.frames, sums.frames);
+    EXPECT_NEAR(totals.worst_nmr, sums.worst_nmr, 1e-3);
+    EXPECT_NEAR(totals.mean_nmr, 10 * std::log10(ratio / static_cast<double>(sums.frames)), 1e-3);
+    EXPECT_NEAR(totals.snr, 10 * std::log10(energy[0] / energy[1]), 1e-3);
     put("slow.wav", wav(pcm(sound), 2, 44100));
     put("six.wav", wav(pcm(sound), 6, 48000));
     put("silent.wav", wav(std::string(96000, '\0'), 2, 48000));
