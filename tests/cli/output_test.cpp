@@ -56,6 +56,7 @@ TEST_F(output_test, nobody_loses_a_file) {
         {"older", "", "--overwrite"},
         {"RIFFolder", "", "is not MPEG audio"},
         {"\xFF\xFD\xF4\x04", "", "is not MPEG audio"}, // no such bitrate
+        {"\xFF\xFB\x94\x04", "", "is not MPEG audio of Layer I or II"},
         {"\xFF\xFD\xA4\x04older", "-n", "--no-clobber"},
         {"", "--no-clobber", "--no-clobber"},
     };

@@ -1,5 +1,6 @@
 #include "input/container.hpp"
 
+#include "common/byte_order.hpp"
 #include "common/failure.hpp"
 
 #include <algorithm>
@@ -32,14 +33,6 @@ constexpr std::string_view au_magic = ".snd";
 
 constexpr int most_chunks = 10000; ///< walks of damaged files end
 
-std::uint64_t number(std::span<const std::byte> bytes, bool big_endian) {
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        value =
-            value << 8 | std::to_integer<std::uint64_t>(bytes[big_endian ? i : bytes.size() - 1 - i]);
-    return value;
-}
-
 std::string_view name_of(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), 4};
 }
@@ -68,7 +61,8 @@ std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout 
     const auto header = std::span(bytes).first(header_bytes);
     std::uint64_t offset = layout.first_chunk;
     for (int i = 0; i < most_chunks && fetch(offset, header) == header_bytes; ++i) {
-        std::uint64_t size = number(header.subspan(layout.id_bytes), layout.big_endian);
+        const auto field = header.subspan(layout.id_bytes);
+        std::uint64_t size = layout.big_endian ? big_endian(field) : little_endian(field);
         const bool unknown = is_placeholder(size, layout.size_bytes);
         if (layout.size_covers_header) size -= std::min<std::uint64_t>(size, header_bytes);
         if (name_of(header) == name)
@@ -85,7 +79,7 @@ chunk with_rf64_size(const fetch_function &fetch, const chunk_layout &layout, ch
     const auto sizes = find_chunk(fetch, layout, "ds64");
     std::array<std::byte, 16> bytes{};
     if (sizes && fetch(sizes->offset, bytes) == bytes.size())
-        sound.bytes = number(std::span(bytes).last(8), false);
+        sound.bytes = little_endian(std::span(bytes).last(8));
     sound.known = sizes && sound.bytes != 0 && !is_placeholder(sound.bytes, 8);
     sound.wraps = false;
     return sound;
@@ -96,7 +90,7 @@ chunk with_rf64_size(const fetch_function &fetch, const chunk_layout &layout, ch
 bool zero_is_placeholder(const fetch_function &fetch, const chunk &sound) {
     std::array<std::byte, 4> bytes{};
     if (fetch(4, bytes) < bytes.size()) return false;
-    const std::uint64_t size = number(bytes, false);
+    const std::uint64_t size = little_endian(bytes);
     return size + 8 <= sound.offset || is_placeholder(size, 4);
 }
 
@@ -104,8 +98,8 @@ bool zero_is_placeholder(const fetch_function &fetch, const chunk &sound) {
 std::optional<chunk> find_au_data(const fetch_function &fetch) {
     std::array<std::byte, 12> bytes{};
     if (fetch(0, bytes) < bytes.size() || name_of(bytes) != au_magic) return std::nullopt;
-    const std::uint64_t size = number(std::span(bytes).subspan(8, 4), true);
-    return chunk{number(std::span(bytes).subspan(4, 4), true), size, !is_placeholder(size, 4), true};
+    const std::uint64_t size = big_endian(std::span(bytes).subspan(8, 4));
+    return chunk{big_endian(std::span(bytes).subspan(4, 4)), size, !is_placeholder(size, 4), true};
 }
 
 constexpr std::uint64_t lap = std::uint64_t{1} << 32; ///< after that many bytes a 32-bit size wraps
@@ -136,6 +130,17 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
     const chunk_layout *layout = layout_of(fetch);
     if (layout == nullptr || (layout->magic != "RIFF" && layout->magic != "RF64")) return std::nullopt;
     return find_chunk(fetch, *layout, name);
+}
+
+std::optional<unsigned> wav_format(const fetch_function &fetch) {
+    constexpr unsigned extensible = 0xFFFE;
+    const auto format = find_wav_chunk(fetch, "fmt ");
+    std::array<std::byte, 26> fields{};
+    if (!format || fetch(format->offset, fields) < 16) return std::nullopt;
+    const auto code = [&](std::size_t at) {
+        return static_cast<unsigned>(little_endian(std::span(fields).subspan(at, 2)));
+    };
+    return code(0) == extensible ? code(24) : code(0);
 }
 
 std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name) {

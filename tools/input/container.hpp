@@ -33,6 +33,10 @@ bool is_wav(const fetch_function &fetch);
 /// Finds the first chunk of that name ("fmt ", "data") in a RIFF or RF64 file.
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name);
 
+/// The code of a WAV file's format, in the extensible form that of its sub-format; none without a sound
+/// "fmt " chunk.
+std::optional<unsigned> wav_format(const fetch_function &fetch);
+
 /// The contents of that chunk; empty where there is none, or where it is longer than any sensible one.
 std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name);
 

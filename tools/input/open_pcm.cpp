@@ -1,5 +1,6 @@
 #include "input/open_pcm.hpp"
 
+#include "common/byte_order.hpp"
 #include "common/failure.hpp"
 #include "input/check_complete.hpp"
 #include "input/container.hpp"
@@ -52,10 +53,8 @@ std::optional<pcm_shape> shape_of_wav(const fetch_function &fetch) {
     const auto format = find_wav_chunk(fetch, "fmt ");
     std::array<std::byte, 40> bytes{};
     const auto field = [&](std::size_t offset, std::size_t count) {
-        std::uint32_t value = 0;
-        for (std::size_t i = count; i > 0; --i)
-            value = value << 8 | std::to_integer<std::uint32_t>(bytes[offset + i - 1]);
-        return static_cast<int>(std::min<std::uint32_t>(value, std::numeric_limits<int>::max()));
+        const auto value = little_endian(std::span(bytes).subspan(offset, count));
+        return static_cast<int>(std::min<std::uint64_t>(value, std::numeric_limits<int>::max()));
     };
     if (!format) return std::nullopt;
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(format->bytes, bytes.size()));

@@ -97,29 +97,6 @@ void choose_way(output_target &target) {
 
 } // namespace
 
-/// A WAV file whose format is MPEG audio, wherever among its first chunks that is.
-bool is_mpeg_wave(const std::string &head) {
-    const bool is_wave = head.size() > 12 && (head.starts_with("RIFF") || head.starts_with("RF64"))
-                         && head.compare(8, 4, "WAVE") == 0;
-    for (std::size_t at = 12; is_wave && at + 10 <= head.size();) {
-        if (head.compare(at, 4, "fmt ") == 0) return head[at + 8] == 0x50 && head[at + 9] == 0;
-        std::size_t size = 0;
-        for (std::size_t i = 4; i > 0; --i)
-            size = size << 8 | static_cast<unsigned char>(head[at + 3 + i]);
-        at += 8 + size + size % 2;
-    }
-    return false;
-}
-
-bool is_mpeg_audio(const std::string &head) {
-    if (is_mpeg_wave(head)) return true;
-    // ISO/IEC 11172-3, 2.4.1.3: the header, without its reserved and forbidden values.
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(head[i]); };
-    return head.size() >= 4 && byte(0) == 0xFF && byte(1) >= 0xE0 && (byte(1) >> 3 & 3) != 1
-           && (byte(1) >> 1 & 3) != 0 && byte(2) >> 4 != 15 && (byte(2) >> 2 & 3) != 3
-           && (byte(3) & 3) != 2;
-}
-
 bool is_timestamp_list(const std::string &head) {
     return head.starts_with("frame,byte_offset,bytes,");
 }

@@ -17,8 +17,7 @@ struct output_rules {
     const char *own = "";
 };
 
-/// Files of the program's own kinds.
-bool is_mpeg_audio(const std::string &head);
+/// A list of the program's own.
 bool is_timestamp_list(const std::string &head);
 
 enum class output_way {

@@ -1,5 +1,6 @@
 #include "output/wave_header.hpp"
 
+#include "common/byte_order.hpp"
 #include "settings/names.hpp"
 
 #include <algorithm>
@@ -105,22 +106,15 @@ std::string stream_line(const mpeg_a_settings &settings, int kbps, int rate) {
            + ",M=" + history_modes[settings.audio_mode] + ",T=velaenc\r\n";
 }
 
-std::uint64_t number_at(const byte_list &bytes, std::size_t at, std::size_t count) {
-    std::uint64_t value = 0;
-    for (std::size_t i = count; i > 0; --i)
-        value = value << 8 | std::to_integer<std::uint64_t>(bytes[at + i - 1]);
-    return value;
-}
-
 /// Since version 2 of the chunk. Each of the five fields is 0x7FFF where nobody has measured it.
 void forget_loudness(byte_list &bext) {
-    if (number_at(bext, version_at, 2) < 2) return;
+    if (little_endian(std::span(bext).subspan(version_at, 2)) < 2) return;
     for (std::size_t i = 0; i < loudness_bytes; ++i)
         bext[loudness_at + i] = i % 2 == 0 ? std::byte{0xFF} : std::byte{0x7F};
 }
 
 void convert_time_reference(byte_list &bext, const broadcast_origin &origin, int to) {
-    std::uint64_t samples = number_at(bext, time_reference_at, 8) + origin.start;
+    std::uint64_t samples = little_endian(std::span(bext).subspan(time_reference_at, 8)) + origin.start;
     const auto rate = static_cast<std::uint64_t>(origin.rate), target = static_cast<std::uint64_t>(to);
     samples = samples / rate * target + samples % rate * target / rate;
     for (std::size_t i = 0; i < 8; ++i)

@@ -23,7 +23,8 @@ struct outputs {
     std::optional<output_file> list, trace;
 
     outputs(const options &wanted, const struct stat &input)
-        : stream(wanted.output, input, rules_for(wanted, is_mpeg_audio, "MPEG audio")) {
+        : stream(wanted.output, input,
+                 rules_for(wanted, is_mpeg_audio, "MPEG audio of Layer I or II")) {
         if (!wanted.trace.empty()) {
             if (wanted.model == MPEG_A_MODEL_TUNED)
                 throw failure(exit_code::usage,

@@ -6,6 +6,7 @@
 #include "parser/frame_header.hpp"
 #include "settings/record.hpp"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -60,6 +61,19 @@ bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &
         if (last && last->padding == padding && is_frame_of(*last, settings, rate)) return true;
     }
     return false;
+}
+
+bool is_mpeg_audio(const std::string &head) {
+    constexpr unsigned wave_format_mpeg = 0x50;
+    const auto bytes = std::as_bytes(std::span(head));
+    const auto fetch = [bytes](std::uint64_t offset, std::span<std::byte> room) {
+        const auto rest = bytes.subspan(std::min<std::uint64_t>(offset, bytes.size()));
+        const auto there = rest.first(std::min(rest.size(), room.size()));
+        std::ranges::copy(there, room.begin());
+        return there.size();
+    };
+    return wav_format(fetch) == wave_format_mpeg
+           || read_header({reinterpret_cast<const std::uint8_t *>(head.data()), head.size()});
 }
 
 } // namespace tools

@@ -1,4 +1,4 @@
-// Whether a file holds a certain stream, from its first and last frame and its length.
+// Whether a file holds a stream, and a certain one, from its first and last frame and its length.
 #pragma once
 
 #include "vela_enc_mp1a/settings.h"
@@ -14,5 +14,8 @@ namespace tools {
 /// @param rate     Hz
 bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &settings, int rate,
                   std::uint64_t frames);
+
+/// Whether a file that begins like this is a stream of Layer I or II, bare or in WAV.
+bool is_mpeg_audio(const std::string &head);
 
 } // namespace tools

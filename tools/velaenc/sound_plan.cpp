@@ -164,8 +164,8 @@ std::string clip_text(const clip_count &clipped) {
     // Rounded up, so that the gain is enough.
     const double excess = std::ceil(200 * std::log10(clipped.peak)) / 10;
     const std::string lie = clipped.samples == 1 ? " lies" : " lie";
-    return counted(clipped.samples, "sample") + lie + " beyond full scale, by up to "
-           + decibels(excess) + "; players will clip them, unless --gain lowers all by as much";
+    return counted(clipped.samples, "sample") + lie + " beyond full scale, by up to " + decibels(excess)
+           + "; players will clip them, unless --gain lowers all by as much";
 }
 
 } // namespace tools

@@ -4,7 +4,6 @@
 #include "input/container.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <string_view>
 
@@ -15,10 +14,6 @@ constexpr std::size_t head_bytes = 512;
 
 std::string_view text_of(const std::vector<std::byte> &bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
-}
-
-unsigned little_endian(const std::byte *bytes) {
-    return std::to_integer<unsigned>(bytes[0]) | std::to_integer<unsigned>(bytes[1]) << 8;
 }
 
 } // namespace
@@ -36,13 +31,11 @@ stream_input::stream_input(const std::string &path) : file_(open_input(path)), h
 void stream_input::enter_wav() {
     if (!file_.seekable()) file_ = spool(std::move(file_), head_);
     const auto fetch = fetch_from(file_);
-    const auto format = find_wav_chunk(fetch, "fmt ");
+    const auto format = wav_format(fetch);
     const auto data = find_wav_chunk(fetch, "data");
-    std::array<std::byte, 26> fields{};
-    if (!format || !data || fetch(format->offset, fields) < 16)
+    if (!format || !data)
         throw failure(exit_code::input, file_.name + " is a RIFF file without sound data");
-    unsigned tag = little_endian(fields.data());
-    if (tag == 0xFFFE) tag = little_endian(fields.data() + 24);
+    const unsigned tag = *format;
     if (tag != 0x50)
         throw failure(exit_code::input, file_.name + " is a WAV file of "
                                             + (tag == 1 || tag == 3 ? "PCM"
