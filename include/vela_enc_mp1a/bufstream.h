@@ -10,6 +10,19 @@
  *  The block asked for at Init that no frame used is given up without a commit. With blocks not much
  *  larger than 1024 bytes a frame may arrive in two commits; its frame_info follows the second one.
  *
+ *  A stream that has failed takes nothing more until the next mpegOutAudioInit(). What fails it shows at the
+ *  next frame: mpegOutAudioPutBytes() returns 2 for the call that would begin one, with the message A002.
+ *
+ *      refused                                  shows
+ *      the block asked for in Init              at the first frame
+ *      before a frame: its block, the size of   at this frame, of which nothing is written
+ *      that, the return of an unused block
+ *      in a frame's midst or at its end: a      at the next frame; of this one some bytes may have been
+ *      commit, the second block                 taken, and its frame_info comes all the same
+ *
+ *  PutBytes and Done give no sign of the latter after the last frame. A host that must know keeps what it
+ *  answered itself.
+ *
  *  Every call happens on the thread that called into the library. The encoder never frees the object;
  *  it must outlive mpegOutAudioDone(). The functions must neither throw nor leave by longjmp(). What they
  *  change of the floating-point environment lasts until they return.
@@ -33,18 +46,19 @@ struct bufstream {
     bufstream_unused_slot unused_0;
 
     /** Returns a writable block of at least `n` bytes, or null when there is none. The encoder writes
-     *  into it until it commits the block or asks for another one. A null block fails the stream:
-     *  mpegOutAudioPutBytes() returns 2 from then on. */
+     *  into it until it commits the block or asks for another one. A null block fails the stream. */
     uint8_t *(*request)(bufstream *self, uint32_t n);
 
     /** The first `n` bytes of the last requested block are finished output, and the block goes back to
-     *  the host. Returns the number of bytes accepted; anything but `n` fails the stream. */
+     *  the host. Returns the number of bytes accepted; anything but `n` fails the stream. With `n` 0
+     *  the block goes back unused. */
     uint32_t (*commit)(bufstream *self, uint32_t n);
 
     bufstream_unused_slot unused_3;
 
     /** Returns the size in bytes of the blocks to request. It must hold a whole frame: 1728 bytes cover
-     *  every layer, bitrate and rate. A size shorter than the frame fails the stream. */
+     *  every layer, bitrate and rate. A size shorter than the frame fails the stream where it is the
+     *  answer before a frame; a shorter block from Init is given back and asked for once more. */
     uint32_t (*chunk_size)(bufstream *self);
 
     /** Side information about the output at byte `offset` of the current block: MPEG_A_HEADER_INFO just

@@ -129,22 +129,24 @@ MPEG_A_API mpeg_a_encoder *mpegOutAudioNew(resource_lookup lookup, const mpeg_a_
 
 /** Binds the encoder to an output, requests the first block and starts the stream afresh.
  *
- *  @return 0; 2 when `encoder` or `output` is null (the encoder can then only be freed or initialised
+ *  @return 0, also when there is no block yet (see bufstream.h); 2 when `encoder` or `output` is null (the encoder can then only be freed or initialised
  *          again), and inside a callback of the same encoder
  */
 MPEG_A_API int32_t mpegOutAudioInit(mpeg_a_encoder *encoder, bufstream *output) MPEG_A_NOEXCEPT;
 
 /** Encodes every frame that `data` completes; the rest waits for the next call.
  *
- *  Each finished frame is committed and reported before the call returns.
+ *  Each finished frame is offered to the output and reported before the call returns.
  *
  *  @param encoder  after a successful mpegOutAudioInit
  *  @param data     interleaved little-endian PCM, whole samples (a call may end between the two channels
  *                  of a pair; bytes of a sample cut in two are ignored); null completes the pending frame
  *                  with silence and encodes it
  *  @param size     bytes at `data`
- *  @return 0; 2 when the output refused space (A002 has then gone to "err_printf"): the rest of this
- *          call's bytes is dropped, and every later call that completes a frame fails the same way
+ *  @return 0; 2 when a frame could not be begun because the output has refused (A002 has then gone to
+ *          "err_printf"): the rest of this call's bytes is dropped, and every later call that completes a
+ *          frame fails the same way. What the output refuses in the midst or at the end of a frame
+ *          shows at the next one: see bufstream.h
  */
 MPEG_A_API int32_t mpegOutAudioPutBytes(mpeg_a_encoder *encoder, const void *data,
                                         uint32_t size) MPEG_A_NOEXCEPT;
@@ -153,8 +155,9 @@ MPEG_A_API int32_t mpegOutAudioPutBytes(mpeg_a_encoder *encoder, const void *dat
  *  the output.
  *
  *  @param abort  not 0: drop the pending samples instead
- *  @return 0, also when the last frame could not be written (A002 has then gone to "err_printf"); 2 inside
- *          a callback of the same encoder
+ *  @return 0, also when the last frame could not be written. A002 has then gone to "err_printf" if it could
+ *          not be begun, but not if the output refused its second block or its commit; 2 inside a callback
+ *          of the same encoder
  */
 MPEG_A_API int32_t mpegOutAudioDone(mpeg_a_encoder *encoder, int32_t abort) MPEG_A_NOEXCEPT;
 

@@ -130,8 +130,8 @@ class IEngineAPI : public IEngine {
  *  keeps the settings that it was opened with.
  *
  *  Writing a preset key fills the settings and the rate with that preset's defaults; sampling_bits
- *  and audio_model stay. On a fresh engine the first access to a "settings::" key, even one that fails,
- * or else the opening does the same for the current preset.
+ *  and audio_model stay. Unless that or "init::settings" came before, the first access to a "settings::"
+ *  key, even one that fails, or else the opening does the same for the current preset.
  *
  *  Commands of set_parameter; index and value are not used:
  *
@@ -186,10 +186,10 @@ class API_GetSetParamStr : public IEngineAPI {
 
     /** Slot 5: writes a field from NUL-terminated text, binds an object, or loads a block.
      *
-     *  An int32 is read as strtol() with base 0 does ("12", "0xC", "014"), an int64 as strtod() does
-     *  and then truncated; either keeps its low bits. Leading white space and anything after the
-     *  number are ignored; text without a number stores 0. "{12}" stores 12 as well; "{}" stores
-     *  nothing. */
+     *  An int32 is decimal, hexadecimal after 0x or octal after another 0 ("12", "0xC", "014"), an int64
+     *  is read as strtod() does and then truncated; either keeps its low bits. Leading white space and
+     *  anything after the number are ignored; text without a number stores 0. "{12}" stores 12 as well;
+     *  "{}" stores nothing. */
     virtual std::int32_t set_parameter_str(const char *key, const void *value,
                                            std::int32_t size) noexcept {
         static_cast<void>(key), static_cast<void>(value), static_cast<void>(size);
@@ -212,12 +212,13 @@ class API_PutData : public IEngineAPI {
      *  @param data   interleaved little-endian PCM of "settings::sampling_bits", one channel in mono,
      *                else two; null completes the pending frame with silence and encodes it
      *  @param size   bytes of an element
-     *  @param count  elements; the data has size * count bytes
+     *  @param count  elements; the data has size * count bytes, none when that is negative
      *  @return 0, or -1:
      *          no encoder can be opened;
-     *          size * count is negative or above 2^31 - 1: nothing is taken or opened;
-     *          the output refuses space: the rest of the data is dropped, and every later call that
-     *          completes a frame fails in the same way until the output is opened again */
+     *          size * count has no 32-bit value: nothing is taken or opened;
+     *          a frame could not be begun because the output has refused: the rest of the data is
+     *          dropped, and every later call that completes a frame fails in the same way until the
+     *          output is opened again. bufstream.h tells which refusals show when */
     virtual std::int32_t put_data(const void *data, std::int32_t size, std::int32_t count) noexcept = 0;
 
   protected:

@@ -40,7 +40,8 @@ struct mpeg_a_encoder {
     ///                 there are fewer
     void position(std::int64_t frame, std::span<const std::uint8_t> history) noexcept;
 
-    /// Has an observer look at every frame's decisions, from init until the next one.
+    /// Has an observer look at every frame's decisions, from init until the next one. It sees nothing of a
+    /// stream with the tuned model.
     void observe(const vela::frame_observer &observer) noexcept { coder_.observe(observer); }
 
     /// Header of the current frame, or of the stream before the first one; valid after init.

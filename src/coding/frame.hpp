@@ -52,7 +52,8 @@ struct frame_decisions {
     int frame_bits, stuffing;
 };
 
-/// Sees every frame's decisions before it is written. For programs that carry the core in themselves.
+/// Sees the decisions of every frame of the standard's model before it is written; frames of the tuned one
+/// are not shown. For programs that carry the core in themselves.
 struct frame_observer {
     void (*see)(void *context, const frame_decisions &frame) noexcept = nullptr;
     void *context = nullptr;

@@ -11,10 +11,11 @@ namespace vela {
 /// In joint stereo that is done for stereo and for every bound, and the least cost of the frame
 /// decides; header.mode and mode_extension and side.joint_bound are set to match. Reads the scale
 /// factors; fills side.allocation. Never costs more than what allocate_bits() makes of the same costs.
-/// @param frame_bits  the whole frame
-/// @param slope_hint  benefit a bit where the last frame's bits ran out, or anything: the result is the
-///                    same; receives this frame's
-/// @return bits left over; negative when not even header and allocation fields fit
+/// @param frame_bits  the whole frame, which has room for header and allocation fields, as every bitrate
+///                    that the settings may have gives it
+/// @param slope_hint  benefit a bit where the last frame's bits ran out, or anything above 0: the result
+///                    is the same; receives this frame's
+/// @return bits left over
 int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header, side_info &side,
                    double &slope_hint) noexcept;
 

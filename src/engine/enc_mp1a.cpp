@@ -196,12 +196,13 @@ std::int32_t enc_MP1A::run_command(const char *key, const char *name) noexcept {
 std::int32_t enc_MP1A::PutData::put_data(const void *data, std::int32_t size,
                                          std::int32_t count) noexcept {
     const std::int64_t bytes = std::int64_t{size} * count;
-    if (bytes < 0 || bytes > INT32_MAX) return -1;
+    if (bytes < INT32_MIN || bytes > INT32_MAX) return -1;
     auto &engine = static_cast<enc_MP1A &>(*owner());
     const operation running(engine);
     if (!running) return -1;
     if (engine.encoder_ == nullptr && engine.open_encoder() != 0) return -1;
-    return engine.encoder_->put_bytes(data, static_cast<std::uint32_t>(bytes)) == 0 ? 0 : -1;
+    const auto taken = static_cast<std::uint32_t>(std::max<std::int64_t>(bytes, 0));
+    return engine.encoder_->put_bytes(data, taken) == 0 ? 0 : -1;
 }
 
 std::int32_t enc_MP1A::open_encoder() noexcept {

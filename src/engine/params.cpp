@@ -52,13 +52,21 @@ T from_double(double value) noexcept {
     }
 }
 
+/// Base 0 of strtol() as it always was; newer C libraries take "0b11" for binary.
+int base_of(const char *text) noexcept {
+    text += std::strspn(text, " \t\n\v\f\r");
+    text += *text == '+' || *text == '-';
+    if (*text != '0') return 10;
+    return text[1] == 'x' || text[1] == 'X' ? 16 : 8;
+}
+
 /// @param end  receives the position behind the number, or `text` when there is none
 template <class T>
 T read_number(const char *text, const char *&end) noexcept {
     char *behind = nullptr;
     T value;
     if constexpr (std::is_integral_v<T> && sizeof(T) < 8) {
-        value = static_cast<T>(std::strtol(text, &behind, 0));
+        value = static_cast<T>(std::strtol(text, &behind, base_of(text)));
     } else {
         value = from_double<T>(std::strtod(text, &behind));
     }

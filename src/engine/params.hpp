@@ -45,7 +45,8 @@ void set_element(void *base, const param_entry &entry, std::int32_t index, doubl
 ///     {1, 2 3}  a list from element 0; elements that it does not reach keep their values
 ///     "text"    one character an element, ended by a zero element; only for 8-bit and 16-bit types
 ///
-/// Numbers of up to 32 bits are read as strtol() with base 0 does, all others as strtod() does.
+/// Numbers of up to 32 bits are whole: decimal, hexadecimal after 0x, octal after another 0. All others are
+/// read as strtod() does.
 void set_elements(void *base, const param_entry &entry, const char *text) noexcept;
 
 /// The engine's settings as its keys address them.

@@ -100,8 +100,10 @@ VELA_INLINE V logarithm(V x) {
 // Rounding leaves |e| below 3.6e-7: six roundings to 24 bits at most. What is added to the arguments
 // for the seed keeps it within the range of normal floats; where that adds less than 3e-7 of the
 // argument, the result is exact to 1e-12. Below, it is bounded and too small: a magnitude of 1e-14 lies
-// 280 dB below the least significant bit of 16-bit samples. Results are 0 where an argument exceeds the
-// range of float, which takes samples 10^11 times full scale, and not a number for infinite ones.
+// 280 dB below the least significant bit of 16-bit samples. Results are 0 where an argument, or sqrt(x) y,
+// exceeds the range of float, which takes samples 1.8 10^11 times full scale, and not a number for infinite
+// ones. Ratios cease to be those of exact arithmetic before: from 3 10^10 times full scale on, what double
+// precision rounds off of the loudest lines lies above the threshold in quiet.
 
 /// The seed h for 1 / sqrt(x).
 template <class V>

@@ -4,6 +4,8 @@
 #include "simd/table.hpp"
 #include "vela_enc_mp1a/settings.h"
 
+#include <cstdint>
+
 namespace vela {
 
 /// Samples per channel in a frame.
@@ -11,10 +13,15 @@ inline constexpr int samples_per_frame(int layer) noexcept {
     return layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES;
 }
 
-/// Bitrate in kbit/s; 0 when the layer or the index lies outside the table.
+/// The third row of ISO/IEC 11172-3, 2.4.2.3: what the index of a record stands for that asks for Layer
+/// III, which cannot be encoded.
+inline constexpr table<std::int16_t, 15> layer3_bitrates{0,   32,  40,  48,  56,  64,  80, 96,
+                                                         112, 128, 160, 192, 224, 256, 320};
+
+/// Bitrate in kbit/s; 0 when the layer, 1..3, or the index lies outside the table.
 inline constexpr int bitrate_kbps(int layer, int bitrate_index) noexcept {
-    if (layer < 1 || layer > 2 || bitrate_index < 0 || bitrate_index > 14) return 0;
-    return mpeg_a_bitrates[layer - 1][bitrate_index];
+    if (layer < 1 || layer > 3 || bitrate_index < 0 || bitrate_index > 14) return 0;
+    return layer == 3 ? layer3_bitrates[bitrate_index] : mpeg_a_bitrates[layer - 1][bitrate_index];
 }
 
 /// kHz by the header's sampling_frequency index.

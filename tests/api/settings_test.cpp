@@ -57,6 +57,9 @@ constexpr char settings_cases[] = R"(
 1 | layer 1 mode 1 bitrate 10 rate 8 | 40009 | 21 3 4 5 6 |
 1 | layer -1 bitrate -5; layer 0 bitrate 0; layer 100 bitrate -1000000 | 40001 | 23 25 25 3 5 |
 1 | layer -1 bitrate 15; layer 0 bitrate 16; layer 100 bitrate 1000000 | 40001 | 23 25 3 5 |
+1 | layer 3 bitrate 5 | 40001 | 23 3 5 | audio bitrate (64 kbps) for VCD, should be 224 kbps
+18 | layer 3 bitrate 13 | 40001 | 23 44 48 | audio bitrate (256 kbps) for HDV, should be 384 kbps
+1 | layer 4 bitrate 5; layer 0 bitrate 5 | 40001 | 23 3 5 | audio bitrate (0 kbps) for VCD, should be 224 kbps
 1 | layer 1 | 200 | 3 | audio layer (1) for VCD, should be 2
 1 | mode 1; mode 2 | 201 | 4 | audio mode for VCD, should be stereo or mono
 1 | bitrate 10; bitrate 12 | 202 | 5 | audio bitrate (256 kbps) for VCD, should be 224 kbps
