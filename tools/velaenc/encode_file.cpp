@@ -4,6 +4,8 @@
 #include "input/container.hpp"
 #include "input/open_pcm.hpp"
 #include "jobs/encode_loop.hpp"
+#include "jobs/loudness_pass.hpp"
+#include "jobs/metered_source.hpp"
 #include "jobs/parallel_loop.hpp"
 #include "output/output_file.hpp"
 #include "output/wave_container.hpp"
@@ -104,6 +106,43 @@ opened open_source(const options &wanted, const std::function<void(const std::st
     return result;
 }
 
+/// The input at the level that was asked for, and how loud that is.
+struct levelled {
+    opened input;
+    std::optional<programme_loudness> loudness;
+    metered_source *meter = nullptr; ///< tells at the end, where the input can be read only once
+
+    /// @return how loud it was, now that all of it was read
+    std::optional<programme_loudness> finish(const sound_options &wanted) {
+        if (meter != nullptr) loudness = reach_goal(meter->finish().figures(), wanted);
+        return loudness;
+    }
+};
+
+levelled open_levelled(const options &wanted, run_listener &listener, int jobs) {
+    levelled result{
+        open_source(wanted, [&](const std::string &text) { listener.note(text); }), {}, nullptr};
+    pcm_source &source = *result.input.source;
+    if (!wanted.sound.measures) return result;
+    if (!S_ISREG(result.input.status.st_mode) || wanted.input == "-") {
+        if (wanted.sound.loudness)
+            throw failure(exit_code::usage,
+                          "--loudness reads IN twice, which " + result.input.name
+                              + " does not allow; give it a file, or take --measure, which says at the "
+                                "end how loud it was");
+        auto meter = std::make_unique<metered_source>(std::move(result.input.source));
+        result.meter = meter.get();
+        result.input.source = std::move(meter);
+        return result;
+    }
+    auto &shown = listener.begin_measuring(source.shape().rate, source.length());
+    result.loudness = reach_goal(hear_source(source, jobs, shown).figures(), wanted.sound);
+    options louder = wanted;
+    louder.sound.gain_db += result.loudness->gain_db;
+    result.input = open_source(louder, [](const std::string &) {}); // notes are said already
+    return result;
+}
+
 } // namespace
 
 std::optional<file_result> find_complete(const options &wanted) {
@@ -124,8 +163,8 @@ std::optional<file_result> find_complete(const options &wanted) {
 }
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {
-    auto [input_status, input_name, source, plan, origin] =
-        open_source(wanted, [&](const std::string &text) { listener.note(text); });
+    levelled levelled_input = open_levelled(wanted, listener, spare != nullptr ? 1 : wanted.jobs);
+    auto &[input_status, input_name, source, plan, origin] = levelled_input.input;
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });
     for (const auto &note : plan.notes)
@@ -155,8 +194,10 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     files.stream.check();
     if (done.samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
+    const auto loudness = levelled_input.finish(wanted.sound);
     files.publish();
-    return {plan.settings, source->shape().rate, writer.frames(), done.samples, done.clipped};
+    if (loudness) listener.note(loudness_text(*loudness, wanted.sound));
+    return {plan.settings, rate, writer.frames(), done.samples, done.clipped, loudness};
 }
 
 } // namespace tools
