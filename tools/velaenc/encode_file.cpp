@@ -163,8 +163,8 @@ std::optional<file_result> find_complete(const options &wanted) {
 }
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {
-    levelled levelled_input = open_levelled(wanted, listener, spare != nullptr ? 1 : wanted.jobs);
-    auto &[input_status, input_name, source, plan, origin] = levelled_input.input;
+    levelled heard = open_levelled(wanted, listener, spare != nullptr ? 1 : wanted.jobs);
+    auto &[input_status, input_name, source, plan, origin] = heard.input;
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });
     for (const auto &note : plan.notes)
@@ -180,9 +180,12 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     if (files.trace) trace.emplace(*files.trace);
     const int rate = source->shape().rate;
     std::optional<wave_container> wave;
-    if (is_wave(wanted))
-        wave.emplace(files.stream, plan.settings, kbit_of(plan.settings), rate,
-                     broadcast_extension(origin, plan.settings, kbit_of(plan.settings), rate));
+    if (is_wave(wanted)) {
+        const int kbps = kbit_of(plan.settings);
+        auto bext = broadcast_extension(origin, plan.settings, kbps, rate);
+        if (heard.loudness) write_loudness(bext, heard.loudness->figures);
+        wave.emplace(files.stream, plan.settings, kbps, rate, std::move(bext));
+    }
     frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
     const bool live = files.stream.is_direct() || (list && list->is_direct());
@@ -190,11 +193,12 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
         encode_with(wanted, *source, plan.settings, writer, shown, live, spare, trace);
     if (list) list->flush();
     if (trace) trace->flush();
+    const auto loudness = heard.finish(wanted.sound);
+    if (wave && loudness) wave->set_loudness(loudness->figures);
     if (wave) wave->finish({writer.bytes(), writer.frames() * frame_samples(plan.settings)});
     files.stream.check();
     if (done.samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
-    const auto loudness = levelled_input.finish(wanted.sound);
     files.publish();
     if (loudness) listener.note(loudness_text(*loudness, wanted.sound));
     return {plan.settings, rate, writer.frames(), done.samples, done.clipped, loudness};
