@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Both ways of encoding on several machines, with one machine that plays two: a node is killed in the middle, and in
 # the end nothing is lost, doubled or half-written. Everything listens on the loopback only.
-# Usage: demo.sh VELAENC_FOLDER [FILES [SECONDS]] [ssh] [slurm]
+# Usage: demo.sh VELAENC_FOLDER [FILES [SECONDS]] [ssh] [slurm] [local] - `local` is ssh's way without ssh
 set -euo pipefail
 
 here=$(dirname -- "$(readlink -f -- "$0")")
@@ -89,7 +89,7 @@ free_port() { python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1
 
 make_input() {
     local i
-    mkdir -p "$work"/{in/deep,log,run,whole}
+    mkdir -p "$work"/{in/deep,log,whole}
     for ((i = 1; i <= files; i++)); do
         # Sound of noise, different in every file.
         local folder=$work/in
@@ -118,6 +118,16 @@ check() {
 has_idle_nodes() { [ "$(sinfo -h -t idle -o %D)" = "$1" ]; }
 has_no_jobs() { [ -z "$(squeue -h)" ]; }
 
+# in_parallel WAY NODE_2: the batch on the nodes of run/hosts, the second of which is that process.
+in_parallel() {
+    over_ssh.sh "$work/run/hosts" 6 "$work/in" "$work/$1" "$work/$1-reports" --jobs 1 &>"$work/log/over_ssh" &
+    local batch=$!
+    daemons+=($!)
+    kill_busy_node "VELA_NODE=$work/2" "$2" "$work/$1"
+    wait "$batch" || die "$1: parallel failed"
+    check "$1"
+}
+
 # Two ssh servers stand for two machines.
 run_ssh() {
     local i ports=() servers=()
@@ -136,11 +146,27 @@ run_ssh() {
         printf '1/ssh -q -F %s node%d\n' "$work/run/ssh_config" "$i" >>"$work/run/hosts"
         until_true 10 ssh -q -F "$work/run/ssh_config" "node$i" true || die "no ssh server on port ${ports[i]}"
     done
-    over_ssh.sh "$work/run/hosts" 6 "$work/in" "$work/ssh" "$work/ssh-reports" --jobs 1 &>"$work/log/over_ssh" &
-    local batch=$!
-    kill_busy_node "VELA_NODE=$work/2" "${servers[2]}" "$work/ssh"
-    wait "$batch" || die "ssh: parallel failed"
-    check ssh
+    in_parallel ssh "${servers[2]}"
+}
+
+# A process that sleeps stands for a machine; what logs in to it is a script that asks whether it lives.
+run_local() {
+    local i nodes=()
+    cat >"$work/run/login" <<LOGIN
+#!/usr/bin/env bash
+node=\$1 && shift && [ "\$1" != -- ] || shift
+kill -0 "\$(cat "$work/run/\$node")" 2>/dev/null || exit 255
+exec env VELA_NODE="$work/\$node" bash -c "\$*"
+LOGIN
+    chmod +x "$work/run/login"
+    for i in 1 2; do
+        sleep 600 &
+        nodes[i]=$!
+        daemons+=($!)
+        printf '%d\n' "$!" >"$work/run/$i"
+        printf '1/%s %d\n' "$work/run/login" "$i" >>"$work/run/hosts"
+    done
+    in_parallel local "${nodes[2]}"
 }
 
 # A controller and two node daemons.
@@ -184,4 +210,7 @@ run_slurm() {
 }
 
 make_input
-for way in "${ways[@]}"; do "run_$way"; done
+for way in "${ways[@]}"; do
+    rm -rf "$work/run" && mkdir "$work/run"
+    "run_$way"
+done
