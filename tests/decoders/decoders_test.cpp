@@ -90,10 +90,10 @@ TEST_P(decoders, take_every_frame_without_a_complaint_and_in_time) {
     const auto [layer, mode, rate] = GetParam();
     const int channels = mode == MPEG_A_MODE_MONO ? 1 : 2, delay = channels * (layer == 1 ? 545 : 481);
     const auto input = programme(channels);
-    if (input.empty()) GTEST_SKIP() << "the recordings of alsa-utils are not installed";
+    if (input.empty()) GTEST_SKIP() << "needs the recordings of alsa-utils";
     for (const char *const program : {"ffmpeg", "mpg123", "madplay"}) {
         if (output_of(std::string("command -v ") + program).empty())
-            GTEST_SKIP() << program << " is not installed";
+            GTEST_SKIP() << "needs " << program;
     }
     const std::string file = testing::TempDir() + "decoders." + std::to_string(getpid());
     double previous[3] = {-10, -10, -10};
@@ -137,7 +137,7 @@ TEST(window, is_the_one_that_an_independent_decoder_carries) {
     // mpg123 has the prototype as a table of long integers.
     const std::string path =
         output_of("ldd \"$(command -v mpg123)\" 2>/dev/null | grep -om1 '/[^ ]*libmpg123[^ ]*'");
-    if (path.empty()) GTEST_SKIP() << "mpg123 is not installed, or brings its library elsewhere";
+    if (path.empty()) GTEST_SKIP() << "needs mpg123 with a library of its own";
     const std::vector<std::int64_t> table(vela::window_prototype.begin(), vela::window_prototype.end());
     const std::string_view bytes(reinterpret_cast<const char *>(table.data()), 8 * table.size());
     EXPECT_NE(contents_of(path.substr(0, path.find('\n'))).find(bytes), std::string::npos);
