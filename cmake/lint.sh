@@ -63,7 +63,7 @@ rooms=(simd stream analysis psy coding api engine)
 # Those of tools/: which rooms a room may include beside itself. The programs do not know each other. What plugins have
 # of them is `settings`.
 declare -A tool_rooms=(
-    [settings]='' [common]='settings' [parser]='common settings' [input]='common settings' [output]='common settings'
+    [settings]='' [common]='settings' [parser]='common settings' [input]='common settings' [output]='common settings loudness'
     [loudness]='common' [jobs]='common settings input loudness output'
     [velaenc]='common settings loudness parser input output jobs'
     [velainfo]='common settings loudness parser input output jobs'

@@ -5,7 +5,7 @@
 #include "workbench.hpp"
 
 #include <cmath>
-#include <ebur128.h>
+#include <nlohmann/json.hpp>
 #include <numbers>
 
 namespace velaenc_test {
@@ -99,6 +99,78 @@ TEST(loudness, has_the_range_of_tech_3342) {
             tones.push_back({db, 20});
         EXPECT_NEAR(figures_of(signal(tones)).range, range, 1);
     }
+}
+
+class loudness_test : public workbench {
+  protected:
+    /// Twelve seconds of a sine in both channels, whose samples are all half as large as its peaks' bound.
+    void put_sine(const std::string &name, double db, double seconds = 12) const {
+        std::vector<std::int16_t> samples;
+        for (const float value : signal({{db, seconds}}))
+            samples.push_back(static_cast<std::int16_t>(std::lround(value * 32767)));
+        put(name, wav(pcm(samples), 2, rate));
+    }
+
+    /// What another meter says of a file: integrated loudness in LUFS, or the true peak in dBTP.
+    double measured(const std::string &name, const std::string &figure) const {
+        const std::string text =
+            run("ffmpeg -nostats -i " + name + " -af ebur128=peak=true -f null - 2>&1").out;
+        const auto at = text.rfind(figure + ":");
+        return at == text.npos ? NAN : std::stod(text.substr(at + figure.size() + 1));
+    }
+};
+
+TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
+    put_sine("in.wav", -30);
+    expect_failure("cat in.wav | velaenc - out.mp2 --loudness -23", 1, "reads IN twice");
+    expect_failure("velaenc in.wav out.mp2 --loudness 3", 1, "-60 to 0");
+    expect_failure("velaenc in.wav out.mp2 --true-peak -3", 1, "--loudness");
+    put_sine("long.wav", -30, 61.5); // more than one part is heard at a time
+    run("velaenc in.wav --loudness -20", 0, "after a gain of +10.0 dB");
+    EXPECT_NEAR(measured("in.mp2", "I"), -20, 0.15);
+    // A sine as loud as -10 LUFS has peaks of -10 dBTP.
+    run("velaenc in.wav --loudness -5 --true-peak -12", 0,
+        "--true-peak -12 keeps it below the -5 LUFS");
+    EXPECT_NEAR(measured("in.mp2", "Peak"), -12, 0.3);
+    EXPECT_TRUE(encoded("long.wav -q --loudness -23 -j 1")
+                == encoded("long.wav -q --loudness -23 -j 3"));
+    run("velaenc in.wav --measure", 0, "loudness -30.0 LUFS");
+    run("cat in.wav | velaenc - piped.mp2 --measure -j 3", 0, "loudness -30.0 LUFS");
+    EXPECT_TRUE(get("piped.mp2") == get("in.mp2"));
+    put("silence.wav", wav(std::string(96000, 0), 2, rate));
+    run("velaenc silence.wav --loudness -23", 0, "its level stays");
+    // After mixing down and resampling: three channels of which one is heard in both.
+    std::vector<std::int16_t> surround;
+    for (const float value : signal({{-30, 4}}))
+        if (surround.size() % 3 == 0)
+            surround.insert(surround.end(), {0, 0, static_cast<std::int16_t>(value * 32767)});
+    put("centre.wav", wav(pcm(surround), 3, 44100));
+    run("velaenc centre.wav centre.mp2 --to-rate 48000 --loudness -23");
+    EXPECT_NEAR(measured("centre.mp2", "I"), -23, 0.2);
+}
+
+TEST_F(loudness_test, stands_in_the_report_and_in_the_broadcast_extension) {
+    put_sine("in.wav", -30);
+    run("velaenc in.wav out.wav --loudness -23 && cat in.wav | velaenc - end.wav --measure");
+    const auto value = [&](const std::string &name, std::size_t index) {
+        const std::string file = get(name),
+                          bytes = file.substr(file.find("bext") + 8 + 412 + 2 * index, 2);
+        return static_cast<std::int16_t>(static_cast<unsigned char>(bytes[0])
+                                         | static_cast<unsigned char>(bytes[1]) << 8);
+    };
+    const std::string out = get("out.wav");
+    EXPECT_EQ(out[out.find("bext") + 8 + 346], 2);
+    const int expected[] = {-2300, 0, -2300, -2300,
+                            -2300}; // a sine has one loudness, and its peak is that
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_NEAR(value("out.wav", i), expected[i], 8) << i;
+        EXPECT_NEAR(value("end.wav", i), i == 1 ? 0 : -3000, 8) << i;
+    }
+    run("velaenc in.wav --output-dir o --loudness -23 --report r");
+    const auto line = nlohmann::json::parse(get("r"));
+    EXPECT_NEAR(line["loudness"]["integrated_lufs"].get<double>(), -23, 0.1);
+    EXPECT_NEAR(line["loudness"]["gain_db"].get<double>(), 7, 0.1);
+    EXPECT_FALSE(line["loudness"]["limited_by_true_peak"].get<bool>());
 }
 
 /// Noise that swells and falls, with clicks, so that most of its values are far from the loudest.

@@ -49,6 +49,7 @@ vcd-info --bin-file=svcd.bin 2>&1 | grep 'SVCD detected' >log || die 'no SVCD'
 make 'a DVB stream' 167 dvb.ts
 make 'an HLS stream' 167 live.m3u8
 make 'WAV for radio' 167 radio.wav
+make 'a stream at broadcast loudness' 167 radio.wav
 make 'an archive' 167 archive/1/a.wav.mp2
 [ "$(stat -c %s archive/b.wav.mp2)" -gt 100000 ] || die 'an archive: b.wav is missing'
 [ "$(grep -c '"error":null' archive.jsonl)" -eq 2 ] || die "the report: $(cat archive.jsonl)"

@@ -16,6 +16,9 @@ class wave_container {
     /// Bytes before the stream.
     std::uint64_t stream_offset() const noexcept { return stream_offset_; }
 
+    /// What was measured while the stream was made; lost in a pipe.
+    void set_loudness(const loudness_figures &figures) { write_loudness(bext_, figures); }
+
     void finish(const wave_sizes &sizes);
 
   private:

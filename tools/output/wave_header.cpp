@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 #include <string_view>
 
@@ -92,7 +93,7 @@ byte_list mpeg_extension(const mpeg_a_settings &settings, int kbps, int rate) {
 }
 
 constexpr std::size_t fixed_bext_bytes = 602, originator_at = 256, time_reference_at = 338,
-                      version_at = 346, loudness_at = 412, loudness_bytes = 10;
+                      version_at = 346, loudness_at = 412;
 
 std::string input_line(const broadcast_origin &origin) {
     if (origin.bits == 0) return "";
@@ -106,19 +107,16 @@ std::string stream_line(const mpeg_a_settings &settings, int kbps, int rate) {
            + ",M=" + history_modes[settings.audio_mode] + ",T=velaenc\r\n";
 }
 
-/// Since version 2 of the chunk. Each of the five fields is 0x7FFF where nobody has measured it.
-void forget_loudness(byte_list &bext) {
-    if (little_endian(std::span(bext).subspan(version_at, 2)) < 2) return;
-    for (std::size_t i = 0; i < loudness_bytes; ++i)
-        bext[loudness_at + i] = i % 2 == 0 ? std::byte{0xFF} : std::byte{0x7F};
+void set_number(byte_list &bytes, std::size_t at, std::uint64_t value, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[at + i] = static_cast<std::byte>(value >> 8 * i);
 }
 
 void convert_time_reference(byte_list &bext, const broadcast_origin &origin, int to) {
     std::uint64_t samples = little_endian(std::span(bext).subspan(time_reference_at, 8)) + origin.start;
     const auto rate = static_cast<std::uint64_t>(origin.rate), target = static_cast<std::uint64_t>(to);
     samples = samples / rate * target + samples % rate * target / rate;
-    for (std::size_t i = 0; i < 8; ++i)
-        bext[time_reference_at + i] = static_cast<std::byte>(samples >> 8 * i);
+    set_number(bext, time_reference_at, samples, 8);
 }
 
 } // namespace
@@ -134,7 +132,8 @@ byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_setti
             bext[originator_at + i] = static_cast<std::byte>(originator[i]);
     else if (origin.rate > 0)
         convert_time_reference(bext, origin, rate);
-    if (carried && !origin.sounds_alike) forget_loudness(bext);
+    if (carried && !origin.sounds_alike && little_endian(std::span(bext).subspan(version_at, 2)) >= 2)
+        write_loudness(bext, {});
     while (bext.size() > fixed_bext_bytes && bext.back() == std::byte{0})
         bext.pop_back();
     const bool has_history = bext.size() > fixed_bext_bytes;
@@ -146,6 +145,19 @@ byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_setti
     for (const char each : history)
         bext.push_back(static_cast<std::byte>(each));
     return bext;
+}
+
+void write_loudness(byte_list &bext, const loudness_figures &figures) {
+    if (little_endian(std::span(bext).subspan(version_at, 2)) < 2) set_number(bext, version_at, 2, 2);
+    const auto range = figures.integrated ? std::optional(figures.range) : std::nullopt;
+    std::size_t at = loudness_at;
+    for (const auto &value :
+         {figures.integrated, range, figures.true_peak, figures.momentary, figures.short_term}) {
+        constexpr long unknown = 0x7FFF; // where nobody has measured it
+        set_number(bext, at, static_cast<std::uint64_t>(value ? std::lround(*value * 100) : unknown),
+                   2);
+        at += 2;
+    }
 }
 
 byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate, const byte_list &bext,

@@ -2,6 +2,7 @@
 // RF64 (EBU Tech 3306) where the file has more than 4 GiB.
 #pragma once
 
+#include "loudness/loudness_record.hpp"
 #include "vela_enc_mp1a/settings.h"
 
 #include <cstddef>
@@ -45,5 +46,8 @@ struct broadcast_origin {
 /// before that one for the input where there is none yet.
 byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_settings &settings, int kbps,
                               int rate);
+
+/// Puts into such contents how loud the sound was measured to be; they are of version 2 then.
+void write_loudness(byte_list &bext, const loudness_figures &figures);
 
 } // namespace tools

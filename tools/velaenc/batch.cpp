@@ -34,8 +34,15 @@ class file_listener final : public run_listener {
         shown_.sound(rate, length);
         return shown_;
     }
+    progress_listener &begin_measuring(int, std::optional<std::uint64_t>) override { return silent_; }
 
   private:
+    /// A file counts once.
+    class silent_listener final : public progress_listener {
+        void update(std::uint64_t) override {}
+    };
+
+    silent_listener silent_;
     batch_progress::file &shown_;
     std::vector<std::string> &warnings_;
 };

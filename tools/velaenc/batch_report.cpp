@@ -4,6 +4,7 @@
 #include "settings/names.hpp"
 #include "settings/record.hpp"
 
+#include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -56,6 +57,20 @@ json settings_of(const file_result &result) {
             {"original", static_cast<int>(settings.original)}};
 }
 
+json loudness_of(const programme_loudness &reached) {
+    const auto number = [](const std::optional<double> &value) {
+        return value ? json(std::round(*value * 100) / 100) : json();
+    };
+    const loudness_figures &figures = reached.figures;
+    return {{"integrated_lufs", number(figures.integrated)},
+            {"range_lu", number(figures.range)},
+            {"momentary_lufs", number(figures.momentary)},
+            {"short_term_lufs", number(figures.short_term)},
+            {"true_peak_dbtp", number(figures.true_peak)},
+            {"gain_db", number(reached.gain_db)},
+            {"limited_by_true_peak", reached.limited_by_peak}};
+}
+
 } // namespace
 
 batch_report::batch_report(const std::string &path, std::vector<std::string> options)
@@ -98,6 +113,7 @@ void batch_report::add(const report_entry &entry) {
         line["frames"] = entry.result->frames;
         line["seconds"] = entry.result->seconds();
         if (!entry.was_complete) line["clipped_samples"] = entry.result->clipped.samples;
+        if (entry.result->loudness) line["loudness"] = loudness_of(*entry.result->loudness);
         line["sha256"] = sha256_of(entry.output);
     }
     line["warnings"] = entry.warnings;

@@ -4,6 +4,8 @@
 #include "input/container.hpp"
 #include "input/open_pcm.hpp"
 #include "jobs/encode_loop.hpp"
+#include "jobs/loudness_pass.hpp"
+#include "jobs/metered_source.hpp"
 #include "jobs/parallel_loop.hpp"
 #include "output/output_file.hpp"
 #include "output/wave_container.hpp"
@@ -104,6 +106,43 @@ opened open_source(const options &wanted, const std::function<void(const std::st
     return result;
 }
 
+/// The input at the level that was asked for, and how loud that is.
+struct levelled {
+    opened input;
+    std::optional<programme_loudness> loudness;
+    metered_source *meter = nullptr; ///< tells at the end, where the input can be read only once
+
+    /// @return how loud it was, now that all of it was read
+    std::optional<programme_loudness> finish(const sound_options &wanted) {
+        if (meter != nullptr) loudness = reach_goal(meter->finish().figures(), wanted);
+        return loudness;
+    }
+};
+
+levelled open_levelled(const options &wanted, run_listener &listener, int jobs) {
+    levelled result{
+        open_source(wanted, [&](const std::string &text) { listener.note(text); }), {}, nullptr};
+    pcm_source &source = *result.input.source;
+    if (!wanted.sound.measures) return result;
+    if (!S_ISREG(result.input.status.st_mode) || wanted.input == "-") {
+        if (wanted.sound.loudness)
+            throw failure(exit_code::usage,
+                          "--loudness reads IN twice, which " + result.input.name
+                              + " does not allow; give it a file, or take --measure, which says at the "
+                                "end how loud it was");
+        auto meter = std::make_unique<metered_source>(std::move(result.input.source));
+        result.meter = meter.get();
+        result.input.source = std::move(meter);
+        return result;
+    }
+    auto &shown = listener.begin_measuring(source.shape().rate, source.length());
+    result.loudness = reach_goal(hear_source(source, jobs, shown).figures(), wanted.sound);
+    options louder = wanted;
+    louder.sound.gain_db += result.loudness->gain_db;
+    result.input = open_source(louder, [](const std::string &) {}); // notes are said already
+    return result;
+}
+
 } // namespace
 
 std::optional<file_result> find_complete(const options &wanted) {
@@ -124,8 +163,8 @@ std::optional<file_result> find_complete(const options &wanted) {
 }
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {
-    auto [input_status, input_name, source, plan, origin] =
-        open_source(wanted, [&](const std::string &text) { listener.note(text); });
+    levelled heard = open_levelled(wanted, listener, spare != nullptr ? 1 : wanted.jobs);
+    auto &[input_status, input_name, source, plan, origin] = heard.input;
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });
     for (const auto &note : plan.notes)
@@ -141,9 +180,12 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     if (files.trace) trace.emplace(*files.trace);
     const int rate = source->shape().rate;
     std::optional<wave_container> wave;
-    if (is_wave(wanted))
-        wave.emplace(files.stream, plan.settings, kbit_of(plan.settings), rate,
-                     broadcast_extension(origin, plan.settings, kbit_of(plan.settings), rate));
+    if (is_wave(wanted)) {
+        const int kbps = kbit_of(plan.settings);
+        auto bext = broadcast_extension(origin, plan.settings, kbps, rate);
+        if (heard.loudness) write_loudness(bext, heard.loudness->figures);
+        wave.emplace(files.stream, plan.settings, kbps, rate, std::move(bext));
+    }
     frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
     const bool live = files.stream.is_direct() || (list && list->is_direct());
@@ -151,12 +193,15 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
         encode_with(wanted, *source, plan.settings, writer, shown, live, spare, trace);
     if (list) list->flush();
     if (trace) trace->flush();
+    const auto loudness = heard.finish(wanted.sound);
+    if (wave && loudness) wave->set_loudness(loudness->figures);
     if (wave) wave->finish({writer.bytes(), writer.frames() * frame_samples(plan.settings)});
     files.stream.check();
     if (done.samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
     files.publish();
-    return {plan.settings, source->shape().rate, writer.frames(), done.samples, done.clipped};
+    if (loudness) listener.note(loudness_text(*loudness, wanted.sound));
+    return {plan.settings, rate, writer.frames(), done.samples, done.clipped, loudness};
 }
 
 } // namespace tools

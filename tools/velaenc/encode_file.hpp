@@ -5,6 +5,7 @@
 #include "jobs/progress.hpp"
 #include "jobs/thread_budget.hpp"
 #include "vela_enc_mp1a/settings.h"
+#include "velaenc/loudness_goal.hpp"
 #include "velaenc/options.hpp"
 
 #include <cstdint>
@@ -28,6 +29,9 @@ class run_listener {
     /// @param length  samples a channel, where known
     /// @return who is told how far it is; used until encode_file() returns
     virtual progress_listener &begin(int rate, std::optional<std::uint64_t> length) = 0;
+
+    /// The same for the pass before it that measures how loud the input is.
+    virtual progress_listener &begin_measuring(int rate, std::optional<std::uint64_t> length) = 0;
 };
 
 struct file_result {
@@ -37,6 +41,7 @@ struct file_result {
     std::uint64_t samples = 0; ///< a channel, of the sound that was encoded
 
     clip_count clipped = {};
+    std::optional<programme_loudness> loudness = {}; ///< of what was encoded, where it was measured
 
     double seconds() const noexcept { return static_cast<double>(samples) / rate; }
 };

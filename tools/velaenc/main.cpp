@@ -35,6 +35,10 @@ class single_run final : public run_listener {
         if (!quiet_) say("note: " + text);
     }
 
+    progress_listener &begin_measuring(int rate, std::optional<std::uint64_t> length) override {
+        return begin(rate, length);
+    }
+
     progress_listener &begin(int rate, std::optional<std::uint64_t> length) override {
         return shown_.emplace(rate, length, !quiet_ && ::isatty(STDERR_FILENO));
     }

@@ -2,7 +2,10 @@
 
 #include "common/option_text.hpp"
 
+#include <array>
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 
 namespace tools {
 namespace {
@@ -58,6 +61,39 @@ void add_part(CLI::App &app, sound_options &wanted) {
                });
 }
 
+/// A level in dB of some kind, within bounds.
+CLI::Option *add_level(CLI::App &app, const std::string &option, const std::string &type, double lowest,
+                       double highest, const std::string &help, std::function<void(double)> store) {
+    const auto check = [=](const std::string &text) {
+        const bool plus = text.starts_with('+') && !text.starts_with("+-");
+        const auto level = number_in<double>(std::string_view(text).substr(plus ? 1 : 0));
+        if (!level || !(*level >= lowest && *level <= highest)) {
+            std::array<char, 48> range;
+            std::snprintf(range.data(), range.size(), "%g to %g", lowest, highest);
+            refuse(option, text, range.data());
+        }
+        store(*level);
+    };
+    return add_parsed(app, option, type, help, check);
+}
+
+void add_loudness(CLI::App &app, sound_options &wanted) {
+    auto *gain = add_level(app, "--gain", "DB", -120, 120, "Louder or, below 0, softer by that many dB",
+                           [&wanted](double db) { wanted.gain_db = db; });
+    app.add_flag("--measure", wanted.measures, "Say how loud what is encoded is, by EBU R 128");
+    auto *loudness =
+        add_level(app, "--loudness", "LUFS", -60, 0,
+                  "Measure IN first and bring it to that loudness by one gain", [&wanted](double lufs) {
+                      wanted.loudness = lufs;
+                      wanted.measures = true;
+                  });
+    loudness->excludes(gain);
+    add_level(app, "--true-peak", "DBTP", -20, 0,
+              "Bound of the true peak that --loudness keeps; without it -1",
+              [&wanted](double dbtp) { wanted.true_peak = dbtp; })
+        ->needs(loudness);
+}
+
 } // namespace
 
 void add_sound_options(CLI::App &app, sound_options &wanted) {
@@ -75,14 +111,8 @@ void add_sound_options(CLI::App &app, sound_options &wanted) {
                    if (text != "bs775" && text != "none") refuse("--downmix", text, "bs775 or none");
                    wanted.mixes_down = text != "none";
                });
+    add_loudness(app, wanted);
     app.add_flag("--swap-channels", wanted.swaps_channels, "Left for right");
-    add_parsed(app, "--gain", "DB", "Louder or, below 0, softer by that many dB",
-               [&wanted](const std::string &text) {
-                   const bool plus = text.starts_with('+') && !text.starts_with("+-");
-                   const auto gain = number_in<double>(std::string_view(text).substr(plus ? 1 : 0));
-                   if (!gain || !(*gain >= -120 && *gain <= 120)) refuse("--gain", text, "-120 to 120");
-                   wanted.gain_db = *gain;
-               });
     auto *align =
         app.add_flag("--align", wanted.aligns,
                      "Take the decoder's delay out, so that the decoded sound lies where IN has it");

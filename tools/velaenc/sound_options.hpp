@@ -17,8 +17,11 @@ struct sound_options {
     bool mixes_down = true;  ///< more than two channels
     bool swaps_channels = false;
     double gain_db = 0;
-    bool aligns = false;       ///< takes the decoder's delay out
-    bool flushes_tail = false; ///< lets the decoder's output have all of the input
+    bool measures = false;          ///< how loud what is encoded is
+    std::optional<double> loudness; ///< LUFS to bring it to, measured first
+    double true_peak = -1;          ///< dBTP above which no gain for that brings it
+    bool aligns = false;            ///< takes the decoder's delay out
+    bool flushes_tail = false;      ///< lets the decoder's output have all of the input
 };
 
 void add_sound_options(CLI::App &app, sound_options &wanted);
