@@ -10,6 +10,7 @@
 #include "frame_source.hpp"
 #include "properties.hpp"
 #include "settings/record.hpp"
+#include "steady_stamps.hpp"
 #include "timeline.hpp"
 #include "verdict.hpp"
 
@@ -22,7 +23,7 @@ GST_DEBUG_CATEGORY_STATIC(velamp2enc_debug);
 
 namespace {
 
-using tools::wishes;
+using velamp2::wishes;
 
 /// What the C structure of the element holds; apart from the wishes, all of it is the streaming
 /// thread's.
@@ -30,6 +31,7 @@ struct state {
     wishes wished; ///< under the object lock
     std::unique_ptr<velamp2::frame_source> source;
     velamp2::timeline timeline;
+    velamp2::steady_stamps stamps;
     int bytes_of_sample = 0; ///< of all channels
 };
 
@@ -106,8 +108,25 @@ GstFlowReturn drain(GstAudioEncoder *enc) {
     self.source->finish();
     const GstFlowReturn result = push_frames(enc);
     self.timeline.restart();
+    self.stamps.restart();
     const GstFlowReturn counted = give_up_samples(enc); // the last that the decoder holds back
     return result == GST_FLOW_OK ? counted : result;
+}
+
+/// Before the base class sees it. With its own "perfect-timestamp" a jump would move the samples before it,
+/// too.
+GstPadProbeReturn on_buffer(GstPad *pad, GstPadProbeInfo *info, gpointer) {
+    auto *const enc = GST_AUDIO_ENCODER(GST_PAD_PARENT(pad));
+    state &self = members_of(enc);
+    GstBuffer *const buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    const GstClockTime stamp =
+        self.stamps.next(GST_BUFFER_PTS(buffer), gst_buffer_get_size(buffer),
+                         static_cast<GstClockTime>(gst_audio_encoder_get_tolerance(enc)));
+    if (stamp == GST_BUFFER_PTS(buffer)) return GST_PAD_PROBE_OK;
+    GstBuffer *const steady = gst_buffer_make_writable(buffer);
+    GST_BUFFER_PTS(steady) = stamp;
+    GST_PAD_PROBE_INFO_DATA(info) = steady;
+    return GST_PAD_PROBE_OK;
 }
 
 GstFlowReturn on_handle_frame(GstAudioEncoder *enc, GstBuffer *buffer) {
@@ -135,6 +154,7 @@ void on_flush(GstAudioEncoder *enc) {
     state &self = members_of(enc);
     if (self.source != nullptr) self.source->restart();
     self.timeline.restart();
+    self.stamps.restart();
 }
 
 gboolean on_stop(GstAudioEncoder *enc) {
@@ -142,9 +162,19 @@ gboolean on_stop(GstAudioEncoder *enc) {
     return TRUE;
 }
 
+/// The base class sets the format only when the first buffer of it has come.
+void expect_format(GstAudioEncoder *enc, GstEvent *event) {
+    GstCaps *caps = nullptr;
+    GstAudioInfo info;
+    gst_event_parse_caps(event, &caps);
+    if (gst_audio_info_from_caps(&info, caps))
+        members_of(enc).stamps = {GST_AUDIO_INFO_RATE(&info), GST_AUDIO_INFO_BPF(&info)};
+}
+
 /// A pause: what is pending goes out before it, so that nobody downstream waits for it.
 gboolean on_sink_event(GstAudioEncoder *enc, GstEvent *event) {
     const auto parent = GST_AUDIO_ENCODER_CLASS(gst_vela_mp2_enc_parent_class)->sink_event;
+    if (GST_EVENT_TYPE(event) == GST_EVENT_CAPS) expect_format(enc, event);
     if (GST_EVENT_TYPE(event) != GST_EVENT_GAP || members_of(enc).source == nullptr)
         return parent(enc, event);
     GST_AUDIO_ENCODER_STREAM_LOCK(enc);
@@ -195,13 +225,16 @@ gboolean on_set_format(GstAudioEncoder *enc, GstAudioInfo *info) {
     if (tools::channels_of(settings) != channels) return FALSE; // not what was offered
     if (!report(enc, velamp2::judge(settings, wished, rate))) return FALSE;
     const int bytes = GST_AUDIO_INFO_BPF(info) / channels;
-    auto source = std::make_unique<velamp2::frame_source>(settings, bytes, rate);
+    const bool aligns = wished.align.value_or(0) != 0;
+    const bool flushes = aligns || wished.flush_tail.value_or(0) != 0;
+    auto source = std::make_unique<velamp2::frame_source>(settings, bytes, rate,
+                                                          velamp2::sound_shift{aligns, flushes});
     if (!source->is_ready()) {
         GST_ELEMENT_ERROR(enc, RESOURCE, NO_SPACE_LEFT, ("no memory for the encoder"), (nullptr));
         return FALSE;
     }
     self.timeline = velamp2::timeline(tools::samples_of_frame(settings),
-                                      tools::decoder_delay(settings.audio_layer));
+                                      aligns ? 0 : tools::decoder_delay(settings.audio_layer));
     self.bytes_of_sample = GST_AUDIO_INFO_BPF(info);
     announce(enc, settings, rate);
     GstCaps *const caps = velamp2::stream_caps(settings, rate);
@@ -244,4 +277,8 @@ static void gst_vela_mp2_enc_class_init(GstVelaMp2EncClass *klass) {
 static void gst_vela_mp2_enc_init(GstVelaMp2Enc *self) {
     self->members = new state;
     gst_audio_encoder_set_drainable(&self->parent, TRUE);
+    gst_pad_add_probe(GST_AUDIO_ENCODER_SINK_PAD(self), GST_PAD_PROBE_TYPE_BUFFER, on_buffer, nullptr,
+                      nullptr);
+    // Two channels without a mask are left and right.
+    GST_PAD_SET_ACCEPT_INTERSECT(GST_AUDIO_ENCODER_SINK_PAD(self));
 }

@@ -7,12 +7,18 @@
 namespace velamp2 {
 namespace {
 
-#define VELA_RATES "rate = (int) { 32000, 44100, 48000 }, channels = (int) [ 1, 2 ]"
+#define VELA_RATES "rate = (int) { 32000, 44100, 48000 }, channels = (int) "
+#define VELA_SOUND                                                                                     \
+    "audio/x-raw, format = (string) { S16LE, S24LE, F32LE }, layout = (string) "                       \
+    "interleaved, " VELA_RATES
 
-constexpr char sink_caps[] = "audio/x-raw, format = (string) { S16LE, S24LE, F32LE }, layout = "
-                             "(string) interleaved, " VELA_RATES;
+constexpr char sink_caps[] = VELA_SOUND "[ 1, 2 ]";
 constexpr char source_caps[] =
-    "audio/mpeg, mpegversion = (int) 1, layer = (int) [ 1, 2 ], parsed = (boolean) true, " VELA_RATES;
+    "audio/mpeg, mpegversion = (int) 1, layer = (int) [ 1, 2 ], parsed = (boolean) true, " VELA_RATES
+    "[ 1, 2 ]";
+
+constexpr char one_channel[] = VELA_SOUND "1";
+constexpr char two_channels[] = VELA_SOUND "2, channel-mask = (bitmask) { 0x3, 0x0 }";
 
 GstStaticPadTemplate sink_template =
     GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS(sink_caps));
@@ -47,14 +53,13 @@ void add_pad_templates(GstElementClass *element_class) {
     gst_element_class_add_static_pad_template(element_class, &source_template);
 }
 
-GstCaps *offered_caps(const wishes &wished) {
-    std::vector<int> channels = {1, 2};
-    if (wished.mode)
-        channels = {*wished.mode == MPEG_A_MODE_MONO ? 1 : 2};
-    else if (!tools::takes_mono(wished.preset_code()))
-        channels = {2};
-    GstCaps *const caps = gst_caps_make_writable(gst_static_pad_template_get_caps(&sink_template));
-    set_list(caps, "channels", channels);
+GstCaps *offered_caps(const tools::wishes &wished) {
+    const bool mono =
+        wished.mode ? *wished.mode == MPEG_A_MODE_MONO : tools::takes_mono(wished.preset_code());
+    const bool stereo = !wished.mode || !mono;
+    // Two channels come first, so that audioconvert mixes others to them rather than to one.
+    GstCaps *const caps = stereo ? gst_caps_from_string(two_channels) : gst_caps_new_empty();
+    if (mono) gst_caps_append(caps, gst_caps_from_string(one_channel));
     set_list(caps, "rate", tools::rates_of_preset(wished.preset_code()));
     return caps;
 }

@@ -2,41 +2,64 @@
 
 #include "settings/record.hpp"
 
+#include <algorithm>
+
 namespace velamp2 {
 
-frame_source::frame_source(const mpeg_a_settings &settings, int sample_bytes, int rate)
-    : bufstream{},
-      frame_input_(static_cast<std::size_t>(tools::samples_of_frame(settings)
-                                            * tools::channels_of(settings) * sample_bytes)),
-      block_{}, encoder_(mpegOutAudioNew(nullptr, &settings, 0, sample_bytes, rate)) {
+frame_source::frame_source(const mpeg_a_settings &settings, int sample_bytes, int rate,
+                           sound_shift shift)
+    : bufstream{}, shift_(shift), block_{},
+      encoder_(mpegOutAudioNew(nullptr, &settings, 0, sample_bytes, rate)) {
+    const auto bytes = static_cast<std::size_t>(tools::channels_of(settings) * sample_bytes);
+    frame_input_ = bytes * static_cast<std::size_t>(tools::samples_of_frame(settings));
+    delay_input_ = bytes * static_cast<std::size_t>(tools::decoder_delay(settings.audio_layer));
     request = lend;
     commit = take;
     chunk_size = [](bufstream *) { return block_size; };
     auxinfo = [](bufstream *, std::uint32_t, std::uint32_t, const void *, std::uint32_t) {
         return std::uint32_t{0};
     };
-    mpegOutAudioInit(encoder_.get(), this);
+    begin();
 }
 
 bool frame_source::put(std::span<const std::uint8_t> pcm) {
-    make_room(pcm.size() / frame_input_ + 1); // one that was pending before
-    return mpegOutAudioPutBytes(encoder_.get(), pcm.data(), static_cast<std::uint32_t>(pcm.size()))
-           == 0;
+    make_room(pcm.size());
+    has_sound_ |= !pcm.empty();
+    const std::size_t dropped = std::min(left_to_drop_, pcm.size());
+    left_to_drop_ -= dropped;
+    return encode(pcm.subspan(dropped));
 }
 
 void frame_source::finish() {
-    make_room(1);
+    static constexpr std::array<std::uint8_t, 8192> silence{}; // of 4-byte samples, of two channels
+    const std::size_t appended = shift_.appends && has_sound_ ? delay_input_ - left_to_drop_ : 0;
+    make_room(appended + frame_input_);
+    encode(std::span(silence).first(appended));
     mpegOutAudioDone(encoder_.get(), 0);
-    mpegOutAudioInit(encoder_.get(), this);
+    begin();
 }
 
 void frame_source::restart() noexcept {
     frames_.clear();
+    begin();
+}
+
+void frame_source::begin() noexcept {
+    left_to_drop_ = shift_.drops ? delay_input_ : 0;
+    has_sound_ = false;
     mpegOutAudioInit(encoder_.get(), this);
 }
 
+bool frame_source::encode(std::span<const std::uint8_t> pcm) noexcept {
+    return pcm.empty()
+           || mpegOutAudioPutBytes(encoder_.get(), pcm.data(), static_cast<std::uint32_t>(pcm.size()))
+                  == 0;
+}
+
 /// The callbacks must find their memory: nothing may be thrown through the library.
-void frame_source::make_room(std::size_t frames) {
+/// @param input  bytes that come beside a frame begun before
+void frame_source::make_room(std::size_t input) {
+    const std::size_t frames = input / frame_input_ + 1;
     frames_.clear();
     bytes_.clear();
     frames_.reserve(frames);

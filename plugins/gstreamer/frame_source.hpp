@@ -11,12 +11,18 @@
 
 namespace velamp2 {
 
+/// What happens to the sound for the decoder's delay.
+struct sound_shift {
+    bool drops;   ///< as many samples at the beginning of a stream
+    bool appends; ///< as many samples of silence at its end
+};
+
 /// One encoder and the memory that it writes its frames to.
 class frame_source : private bufstream {
   public:
     /// @param settings      that judge() finds usable
     /// @param sample_bytes  2 or 3: integers, 4: float
-    frame_source(const mpeg_a_settings &settings, int sample_bytes, int rate);
+    frame_source(const mpeg_a_settings &settings, int sample_bytes, int rate, sound_shift shift);
     frame_source(const frame_source &) = delete;
     frame_source &operator=(const frame_source &) = delete;
 
@@ -27,8 +33,8 @@ class frame_source : private bufstream {
     /// @return false when the encoder failed
     bool put(std::span<const std::uint8_t> pcm);
 
-    /// Completes the pending frame with silence, if there is one, and begins a new stream; frames() is
-    /// that frame.
+    /// Appends what the shift asks for, completes the pending frame with silence, if there is one, and
+    /// begins a new stream; frames() are what comes of it.
     void finish();
 
     /// Drops what is pending and begins a new stream.
@@ -38,7 +44,9 @@ class frame_source : private bufstream {
     const std::vector<std::span<const std::uint8_t>> &frames() const noexcept { return frames_; }
 
   private:
-    void make_room(std::size_t frames);
+    void make_room(std::size_t input);
+    bool encode(std::span<const std::uint8_t> pcm) noexcept;
+    void begin() noexcept;
     static std::uint8_t *lend(bufstream *self, std::uint32_t n) noexcept;
     static std::uint32_t take(bufstream *self, std::uint32_t n) noexcept;
 
@@ -49,7 +57,11 @@ class frame_source : private bufstream {
     struct release {
         void operator()(mpeg_a_encoder *encoder) const noexcept { mpegOutAudioFree(encoder); }
     };
-    std::size_t frame_input_;                    ///< bytes of input that a frame takes
+    std::size_t frame_input_; ///< bytes of input that a frame takes
+    std::size_t delay_input_; ///< bytes of input in the decoder's delay
+    sound_shift shift_;
+    std::size_t left_to_drop_ = 0;               ///< bytes of this stream's input
+    bool has_sound_ = false;                     ///< whether this stream has any input
     std::array<std::uint8_t, block_size> block_; ///< what the encoder is lent, again and again
     std::vector<std::uint8_t> bytes_;
     std::vector<std::span<const std::uint8_t>> frames_;

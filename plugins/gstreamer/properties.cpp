@@ -1,7 +1,6 @@
 #include "properties.hpp"
 
 #include "settings/names.hpp"
-#include "vela_enc_mp1a/encoder.h"
 
 #include <gst/gst.h>
 #include <span>
@@ -35,40 +34,30 @@ GParamSpec *choice(const char *name, const char *nick, const char *blurb, GType 
     return g_param_spec_enum(name, nick, blurb, type, preset, flags);
 }
 
-/// In the order of the properties' numbers, which begin at 1. A wish that follows from the others while
-/// nothing is wished has a value that stands for that.
+/// In the order of the properties' numbers, which begin at 1, with the value that stands for no wish.
 constexpr struct row {
     wishes::wish wishes::*wish;
-    bool follows;
-    int automatic;
+    int automatic = 0;
 } rows[] = {
-    {&wishes::bitrate, true, 0},    {&wishes::mode, true, -1},     {&wishes::layer, true, 0},
-    {&wishes::preset, false, 0},    {&wishes::emphasis, false, 0}, {&wishes::crc, false, 0},
-    {&wishes::copyright, false, 0}, {&wishes::original, false, 0}, {&wishes::private_bit, false, 0},
-    {&wishes::model, false, 0},
+    {&wishes::bitrate},     {&wishes::mode, -1}, {&wishes::layer},     {&wishes::preset},
+    {&wishes::emphasis},    {&wishes::crc, -1},  {&wishes::copyright}, {&wishes::original},
+    {&wishes::private_bit}, {&wishes::model},    {&wishes::align},     {&wishes::flush_tail},
 };
 
 const row *find_row(guint id) noexcept {
     return id >= 1 && id <= std::size(rows) ? &rows[id - 1] : nullptr;
 }
 
-/// What a plain field, or the preset, has without a wish.
-int value_without_wish(const wishes &wished, const row &property) noexcept {
-    if (property.follows) return property.automatic;
-    mpeg_a_settings settings{};
-    mpegOutAudioDefaults(&settings, wished.preset_code());
-    for (const tools::plain_field &plain : tools::plain_fields)
-        if (plain.wish == property.wish) return settings.*plain.field;
-    return wished.preset_code();
-}
-
 } // namespace
 
 void install_properties(GObjectClass *object_class) {
+    static constexpr tools::named_value switch_names[] = {{"false", 0, "no"}, {"true", 1, "yes"}};
+    static constexpr GEnumValue as_preset{-1, "as the preset has it", "auto"};
     static constexpr GEnumValue from_channels{-1, "stereo or mono, as the input has channels", "auto"};
     const GType mode = enum_type("GstVelaMp2EncMode", tools::mode_names, &from_channels);
     const GType preset = enum_type("GstVelaMp2EncPreset", tools::preset_names);
     const GType model = enum_type("GstVelaMp2EncModel", tools::model_names);
+    const GType crc = enum_type("GstVelaMp2EncSwitch", switch_names, &as_preset);
     const GType emphasis = enum_type("GstVelaMp2EncEmphasis", tools::emphasis_names);
     GParamSpec *const properties[] = {
         whole_number("bitrate", "Bitrate",
@@ -79,17 +68,19 @@ void install_properties(GObjectClass *object_class) {
                MPEG_A_PRESET_NONE),
         choice("emphasis", "Emphasis", "Label of the emphasis in the header; nothing is filtered",
                emphasis, MPEG_A_EMPHASIS_NONE),
-        bit("crc", "CRC", "A CRC-16 in every frame; until it is set, as the preset has it"),
+        choice("crc", "CRC", "A CRC-16 in every frame", crc, -1),
         bit("copyright", "Copyright", "Copyright bit of the header"),
         bit("original", "Original", "Original bit of the header"),
         bit("private", "Private", "Private bit of the header"),
         choice("model", "Model", "Psychoacoustic model and allocation", model, MPEG_A_MODEL_STANDARD),
+        bit("align", "Align", "Take the decoder's delay out of the stream, for what follows no stamps"),
+        bit("flush-tail", "Flush tail", "Silence behind the sound, so that decoders give all of it"),
     };
     static_assert(std::size(properties) == std::size(rows));
     guint id = 1;
     for (GParamSpec *const property : properties)
         g_object_class_install_property(object_class, id++, property);
-    for (const GType type : {mode, preset, emphasis, model})
+    for (const GType type : {mode, preset, emphasis, model, crc})
         gst_type_mark_as_plugin_api(type, static_cast<GstPluginAPIFlags>(0));
 }
 
@@ -99,17 +90,14 @@ bool set_property(wishes &wished, guint id, const GValue *value) {
     const int number = G_VALUE_HOLDS_BOOLEAN(value) ? g_value_get_boolean(value)
                        : G_VALUE_HOLDS_ENUM(value)  ? g_value_get_enum(value)
                                                     : g_value_get_int(value);
-    if (property->follows && number == property->automatic)
-        (wished.*property->wish).reset();
-    else
-        wished.*property->wish = number;
+    wished.*property->wish = number == property->automatic ? wishes::wish() : number;
     return true;
 }
 
 bool get_property(const wishes &wished, guint id, GValue *value) {
     const row *const property = find_row(id);
     if (property == nullptr) return false;
-    const int number = (wished.*property->wish).value_or(value_without_wish(wished, *property));
+    const int number = (wished.*property->wish).value_or(property->automatic);
     if (G_VALUE_HOLDS_BOOLEAN(value))
         g_value_set_boolean(value, number);
     else if (G_VALUE_HOLDS_ENUM(value))

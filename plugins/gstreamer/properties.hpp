@@ -6,7 +6,11 @@
 
 namespace velamp2 {
 
-using tools::wishes;
+/// What the properties ask for.
+struct wishes : tools::wishes {
+    wish align;      ///< 0 or 1: the decoder's delay is taken out of the stream
+    wish flush_tail; ///< 0 or 1: silence behind the sound, so that decoders give all of it
+};
 
 /// Adds the element's properties to its class.
 void install_properties(GObjectClass *object_class);

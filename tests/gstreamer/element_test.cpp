@@ -57,7 +57,7 @@ struct bench {
 
     explicit bench(const std::string &properties, int rate = 48000, int channels = 2) {
         gst_init(nullptr, nullptr);
-        harness.reset(gst_harness_new_parse(("velamp2enc " + properties).c_str()));
+        harness.reset(gst_harness_new_parse(("velamp2enc name=e " + properties).c_str()));
         gst_harness_set_src_caps(harness.get(), s16(rate, channels));
     }
 
@@ -85,6 +85,10 @@ struct bench {
         return all;
     }
 
+    owned<GstElement, gst_object_unref> element() {
+        return owned<GstElement, gst_object_unref>(gst_bin_get_by_name(GST_BIN(harness->element), "e"));
+    }
+
     bool has_event(GstEventType type) {
         bool found = false;
         while (const owned<GstEvent, gst_event_unref> event{gst_harness_try_pull_event(harness.get())})
@@ -109,6 +113,8 @@ TEST(element, sound_comes_out_of_a_decoder_at_its_own_time) {
         {"layer=1", 44100, 90 * 384 + 300, 91 * 384 - 545},
         {"layer=2", 44100, 30 * 1152 + 300, 30 * 1152 + 300},
         {"layer=2", 48000, 31 * 1152, 31 * 1152 - 481},
+        {"layer=2 align=true", 48000, 31 * 1152, 31 * 1152},
+        {"layer=1 flush-tail=true", 44100, 90 * 384 + 100, 90 * 384 + 100},
     };
     gst_init(nullptr, nullptr);
     if (gst_registry_check_feature_version(gst_registry_get(), "mpg123audiodec", 1, 0, 0) == FALSE)
@@ -174,8 +180,10 @@ TEST(element, events_end_a_stream_where_they_should) {
         const bytes second = stream_of(after, rate, channels);
         expected.insert(expected.end(), second.begin(), second.end());
         EXPECT_EQ(expected, on.stream()) << gst_event_type_get_name(type);
-        EXPECT_EQ(5 * GST_SECOND, on.frames().at(completes ? 3 : 2).pts)
-            << gst_event_type_get_name(type);
+        for (std::size_t i = 0; i < 2; ++i)
+            EXPECT_NEAR(5 + static_cast<double>(i * (1152 - 481)) / rate,
+                        static_cast<double>(on.frames().at((completes ? 3 : 2) + i).pts) / 1e9, 1e-8)
+                << gst_event_type_get_name(type);
     }
 }
 
@@ -192,6 +200,99 @@ TEST(element, follows_a_jump_of_live_input) {
     // A frame, and the delay by which its stamp lies before its first sample.
     EXPECT_EQ(gst_util_uint64_scale_ceil(1152 + 481, GST_SECOND, 48000),
               gst_harness_query_latency(on.harness.get()));
+}
+
+// Clocks of capture cards jitter; only a jump moves the stamps.
+TEST(element, stamps_follow_from_the_number_of_samples_whatever_the_inputs_jitter) {
+    bench on("");
+    const int jitter[] = {0, 5, -5, 20, -20, 5, 0, -5}; // ms
+    for (int i = 0; i < 8; ++i)
+        on.push(noise(4 * 1152),
+                gst_util_uint64_scale(1152 * static_cast<guint64>(i), GST_SECOND, 48000)
+                    + static_cast<GstClockTime>(GST_SECOND + jitter[i] * GST_MSECOND));
+    ASSERT_EQ(8U, on.frames().size());
+    for (std::size_t i = 0; i < 8; ++i)
+        EXPECT_NEAR(1 + static_cast<double>(i == 0 ? 0 : 1152 * i - 481) / 48e3,
+                    static_cast<double>(on.frames()[i].pts) / 1e9, 1e-8)
+            << i;
+}
+
+TEST(element, keeps_its_properties_and_forgets_them_at_their_defaults) {
+    bench on("");
+    const auto element = on.element();
+    const struct {
+        const char *name;
+        int value, automatic = 0;
+    } rows[] = {{"bitrate", 192}, {"mode", 2, -1}, {"layer", 1},      {"preset", 10},
+                {"emphasis", 3},  {"crc", 0, -1},  {"copyright", 1},  {"original", 1},
+                {"private", 1},   {"align", 1},    {"flush-tail", 1}, {"model", 0x454E5554}};
+    const auto value_of = [&](const char *name) {
+        int value = -2;
+        g_object_get(element.get(), name, &value, nullptr);
+        return value;
+    };
+    for (const auto &[name, value, automatic] : rows) {
+        EXPECT_EQ(value_of(name), automatic) << name;
+        g_object_set(element.get(), name, value, nullptr);
+    }
+    for (const auto &[name, value, automatic] : rows)
+        EXPECT_EQ(value_of(name), value) << name;
+}
+
+// A saved set of properties must not fix what nobody has set.
+TEST(element, takes_the_checksum_from_the_preset_after_its_properties_were_saved_and_loaded) {
+    const std::string folder = ::testing::TempDir() + "velamp2enc_presets";
+    g_setenv("XDG_DATA_HOME", folder.c_str(), TRUE);
+    bench on("bitrate=192");
+    const auto element = on.element();
+    ASSERT_TRUE(gst_preset_save_preset(GST_PRESET(element.get()), "mine"));
+    ASSERT_TRUE(gst_preset_load_preset(GST_PRESET(element.get()), "mine"));
+    gst_preset_delete_preset(GST_PRESET(element.get()), "mine");
+    g_object_set(element.get(), "preset", 4, nullptr);
+    on.push(noise(4 * 1152));
+    const bytes stream = on.stream();
+    ASSERT_FALSE(stream.empty());
+    EXPECT_EQ(stream[1], 0xFC) << "the protection bit";
+    EXPECT_EQ(stream[2] >> 4, 10) << "192 kbit/s";
+}
+
+TEST(element, takes_what_the_settings_can_encode_and_tells_its_bitrate) {
+    constexpr guint64 no_mask = 9;
+    const struct {
+        const char *properties;
+        int rate, channels;
+        guint64 mask;
+        guint bitrate; ///< of the stream's tag, 0: refused
+    } rows[] = {
+        {"", 48000, 2, no_mask, 224000},
+        {"", 32000, 2, 3, 224000},
+        {"", 48000, 2, 0, 224000},
+        {"", 48000, 2, 0xC, 0}, // centre and low frequencies are to be mixed
+        {"layer=1", 48000, 1, no_mask, 192000},
+        {"mode=mono", 48000, 2, 3, 0},
+        {"mode=joint", 48000, 1, no_mask, 0},
+        {"preset=vcd", 48000, 2, 3, 0},
+        {"preset=hdv", 48000, 1, no_mask, 0},
+        {"preset=dvhs", 48000, 1, no_mask, 128000},
+    };
+    for (const auto &[properties, rate, channels, mask, bitrate] : rows) {
+        bench on(properties, rate, channels);
+        GstCaps *const caps = s16(rate, channels);
+        if (mask != no_mask) gst_caps_set_simple(caps, "channel-mask", GST_TYPE_BITMASK, mask, nullptr);
+        gst_harness_set_src_caps(on.harness.get(), caps);
+        on.push(noise(4 * 1152));
+        const std::string what = properties + std::to_string(rate) + ' ' + std::to_string(mask);
+        EXPECT_EQ(on.frames().empty(), bitrate == 0) << what;
+        guint told = 0;
+        while (const owned<GstEvent, gst_event_unref> event{
+            gst_harness_try_pull_event(on.harness.get())}) {
+            GstTagList *tags = nullptr;
+            if (GST_EVENT_TYPE(event.get()) != GST_EVENT_TAG) continue;
+            gst_event_parse_tag(event.get(), &tags);
+            gst_tag_list_get_uint(tags, GST_TAG_BITRATE, &told);
+        }
+        EXPECT_EQ(told, bitrate) << what;
+    }
 }
 
 /// What stands behind the element, and answers the k-th buffer, or all from there on, with something else.

@@ -22,9 +22,10 @@ streams() {
     done <<'ROWS'
 s16|44100|2||
 s24|48000|2|preset=dvd bitrate=192 mode=joint|--preset dvd --bitrate 192 --mode joint
-f32|32000|1|crc=true private=true copyright=true original=true|--crc --private 1 --copyright 1 --original 1
-s24|48000|1|layer=1 emphasis=j17|--layer 1 --emphasis j17
-s16|48000|2|mode=dual crc=false preset=dvb layer=1|--mode dual --no-crc --preset dvb --layer 1
+f32|32000|1|crc=true copyright=true flush-tail=true|--crc --copyright 1 --flush-tail
+s24|48000|1|layer=1 emphasis=j17 align=true|--layer 1 --emphasis j17 --align
+s16|48000|2|mode=dual crc=false preset=dvb layer=1 original=true|--mode dual --no-crc --preset dvb --layer 1 --original 1
+s16|48000|1|preset=dvhs private=true align=true|--preset dvhs --private 1 --align
 s16|48000|1|preset=micromv mode=mono emphasis=50/15|--preset micromv --mode mono --emphasis 50/15
 s16|48000|2|model=tuned mode=joint|--model tuned --mode joint
 ROWS
