@@ -27,14 +27,14 @@ namespace {
 using namespace vela;
 using namespace vela::bench;
 
-constexpr int layer = 2, channels = 2, passes = 2, sample_rate = 48000, frame_bits = 8 * 672;
+constexpr int layer = 2, channels = 2, sample_rate = 48000, frame_bits = 8 * 672;
 
 /// Everything between PCM and bits of one frame in the midst of the signal, with each stage callable
 /// alone.
 class frame_stages {
   public:
     explicit frame_stages(level which)
-        : analysis_(analysis_kernels_of(which)), psy_(psy_kernels_of(which, layer, channels)),
+        : analysis_(analysis_kernels_of(which)), passes_(make_frame_passes(which, layer, channels)),
           coding_(coding_kernels_of(which)), music_(make_music(1, sample_rate, channels)) {
         frame_header header{};
         header.layer = layer;
@@ -43,7 +43,7 @@ class frame_stages {
         config_ = make_coder_config(header);
         input_.init(analysis_, 16, channels, layer);
         make_partition_tables(tables_, sample_rate);
-        clear_history(history_, psy_.lanes);
+        std::memset(history_, 0, sizeof history_);
         model_.init(which, layer, channels, sample_rate);
         for (int frame = 0; frame < 30; ++frame) {
             input();
@@ -65,26 +65,23 @@ class frame_stages {
         pcm_ = pcm_.subspan(bytes);
     }
     void transform() {
-        for_each_group([this](int group, int round) {
-            const float *windows[max_lanes];
-            for (int t = 0; t < psy_.lanes; ++t) {
-                const int channel = group * psy_.lanes / psy_.passes + t / psy_.passes;
-                windows[t] = input_.frame_start(channel) - 448 + 576 * (round + t % psy_.passes);
-            }
-            psy_.transform(windows, x_);
-        });
+        passes_.for_each_group(
+            [this](frame_passes::group group) { passes_.transform(frame_start_, group, x_); });
     }
     void spectrum() {
-        for_each_group([this](int group, int) {
-            const int length = history_values * psy_.lanes * (psy_.passes == 1 ? 2 : 1);
-            psy_.analyze_lines(tables_, x_, history_ + group * length, 0, sums_);
+        passes_.for_each_group([this](frame_passes::group group) {
+            const pass_history history = group.part_of(history_, 2 * history_values);
+            group.kernels.analyze_lines(tables_, x_, history, sums_);
         });
     }
     void mask() {
-        for_each_group([this](int, int) { psy_.mask(tables_, sums_, mask_); });
+        passes_.for_each_group(
+            [this](frame_passes::group group) { group.kernels.mask(tables_, sums_, mask_); });
     }
     void ratios() {
-        for_each_group([this](int, int) { psy_.ratios(tables_, sums_, mask_, nullptr, ratio_); });
+        passes_.for_each_group([this](frame_passes::group group) {
+            group.kernels.ratios(tables_, sums_, mask_, {}, ratio_);
+        });
     }
     void filterbank() { analyze_frame(analysis_, frame_start_, channels, config_.parts(), samples_); }
     void scalefactors() {
@@ -109,17 +106,8 @@ class frame_stages {
     }
 
   private:
-    template <class Run>
-    void for_each_group(Run run) {
-        const int groups = channels * psy_.passes / psy_.lanes;
-        for (int round = 0; round < passes; round += psy_.passes) {
-            for (int group = 0; group < groups; ++group)
-                run(group, round);
-        }
-    }
-
     const analysis_kernels &analysis_;
-    const psy_kernels &psy_;
+    frame_passes passes_;
     const coding_kernels &coding_;
     std::vector<std::int16_t> music_;
     std::span<const std::byte> pcm_;
@@ -129,7 +117,7 @@ class frame_stages {
     standard_model model_;
     partition_tables tables_;
     alignas(x_alignment) double x_[transform_length * max_lanes];
-    double history_[history_values * max_lanes];
+    double history_[2 * 2 * history_values];
     double mask_[padded_partitions * max_lanes], ratio_[32 * max_lanes];
     spectrum_sums sums_;
     smr_table smr_;

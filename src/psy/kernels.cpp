@@ -10,34 +10,34 @@ namespace vela::VELA_LEVEL {
 
 namespace {
 
-template <int width, int passes>
+template <int width, int channels>
 constexpr psy_kernels arrangement{
     .lanes = width,
-    .passes = passes,
+    .channels = channels,
     .transform = transform<lane_type<width>>,
-    .analyze_lines = analyze_lines<lane_type<width>, passes>,
+    .analyze_lines = analyze_lines<lane_type<width>, channels>,
     .mask = mask<lane_type<width>>,
-    .ratios = ratios<lane_type<width>>,
+    .ratios = ratios<lane_type<width>, channels>,
     .partition_energies = partition_energies<lane_type<width>>,
-    .weigh_noise = weigh_noise<lane_type<width>, passes>,
+    .weigh_noise = weigh_noise<lane_type<width>, channels>,
 };
 
-/// As many passes of a frame side by side as there are lanes for.
-template <int widest>
-const psy_kernels &choose(int layer, int channels) {
-    if constexpr (widest == 1) {
-        return arrangement<1, 1>;
-    } else {
-        if (layer == 1) return channels == 2 ? arrangement<2, 1> : arrangement<1, 1>;
-        return channels == 2 ? arrangement<widest, 2> : arrangement<2, 2>;
+template <int width, int channels>
+const psy_kernels &choose(int passes) {
+    if constexpr (width > channels) {
+        if (width > passes * channels) return choose<width / 2, channels>(passes);
     }
+    return arrangement<width, channels>;
 }
 
 } // namespace
 
-const psy_kernels &psy_table(int layer, int channels) noexcept;
-const psy_kernels &psy_table(int layer, int channels) noexcept {
-    return choose<VELA_LANES>(layer, channels);
+const psy_kernels &psy_table(int channels, int passes) noexcept;
+const psy_kernels &psy_table(int channels, int passes) noexcept {
+    if constexpr (VELA_LANES > 1) {
+        if (channels == 2) return choose<VELA_LANES, 2>(passes);
+    }
+    return choose<VELA_LANES, 1>(passes);
 }
 
 } // namespace vela::VELA_LEVEL

@@ -24,40 +24,41 @@ struct spectrum_sums {
     double subband[32 * max_lanes];
 };
 
+/// Values of earlier passes, as all arrangements of a stream keep them. Of each value the channels that
+/// stand side by side, two passes before those of a run of the kernels, behind them those of the pass
+/// before. A history of one pass has the latter alone.
+struct pass_history {
+    const double *before; ///< the run
+    double *after;        ///< what the next run begins with; may be the same memory
+};
+
 /// What is kept of a pass for the prediction of later ones: of each line the cosine and the sine of its
 /// phase and twice its magnitude.
 inline constexpr int history_values = 3 * line_count;
 
-/// A history without sound: magnitude 0, phase 0. For all lanes, in every arrangement.
-void clear_history(double (&history)[history_values * max_lanes], int lanes) noexcept;
-
 /// The kernels for one arrangement of passes in lanes.
 struct psy_kernels {
-    int lanes;
-    /// Consecutive passes of a channel that stand side by side, 1 or 2; lanes / passes channels are
-    /// analysed at once.
-    int passes;
+    /// Lane t is pass t / channels of channel t % channels: `channels` channels and lanes / channels
+    /// consecutive passes of each are analysed at once.
+    int lanes, channels;
 
     /// Windows one block of 1024 samples per lane and transforms them; x[1024 * lanes], aligned to
     /// x_alignment, receives the discrete Hartley transform H in bit-reversed order.
     void (*transform)(const float *const *windows, double *x) noexcept;
 
     /// Energies and unpredictabilities of the lines, summed up.
-    /// @param history  history_values * lanes doubles: twice that many with one pass per channel,
-    ///                 cleared at the start; updated
-    /// @param newest   with one pass per channel: which half holds the pass before this one; the
-    ///                 other one is replaced
-    void (*analyze_lines)(const partition_tables &tables, const double *x, double *history, int newest,
+    /// @param history  of two passes, history_values values; before the first pass phases are 0
+    void (*analyze_lines)(const partition_tables &tables, const double *x, pass_history history,
                           spectrum_sums &sums) noexcept;
 
     /// Masking threshold per line of each partition: mask[padded_partitions * lanes].
     void (*mask)(const partition_tables &tables, const spectrum_sums &sums, double *mask) noexcept;
 
     /// Signal-to-mask ratio in dB per subband: ratio[32 * lanes].
-    /// @param previous  Layer I: the thresholds of the pass before, against pre-echo,
-    ///                  line_count * lanes doubles; updated. Null in Layer II.
+    /// @param thresholds  Layer I: history of one pass, against pre-echo, line_count values. Null in
+    ///                    Layer II.
     void (*ratios)(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
-                   double *previous, double *ratio) noexcept;
+                   pass_history thresholds, double *ratio) noexcept;
 
     // The tuned model.
 
@@ -66,14 +67,13 @@ struct psy_kernels {
                                double *energy) noexcept;
 
     /// Weight of noise per subband: weight[32 * lanes].
-    /// @param history  excitations, padded_partitions * lanes doubles: twice that many with one pass
-    ///                 per channel, 0 at the start; updated
-    /// @param newest   as in analyze_lines
-    void (*weigh_noise)(const tuned_tables &tables, const double *energy, double *history, int newest,
+    /// @param history  excitations of two passes, padded_partitions values, 0 at the start
+    void (*weigh_noise)(const tuned_tables &tables, const double *energy, pass_history history,
                         double *weight) noexcept;
 };
 
-/// The kernels of a level for a stream.
-const psy_kernels &psy_kernels_of(level which, int layer, int channels) noexcept;
+/// The kernels of a level for streams of one or two channels: those with most passes side by side, but
+/// not more than `passes`.
+const psy_kernels &psy_kernels_of(level which, int channels, int passes) noexcept;
 
 } // namespace vela

@@ -11,34 +11,39 @@ namespace vela {
 ///     Layer I     -640 .. 383
 ///     Layer II    -448 .. 575    and    128 .. 1151
 struct frame_passes {
-    const psy_kernels *kernels;
+    level which;
     int channels;
     int count; ///< passes of a channel in a frame
     int lead;  ///< samples before frame_start at which the first window begins
     int step;  ///< samples from one window to the next
 
-    /// The passes that one run of the kernels analyses: lane t is pass first_pass + t % passes of
-    /// channel first_channel + t / passes.
+    /// What one run of the kernels analyses: consecutive passes of one or two channels.
     struct group {
-        int index; ///< of the group's channels
-        int first_channel;
-        int first_pass;
+        const psy_kernels &kernels;
+        int first_channel, first_pass;
+
+        int channel_of(int lane) const noexcept { return first_channel + lane % kernels.channels; }
+        int pass_of(int lane) const noexcept { return first_pass + lane / kernels.channels; }
+
+        /// The group's part of a history of all channels, which is updated in place.
+        /// @param values  of the passes that the history keeps of a channel
+        pass_history part_of(double *history, int values) const noexcept {
+            double *const first = history + first_channel * values;
+            return {first, first};
+        }
     };
 
-    int channel_of(group g, int lane) const noexcept {
-        return g.first_channel + lane / kernels->passes;
-    }
-    int pass_of(group g, int lane) const noexcept { return g.first_pass + lane % kernels->passes; }
+    /// Channels that stand side by side in all groups.
+    int side_by_side() const noexcept { return psy_kernels_of(which, channels, 1).channels; }
 
-    /// Calls analyze(group) for all groups, an earlier pass of any channel before a later one, and
-    /// end_pass() after all channels.
-    template <class Analyze, class EndPass>
-    void for_each_group(Analyze analyze, EndPass end_pass) const {
-        const int group_channels = kernels->lanes / kernels->passes;
-        for (int pass = 0; pass < count; pass += kernels->passes) {
-            for (int c = 0; c < channels; c += group_channels)
-                analyze(group{c / group_channels, c, pass});
-            end_pass();
+    /// Calls analyze(group) for all groups of a frame, an earlier pass of any channel before a later one.
+    template <class Analyze>
+    void for_each_group(Analyze analyze) const {
+        for (int pass = 0; pass < count;) {
+            const psy_kernels &kernels = psy_kernels_of(which, channels, count - pass);
+            for (int c = 0; c < channels; c += kernels.channels)
+                analyze(group{kernels, c, pass});
+            pass += kernels.lanes / kernels.channels;
         }
     }
 
@@ -46,16 +51,15 @@ struct frame_passes {
     /// @param spectrum     1024 * lanes doubles, see psy_kernels::transform
     void transform(const float *const *frame_start, group g, double *spectrum) const noexcept {
         const float *windows[max_lanes] = {};
-        for (int t = 0; t < kernels->lanes; ++t)
-            windows[t] = frame_start[channel_of(g, t)] - lead + pass_of(g, t) * step;
-        kernels->transform(windows, spectrum);
+        for (int t = 0; t < g.kernels.lanes; ++t)
+            windows[t] = frame_start[g.channel_of(t)] - lead + g.pass_of(t) * step;
+        g.kernels.transform(windows, spectrum);
     }
 };
 
 inline frame_passes make_frame_passes(level which, int layer, int channels) noexcept {
-    const psy_kernels *const kernels = &psy_kernels_of(which, layer, channels);
-    if (layer == 1) return {kernels, channels, 1, 640, 384};
-    return {kernels, channels, 2, 448, 576};
+    if (layer == 1) return {which, channels, 1, 640, 384};
+    return {which, channels, 2, 448, 576};
 }
 
 } // namespace vela

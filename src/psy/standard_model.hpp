@@ -35,11 +35,10 @@ class standard_model {
                        smr_table &smr) noexcept;
 
     frame_passes passes_;
-    int newest_; ///< with one pass per lane group: the half of the history that is the latest
     partition_tables tables_;
-    // Lane groups one behind the other; what they need adds up to the same for every arrangement.
-    double history_[history_values * max_lanes];
-    double previous_threshold_[line_count * 2];
+    // Channels that do not stand side by side are one behind the other.
+    double history_[2 * 2 * history_values];
+    double thresholds_[2 * line_count];
 };
 
 } // namespace vela

@@ -1,6 +1,7 @@
 // Energy and unpredictability of each line (ISO/IEC 11172-3, D.2.4), summed over the partitions.
 #pragma once
 
+#include "psy/history_kernel.hpp"
 #include "psy/transform_kernel.hpp"
 #include "simd/math.hpp"
 
@@ -65,28 +66,12 @@ VELA_INLINE void find_phase(line_block<V> &block, int i) {
 ///
 ///     r^ = 2 r' - r''    phi^ = 2 phi' - phi''
 ///
-/// and replaces the older one in the history.
-/// @param latest  the pass before; unused with two passes, where it is the other lane of the pair, of
-///                this frame or of the frame before
-/// @param oldest  for each lane the pass two before its own
-template <class V, int passes>
-VELA_INLINE void predict(line_block<V> &block, int i, const double *latest, double *oldest) {
-    constexpr int L = lanes<V>;
-    const V cosine2 = load<V>(oldest), sine2 = load<V>(oldest + L), r2 = load<V>(oldest + 2 * L);
-    V cosine1, sine1, r1;
-    if constexpr (passes == 2) {
-        cosine1 = preceding(cosine2, block.cosine[i]);
-        sine1 = preceding(sine2, block.sine[i]);
-        r1 = preceding(r2, block.magnitude[i]);
-    } else {
-        cosine1 = load<V>(latest);
-        sine1 = load<V>(latest + L);
-        r1 = load<V>(latest + 2 * L);
-    }
-    store(oldest, block.cosine[i]);
-    store(oldest + L, block.sine[i]);
-    store(oldest + 2 * L, block.magnitude[i]);
-
+/// and leaves its own value to later passes.
+template <class V, int channels>
+VELA_INLINE void predict(line_block<V> &block, int i, pass_history history, int line) {
+    const auto [cosine1, cosine2] = exchange<V, channels>(history, line, block.cosine[i]);
+    const auto [sine1, sine2] = exchange<V, channels>(history, line_count + line, block.sine[i]);
+    const auto [r1, r2] = exchange<V, channels>(history, 2 * line_count + line, block.magnitude[i]);
     const V cosine_of_twice = cosine1 * cosine1 - sine1 * sine1;
     const V sine_of_twice = (cosine1 + cosine1) * sine1;
     const V cosine = cosine_of_twice * cosine2 + sine_of_twice * sine2;
@@ -122,13 +107,11 @@ struct line_sums {
     }
 };
 
-/// @tparam passes  consecutive passes side by side. With two, the history is the frame before.
-template <class V, int passes>
-void analyze_lines(const partition_tables &tables, const double *x, double *history, int newest,
+/// @tparam channels  that stand side by side
+template <class V, int channels>
+void analyze_lines(const partition_tables &tables, const double *x, pass_history history,
                    spectrum_sums &result) noexcept {
     constexpr int L = lanes<V>, size = line_block<V>::size;
-    const double *const latest = passes == 2 ? history : history + newest * history_values * L;
-    double *const oldest = passes == 2 ? history : history + (1 - newest) * history_values * L;
     for (int p = 0; p < padded_partitions; ++p) {
         store(result.energy + p * L, splat<V>(0.0));
         store(result.weighted + p * L, splat<V>(0.0));
@@ -137,7 +120,7 @@ void analyze_lines(const partition_tables &tables, const double *x, double *hist
     line_sums<V> sums;
     read_unpaired(block, 0, x, 0);
     find_phase(block, 0);
-    predict<V, passes>(block, 0, latest, oldest);
+    predict<V, channels>(block, 0, history, 0);
     sums.add(block, 0);
 
     const line_run *run = tables.run_list.begin();
@@ -151,8 +134,9 @@ void analyze_lines(const partition_tables &tables, const double *x, double *hist
         if (pairs < size) read_unpaired(block, pairs, x, first + pairs);
         for (int i = 0; i < size; ++i)
             find_phase(block, i);
+#pragma GCC ivdep // each line has its own place in the history
         for (int i = 0; i < size; ++i)
-            predict<V, passes>(block, i, latest + 3 * (first + i) * L, oldest + 3 * (first + i) * L);
+            predict<V, channels>(block, i, history, first + i);
         for (bool closed = false; !closed; ++run) {
             for (; k < run->end; ++k)
                 sums.add(block, k - first);

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "psy/constants.hpp"
-#include "psy/kernels.hpp"
+#include "psy/history_kernel.hpp"
 #include "simd/lanes.hpp"
 #include "simd/math.hpp"
 
@@ -76,31 +76,30 @@ void mask(const partition_tables &tables, const spectrum_sums &sums, double *out
 /// Thresholds of the lines: the mask of the line's partition or the threshold in quiet. In Layer I a
 /// pass may rise above the one before by 15 dB (a factor of 32) at most, down to a limit of 25 dB
 /// (0.00316) below its own threshold: this keeps pre-echo down.
-template <class V>
-VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask, double *previous,
-                             int k) {
+template <class V, int channels>
+VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask,
+                             pass_history thresholds, int k) {
     constexpr int L = lanes<V>;
     const V t = max_of(load<V>(mask + L * tables.of_line[k]), splat<V>(tables.quiet[k]));
-    if (previous == nullptr) return t;
-    const V limit = load<V>(previous + k * L);
-    store(previous + k * L, splat<V>(32.0) * t);
+    if (thresholds.before == nullptr) return t;
+    const V limit = exchange_one<V, channels>(thresholds, k, splat<V>(32.0) * t);
     return max_of(splat<V>(0.00316) * t, min_of(limit, t));
 }
 
 /// A subband spans 17 lines: neighbours share one. Below subband 13 the least threshold of the lines
 /// counts for all of them, above that the sum.
-template <class V>
+template <class V, int channels>
 void ratios(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
-            double *previous, double *ratio) noexcept {
+            pass_history thresholds, double *ratio) noexcept {
     constexpr int L = lanes<V>;
     constexpr int least_threshold_subbands = 13;
     // The limits matter for infinities in the input only: every ratio is finite.
     const V highest = splat<V>(1e300);
-    V t = line_threshold<V>(tables, mask, previous, 0);
+    V t = line_threshold<V, channels>(tables, mask, thresholds, 0);
     for (int sb = 0; sb < 32; ++sb) {
         V sum = t, least = min_of(t, splat<V>(no_threshold));
         for (int k = 16 * sb + 1; k <= 16 * sb + 16; ++k) {
-            t = line_threshold<V>(tables, mask, previous, k);
+            t = line_threshold<V, channels>(tables, mask, thresholds, k);
             sum = sum + t;
             least = min_of(t, least);
         }

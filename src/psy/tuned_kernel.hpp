@@ -1,7 +1,7 @@
 // The tuned model's steps between the transform and the weights of noise.
 #pragma once
 
-#include "psy/kernels.hpp"
+#include "psy/history_kernel.hpp"
 #include "psy/transform_kernel.hpp"
 #include "psy/tuned_parameters.hpp"
 #include "psy/tuned_tables.hpp"
@@ -48,33 +48,12 @@ VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&ou
     }
 }
 
-template <class V>
-struct past_excitations {
-    V before1, before2;
-};
-
-/// The excitations of the two passes before; that of this pass replaces the older one.
-template <class V, int passes>
-VELA_INLINE past_excitations<V> exchange(V excitation, const double *latest, double *oldest) {
-    const V before2 = load<V>(oldest);
-    V before1;
-    if constexpr (passes == 2) {
-        before1 = preceding(before2, excitation);
-    } else {
-        before1 = load<V>(latest);
-    }
-    store(oldest, excitation);
-    return {before1, before2};
-}
-
 /// Weights: 1 / T of the lines and a little of that before an attack, raised to a power, added up over
 /// what each subband is heard by.
-template <class V, int passes>
-void weigh_noise(const tuned_tables &tables, const double *energy, double *history, int newest,
+template <class V, int channels>
+void weigh_noise(const tuned_tables &tables, const double *energy, pass_history history,
                  double *weight) noexcept {
     constexpr int L = lanes<V>;
-    const double *const latest = passes == 2 ? history : history + newest * padded_partitions * L;
-    double *const oldest = passes == 2 ? history : history + (1 - newest) * padded_partitions * L;
     V value[padded_partitions];
     excite(tables, energy, value);
     // The limits matter for infinities in the input only: every weight is finite.
@@ -83,8 +62,7 @@ void weigh_noise(const tuned_tables &tables, const double *energy, double *histo
         return min_of(excitation * splat<V>(tables.mask_share[p]) + splat<V>(tables.quiet[p]), highest);
     };
     for (int p = 0; p < padded_partitions; ++p) {
-        const int i = p * L;
-        const past_excitations<V> past = exchange<V, passes>(value[p], latest + i, oldest + i);
+        const earlier<V> past = exchange<V, channels>(history, p, value[p]);
         const V masking = max_of(fading * max_of(fading * past.before2, past.before1), value[p]);
         const V threshold = threshold_of(masking, p);
         const V before = threshold_of(min_of(past.before2, past.before1), p);

@@ -12,13 +12,11 @@ void tuned_model::init(level which, int layer, int channels, int sample_rate) no
 
 void tuned_model::restart() noexcept {
     std::ranges::fill(history_, 0.0);
-    newest_ = 0;
 }
 
 void tuned_model::analyze(const float *const *frame_start, noise_weights &weights) noexcept {
     passes_.for_each_group(
-        [&](frame_passes::group group) { analyze_group(frame_start, group, weights); },
-        [&] { newest_ = 1 - newest_; });
+        [&](frame_passes::group group) { analyze_group(frame_start, group, weights); });
     if (passes_.count == 1) return;
     // The passes of Layer II look at the first and at the last part.
     for (int c = 0; c < passes_.channels; ++c) {
@@ -29,16 +27,15 @@ void tuned_model::analyze(const float *const *frame_start, noise_weights &weight
 
 void tuned_model::analyze_group(const float *const *frame_start, frame_passes::group group,
                                 noise_weights &weights) noexcept {
-    const psy_kernels &kernels = *passes_.kernels;
+    const psy_kernels &kernels = group.kernels;
     const int width = kernels.lanes;
-    const int history_length = padded_partitions * width * (kernels.passes == 1 ? 2 : 1);
     alignas(x_alignment) double spectrum[transform_length * max_lanes];
     double energy[padded_partitions * max_lanes], weight[32 * max_lanes];
     passes_.transform(frame_start, group, spectrum);
     kernels.partition_energies(tables_.partitions, spectrum, energy);
-    kernels.weigh_noise(tables_, energy, history_ + group.index * history_length, newest_, weight);
+    kernels.weigh_noise(tables_, energy, group.part_of(history_, 2 * padded_partitions), weight);
     for (int t = 0; t < width; ++t) {
-        double *const row = weights[passes_.channel_of(group, t)][2 * passes_.pass_of(group, t)];
+        double *const row = weights[group.channel_of(t)][2 * group.pass_of(t)];
         for (int sb = 0; sb < 32; ++sb)
             row[sb] = weight[sb * width + t];
     }

@@ -30,10 +30,9 @@ class tuned_model {
                        noise_weights &weights) noexcept;
 
     frame_passes passes_;
-    int newest_; ///< with one pass per lane group: the half of the history that is the latest
     tuned_tables tables_;
-    // Lane groups one behind the other; what they need adds up to the same for every arrangement.
-    double history_[padded_partitions * max_lanes];
+    // Channels that do not stand side by side are one behind the other.
+    double history_[2 * 2 * padded_partitions];
 };
 
 } // namespace vela

@@ -67,6 +67,28 @@ VELA_INLINE void store(double *p, V a) {
     std::memcpy(p, &a, sizeof a);
 }
 
+/// The first n lanes; the others are 0.
+template <class V, int n>
+VELA_INLINE V load_first(const double *p) {
+    V r{};
+    std::memcpy(&r, p, n * sizeof(double));
+    return r;
+}
+
+/// The last n lanes.
+template <class V, int n>
+VELA_INLINE void store_last(double *p, V a) {
+    constexpr int L = lanes<V>;
+    if constexpr (n == L) {
+        store(p, a);
+    } else if constexpr (n == 1) {
+        *p = a.v[L - 1];
+    } else {
+        static_assert(n == 2);
+        store(p, f64<2>{__builtin_shufflevector(a.v, a.v, L - 2, L - 1)});
+    }
+}
+
 template <class V>
 VELA_INLINE V splat(double x) {
     if constexpr (lanes<V> == 1) {
@@ -172,15 +194,33 @@ VELA_INLINE void transpose(V (&rows)[lanes<V>]) {
     }
 }
 
-/// Lanes in pairs of an earlier and a later pass: the pass before each, that is the later pass of
-/// `before` for the earlier ones and the earlier pass of `now` for the later ones.
-template <class V>
-VELA_INLINE V preceding(V before, V now) {
-    if constexpr (lanes<V> == 2) {
-        return {__builtin_shufflevector(before.v, now.v, 1, 2)};
+/// The first n lanes of `first`, then the first ones of `rest`.
+template <class V, int n>
+VELA_INLINE V joined(V first, V rest) {
+    constexpr int L = lanes<V>;
+    if constexpr (n == L) {
+        return first;
+    } else if constexpr (L == 2) {
+        return {__builtin_shufflevector(first.v, rest.v, 0, 2)};
     } else {
-        static_assert(lanes<V> == 4);
-        return {__builtin_shufflevector(before.v, now.v, 1, 4, 3, 6)};
+        static_assert(L == 4);
+        constexpr auto from = [](int i) { return i < n ? i : L + i - n; };
+        return {__builtin_shufflevector(first.v, rest.v, 0, from(1), from(2), from(3))};
+    }
+}
+
+/// Lanes in groups of n. Each gets the group before it of `now`, which `moved` has two groups further on;
+/// the first one gets the second one of `moved`.
+template <class V, int n>
+VELA_INLINE V passed_on(V moved, V now) {
+    constexpr int L = lanes<V>;
+    // Every second group from either, so that no group of one lane leaves its pair.
+    constexpr auto from = [](int i) { return i / n % 2 == 0 ? i + n : L + i - n; };
+    if constexpr (L == 2) {
+        return {__builtin_shufflevector(moved.v, now.v, from(0), from(1))};
+    } else {
+        static_assert(L == 4);
+        return {__builtin_shufflevector(moved.v, now.v, from(0), from(1), from(2), from(3))};
     }
 }
 
