@@ -42,7 +42,7 @@ class frame_stages {
         header.sampling_frequency = 1;
         config_ = make_coder_config(header);
         input_.init(analysis_, 16, channels, layer);
-        make_partition_tables(tables_, sample_rate);
+        make_standard_tables(tables_, sample_rate);
         std::memset(history_, 0, sizeof history_);
         model_.init(which, layer, channels, sample_rate);
         for (int frame = 0; frame < 30; ++frame) {
@@ -115,7 +115,7 @@ class frame_stages {
     pcm_input input_;
     const float *frame_start_[2] = {input_.frame_start(0), input_.frame_start(1)};
     standard_model model_;
-    partition_tables tables_;
+    standard_tables tables_;
     alignas(x_alignment) double x_[transform_length * max_lanes];
     double history_[2 * 2 * history_values];
     double mask_[padded_partitions * max_lanes], ratio_[32 * max_lanes];

@@ -5,7 +5,7 @@
 // lanes stands at i * lanes.
 #pragma once
 
-#include "psy/partitions.hpp"
+#include "psy/standard_tables.hpp"
 #include "psy/tuned_tables.hpp"
 #include "simd/level.hpp"
 
@@ -48,16 +48,16 @@ struct psy_kernels {
 
     /// Energies and unpredictabilities of the lines, summed up.
     /// @param history  of two passes, history_values values; before the first pass phases are 0
-    void (*analyze_lines)(const partition_tables &tables, const double *x, pass_history history,
+    void (*analyze_lines)(const standard_tables &tables, const double *x, pass_history history,
                           spectrum_sums &sums) noexcept;
 
     /// Masking threshold per line of each partition: mask[padded_partitions * lanes].
-    void (*mask)(const partition_tables &tables, const spectrum_sums &sums, double *mask) noexcept;
+    void (*mask)(const standard_tables &tables, const spectrum_sums &sums, double *mask) noexcept;
 
     /// Signal-to-mask ratio in dB per subband: ratio[32 * lanes].
     /// @param thresholds  Layer I: history of one pass, against pre-echo, line_count values. Null in
     ///                    Layer II.
-    void (*ratios)(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
+    void (*ratios)(const standard_tables &tables, const spectrum_sums &sums, const double *mask,
                    pass_history thresholds, double *ratio) noexcept;
 
     // The tuned model.

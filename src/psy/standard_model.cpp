@@ -1,6 +1,6 @@
 #include "psy/standard_model.hpp"
 
-#include "psy/constants.hpp"
+#include "psy/standard_constants.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -13,7 +13,7 @@ void standard_model::init(level which, int layer, int channels, int sample_rate)
     static_assert(std::is_trivially_copyable_v<standard_model>);
     std::memset(static_cast<void *>(this), 0, sizeof *this);
     passes_ = make_frame_passes(which, layer, channels);
-    make_partition_tables(tables_, sample_rate);
+    make_standard_tables(tables_, sample_rate);
     restart();
 }
 

@@ -2,9 +2,9 @@
 // frame.
 #pragma once
 
-#include "psy/partitions.hpp"
 #include "psy/passes.hpp"
 #include "psy/results.hpp"
+#include "psy/standard_tables.hpp"
 
 namespace vela {
 
@@ -35,7 +35,7 @@ class standard_model {
                        smr_table &smr) noexcept;
 
     frame_passes passes_;
-    partition_tables tables_;
+    standard_tables tables_;
     // Channels that do not stand side by side are one behind the other.
     double history_[2 * 2 * history_values];
     double thresholds_[2 * line_count];

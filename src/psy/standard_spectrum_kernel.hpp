@@ -109,7 +109,7 @@ struct line_sums {
 
 /// @tparam channels  that stand side by side
 template <class V, int channels>
-void analyze_lines(const partition_tables &tables, const double *x, pass_history history,
+void analyze_lines(const standard_tables &tables, const double *x, pass_history history,
                    spectrum_sums &result) noexcept {
     constexpr int L = lanes<V>, size = line_block<V>::size;
     for (int p = 0; p < padded_partitions; ++p) {

@@ -1,8 +1,8 @@
 // Masking thresholds and signal-to-mask ratios (ISO/IEC 11172-3, D.2.4).
 #pragma once
 
-#include "psy/constants.hpp"
 #include "psy/history_kernel.hpp"
+#include "psy/standard_constants.hpp"
 #include "simd/lanes.hpp"
 #include "simd/math.hpp"
 
@@ -16,7 +16,7 @@ struct spread_sums {
 
 /// Convolves the partitions with the spreading function.
 template <class V>
-VELA_INLINE void spread(const partition_tables &tables, const spectrum_sums &sums,
+VELA_INLINE void spread(const standard_tables &tables, const spectrum_sums &sums,
                         spread_sums<V> &heard) {
     constexpr int L = lanes<V>;
     for (int group = 0; group < padded_partitions / spreading_group; ++group) {
@@ -44,7 +44,7 @@ VELA_INLINE void spread(const partition_tables &tables, const spectrum_sums &sum
 /// energy.
 /// @param c  unpredictability, limited to 0.05 .. 0.5
 template <class V>
-VELA_INLINE V masking_offset(const partition_tables &tables, int p, V c) {
+VELA_INLINE V masking_offset(const standard_tables &tables, int p, V c) {
     // Tonality: 1 for c = 0.05 and below, 0 for 0.5 and above, -log10 c - log10 2 in between.
     const V tonality = splat<V>(-0.434294482) * logarithm(c) - splat<V>(0.301029996);
     const V offset =
@@ -55,7 +55,7 @@ VELA_INLINE V masking_offset(const partition_tables &tables, int p, V c) {
 /// Masking threshold per line of each partition: one step after the other for all partitions, because
 /// whole chains would be too long to overlap.
 template <class V>
-void mask(const partition_tables &tables, const spectrum_sums &sums, double *out) noexcept {
+void mask(const standard_tables &tables, const spectrum_sums &sums, double *out) noexcept {
     spread_sums<V> heard;
     spread(tables, sums, heard);
     const V zero = splat<V>(0.0);
@@ -77,8 +77,8 @@ void mask(const partition_tables &tables, const spectrum_sums &sums, double *out
 /// pass may rise above the one before by 15 dB (a factor of 32) at most, down to a limit of 25 dB
 /// (0.00316) below its own threshold: this keeps pre-echo down.
 template <class V, int channels>
-VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask,
-                             pass_history thresholds, int k) {
+VELA_INLINE V line_threshold(const standard_tables &tables, const double *mask, pass_history thresholds,
+                             int k) {
     constexpr int L = lanes<V>;
     const V t = max_of(load<V>(mask + L * tables.of_line[k]), splat<V>(tables.quiet[k]));
     if (thresholds.before == nullptr) return t;
@@ -89,7 +89,7 @@ VELA_INLINE V line_threshold(const partition_tables &tables, const double *mask,
 /// A subband spans 17 lines: neighbours share one. Below subband 13 the least threshold of the lines
 /// counts for all of them, above that the sum.
 template <class V, int channels>
-void ratios(const partition_tables &tables, const spectrum_sums &sums, const double *mask,
+void ratios(const standard_tables &tables, const spectrum_sums &sums, const double *mask,
             pass_history thresholds, double *ratio) noexcept {
     constexpr int L = lanes<V>;
     constexpr int least_threshold_subbands = 13;

@@ -1,6 +1,6 @@
 #include "analysis/window_table.hpp"
 #include "oracle/steps.hpp"
-#include "psy/quiet_threshold.hpp"
+#include "psy/standard_quiet_threshold.hpp"
 
 #include <algorithm>
 #include <cmath>

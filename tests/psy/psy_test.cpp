@@ -3,6 +3,7 @@
 #include "host/signals.hpp"
 #include "oracle/steps.hpp"
 #include "psy/standard_model.hpp"
+#include "psy/standard_quiet_threshold.hpp"
 
 #include <algorithm>
 #include <gtest/gtest.h>

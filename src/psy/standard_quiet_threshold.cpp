@@ -1,4 +1,4 @@
-#include "psy/quiet_threshold.hpp"
+#include "psy/standard_quiet_threshold.hpp"
 
 #include "simd/const_math.hpp"
 

@@ -1,12 +1,10 @@
 // The threshold in quiet per transform line.
 #pragma once
 
+#include "psy/partitions.hpp"
 #include "simd/table.hpp"
 
 namespace vela {
-
-/// Lines 0..512 of the 1024-point transform.
-inline constexpr int line_count = 513;
 
 /// Threshold in quiet as energies in the units of the model's spectrum (16-bit sample scale, Hann
 /// window, unnormalised transform), constant over runs of 1, 2, 4 and 8 lines that widen with
