@@ -97,9 +97,11 @@ TEST_F(batch_test, nothing_is_encoded_when_the_batch_makes_no_sense) {
 
 TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) {
     // Texts of lying sizes, which libsndfile looks for during minutes.
-    const std::string busy =
-        std::string("RF64FO\0\0WAVEfmt \x10\0\0\0\1\0\0\2\5+\0\0\0\0\0\0\2\0\4\0INFO", 40)
-        + std::string(44, '\xFF') + "\6" + std::string(60, '\xFF') + std::string(4, '\0');
+    const auto ones = [](std::size_t count) { return std::string(count, '\xFF'); };
+    const std::string busy = "RF64FO" + little_endian(0, 2) + "WAVEfmt " + little_endian(16, 4)
+                             + little_endian(0x05020001, 4) + little_endian(43, 8)
+                             + little_endian(0x40002, 4) + "INFO" + ones(44) + little_endian(6, 2)
+                             + ones(26) + '\xF7' + ones(27) + little_endian(0x18FF000000, 5);
     const struct {
         std::string name, bytes, why;
     } bad[] = {
@@ -240,6 +242,14 @@ TEST_F(batch_test, a_killed_batch_goes_on_and_ends_with_the_streams_of_an_unbrok
     const auto resumed = batch("-r in --gain 12 --report report --resume -j 7");
     EXPECT_EQ(shell("diff -r out whole").out, "");
     EXPECT_EQ(resumed.err.find(" 0 complete before"), std::string::npos) << resumed.err;
+}
+
+TEST_F(batch_test, resume_takes_away_what_a_killed_run_left_and_nothing_that_is_still_written) {
+    run("mkdir -p out; : > out/.velaenc-1-left.tmp; : > out/.velaenc-own; mkfifo fifo; velaenc -q - "
+        "out/live.mp2 < fifo &"
+        "exec 7> fifo; cat in/one.wav >&7; until [ $(ls -A out | grep -c tmp) = 2 ]; do :; done;"
+        "velaenc -q --output-dir out --resume in/one.wav && exec 7>&- && wait $!");
+    EXPECT_EQ(files_in("out"), "./.velaenc-own ./live.mp2 ./one.mp2 ");
 }
 
 TEST_F(batch_test, shards_share_the_files_out_and_write_one_report_together) {

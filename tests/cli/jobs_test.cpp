@@ -74,7 +74,8 @@ class jobs_test : public workbench {
     /// @param how_to_divide  none: the plain loop
     result encode(const mp1a_test::stream &how, memory_source source,
                   const std::optional<tools::division> &how_to_divide) const {
-        tools::output_file stream(path("stream"), {}), list(path("list"), {});
+        const tools::output_rules rules{.sync = false}; // thousands of files
+        tools::output_file stream(path("stream"), {}, rules), list(path("list"), {}, rules);
         tools::timestamp_list stamps(list, 12345);
         tools::frame_writer writer(stream, &stamps);
         tools::progress hidden(how.rate, std::nullopt, false);

@@ -46,26 +46,38 @@ TEST_F(output_test, the_input_never_becomes_the_output) {
 
 TEST_F(output_test, nobody_loses_a_file) {
     const auto stream = encoded("in.wav");
+    const auto made = [&](const std::string &arguments) {
+        return shell("ffmpeg -v error -t 0.2 -i in.wav " + arguments + " -").out;
+    };
     const std::string list = "frame,byte_offset,bytes,older\n";
     const struct {
-        const char *before, *arguments, *words; // refused with these words; none: replaced
+        std::string before, arguments, words; ///< refused with these words; none: replaced
     } cases[] = {
         {"", "", ""},
-        {"\xFF\xFD\xA4\x04older", "", ""},
+        {stream.substr(0, 1000), "", ""},
+        {encoded("--container wav in.wav"), "", ""},
         {"older", "--overwrite", ""},
         {"older", "", "--overwrite"},
-        {"RIFFolder", "", "is not MPEG audio"},
-        {"\xFF\xFD\xF4\x04", "", "is not MPEG audio"}, // no such bitrate
-        {"\xFF\xFB\x94\x04", "", "is not MPEG audio of Layer I or II"},
-        {"\xFF\xFD\xA4\x04older", "-n", "--no-clobber"},
+        {"RIFFolder", "", "is not MPEG-1 audio"},
+        {made("-f wav"), "", "is not MPEG-1 audio"},
+        {made("-f mp3"), "", "is not MPEG-1 audio"},
+        {made("-id3v2_version 0 -write_xing 0 -f mp3"), "", "is not MPEG-1 audio"},
+        {made("-c:a mp2 -ar 24000 -f mp2"), "", "is not MPEG-1 audio"},
+        {stream.substr(0, 672) + "older", "", "is not MPEG-1 audio"},
+        {stream.substr(0, 672) + encoded("in.wav --crc"), "", "is not MPEG-1 audio"},
+        {std::string("\xFF\xFEL\0e\0t\0t\0", 10), "", "is not MPEG-1 audio"}, // UTF-16
+        {stream, "-n", "--no-clobber"},
         {"", "--no-clobber", "--no-clobber"},
     };
     for (const auto &[before, arguments, words] : cases) {
         put("out.mp2", before);
-        const bool refused = *words != '\0';
-        run(std::string("velaenc --quiet in.wav out.mp2 ") + arguments, refused ? 3 : 0, words);
+        const bool refused = !words.empty(), asked = arguments == "--overwrite";
+        const auto result = run("velaenc in.wav out.mp2 " + arguments, refused ? 3 : 0, words);
+        EXPECT_EQ(result.err.find("replaced the MPEG audio") == std::string::npos,
+                  refused || asked || before.empty())
+            << result.err;
         EXPECT_EQ(leftovers(), std::vector<std::string>{}) << before << arguments;
-        EXPECT_TRUE(get("out.mp2") == (refused ? before : stream)) << before << arguments;
+        EXPECT_TRUE(get("out.mp2") == (refused ? before : stream)) << before.substr(0, 99) << arguments;
     }
     put("out.mp2", "");
     put("list.csv", "older");
@@ -76,6 +88,35 @@ TEST_F(output_test, nobody_loses_a_file) {
     expect_failure("ulimit -f 100; velaenc in.wav out.mp2 --timestamps list.csv", 3, "File too large");
     expect_failure("velaenc cut.wav out.mp2 --timestamps list.csv", 2, "truncated");
     EXPECT_EQ(get("out.mp2") + get("list.csv"), list);
+}
+
+TEST_F(output_test, what_comes_during_the_encode_is_not_lost_either) {
+    put("stream", encoded("in.wav"));
+    put("other", "older\n");
+    const struct {
+        std::string meanwhile, arguments;
+        int status;
+        std::string words, left; ///< the file that `victim` equals in the end
+        std::string victim = "out.mp2";
+    } cases[] = {
+        {"cp other out.mp2", "", 3, "out.mp2 exists and is not", "other"},
+        {"cp other out.mp2", "--overwrite", 0, "", "stream"},
+        {"head -c 1500 stream > out.mp2", "", 0, "replaced the MPEG audio", "stream"},
+        {"cp stream out.mp2", "-n", 3, "--no-clobber keeps it", "stream"},
+        {"cp other list", "-n --timestamps list", 3, "(out.mp2 is complete)", "other", "list"},
+        {"cp other list", "-n --trace list", 3, "(out.mp2 is complete)", "other", "list"},
+        {"mkfifo out.mp2", "", 3, "out.mp2: File exists", "other", "other"},
+        {"t=$(ls -A | grep velaenc-); rm $t; ln -s ../stream $t", "", 3, "somebody has put", "other",
+         "other"},
+    };
+    for (const auto &[meanwhile, arguments, status, words, left, victim] : cases) {
+        run("mkdir new; cd new; cp ../other ../stream .; mkfifo fifo; velaenc " + arguments
+                + " - out.mp2 < fifo & exec 7> fifo; cat ../in.wav >&7; " + meanwhile
+                + "; exec 7>&-; wait $!",
+            status, words);
+        EXPECT_TRUE(get("new/" + victim) == get(left)) << meanwhile << ' ' << arguments;
+        EXPECT_EQ(shell("ls -A new | grep velaenc-; rm -r new").out, "") << meanwhile;
+    }
 }
 
 TEST_F(output_test, a_file_is_replaced_with_its_links_protection_and_owner) {
@@ -97,6 +138,13 @@ TEST_F(output_test, a_file_is_replaced_with_its_links_protection_and_owner) {
         EXPECT_EQ(result.out, "280224\n") << out;
     }
     run(nobody + "more.mp2", 3, "cannot create more.mp2: Permission");
+    run("TMPDIR=/nonexistent " + nobody + "out.mp2", 3,
+        "/nonexistent: No such file or directory; set TMPDIR");
+    // Where nobody can tell what the folder's whole name is.
+    run("mkdir -p closed/open; chmod 777 closed/open; cp velaenc in.wav closed/open; cd closed/open; "
+        "chmod 700 ..; "
+        + nobody + "out.mp2 --timestamps list && ls out.mp2 list");
+    run("cd closed/open; " + nobody + "twice --timestamps ./twice", 1, "--timestamps names OUT itself");
 }
 
 TEST_F(output_test, a_signal_ends_the_run_and_removes_the_files) {
@@ -150,6 +198,28 @@ TEST_F(output_test, an_output_that_is_not_ready_is_waited_for) {
     const auto result = shell("{ perl -e 'use Fcntl; fcntl(STDOUT, F_SETFL, O_NONBLOCK)'; "
                               "velaenc -q in.wav -; } | (sleep 0.3; cat)");
     EXPECT_TRUE(result.out == encoded("in.wav")) << result.err;
+}
+
+TEST_F(output_test, a_name_of_another_format_is_noted) {
+    const struct {
+        const char *arguments, *words; // none: no note
+    } cases[] = {
+        {"x.mp3",
+         "note: the output is a stream of Layer II, whatever .mp3 says; the usual name ends with .mp2"},
+        {"x.FLAC", "whatever .flac says"},
+        {"--layer 1 x.mp2", "a stream of Layer I, whatever .mp2 says; the usual name ends with .mp1"},
+        {"--container raw x.wav", "whatever .wav says"},
+        {"--container wav x.mp2", "a WAV file, whatever"},
+        {"x.mp2", ""},
+        {"x.mpa", ""},
+        {"x.bin", ""},
+        {"x", ""},
+        {"x.WAV", ""},
+        {"-b 384 --layer 1 x.mp1", ""}};
+    for (const auto &[arguments, words] : cases) {
+        const auto result = run(std::string("velaenc in.wav ") + arguments, 0, words);
+        EXPECT_EQ(result.err.find("whatever") == std::string::npos, *words == '\0') << result.err;
+    }
 }
 
 TEST_F(output_test, statistics_and_progress_go_to_standard_error_unless_quiet) {

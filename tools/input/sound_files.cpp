@@ -91,11 +91,15 @@ void visit(const fs::directory_entry &entry, const std::string &left_out,
 
 } // namespace
 
-bool has_sound_name(const std::string &path) {
+std::string lower_extension(const std::string &path) {
     std::string extension = fs::path(path).extension();
     std::ranges::transform(extension, extension.begin(),
                            [](unsigned char each) { return std::tolower(each); });
-    return std::ranges::find(extensions, extension) != extensions.end();
+    return extension;
+}
+
+bool has_sound_name(const std::string &path) {
+    return std::ranges::find(extensions, lower_extension(path)) != extensions.end();
 }
 
 bool is_sound_file(const std::string &path) {

@@ -6,6 +6,9 @@
 
 namespace tools {
 
+/// ".wav" of "x.WAV"; empty where a name has none.
+std::string lower_extension(const std::string &path);
+
 /// Whether the name ends as those of sound files do, of films too: "x.WAV", "x.mkv".
 bool has_sound_name(const std::string &path);
 

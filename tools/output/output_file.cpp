@@ -8,6 +8,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
@@ -38,10 +40,22 @@ std::string temporary_name(const std::string &target) {
     return folder_of(target) + name.data();
 }
 
+/// Where nobody has the name. @return 0 or errno, EEXIST where somebody has it
+int rename_new(const char *from, const char *to) noexcept {
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+    // The file system cannot do that; most of those can give a file two names.
+    if (::link(from, to) == 0) return ::unlink(from) == 0 ? 0 : errno;
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return errno;
+    struct stat status {};
+    if (::lstat(to, &status) == 0) return EEXIST;
+    return std::rename(from, to) == 0 ? 0 : errno;
+}
+
 } // namespace
 
 output_file::output_file(const std::string &path, const struct stat &input, const output_rules &rules)
-    : target_(find_target(path, input, rules)), sync_(rules.sync) {
+    : target_(find_target(path, input, rules)), input_(input), rules_(rules) {
     if (is_direct())
         open_direct();
     else if (is_copied())
@@ -62,10 +76,11 @@ bool output_file::is_direct() const noexcept {
 bool output_file::is_same(const output_file &other) const noexcept {
     const auto &a = target_.present, &b = other.target_.present;
     if (a && b) return !S_ISCHR(a->st_mode) && a->st_dev == b->st_dev && a->st_ino == b->st_ino;
-    const auto whole = [](const output_target &target) {
-        return std::filesystem::weakly_canonical(std::filesystem::absolute(target.path));
+    const auto in_same_folder = [](const struct stat &one, const struct stat &other_one) {
+        return one.st_dev == other_one.st_dev && one.st_ino == other_one.st_ino;
     };
-    return !a && !b && whole(target_) == whole(other.target_);
+    return !a && !b && in_same_folder(target_.folder, other.target_.folder)
+           && target_.file == other.target_.file;
 }
 
 void output_file::open_direct() {
@@ -86,10 +101,11 @@ void output_file::open_temporary() {
     if (target_.present) take_protection();
 }
 
-bool output_file::is_kept() noexcept {
+bool output_file::is_kept() {
     struct stat status {};
     lock_file(handle_.get(), true);
     lock_ = file_handle(::fcntl(handle_.get(), F_DUPFD_CLOEXEC, 0));
+    if (!lock_.is_open()) cannot_create(errno);
     return ::fstat(handle_.get(), &status) != 0 || status.st_nlink > 0;
 }
 
@@ -119,9 +135,13 @@ void output_file::take_protection() noexcept {
 }
 
 void output_file::open_nameless() {
-    const auto folder = std::filesystem::temp_directory_path();
+    const char *wish = std::getenv("TMPDIR");
+    const std::string folder = wish != nullptr && *wish != '\0' ? wish : "/tmp";
     handle_ = file_handle(::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
-    if (!handle_.is_open()) cannot_create(errno);
+    if (!handle_.is_open())
+        throw failure(exit_code::output, "cannot keep " + target_.name + " in " + folder + ": "
+                                             + std::strerror(errno)
+                                             + "; set TMPDIR to a folder with room");
 }
 
 void output_file::cannot_create(int error) const {
@@ -162,19 +182,47 @@ void output_file::check() const {
 void output_file::close() {
     check();
     if (is_copied()) return; // its contents are needed again
-    if (sync_ && !is_direct()) error_ = sync_to_disk(handle_.get());
+    if (rules_.sync && !is_direct()) error_ = sync_to_disk(handle_.get());
     if (handle_.close() != 0 && error_ == 0) error_ = errno;
     check();
 }
 
 void output_file::publish() {
     if (is_direct()) return;
-    if (is_copied()) return copy_to_target();
-    if (std::rename(temporary_.c_str(), target_.path.c_str()) != 0) cannot_create(errno);
+    if (is_copied()) {
+        look_at_target();
+        return copy_to_target();
+    }
+    give_name();
     temporary_.clear();
     forget_unfinished(std::exchange(listed_, -1));
     lock_.close();
-    if (sync_) sync_folder();
+    if (rules_.sync) sync_folder();
+}
+
+void output_file::give_name() {
+    struct stat written {
+    }, named{};
+    if (::fstat(lock_.get(), &written) != 0 || ::lstat(temporary_.c_str(), &named) != 0)
+        cannot_create(errno);
+    if (!is_same_file(written, named))
+        throw failure(exit_code::output, "cannot create " + target_.name
+                                             + ": somebody has put another file"
+                                             + " in the place of the unfinished one, " + temporary_);
+    if (!target_.present) {
+        const int error = rename_new(temporary_.c_str(), target_.path.c_str());
+        if (error == 0) return;
+        if (error != EEXIST) cannot_create(error);
+    }
+    look_at_target();
+    if (std::rename(temporary_.c_str(), target_.path.c_str()) != 0) cannot_create(errno);
+}
+
+/// What has come under the name since the beginning is as much somebody's as what was there.
+void output_file::look_at_target() {
+    look_again(target_, input_, rules_);
+    if (target_.present && !S_ISREG(target_.present->st_mode)) cannot_create(EEXIST);
+    has_replaced_ = target_.present && target_.present->st_size > 0 && !rules_.overwrite;
 }
 
 void output_file::copy_to_target() {
@@ -187,7 +235,7 @@ void output_file::copy_to_target() {
     while (count > 0 || (count < 0 && errno == EINTR));
     if (count < 0)
         error_ = errno;
-    else if (sync_)
+    else if (rules_.sync)
         error_ = sync_to_disk(target.get());
     check();
 }

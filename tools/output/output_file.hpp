@@ -33,6 +33,9 @@ class output_file {
     /// The file is replaced at the end by copying, since its folder takes no new one.
     bool is_copied() const noexcept { return target_.way == output_way::copied; }
 
+    /// Somebody's file is gone now, as the rules allow unasked.
+    bool has_replaced() const noexcept { return has_replaced_; }
+
     /// Both write to the same file.
     bool is_same(const output_file &other) const noexcept;
 
@@ -55,15 +58,19 @@ class output_file {
     void open_direct();
     void open_temporary();
     void create_temporary();
-    bool is_kept() noexcept;
+    bool is_kept();
     void open_nameless();
     void take_protection() noexcept;
+    void give_name();
+    void look_at_target();
     void copy_to_target();
     void sync_folder() const noexcept;
     [[noreturn]] void cannot_create(int error) const;
 
     output_target target_;
-    bool sync_;
+    struct stat input_;
+    output_rules rules_;
+    bool has_replaced_ = false;
     std::string temporary_; ///< empty when there is none, or when it has no name
     file_handle handle_;
     file_handle lock_; ///< the same file, locked from its beginning until it has its name

@@ -3,6 +3,7 @@
 #include "common/failure.hpp"
 #include "common/file_handle.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -14,10 +15,6 @@ namespace tools {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool same_file(const struct stat &a, const struct stat &b) noexcept {
-    return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
 
 [[noreturn]] void cannot_create(const output_target &target, int error) {
     throw failure(exit_code::output, "cannot create " + target.name + ": " + explain_errno(error));
@@ -50,14 +47,12 @@ void follow_links(output_target &target) {
     }
 }
 
-/// As much as tells what a file is. @return none when the file may not be read
-std::optional<std::string> read_head(const std::string &path) {
-    std::string head(8192, '\0');
+bool is_own_file(const std::string &path, const output_rules &rules) {
     const file_handle file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    const ssize_t count = file.is_open() ? ::read(file.get(), head.data(), head.size()) : -1;
-    if (count < 0) return std::nullopt;
-    head.resize(static_cast<std::size_t>(count));
-    return head;
+    return file.is_open() && rules.is_own([&](std::uint64_t offset, std::span<std::byte> room) {
+        const ssize_t count = ::pread(file.get(), room.data(), room.size(), static_cast<off_t>(offset));
+        return static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    });
 }
 
 void check_replaceable(const output_target &target, const output_rules &rules) {
@@ -66,16 +61,24 @@ void check_replaceable(const output_target &target, const output_rules &rules) {
                       target.name + " exists, and --no-clobber keeps it; name another output");
     if (::access(target.path.c_str(), W_OK) != 0) cannot_create(target, errno);
     if (rules.overwrite || rules.is_own == nullptr || target.present->st_size == 0) return;
-    const auto head = read_head(target.path);
-    if (!head || !rules.is_own(*head))
+    if (!is_own_file(target.path, rules))
         throw failure(exit_code::output, target.name + " exists and is not " + rules.own
                                              + "; name another output, or replace it with --overwrite");
 }
 
+[[noreturn]] void is_folder(const output_target &target) {
+    throw failure(exit_code::output, target.name + " is a folder; name a file in it");
+}
+
+void check_present(const output_target &target, const struct stat &input) {
+    if (is_same_file(input, *target.present))
+        throw failure(exit_code::output, target.name + " is the input itself; name another output");
+    if (S_ISDIR(target.present->st_mode)) is_folder(target);
+}
+
 /// Whether a file can be created in the folder and given the target's name.
 bool takes_new_file(const output_target &target, const std::string &folder) {
-    struct stat status {};
-    if (::stat(folder.c_str(), &status) != 0) cannot_create(target, errno);
+    const struct stat &status = target.folder;
     if (::access(folder.c_str(), W_OK | X_OK) != 0) return false;
     const uid_t user = ::geteuid();
     // Where users share a folder, only its owner and the file's may take a file's name away.
@@ -90,6 +93,8 @@ void choose_way(output_target &target) {
     }
     const fs::path path(target.path);
     const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
+    if (::stat(folder.c_str(), &target.folder) != 0) cannot_create(target, errno);
+    target.file = path.filename().string();
     if (takes_new_file(target, folder)) return;
     if (!target.present) cannot_create(target, EACCES);
     target.way = output_way::copied;
@@ -97,8 +102,13 @@ void choose_way(output_target &target) {
 
 } // namespace
 
-bool is_timestamp_list(const std::string &head) {
-    return head.starts_with("frame,byte_offset,bytes,");
+bool begins_with(const file_view &file, std::string_view text) {
+    std::string head(text.size(), '\0');
+    return file(0, std::as_writable_bytes(std::span(head))) == text.size() && head == text;
+}
+
+bool is_same_file(const struct stat &a, const struct stat &b) noexcept {
+    return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 output_target find_target(const std::string &path, const struct stat &input,
@@ -114,19 +124,25 @@ output_target find_target(const std::string &path, const struct stat &input,
         target.path.clear();
         if (::fstat(*descriptor, &present) != 0) cannot_create(target, errno);
         target.present = present;
-    } else if (::stat(target.path.c_str(), &present) == 0) {
-        target.present = present;
-    } else if (errno != ENOENT) {
-        cannot_create(target, errno);
+        check_present(target, input);
+        return target;
     }
-    if (target.present && same_file(input, *target.present))
-        throw failure(exit_code::output, target.name + " is the input itself; name another output");
-    if (path.ends_with('/') || (target.present && S_ISDIR(target.present->st_mode)))
-        throw failure(exit_code::output, target.name + " is a folder; name a file in it");
-    if (target.way == output_way::descriptor) return target;
-    if (target.present && S_ISREG(target.present->st_mode)) check_replaceable(target, rules);
+    look_again(target, input, rules);
+    if (path.ends_with('/')) is_folder(target);
     choose_way(target);
     return target;
+}
+
+void look_again(output_target &target, const struct stat &input, const output_rules &rules) {
+    struct stat present {};
+    target.present.reset();
+    if (::stat(target.path.c_str(), &present) == 0)
+        target.present = present;
+    else if (errno != ENOENT)
+        cannot_create(target, errno);
+    if (!target.present) return;
+    check_present(target, input);
+    if (S_ISREG(present.st_mode)) check_replaceable(target, rules);
 }
 
 std::string explain_errno(int error) {

@@ -28,4 +28,9 @@ class timestamp_list {
     std::string text_;   ///< never grows beyond what was reserved
 };
 
+/// Whether a file is such a list.
+inline bool is_timestamp_list(const file_view &file) {
+    return begins_with(file, "frame,byte_offset,bytes,");
+}
+
 } // namespace tools

@@ -3,6 +3,7 @@
 #include "common/failure.hpp"
 #include "input/container.hpp"
 #include "input/open_pcm.hpp"
+#include "input/sound_files.hpp"
 #include "jobs/encode_loop.hpp"
 #include "jobs/loudness_pass.hpp"
 #include "jobs/metered_source.hpp"
@@ -14,6 +15,8 @@
 #include "velaenc/stream_settings.hpp"
 #include "velaenc/trace_file.hpp"
 
+#include <algorithm>
+#include <array>
 #include <functional>
 
 namespace tools {
@@ -26,7 +29,7 @@ struct outputs {
 
     outputs(const options &wanted, const struct stat &input)
         : stream(wanted.output, input,
-                 rules_for(wanted, is_mpeg_audio, "MPEG audio of Layer I or II")) {
+                 rules_for(wanted, is_own_stream, "MPEG-1 audio of Layer I or II")) {
         if (!wanted.trace.empty()) {
             if (wanted.model == MPEG_A_MODEL_TUNED)
                 throw failure(exit_code::usage,
@@ -58,7 +61,7 @@ struct outputs {
         }
     }
 
-    static output_rules rules_for(const options &wanted, bool (*is_own)(const std::string &),
+    static output_rules rules_for(const options &wanted, bool (*is_own)(const file_view &),
                                   const char *own) {
         return {wanted.overwrite, wanted.no_clobber, wanted.sync, is_own, own};
     }
@@ -143,6 +146,23 @@ levelled open_levelled(const options &wanted, run_listener &listener, int jobs) 
     return result;
 }
 
+/// A name that promises another format than the file will have.
+void note_name(const options &wanted, const mpeg_a_settings &settings, run_listener &listener) {
+    struct kind {
+        const char *name, *usual;
+        std::vector<std::string> extensions;
+    };
+    static const std::array<kind, 3> kinds{
+        {{"a WAV file", ".wav", {".wav", ".wave", ".bwf"}},
+         {"a stream of Layer I", ".mp1", {".mp1", ".m1a", ".mpa"}},
+         {"a stream of Layer II", ".mp2", {".mp2", ".m2a", ".mpa"}}}};
+    const kind &own = kinds.at(is_wave(wanted) ? 0 : static_cast<std::size_t>(settings.audio_layer));
+    const std::string extension = lower_extension(wanted.output);
+    if (!has_sound_name(wanted.output) || std::ranges::count(own.extensions, extension) != 0) return;
+    listener.note("the output is " + std::string(own.name) + ", whatever " + extension
+                  + " says; the usual name ends with " + own.usual);
+}
+
 } // namespace
 
 std::optional<file_result> find_complete(const options &wanted) {
@@ -170,6 +190,7 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     for (const auto &note : plan.notes)
         listener.note(note);
 
+    note_name(wanted, plan.settings, listener);
     outputs files(wanted, input_status);
     if (files.stream.is_copied())
         listener.note("the folder of " + files.stream.name()
@@ -200,6 +221,7 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     if (done.samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
     files.publish();
+    if (files.stream.has_replaced()) listener.note("replaced the MPEG audio that was in its place");
     if (loudness) listener.note(loudness_text(*loudness, wanted.sound));
     return {plan.settings, rate, writer.frames(), done.samples, done.clipped, loudness};
 }

@@ -6,7 +6,6 @@
 #include "parser/frame_header.hpp"
 #include "settings/record.hpp"
 
-#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -26,13 +25,27 @@ bool is_frame_of(const stream_header &header, const mpeg_a_settings &settings, i
 }
 
 /// Bytes behind the end of the file count as zeros, which begin no frame.
-std::optional<stream_header> header_at(const input_file &file, std::uint64_t offset) {
+std::optional<stream_header> header_at(const file_view &file, std::uint64_t offset) {
     std::array<std::uint8_t, header_bytes> bytes{};
-    read_at(file, offset, std::as_writable_bytes(std::span(bytes)));
+    file(offset, std::as_writable_bytes(std::span(bytes)));
     return read_header(bytes);
 }
 
+/// Where the stream of a WAV file begins; of another file, its first byte.
+std::uint64_t stream_begin(const file_view &file) {
+    const auto data = is_wav(file) ? find_sound_data(file) : std::nullopt;
+    return data ? data->offset : 0;
+}
+
 } // namespace
+
+bool is_own_stream(const file_view &file) {
+    const std::uint64_t begin = stream_begin(file);
+    const auto first = header_at(file, begin);
+    if (!first || first->version != 1) return false;
+    const auto second = header_at(file, begin + static_cast<std::uint64_t>(first->bytes()));
+    return second && second->same_kind(*first);
+}
 
 bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &settings, int rate,
                   std::uint64_t frames) {
@@ -45,7 +58,8 @@ bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &
     if (!file.seekable() || frames == 0) return false;
     const auto data = in_wave ? find_sound_data(fetch_from(file)) : chunk{0, file.size()};
     if (!data || !data->known || data->offset + data->bytes > file.size()) return false;
-    const auto first = header_at(file, data->offset);
+    const file_view view = fetch_from(file);
+    const auto first = header_at(view, data->offset);
     if (!first || !is_frame_of(*first, settings, rate)) return false;
     const std::uint64_t size = data->bytes;
     const auto slot = static_cast<std::uint64_t>(first->slot_bytes());
@@ -57,23 +71,10 @@ bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &
     if (size + slot < total || size > total + 2 * slot) return false;
     for (const int padding : {0, 1}) {
         const auto length = static_cast<std::uint64_t>(first->whole_slots() + padding) * slot;
-        const auto last = length <= size ? header_at(file, data->offset + size - length) : std::nullopt;
+        const auto last = length <= size ? header_at(view, data->offset + size - length) : std::nullopt;
         if (last && last->padding == padding && is_frame_of(*last, settings, rate)) return true;
     }
     return false;
-}
-
-bool is_mpeg_audio(const std::string &head) {
-    constexpr unsigned wave_format_mpeg = 0x50;
-    const auto bytes = std::as_bytes(std::span(head));
-    const auto fetch = [bytes](std::uint64_t offset, std::span<std::byte> room) {
-        const auto rest = bytes.subspan(std::min<std::uint64_t>(offset, bytes.size()));
-        const auto there = rest.first(std::min(rest.size(), room.size()));
-        std::ranges::copy(there, room.begin());
-        return there.size();
-    };
-    return wav_format(fetch) == wave_format_mpeg
-           || read_header({reinterpret_cast<const std::uint8_t *>(head.data()), head.size()});
 }
 
 } // namespace tools

@@ -1,6 +1,7 @@
-// Whether a file holds a stream, and a certain one, from its first and last frame and its length.
+// Whether a file holds a stream of this program's kind, or a certain one.
 #pragma once
 
+#include "output/output_target.hpp"
 #include "vela_enc_mp1a/settings.h"
 
 #include <cstdint>
@@ -8,14 +9,15 @@
 
 namespace tools {
 
+/// Whether a file, bare or WAV, begins with two frames of MPEG-1 Layer I or II that agree with each other: four
+/// bytes begin like one in many a text, too.
+bool is_own_stream(const file_view &file);
+
 /// Looks at the headers of the first and the last frame; what lies between is taken to be whole, since
 /// an output gets its name when it is complete.
 /// @param in_wave  the stream lies in the data chunk of a WAV file
 /// @param rate     Hz
 bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &settings, int rate,
                   std::uint64_t frames);
-
-/// Whether a file that begins like this is a stream of Layer I or II, bare or in WAV.
-bool is_mpeg_audio(const std::string &head);
 
 } // namespace tools

@@ -2,6 +2,7 @@
 
 #include "common/failure.hpp"
 #include "common/option_text.hpp"
+#include "input/sound_files.hpp"
 #include "vela_enc_mp1a/settings.h"
 #include "velaenc/help.hpp"
 
@@ -202,10 +203,7 @@ std::string hint_for(std::span<char *const> arguments) {
 } // namespace
 
 bool is_wave(const options &wanted) {
-    std::string extension = std::filesystem::path(wanted.output).extension().string();
-    std::ranges::transform(extension, extension.begin(),
-                           [](unsigned char c) { return std::tolower(c); });
-    return wanted.wave.value_or(extension == ".wav");
+    return wanted.wave.value_or(lower_extension(wanted.output) == ".wav");
 }
 
 std::optional<options> read_options(int argc, char **argv) {

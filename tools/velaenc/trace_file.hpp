@@ -25,8 +25,8 @@ class trace_file {
     /// @throws failure when memory ran out while encoding; the file itself knows of other errors
     void flush();
 
-    /// Whether a file that begins like this is a trace.
-    static bool is_trace(const std::string &head) { return head.starts_with("{\"frame\":"); }
+    /// Whether a file is a trace.
+    static bool is_trace(const file_view &file) { return begins_with(file, "{\"frame\":"); }
 
   private:
     struct state;

@@ -52,9 +52,7 @@ class inspection {
 
     void write_page() {
         const struct stat no_input {};
-        const auto is_page = [](const std::string &head) {
-            return head.starts_with("<!DOCTYPE html>");
-        };
+        const auto is_page = [](const file_view &file) { return begins_with(file, "<!DOCTYPE html>"); };
         output_file file(wanted_.html, no_input, {.is_own = is_page, .own = "a page"});
         const std::string html = page_.html();
         file.write(std::as_bytes(std::span(html)));

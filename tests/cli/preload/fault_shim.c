@@ -81,6 +81,9 @@ void *malloc(size_t size) {
 int pthread_create(pthread_t *thread, const pthread_attr_t *how, void *(*run)(void *), void *of) {
     return fails("mmap") ? EAGAIN : REAL(pthread_create)(thread, how, run, of);
 }
+int renameat2(int in, const char *from, int to_in, const char *to, unsigned flags) {
+    return fails("rename") || fails("renameat2") ? -1 : REAL(renameat2)(in, from, to_in, to, flags);
+}
 int rename(const char *from, const char *to) {
     return fails("rename") ? -1 : REAL(rename)(from, to);
 }
