@@ -122,6 +122,57 @@ TEST_F(broadcast_wave_test, the_extension_of_the_input_is_carried_over) {
         EXPECT_NE(shown.find(words), std::string::npos) << words << shown;
 }
 
+/// Four characters, a size, the contents and a byte of padding.
+std::string chunk_text(const std::string &name, const std::string &contents) {
+    return name + little_endian(contents.size(), 4) + contents + std::string(contents.size() % 2, 0);
+}
+
+std::string cue_points(const std::vector<std::pair<unsigned, std::uint64_t>> &points) {
+    std::string text = little_endian(points.size(), 4);
+    for (const auto &[number, position] : points)
+        text += little_endian(number, 4) + little_endian(position, 4) + "data" + little_endian(0, 8)
+                + little_endian(position, 4);
+    return text;
+}
+
+TEST_F(broadcast_wave_test, labels_go_along_and_keep_their_place_in_the_sound) {
+    std::string cart(2048, 'c');
+    cart.replace(684, 64, "AUDe" + little_endian(44100, 4) + std::string(56, 0));
+    const auto cart_with = [&](unsigned position) {
+        return cart.substr(0, 688) + little_endian(position, 4) + cart.substr(692);
+    };
+    const auto label = [](unsigned number, const std::string &text) {
+        return chunk_text("labl", little_endian(number, 4) + text);
+    };
+    const auto region = [](unsigned number, unsigned length) {
+        return chunk_text("ltxt", little_endian(number, 4) + little_endian(length, 4) + "rgn ");
+    };
+    const std::string info = "INFO" + chunk_text("INAM", "A name"), ixml = "<BWFXML/>",
+                      axml = "<ebuCore/>";
+    const std::string sound = pcm(noise(2 * 44100 * 3));
+    put("in.wav",
+        "RIFF" + little_endian(0, 4) + "WAVE" + chunk_text("iXML", ixml) + chunk_text("cart", cart)
+            + chunk_text("fmt ", wav("", 2, 44100).substr(20, 16)) + chunk_text("data", sound)
+            + chunk_text("cue ", cue_points({{1, 100}, {2, 44100}, {3, 88200}, {4, 132300}}))
+            + chunk_text("LIST", "adtl" + label(1, "early") + label(3, "kept") + region(3, 441))
+            + chunk_text("LIST", info) + chunk_text("axml", axml)
+            + chunk_text("smpl", std::string(36, 0)));
+    run("velaenc in.wav same.wav", 0, "the chunk 'smpl' is not carried");
+    const std::string same = get("same.wav"), original = get("in.wav");
+    for (const std::string name : {"iXML", "axml", "cart", "cue ", "LIST"})
+        EXPECT_EQ(chunk_of(same, name), chunk_of(original, name)) << name;
+    EXPECT_NE(same.find(chunk_text("LIST", info)), same.npos);
+    // From 0.5 to 2.5 s at 48 kHz: of the points at 0.002, 1, 2 and 3 s two are left.
+    run("velaenc in.wav part.wav --start 0.5 --duration 2 --to-rate 48000", 0, "2 cue points outside");
+    const std::string part = get("part.wav");
+    EXPECT_EQ(chunk_of(part, "cue "), cue_points({{2, 24000}, {3, 72000}}));
+    EXPECT_EQ(chunk_of(part, "LIST"), "adtl" + label(3, "kept") + region(3, 480));
+    EXPECT_EQ(chunk_of(part, "cart"), cart_with(24000));
+    put("cut.wav", original.substr(0, original.size() - 8));
+    run("velaenc cut.wav cut-mpeg.wav", 0, "the chunk 'smpl'");
+    run("ffmpeg -v error -i part.wav -f null -");
+}
+
 TEST_F(broadcast_wave_test, a_pipe_leaves_the_sizes_open_and_a_finished_file_is_skipped) {
     put("in.wav", wav(pcm(noise(9600)), 2, 48000));
     const auto piped = shell("velaenc --quiet --container wav in.wav - | cat").out;
@@ -141,7 +192,7 @@ TEST_F(broadcast_wave_test, beyond_4_gib_it_is_rf64_with_the_same_places) {
     const tools::byte_list bext(603);
     const std::uint64_t bytes = (std::uint64_t{1} << 32) - 2, samples = (std::uint64_t{1} << 33) + 5;
     const auto text = [&](const std::optional<tools::wave_sizes> &sizes) {
-        const auto header = tools::wave_header(settings, 224, 48000, bext, sizes);
+        const auto header = tools::wave_header(settings, 224, 48000, {{"bext", bext}}, sizes);
         return std::string(reinterpret_cast<const char *>(header.data()), header.size());
     };
     const std::string large = text(tools::wave_sizes{bytes, samples}), open = text(std::nullopt);

@@ -33,6 +33,10 @@ constexpr std::string_view au_magic = ".snd";
 
 constexpr int most_chunks = 10000; ///< walks of damaged files end
 
+bool is_name(std::string_view name) {
+    return std::ranges::all_of(name, [](char each) { return each >= ' ' && each <= '~'; });
+}
+
 std::string_view name_of(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), 4};
 }
@@ -54,8 +58,9 @@ const chunk_layout *layout_of(const fetch_function &fetch) {
     return found == layouts.end() ? nullptr : found;
 }
 
-std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout &layout,
-                                std::string_view name) {
+/// Calls visit(name, chunk) for one after the other, until it returns true.
+template <class Visit>
+void for_each_chunk(const fetch_function &fetch, const chunk_layout &layout, Visit visit) {
     const std::size_t header_bytes = layout.id_bytes + layout.size_bytes;
     std::array<std::byte, 24> bytes{};
     const auto header = std::span(bytes).first(header_bytes);
@@ -65,12 +70,22 @@ std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout 
         std::uint64_t size = layout.big_endian ? big_endian(field) : little_endian(field);
         const bool unknown = is_placeholder(size, layout.size_bytes);
         if (layout.size_covers_header) size -= std::min<std::uint64_t>(size, header_bytes);
-        if (name_of(header) == name)
-            return chunk{offset + header_bytes, size, !unknown, layout.size_bytes == 4};
+        if (visit(name_of(header),
+                  chunk{offset + header_bytes, size, !unknown, layout.size_bytes == 4}))
+            break;
         if (size >= std::uint64_t{1} << 62) break;
         offset += header_bytes + (size + layout.alignment - 1) / layout.alignment * layout.alignment;
     }
-    return std::nullopt;
+}
+
+std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout &layout,
+                                std::string_view name) {
+    std::optional<chunk> found;
+    for_each_chunk(fetch, layout, [&](std::string_view each, const chunk &there) {
+        if (each == name) found = there;
+        return found.has_value();
+    });
+    return found;
 }
 
 /// RF64 keeps the size of its data chunk in "ds64": the file's size, then the data's, 64 bits each. A
@@ -143,13 +158,35 @@ std::optional<unsigned> wav_format(const fetch_function &fetch) {
     return code(0) == extensible ? code(24) : code(0);
 }
 
-std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name) {
-    constexpr std::uint64_t longest = 1 << 20;
-    const auto found = find_wav_chunk(fetch_from(input), name);
-    if (!found || found->bytes > longest) return {};
-    std::vector<std::byte> contents(static_cast<std::size_t>(found->bytes));
-    contents.resize(read_at(input, found->offset, contents));
-    return contents;
+std::vector<wav_chunk> read_wav_chunks(const input_file &input,
+                                       const std::function<bool(std::string_view)> &wanted) {
+    constexpr std::uint64_t longest = 16 << 20, most = 64 << 20;
+    const auto fetch = fetch_from(input);
+    const chunk_layout *layout = layout_of(fetch);
+    std::vector<wav_chunk> chunks;
+    if (layout == nullptr || (layout->magic != "RIFF" && layout->magic != "RF64")) return chunks;
+    std::uint64_t bytes = 0;
+    const auto read = [&](std::string_view name, const chunk &there) {
+        if (!is_name(name) || !wanted(name)) return;
+        auto &[kept, contents, is_whole] = chunks.emplace_back(std::string(name));
+        is_whole = there.bytes <= longest && (bytes += there.bytes) <= most;
+        contents.resize(is_whole ? static_cast<std::size_t>(there.bytes) : 0);
+        contents.resize(read_at(input, there.offset, contents));
+        is_whole = is_whole && contents.size() == there.bytes;
+    };
+    for_each_chunk(fetch, *layout, [&](std::string_view name, const chunk &there) {
+        read(name, there);
+        return name == layout->sound_chunk;
+    });
+    const auto sound = find_sound_data(fetch);
+    if (!sound || !sound->known) return chunks;
+    chunk_layout behind = *layout;
+    behind.first_chunk = sound->offset + sound->bytes + sound->bytes % 2;
+    for_each_chunk(fetch, behind, [&](std::string_view name, const chunk &there) {
+        read(name, there);
+        return false;
+    });
+    return chunks;
 }
 
 std::optional<chunk> find_sound_data(const fetch_function &fetch) {
@@ -169,9 +206,7 @@ fetch_function fetch_from(const input_file &input) {
 }
 
 bool begins_chunk(std::span<const std::byte> header) noexcept {
-    return header.size() >= 8 && std::ranges::all_of(header.first(4), [](std::byte each) {
-               return each >= std::byte{' '} && each <= std::byte{'~'};
-           });
+    return header.size() >= 8 && is_name(name_of(header));
 }
 
 std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_rule rule) {

@@ -2,6 +2,7 @@
 // end of its data and cannot read WAV-like files from every pipe, so the tool looks for itself.
 #pragma once
 
+#include "common/wav_chunk.hpp"
 #include "input/input_file.hpp"
 
 #include <array>
@@ -37,8 +38,9 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
 /// "fmt " chunk.
 std::optional<unsigned> wav_format(const fetch_function &fetch);
 
-/// The contents of that chunk; empty where there is none, or where it is longer than any sensible one.
-std::vector<std::byte> read_wav_chunk(const input_file &input, std::string_view name);
+/// The chunks of a WAV file whose name is wanted, before and behind its sound.
+std::vector<wav_chunk> read_wav_chunks(const input_file &input,
+                                       const std::function<bool(std::string_view)> &wanted);
 
 /// Finds the sound data of RIFF, RF64, W64, AIFF, CAF and AU files; none for other files.
 std::optional<chunk> find_sound_data(const fetch_function &fetch);

@@ -160,17 +160,16 @@ void write_loudness(byte_list &bext, const loudness_figures &figures) {
     }
 }
 
-byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate, const byte_list &bext,
-                      const std::optional<wave_sizes> &sizes) {
+byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate,
+                      const std::vector<wav_chunk> &labels, const std::optional<wave_sizes> &sizes) {
     const std::uint64_t samples = sizes ? sizes->samples : 0;
     const auto fact = chunk_writer().number(std::min<std::uint64_t>(samples, unknown_size), 4).bytes();
-    const byte_list rest = chunk_writer()
-                               .chunk("fmt ", format_chunk(settings, kbps, rate))
-                               .chunk("fact", fact)
-                               .chunk("bext", bext)
-                               .chunk("mext", mpeg_extension(settings, kbps, rate))
-                               .text("data")
-                               .bytes();
+    chunk_writer chunks;
+    chunks.chunk("fmt ", format_chunk(settings, kbps, rate)).chunk("fact", fact);
+    for (const auto &label : labels)
+        chunks.chunk(label.name, label.contents);
+    const byte_list rest =
+        chunks.chunk("mext", mpeg_extension(settings, kbps, rate)).text("data").bytes();
     constexpr std::size_t ds64_bytes = 28;
     // "WAVE", the first chunk with its header, the rest, the size of the data, the data, padding
     const std::uint64_t bytes = sizes ? sizes->bytes : 0;

@@ -2,6 +2,7 @@
 // RF64 (EBU Tech 3306) where the file has more than 4 GiB.
 #pragma once
 
+#include "common/wav_chunk.hpp"
 #include "loudness/loudness_record.hpp"
 #include "vela_enc_mp1a/settings.h"
 
@@ -12,8 +13,6 @@
 
 namespace tools {
 
-using byte_list = std::vector<std::byte>;
-
 struct wave_sizes {
     std::uint64_t bytes = 0;   ///< of the stream
     std::uint64_t samples = 0; ///< a channel
@@ -21,15 +20,15 @@ struct wave_sizes {
 
 /// What stands before the stream:
 ///
-///     RIFF or RF64 | WAVE | JUNK or ds64 | fmt | fact | bext | mext | data
+///     RIFF or RF64 | WAVE | JUNK or ds64 | fmt | fact | labels | mext | data
 ///
-/// Its length depends on that of `bext` only, so that it can be written anew once the sizes are known.
+/// Its length depends on that of the labels only, so that it can be written anew once the sizes are known.
 /// @param kbps   of the stream
 /// @param rate   Hz
-/// @param bext   contents of that chunk
+/// @param labels  what else the file says of its sound, `bext` first
 /// @param sizes  none: still unknown
-byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate, const byte_list &bext,
-                      const std::optional<wave_sizes> &sizes);
+byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate,
+                      const std::vector<wav_chunk> &labels, const std::optional<wave_sizes> &sizes);
 
 /// The broadcast extension of a stream that is made from a certain input.
 struct broadcast_origin {

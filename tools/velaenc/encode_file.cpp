@@ -1,7 +1,6 @@
 #include "velaenc/encode_file.hpp"
 
 #include "common/failure.hpp"
-#include "input/container.hpp"
 #include "input/open_pcm.hpp"
 #include "input/sound_files.hpp"
 #include "jobs/encode_loop.hpp"
@@ -10,6 +9,7 @@
 #include "jobs/parallel_loop.hpp"
 #include "output/output_file.hpp"
 #include "output/wave_container.hpp"
+#include "velaenc/carried_labels.hpp"
 #include "velaenc/finished_stream.hpp"
 #include "velaenc/sound_plan.hpp"
 #include "velaenc/stream_settings.hpp"
@@ -87,13 +87,15 @@ struct opened {
     std::unique_ptr<pcm_source> source;
     stream_plan plan;
     broadcast_origin origin;
+    std::vector<wav_chunk> labels; ///< for a WAV file
 };
 
 opened open_source(const options &wanted, const std::function<void(const std::string &)> &note) {
     input_file input = open_input(wanted.input);
-    opened result{input.status, input.name, nullptr, {}, {}};
-    if (is_wave(wanted) && input.seekable() && !wanted.raw)
-        result.origin.bext = read_wav_chunk(input, "bext");
+    opened result{input.status, input.name, nullptr, {}, {}, {{"bext", {}}}};
+    std::vector<std::string> lost;
+    if (is_wave(wanted) && input.seekable() && !wanted.raw) result.labels = labels_of(input, lost);
+    result.origin.bext = result.labels.front().contents;
     result.source = open_pcm(std::move(input), {wanted.raw, wanted.ignore_length, note});
     const pcm_shape &shape = result.source->shape();
     result.origin.rate = shape.rate;
@@ -106,6 +108,11 @@ opened open_source(const options &wanted, const std::function<void(const std::st
                                  && shape.channels == channels_of(result.plan.settings);
     result.source =
         shape_sound(std::move(result.source), wanted, result.plan.settings, result.plan.notes);
+    fit_labels(
+        result.labels,
+        {result.origin.start, result.source->length(), result.origin.rate, result.source->shape().rate},
+        lost);
+    result.plan.notes.insert(result.plan.notes.end(), lost.begin(), lost.end());
     return result;
 }
 
@@ -184,7 +191,7 @@ std::optional<file_result> find_complete(const options &wanted) {
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {
     levelled heard = open_levelled(wanted, listener, spare != nullptr ? 1 : wanted.jobs);
-    auto &[input_status, input_name, source, plan, origin] = heard.input;
+    auto &[input_status, input_name, source, plan, origin, labels] = heard.input;
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });
     for (const auto &note : plan.notes)
@@ -203,9 +210,10 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     std::optional<wave_container> wave;
     if (is_wave(wanted)) {
         const int kbps = kbit_of(plan.settings);
-        auto bext = broadcast_extension(origin, plan.settings, kbps, rate);
+        auto &bext = labels.front().contents;
+        bext = broadcast_extension(origin, plan.settings, kbps, rate);
         if (heard.loudness) write_loudness(bext, heard.loudness->figures);
-        wave.emplace(files.stream, plan.settings, kbps, rate, std::move(bext));
+        wave.emplace(files.stream, plan.settings, kbps, rate, std::move(labels));
     }
     frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
