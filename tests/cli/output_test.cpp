@@ -253,5 +253,34 @@ TEST_F(output_test, a_terminal_shows_the_position_in_a_line_of_its_width) {
         EXPECT_NE(refused.find(words), std::string::npos) << words << refused;
 }
 
+TEST_F(output_test, tags_of_any_format_stand_in_front_where_every_reader_skips_them) {
+    const std::string given =
+        " -metadata title=Tïtle -metadata artist=A -metadata album=B -metadata date=1999"
+        " -metadata track=7 -metadata genre=Jazz -metadata comment=Words ";
+    run("ffmpeg -v error -f lavfi -i sine=d=2:r=48000 -ac 2 -c:a pcm_s16le bare.wav");
+    const std::string bare = encoded("bare.wav");
+    for (const std::string name : {"in.flac", "in.ogg", "in.wav", "in.aiff", "in.mp3"}) {
+        run("ffmpeg -v error -i bare.wav" + given + "-metadata ISRC=XX0000000001 -write_id3v2 1 " + name
+            + " || ffmpeg -v error -y -i bare.wav" + given + name);
+        run("velaenc " + name + " out.mp2 --overwrite --tags -q");
+        const std::string read = run("ffprobe -v error -show_entries format_tags out.mp2").out;
+        for (const std::string tag :
+             {"title=Tïtle", "artist=A", "album=B", "date=1999", "track=7", "genre=Jazz"})
+            EXPECT_NE(read.find(":" + tag + "\n"), read.npos) << name << ": " << tag;
+        const std::string stream = get("out.mp2");
+        EXPECT_EQ(stream.substr(0, 4), std::string("ID3\4")) << name;
+        const bool is_lossy = name == "in.ogg" || name == "in.mp3";
+        EXPECT_TRUE(is_lossy || stream.ends_with(bare)) << name;
+        run("mpg123 -q -t out.mp2 && velainfo out.mp2");
+    }
+    run("velaenc in.flac --output-dir o --tags && velaenc in.flac --output-dir o --tags --resume", 0,
+        "1 complete before");
+    run("velaenc in.flac o/in.mp2 --tags", 0, "replaced");
+    EXPECT_TRUE(encoded("bare.wav -q --tags") == bare);
+    run("velaenc bare.wav --tags", 0, "--tags finds no tags");
+    run("cat in.wav | velaenc - x.mp2 --tags", 0, "--tags finds no tags");
+    run("velaenc in.flac y.wav --tags", 1, "--tags is for bare streams");
+}
+
 } // namespace
 } // namespace velaenc_test

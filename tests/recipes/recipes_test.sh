@@ -50,6 +50,8 @@ make 'a DVB stream' 167 dvb.ts
 make 'an HLS stream' 167 live.m3u8
 make 'WAV for radio' 167 radio.wav
 make 'a stream at broadcast loudness' 167 radio.wav
+ffmpeg -v error -i sound.wav -metadata title=Title song.flac
+make 'a stream that tells its title' 167 song.mp2
 make 'an archive' 167 archive/1/a.wav.mp2
 [ "$(stat -c %s archive/b.wav.mp2)" -gt 100000 ] || die 'an archive: b.wav is missing'
 [ "$(grep -c '"error":null' archive.jsonl)" -eq 2 ] || die "the report: $(cat archive.jsonl)"

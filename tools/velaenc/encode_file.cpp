@@ -11,6 +11,7 @@
 #include "output/wave_container.hpp"
 #include "velaenc/carried_labels.hpp"
 #include "velaenc/finished_stream.hpp"
+#include "velaenc/id3_tag.hpp"
 #include "velaenc/sound_plan.hpp"
 #include "velaenc/stream_settings.hpp"
 #include "velaenc/trace_file.hpp"
@@ -170,6 +171,16 @@ void note_name(const options &wanted, const mpeg_a_settings &settings, run_liste
                   + " says; the usual name ends with " + own.usual);
 }
 
+/// @return its bytes
+std::uint64_t write_tag(const options &wanted, output_file &file, run_listener &listener) {
+    if (!wanted.tags) return 0;
+    const bool is_file = !wanted.raw && wanted.input != "-";
+    const byte_list tag = is_file ? id3_tag_of(wanted.input) : byte_list();
+    if (tag.empty()) listener.note("--tags finds no tags in IN; the stream gets none");
+    file.write(tag);
+    return tag.size();
+}
+
 } // namespace
 
 std::optional<file_result> find_complete(const options &wanted) {
@@ -215,7 +226,9 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
         if (heard.loudness) write_loudness(bext, heard.loudness->figures);
         wave.emplace(files.stream, plan.settings, kbps, rate, std::move(labels));
     }
-    frame_writer writer(files.stream, list ? &*list : nullptr, wave ? wave->stream_offset() : 0);
+    const std::uint64_t offset =
+        wave ? wave->stream_offset() : write_tag(wanted, files.stream, listener);
+    frame_writer writer(files.stream, list ? &*list : nullptr, offset);
     progress_listener &shown = listener.begin(source->shape().rate, source->length());
     const bool live = files.stream.is_direct() || (list && list->is_direct());
     const encoded_sound done =

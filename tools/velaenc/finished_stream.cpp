@@ -6,6 +6,7 @@
 #include "parser/frame_header.hpp"
 #include "settings/record.hpp"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -31,10 +32,22 @@ std::optional<stream_header> header_at(const file_view &file, std::uint64_t offs
     return read_header(bytes);
 }
 
-/// Where the stream of a WAV file begins; of another file, its first byte.
+/// ID3v2.4, 3.1: ten bytes with a size of four times seven bits, which counts what follows.
+std::uint64_t tag_bytes(const file_view &file) {
+    std::array<std::uint8_t, 10> header{};
+    file(0, std::as_writable_bytes(std::span(header)));
+    if (header[0] != 'I' || header[1] != 'D' || header[2] != '3') return 0;
+    const std::uint64_t footer = (header[5] & 0x10) != 0 ? 10 : 0;
+    std::uint64_t size = 0;
+    for (const std::uint8_t each : std::span(header).subspan(6))
+        size = size << 7 | (each & 0x7F);
+    return header.size() + size + footer;
+}
+
+/// Where the stream of a WAV file begins; of another file, the first byte behind a tag.
 std::uint64_t stream_begin(const file_view &file) {
     const auto data = is_wav(file) ? find_sound_data(file) : std::nullopt;
-    return data ? data->offset : 0;
+    return data ? data->offset : tag_bytes(file);
 }
 
 } // namespace
@@ -56,7 +69,8 @@ bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &
         return false;
     }
     if (!file.seekable() || frames == 0) return false;
-    const auto data = in_wave ? find_sound_data(fetch_from(file)) : chunk{0, file.size()};
+    const std::uint64_t tag = in_wave ? 0 : std::min(tag_bytes(fetch_from(file)), file.size());
+    const auto data = in_wave ? find_sound_data(fetch_from(file)) : chunk{tag, file.size() - tag};
     if (!data || !data->known || data->offset + data->bytes > file.size()) return false;
     const file_view view = fetch_from(file);
     const auto first = header_at(view, data->offset);

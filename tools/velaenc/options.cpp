@@ -87,6 +87,8 @@ void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
     add_choice(app, "--original", wanted.original, bit_codes, "Original bit of the header");
     add_choice(app, "--container", wanted.wave, container_codes,
                "wav: OUT is a Broadcast WAV file, as for a name that ends with .wav");
+    app.add_flag("--tags", wanted.tags,
+                 "The tags of IN in front of a bare stream, as ID3v2.4: title, artist, ISRC, ...");
     add_number(app, "--pts-offset", wanted.pts_offset, "N", "Start of the time stamps");
     add_number(app, "--pts-units", wanted.pts_units, "N",
                "Ticks a second of --pts-offset; without it 27000000");
@@ -183,6 +185,10 @@ void complete(options &wanted, const raw_options &given, std::optional<int> jobs
     wanted.jobs = jobs.value_or(std::clamp(usable_processors(), 1, most_jobs));
     if (wanted.jobs < 1 || wanted.jobs > most_jobs)
         throw failure(exit_code::usage, "--jobs should be 1 to " + std::to_string(most_jobs));
+    if (wanted.tags && is_wave(wanted))
+        throw failure(exit_code::usage,
+                      "--tags is for bare streams; a WAV file has chunks of its own for"
+                      " the texts of a WAV input, which it takes without being asked");
     if (wanted.batch) {
         wanted.batch->plan.extension = extension_of(wanted);
         return;

@@ -23,6 +23,7 @@ struct options : wishes {
     std::optional<int> pts_units;
 
     std::optional<bool> wave; ///< the stream in a WAV file, or bare; none: by the name of the output
+    bool tags = false;        ///< an ID3 tag with what the input's says, in front of a bare stream
     sound_options sound;
 
     std::optional<pcm_shape> raw; ///< shape of headerless input
