@@ -9,7 +9,7 @@ namespace {
 
 /// The interpolation of a value between samples takes 13 of them.
 constexpr std::size_t neighbours = 12;
-constexpr std::size_t block = 64;
+constexpr std::size_t block_samples = 64;
 
 /// No value between samples is larger than this times the largest of its neighbours: the magnitudes of
 /// the interpolator's coefficients (a sinc of 49 taps under a Hann window, four phases) add up to 1.87.
@@ -77,7 +77,7 @@ loudness_record loudness_meter::finish(bool is_end) {
 }
 
 void loudness_meter::find_peak(std::span<const float> samples) {
-    const std::size_t full = (neighbours + block) * channels_;
+    const std::size_t full = (neighbours + block_samples) * channels_;
     while (!samples.empty()) {
         const auto part = samples.first(std::min(samples.size(), full - near_.size()));
         near_.insert(near_.end(), part.begin(), part.end());
