@@ -99,8 +99,10 @@ _Static_assert(offsetof(mpeg_a_settings, audio_model) == 48, "the record is pack
 
 /** Bitrates in kbit/s by [layer - 1][bitrate index] (ISO/IEC 11172-3, 2.4.2.3); index 0 would be free
  *  format, which this encoder does not write. */
-#ifdef __cplusplus
+#if defined(__cplusplus) && __cplusplus >= 201703L
 inline constexpr
+#elif defined(__cplusplus)
+static constexpr
 #else
 static const
 #endif
