@@ -34,7 +34,9 @@ if(DEFINED ENV{SOURCE_DATE_EPOCH})
         OUTPUT_STRIP_TRAILING_WHITESPACE)
 endif()
 
-set(exact "libvela-enc-mp1a2 (= ${PROJECT_VERSION})")
+# Headers may need what their library has first; the element needs what debian/symbols has, whatever came after.
+set(no_older "libvela-enc-mp1a2 (>= ${PROJECT_VERSION})")
+set(any_since "libvela-enc-mp1a2 (>= 2.0.1)")
 set(no_licence "\n\nNo licence has been granted yet.")
 set(INCLUDED)
 package(runtime libvela-enc-mp1a2 libs "MPEG-1 Audio Layer I/II encoder (library)"
@@ -42,7 +44,8 @@ package(runtime libvela-enc-mp1a2 libs "MPEG-1 Audio Layer I/II encoder (library
 same bytes on every machine.${no_licence}")
 package(dev libvela-enc-mp1a-dev libdevel "MPEG-1 Audio Layer I/II encoder (development files)"
     "Headers, the manual page of the function interface, and files for pkg-config
-and for CMake's find_package.${no_licence}" ${exact})
+and for CMake's find_package, with the host guide and examples in C++, Python
+and Rust.${no_licence}" ${no_older})
 if(TARGET velaenc)
     # Libraries that are headers only: their notice goes where their code goes.
     foreach(library CLI11=libcli11-dev "JSON for Modern C++=nlohmann-json3-dev")
@@ -55,31 +58,35 @@ if(TARGET velaenc)
             message(WARNING "${notice} is missing: packages of this build lack the notice of ${CMAKE_MATCH_1}")
         endif()
     endforeach()
-    package(tools velaenc sound "MPEG-1 Audio Layer I/II encoder (command line)"
+    package(tools velaenc sound "MPEG-1 Audio Layer I/II encoder and inspector (command line)"
         "Encodes audio files as MPEG-1 Audio Layer I or Layer II, with the rules of
-VCD, SVCD, DVD, DVB and other target formats.${no_licence}")
+VCD, SVCD, DVD, DVB and other target formats, one or whole folders of them.
+velainfo tells what is in such a stream and whether it is sound.${no_licence}")
     set(INCLUDED)
 endif()
 if(TARGET gstvelamp2)
     package(gstreamer gstreamer1.0-velamp2 libs "MPEG-1 Audio Layer I/II encoder (GStreamer element)"
-        "The element velamp2enc, which encodes as MPEG-1 Audio Layer I or Layer II.${no_licence}" ${exact})
+        "The element velamp2enc, which encodes as MPEG-1 Audio Layer I or
+Layer II; encodebin finds it by itself.${no_licence}" ${any_since})
 endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vela-enc-mp1a)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # or every package would begin with the project's
 set(CPACK_PACKAGE_CONTACT "${VELA_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
 # Folders that no rule names get the mask of whoever makes the packages otherwise.
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/folder_permissions.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/no_ldconfig.cmake)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-configure_file(debian/shlibs.in shlibs @ONLY)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-    ${CMAKE_CURRENT_BINARY_DIR}/shlibs ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
+    ${CMAKE_CURRENT_SOURCE_DIR}/debian/symbols ${CMAKE_CURRENT_SOURCE_DIR}/debian/shlibs
+    ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

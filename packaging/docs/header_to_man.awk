@@ -35,10 +35,19 @@ function write_text(    i, fixed, s, at) {
     in_tag = 0
 }
 
-function end_declaration() {
+function write_comment() {
     write_text()
     lines = 0
     state = ""
+}
+
+function end_declaration(    i) {
+    print ".PP\n.nf"
+    for (i = 1; i <= declared; ++i) print roff(declaration[i])
+    declared = 0
+    print ".fi\n.RS"
+    write_comment()
+    print ".RE"
 }
 
 BEGIN {
@@ -52,6 +61,10 @@ FNR == 1 {
     sub(/.*include\//, "", name)
     printf ".SH \"%s\"\n", toupper(name)
 }
+
+# One comment may stand over several macros.
+state == "macro" && /^#define/ { state = "declaration" }
+state == "macro" { end_declaration() }
 
 # A comment of a declaration starts in the first column; those of members are part of their record.
 state == "" && /^\/\*\*/ {
@@ -70,26 +83,29 @@ state == "comment" {
     sub(/^ /, "")
     if (!(ended && $0 == "")) comment[++lines] = $0
     if (!ended) next
-    if (head) end_declaration()
+    if (head) write_comment()
     else state = "declaration"
-    first = 1
     next
 }
 
-state == "declaration" {
-    if (first) printf ".PP\n.nf\n"
-    first = 0
+# Of what differs by language, C has the page.
+/^#if.*__cplusplus/ { in_cplusplus = 1 }
+/^#elif/ { next }
+/^#(else|endif)/ { in_cplusplus = 0 }
+/^#(if|else|endif|pragma)/ { next }
+
+# A declaration without a comment is one line.
+state == "" && /^typedef .*;$/ { state = "declaration" }
+
+state == "declaration" && !in_cplusplus {
     sub(/^MPEG_A_API /, "")
     sub(/ MPEG_A_NOEXCEPT/, "")
-    if ($0 !~ /^#(if|else|endif)/) print roff($0)
-    # The record or the prototype is over; a macro has one line.
-    if (/^#define/ || /^}.*;$/ || (/;$/ && !/^    /) || /^[^{}]*\).*;$/) {
-        print ".fi\n.RS"
-        end_declaration()
-        print ".RE"
-    }
+    declaration[++declared] = $0
+    depth += gsub(/[{(]/, "&") - gsub(/[})]/, "&")
+    if (/^#define/) state = "macro"
+    else if (depth == 0 && /;$/) end_declaration()
 }
 
 END {
-    print ".SH SEE ALSO\n.BR velaenc (1)"
+    print ".SH SEE ALSO\n.BR velaenc (1),\n.BR velainfo (1)"
 }

@@ -1,5 +1,7 @@
 # A program's --help as a manual page or as a shell's completion, so that options are written down once.
-# Usage: PROGRAM --help | awk -v to=man|bash|zsh|fish -v program=NAME -v version=VERSION [-v also=PAGE] -f help_to.awk
+# Usage: PROGRAM --help | awk -v to=man|bash|zsh|fish -v program=NAME -v version=VERSION [-v also=PAGES] [-v docs=FOLDER]
+#            -f help_to.awk
+# PAGES are other pages, as `velainfo(1) ...`; FOLDER is where what the help calls docs/ is installed.
 #
 # The help is a description, "Usage:", groups of options ("Options:", two blanks before each name, the explanation
 # from column 31 on or in the next lines), and paragraphs; a paragraph that ends with a colon heads a list.
@@ -72,19 +74,43 @@ function write_man(    i, n, previous, flowing) {
         printf ".TP\n.BR \"%s\"%s\n%s\n", roff(i), value[n] == "" || value[n] == "TEXT" ? "" : " \" " roff(value[n]) "\"",
             roff(text[n])
     }
-    printf ".SH NOTES\n"
-    for (i = 1; i <= closings; ++i) {
-        if (closing[i] ~ /^Exit codes:$/) {
-            printf ".SH EXIT STATUS\n"
-        } else if (closing[i] ~ /^  /) {
-            n = match(substr(closing[i], 3), /   */)
-            if (n > 0) printf ".TP\n.B %s\n%s\n", roff(substr(closing[i], 3, n - 1)), roff(substr(closing[i], n + RLENGTH + 2))
-            else printf ".br\n%s\n", roff(substr(closing[i], 3))
-        } else {
-            print closing[i] == "" ? ".PP" : roff(closing[i])
-        }
+    write_notes()
+    n = split(also, page, " ")
+    for (i = 1; i <= n; ++i) {
+        sub(/\(/, " (", page[i])
+        printf "%s.BR %s%s\n", i == 1 ? ".SH SEE ALSO\n" : "", page[i], i < n ? "," : ""
     }
-    if (also != "") printf ".SH SEE ALSO\n.BR %s\n", also
+}
+
+# Paragraphs and lists; a list has its explanations in one column, which its first item shows.
+function write_notes(    i, s, at, list, heading, column) {
+    heading = ".SH NOTES"
+    for (i = 1; i <= closings; ++i) {
+        s = closing[i]
+        gsub(/docs\//, docs, s)
+        if (s == "") {
+            if (heading == "") heading = ".PP"
+        } else if (s ~ /^(Examples|Exit codes):$/) {
+            heading = s ~ /^Ex.t/ ? ".SH EXIT STATUS" : ".SH EXAMPLES"
+        } else if (s ~ /^  /) {
+            if (!list) column = match(substr(s, 3), /   */) ? RSTART + RLENGTH + 2 : 0
+            if (heading != ".PP" && heading != "") print heading
+            at = column > 0 && substr(s, column - 1, 1) == " " ? column : match(substr(s, 3), /   */) + RLENGTH + 2
+            printf ".TP\n.B %s\n%s\n", roff(trimmed(substr(s, 3, at - 3))), roff(substr(s, at))
+            heading = ""
+        } else {
+            if (heading != "" || list) print heading == "" ? ".PP" : heading
+            print roff(s)
+            heading = ""
+        }
+        list = s ~ /^  /
+        if (s == "" && heading == "") heading = ".PP"
+    }
+}
+
+function trimmed(s) {
+    sub(/ +$/, "", s)
+    return s
 }
 
 # The words that a value is one of, or "".
@@ -100,7 +126,12 @@ function is_file(n) { return value[n] ~ /FILE|DIR|FOLDER|PATH|LIST/ }
 function is_folder(n) { return value[n] ~ /DIR|FOLDER/ }
 
 function write_bash(    n, all, flat) {
-    printf "# bash completion for %s\n_%s() {\n    local word=$2\n    COMPREPLY=()\n    case $3 in\n", program, program
+    printf "# bash completion for %s\n_%s() {\n    local word=$2 option=$3 prefix=\n", program, program
+    # What stands behind --preset= is a word of its own, as = is, unless the user has it otherwise.
+    printf "    [[ $option != = ]] || option=${COMP_WORDS[COMP_CWORD - 2]}\n"
+    printf "    [[ $word != = ]] || word=\n"
+    printf "    [[ $word != --*=* ]] || { option=${word%%%%=*} && prefix=$option= && word=${word#*=}; }\n"
+    printf "    COMPREPLY=()\n    case $option in\n"
     for (n = 1; n <= options; ++n) {
         if (names[n] !~ /^-/) continue
         flat = names[n]
@@ -109,8 +140,8 @@ function write_bash(    n, all, flat) {
         if (value[n] == "") continue
         gsub(/ /, " | ", flat)
         printf "        %s)\n", flat
-        if (words(n) != "") printf "            mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$word\")\n", words(n)
-        else if (is_file(n)) printf "            mapfile -t COMPREPLY < <(compgen -%s -- \"$word\")\n", is_folder(n) ? "d" : "f"
+        if (words(n) != "") printf "            mapfile -t COMPREPLY < <(compgen -P \"$prefix\" -W '%s' -- \"$word\")\n", words(n)
+        else if (is_file(n)) printf "            mapfile -t COMPREPLY < <(compgen -P \"$prefix\" -%s -- \"$word\")\n", is_folder(n) ? "d" : "f"
         printf "            return\n            ;;\n"
     }
     printf "    esac\n    case $word in\n        -*) mapfile -t COMPREPLY < <(compgen -W '%s' -- \"$word\") ;;\n", all
@@ -128,7 +159,8 @@ function write_zsh(    n, i, count, name, quoted, action) {
         if (words(n) != "") action = ":value:(" words(n) ")"
         else if (is_file(n)) action = action (is_folder(n) ? "_files -/" : "_files")
         count = split(names[n], name, ",")
-        for (i = 1; i <= count; ++i) printf "    '%s[%s]%s' \\\n", name[i], quoted, action
+        for (i = 1; i <= count; ++i) printf "    '%s%s[%s]%s' \\\n", name[i],
+            value[n] == "" ? "" : name[i] ~ /^--/ ? "=" : "+", quoted, action
     }
     printf "    '*:file:_files'\n"
 }

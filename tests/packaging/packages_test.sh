@@ -19,7 +19,7 @@ case $3 in
         exit
         ;;
     lintian)
-        complaints=$(lintian --fail-on error "$made"/*.deb 2>&1) || die "$complaints"
+        complaints=$(lintian --fail-on error,warning "$made"/*.deb 2>&1) || die "$complaints"
         exit
         ;;
 esac
@@ -100,6 +100,11 @@ _velaenc velaenc --p velaenc
 [[ " ${COMPREPLY[*]} " == *" --preset "* ]] || die "bash completes --p to ${COMPREPLY[*]}"
 _velaenc velaenc j --mode
 [ "${COMPREPLY[*]}" = joint ] || die "bash completes --mode j to ${COMPREPLY[*]}"
+COMP_WORDS=(velaenc --preset = v) COMP_CWORD=3
+_velaenc velaenc v =
+[ "${COMPREPLY[*]}" = vcd ] || die "bash completes --preset=v to ${COMPREPLY[*]}"
+_velaenc velaenc --preset=v velaenc
+[ "${COMPREPLY[*]}" = --preset=vcd ] || die "bash completes --preset=v, as one word, to ${COMPREPLY[*]}"
 mkdir "$work/built.d"
 _velaenc velaenc "$work/built." --output-dir
 [ "${COMPREPLY[*]}" = "$work/built.d" ] || die "bash completes --output-dir to ${COMPREPLY[*]}, no folder"
@@ -109,7 +114,17 @@ for option in $("$usr/bin/velaenc" --help | grep -oE '^  (-.,)?--[a-z-]+' | sed 
     done
     grep -q -e "-l $option " "$usr/share/fish/vendor_completions.d/velaenc.fish" || die "fish lacks --$option"
 done
-zcat "$usr/share/man/man3/vela_enc_mp1a.3.gz" | grep -q 'mpegOutAudioPutBytes' || die "vela_enc_mp1a(3) is empty"
+
+# vela_enc_mp1a(3) has the declarations of the headers, all of them and no other.
+tokens() {
+    cc -E -P -dD -x c - | sed -E '/^#(undef|pragma|define (MPEG_A_(API|NOEXCEPT) |[^M]))/d; s/__attribute__[^;]*"\)\)\)//' |
+        tr '\n' ' ' | sed -E 's/_Static_assert[^;]*;//g' | grep -oE '\w+|[^[:alnum:]_[:space:]]'
+}
+headers=("$usr"/include/vela_enc_mp1a/{encoder,settings,bufstream}.h)
+diff <(for header in "${headers[@]}"; do grep -v '#include' "$header" | tokens; done) \
+    <(zcat "$usr/share/man/man3/vela_enc_mp1a.3.gz" |
+        awk '/^\.nf/ { block = "" } { block = block $0 "\n" } /^\.RS/ { print block }' |
+        sed 's/\\e/\\/g; s/\\-/-/g; /^\./d' | tokens) || die "vela_enc_mp1a(3) has other declarations (>) than the headers (<)"
 
 plugin=$(find "$usr" -name 'libgst*.so')
 if [ -n "$plugin" ]; then
