@@ -177,6 +177,9 @@ TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_
         {"cat raw | ", "- --raw --rate 48000 --channels 2 --format f32"},
         {"(head -c 700001; sleep 0.1; cat) < 16.wav | ", "-"},
         {"cat cut.wav | ", "-"},
+        {"", "24.wav --preset dvd --mode mono"},
+        {"(head -c 700001; sleep 0.1; cat) < 16.wav | ", "- --to-rate 44100"},
+        {"", "- --raw --rate 22051 --channels 1 --format f32 < raw"},
     };
     for (const auto &each : cases) {
         const auto with = [&](const std::string &jobs) {

@@ -1,6 +1,7 @@
 // Where the encode loop gets its PCM from: blocks of interleaved samples in a format the encoder takes.
 #pragma once
 
+#include "input/shared_work.hpp"
 #include "input/speaker.hpp"
 
 #include <chrono>
@@ -47,6 +48,10 @@ class pcm_source {
 
     /// Whether next_block() will have something to return by that time. Files always have.
     virtual bool ready_before(std::chrono::steady_clock::time_point) const { return true; }
+
+    /// Has a crew do what can be done beside reading, until it is told another one.
+    /// @param crew  null: none
+    virtual void work_with(work_crew *) noexcept {}
 
     /// Where each channel belongs; empty where the input does not tell.
     virtual std::vector<speaker> speakers() const { return {}; }

@@ -1,80 +1,118 @@
 #include "input/resampler.hpp"
 
-#include "common/failure.hpp"
-#include "input/sample_value.hpp"
-
-#include <cstdlib>
-#include <soxr.h>
+#include <algorithm>
 
 namespace tools {
 namespace {
 
-/// libsoxr's code for AVX rounds otherwise in the last bit now and then; the plain code gives the same
-/// samples on every machine. It looks there whenever a filter is made, so this is set before any thread
-/// starts.
-[[maybe_unused]] const int plain_arithmetic = ::setenv("SOXR_USE_SIMD64", "0", 1);
+/// Of a piece that waits for a crew: rates beyond any use would fill the memory.
+constexpr std::uint64_t most_bytes_in = 64 << 20;
 
-void check(soxr_error_t error) {
-    if (error != nullptr)
-        throw failure(exit_code::internal, std::string("resampling failed: ") + error);
-}
+/// Samples that go in before the first one comes out, at most.
+constexpr std::size_t filter_delay = 8192;
+
+/// One being made and one ready for every thread.
+constexpr std::size_t pieces_per_thread = 2;
 
 } // namespace
 
-void resampler::deleter::operator()(soxr *filter) const noexcept {
-    soxr_delete(filter);
-}
-
-resampler::resampler(std::unique_ptr<pcm_source> source, int rate) : source_filter(std::move(source)) {
-    const int from = shape_.rate;
+resampler::resampler(std::unique_ptr<pcm_source> source, int rate)
+    : source_filter(std::move(source)), plan_(shape_.rate, rate) {
     shape_.rate = rate;
     shape_.format = sample_format::f32;
-    const auto formats = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
-    const auto quality = soxr_quality_spec(SOXR_VHQ, 0);
-    soxr_error_t error = nullptr;
-    filter_.reset(soxr_create(from, rate, static_cast<unsigned>(shape_.channels), &error, &formats,
-                              &quality, nullptr));
-    check(error);
-    in_.reserve(block_bytes); // never null, which would be the end for the filter
-    out_.resize(block_bytes / sizeof(float));
 }
 
 std::optional<std::uint64_t> resampler::length() const noexcept {
     const auto known = source().length();
-    if (!known) return std::nullopt;
-    return static_cast<std::uint64_t>(static_cast<double>(*known) * shape_.rate / source().shape().rate
-                                      + 0.5);
+    return known ? std::optional(plan_.samples_out(*known)) : std::nullopt;
+}
+
+void resampler::work_with(work_crew *crew) noexcept {
+    source_filter::work_with(crew);
+    const bool fits = plan_.length * source().shape().instant_bytes() <= most_bytes_in;
+    crew_ = fits ? crew : nullptr;
 }
 
 std::span<const std::byte> resampler::next_block() {
-    std::size_t floats = drain();
-    while (floats == 0 && !ended_) {
-        if (used_ == in_.size()) feed(); // it may take a part and give nothing
-        floats = drain();
+    for (;;) {
+        resampled_piece *const first = pieces_.empty() ? nullptr : pieces_.front().get();
+        const bool is_here = first != nullptr && !first->is_with_crew;
+        if (is_here) {
+            if (const auto block = first->take(); !block.empty()) return std::as_bytes(block);
+            if (first->is_complete()) {
+                idle_.push_back(std::move(pieces_.front()));
+                pieces_.pop_front();
+                continue;
+            }
+        }
+        if (crew_wants_more()) {
+            gather();
+        } else if (first != nullptr && !is_here) {
+            crew_->finish(*first);
+            first->is_with_crew = false;
+        } else if (is_here && (first->bytes_waiting() > 0 || ended_)) {
+            first->run();
+        } else if (!ended_) {
+            gather();
+        } else {
+            return {};
+        }
     }
-    return std::as_bytes(std::span(out_).first(floats));
 }
 
 bool resampler::ready_before(std::chrono::steady_clock::time_point time) const {
-    return ended_ || used_ < in_.size() || source_filter::ready_before(time);
+    const std::size_t enough = filter_delay * source().shape().instant_bytes();
+    const auto gives_more = [enough](const auto &piece) {
+        return piece->is_with_crew || piece->has_output() || piece->bytes_waiting() > enough;
+    };
+    return ended_ || std::ranges::any_of(pieces_, gives_more) || source().ready_before(time);
 }
 
-void resampler::feed() {
+bool resampler::crew_wants_more() const {
+    if (crew_ == nullptr || ended_) return false;
+    const auto there = std::ranges::count_if(pieces_, &resampled_piece::is_with_crew);
+    return static_cast<std::size_t>(there) < pieces_per_thread * crew_->threads()
+           && source().ready_before(std::chrono::steady_clock::now());
+}
+
+/// Takes a block of the source, and hands those pieces that have all of their input to the crew.
+void resampler::gather() {
     const auto block = source().next_block();
     ended_ = block.empty();
-    load_samples(block, source().shape().format, in_);
-    used_ = 0;
+    distribute(block);
+    for (auto &piece : pieces_) {
+        if (ended_) piece->end();
+        if (crew_ == nullptr || piece->is_with_crew || piece->bytes_wanted() > 0
+            || piece->is_complete())
+            continue;
+        piece->is_with_crew = true;
+        crew_->submit(*piece);
+    }
 }
 
-/// Has the filter take what there is, and returns the floats that come out.
-std::size_t resampler::drain() {
-    const auto channels = static_cast<std::size_t>(shape_.channels);
-    std::size_t taken = 0, given = 0;
-    const float *const in = ended_ ? nullptr : in_.data() + used_;
-    check(soxr_process(filter_.get(), in, ended_ ? 0 : (in_.size() - used_) / channels, &taken,
-                       out_.data(), out_.size() / channels, &given));
-    used_ += taken * channels;
-    return given * channels;
+void resampler::distribute(std::span<const std::byte> block) {
+    const std::size_t instant = source().shape().instant_bytes();
+    while (!block.empty()) {
+        if (read_ == next_begin_) open_piece();
+        const auto part = block.first(static_cast<std::size_t>(
+            std::min<std::uint64_t>(block.size(), (next_begin_ - read_) * instant)));
+        for (auto &piece : pieces_)
+            piece->put(part.first(std::min(part.size(), piece->bytes_wanted())));
+        read_ += part.size() / instant;
+        block = block.subspan(part.size());
+    }
+}
+
+void resampler::open_piece() {
+    if (idle_.empty()) {
+        pieces_.push_back(std::make_unique<resampled_piece>(plan_, source().shape()));
+    } else {
+        pieces_.push_back(std::move(idle_.back()));
+        idle_.pop_back();
+    }
+    const bool is_first = next_begin_ == 0;
+    pieces_.back()->begin(is_first);
+    next_begin_ += is_first ? plan_.length - plan_.overlap : plan_.length;
 }
 
 } // namespace tools

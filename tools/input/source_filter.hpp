@@ -14,6 +14,7 @@ class source_filter : public pcm_source {
     bool ready_before(std::chrono::steady_clock::time_point time) const override {
         return source_->ready_before(time);
     }
+    void work_with(work_crew *crew) noexcept override { source_->work_with(crew); }
     std::vector<speaker> speakers() const override { return source_->speakers(); }
     bool seek(std::uint64_t sample) override { return source_->seek(sample); }
 

@@ -32,6 +32,10 @@ class parallel_run {
           frame_samples_(settings.audio_layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES),
           reader_(source, frame_samples_, how.segment_frames) {}
 
+    ~parallel_run() { source_.work_with(nullptr); }
+    parallel_run(const parallel_run &) = delete;
+    parallel_run &operator=(const parallel_run &) = delete;
+
     encoded_sound run() {
         form_crew();
         if (source_.length() > segment_samples() && source_.another()) {
@@ -46,6 +50,7 @@ class parallel_run {
     enum class input { ready, late, ended };
 
     encoded_sound read_here() {
+        source_.work_with(&*crew_);
         for (auto state = input::ready; state != input::ended && works_;) {
             auto next = vacant_segment();
             reader_.begin(*next);

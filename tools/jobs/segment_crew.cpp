@@ -36,7 +36,7 @@ bool try_to_read(segment &into, pcm_source &reader, std::size_t frame_samples) {
     return into.is_sound;
 }
 
-void encode(segment &what, sample_format format, stream_encoder &encoder) {
+void encode_sound(segment &what, sample_format format, stream_encoder &encoder) {
     const std::span pcm(what.pcm);
     encoder.go_to(what.first_frame, pcm.first(what.history_bytes));
     encoder.put(pcm.subspan(what.history_bytes));
@@ -68,10 +68,19 @@ segment_crew::~segment_crew() {
 void segment_crew::submit(segment &next) {
     next.done = false;
     if (next.pcm_bytes != 0 && !own_reader_) own_reader_ = source_.another();
+    enqueue(&next);
+}
+
+void segment_crew::submit(tools::work &next) {
+    next.done = false;
+    enqueue(&next);
+}
+
+void segment_crew::enqueue(job next) {
     std::size_t waiting = 0;
     {
         const std::lock_guard lock(mutex_);
-        waiting_.push_back(&next);
+        waiting_.push_back(next);
         waiting = waiting_.size();
     }
     // The first one is left to whoever comes first: a source that is slower than one thread needs no
@@ -81,12 +90,12 @@ void segment_crew::submit(segment &next) {
     if (workers_.size() < most_workers_ && (spare_ == nullptr || spare_->take())) start_worker();
 }
 
-void segment_crew::finish(segment &wanted) {
+void segment_crew::wait_for(const bool &done) {
     std::unique_lock lock(mutex_);
-    while (!wanted.done) {
-        done_.wait(lock, [&] { return wanted.done || !waiting_.empty() || error_; });
+    while (!done) {
+        done_.wait(lock, [&] { return done || !waiting_.empty() || error_; });
         if (error_) std::rethrow_exception(error_);
-        if (!wanted.done) encode_first_waiting(lock, own_, own_reader_);
+        if (!done) do_first_waiting(lock, own_, own_reader_);
     }
 }
 
@@ -110,7 +119,7 @@ void segment_crew::work(const std::stop_token &stop, std::unique_ptr<pcm_source>
         stream_encoder encoder(settings_, source_.shape(), most_frames_ + 1);
         std::unique_lock lock(mutex_);
         while (submitted_.wait(lock, stop, [this] { return !waiting_.empty(); })) {
-            encode_first_waiting(lock, encoder, reader);
+            do_first_waiting(lock, encoder, reader);
             done_.notify_one();
         }
     } catch (...) {
@@ -120,18 +129,25 @@ void segment_crew::work(const std::stop_token &stop, std::unique_ptr<pcm_source>
     }
 }
 
-void segment_crew::encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder,
-                                        std::unique_ptr<pcm_source> &reader) {
-    segment &first = *waiting_.front();
+void segment_crew::do_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder,
+                                    std::unique_ptr<pcm_source> &reader) {
+    const job first = waiting_.front();
     waiting_.pop_front();
     lock.unlock();
-    first.is_sound = first.pcm_bytes == 0 || (reader && try_to_read(first, *reader, frame_samples_));
-    if (first.is_sound) {
-        encode(first, source_.shape().format, encoder);
-        encoder.output().exchange(first.frames);
-    }
+    if (auto *const *frames = std::get_if<segment *>(&first))
+        encode(**frames, encoder, reader);
+    else
+        std::get<tools::work *>(first)->run();
     lock.lock();
-    first.done = true;
+    std::visit([](auto *what) { what->done = true; }, first);
+}
+
+void segment_crew::encode(segment &what, stream_encoder &encoder,
+                          std::unique_ptr<pcm_source> &reader) const {
+    what.is_sound = what.pcm_bytes == 0 || (reader && try_to_read(what, *reader, frame_samples_));
+    if (!what.is_sound) return;
+    encode_sound(what, source_.shape().format, encoder);
+    encoder.output().exchange(what.frames);
 }
 
 } // namespace tools

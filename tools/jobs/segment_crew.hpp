@@ -1,6 +1,7 @@
-// Threads that encode segments, each of them with an encoder of its own.
+// Threads that encode segments, each of them with an encoder of its own, and do other work before that.
 #pragma once
 
+#include "input/shared_work.hpp"
 #include "jobs/segment.hpp"
 #include "jobs/stream_encoder.hpp"
 #include "jobs/thread_budget.hpp"
@@ -10,6 +11,7 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <variant>
 #include <vector>
 
 namespace tools {
@@ -18,8 +20,8 @@ namespace tools {
 /// another one. A thread is started only when there is more to do than those that run can do, so a
 /// short file is encoded without any.
 ///
-///     submit() --> waiting_ --> a worker, or finish() --> segment.done
-class segment_crew {
+///     submit() --> waiting_ --> a worker, or finish() --> segment.done, work.done
+class segment_crew final : public work_crew {
   public:
     /// @param source  where segments that are not there yet are read from, each thread by a reader of
     ///                its own; the source itself is not touched
@@ -29,26 +31,33 @@ class segment_crew {
                  std::size_t most_frames, thread_budget *spare = nullptr);
 
     /// Segments that no thread has begun stay as they are.
-    ~segment_crew();
+    ~segment_crew() override;
     segment_crew(const segment_crew &) = delete;
     segment_crew &operator=(const segment_crew &) = delete;
 
     /// Segments come in the order of the stream.
     /// @param next  belongs to the crew until it is finished or the crew has gone
     void submit(segment &next);
+    void submit(work &next) override;
 
     /// Threads so far, the caller's included.
-    std::size_t threads() const noexcept { return 1 + workers_.size(); }
+    std::size_t threads() const noexcept override { return 1 + workers_.size(); }
 
     /// Returns when the segment is done.
     /// @throws whatever ended a worker
-    void finish(segment &wanted);
+    void finish(segment &wanted) { wait_for(wanted.done); }
+    void finish(work &wanted) override { wait_for(wanted.done); }
 
   private:
+    using job = std::variant<segment *, tools::work *>;
+
+    void enqueue(job next);
+    void wait_for(const bool &done);
     void start_worker();
     void work(const std::stop_token &stop, std::unique_ptr<pcm_source> reader);
-    void encode_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder,
-                              std::unique_ptr<pcm_source> &reader);
+    void do_first_waiting(std::unique_lock<std::mutex> &lock, stream_encoder &encoder,
+                          std::unique_ptr<pcm_source> &reader);
+    void encode(segment &what, stream_encoder &encoder, std::unique_ptr<pcm_source> &reader) const;
 
     mpeg_a_settings settings_;
     const pcm_source &source_;
@@ -59,10 +68,10 @@ class segment_crew {
     std::unique_ptr<pcm_source> own_reader_; ///< while segments are to be read
     thread_budget *spare_;
 
-    std::mutex mutex_; ///< of the members below, and of segment::done
+    std::mutex mutex_; ///< of the members below, and of whether a job is done
     std::condition_variable_any submitted_;
     std::condition_variable done_;
-    std::deque<segment *> waiting_;
+    std::deque<job> waiting_;
     std::exception_ptr error_;
     std::vector<std::jthread> workers_; ///< last, so that they end before what they use
 };
