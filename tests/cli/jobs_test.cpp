@@ -12,13 +12,11 @@
 namespace velaenc_test {
 namespace {
 
-using bytes = std::vector<std::uint8_t>;
-
 /// PCM from memory in blocks of a given length, which lets others wait every now and then.
 class memory_source final : public tools::pcm_source {
   public:
-    memory_source(const mp1a_test::stream &how, const bytes &pcm, std::size_t block_instants,
-                  bool endless = false)
+    memory_source(const mp1a_test::stream &how, const std::vector<std::uint8_t> &pcm,
+                  std::size_t block_instants, bool endless = false)
         : shape_{how.rate, how.channels(), static_cast<tools::sample_format>(how.width)},
           pcm_(std::as_bytes(std::span(pcm))), block_(block_instants * shape_.instant_bytes()),
           endless_(endless) {}
@@ -136,7 +134,7 @@ TEST_F(jobs_test, a_source_that_seeks_to_other_samples_or_promises_too_many_is_r
 
 TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {
     const mp1a_test::stream how;
-    const bytes pcm(4 * 1152);
+    const std::vector<std::uint8_t> pcm(4 * 1152);
     memory_source endless(how, pcm, 1152, true);
     tools::output_file full("/dev/full", {});
     tools::frame_writer writer(full, nullptr);

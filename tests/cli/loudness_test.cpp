@@ -11,7 +11,7 @@
 namespace velaenc_test {
 namespace {
 
-constexpr int rate = 48000;
+constexpr int sound_rate = 48000;
 
 /// A part of a signal: a sine of the same phase and level in both channels.
 struct tone {
@@ -23,8 +23,8 @@ std::vector<float> signal(const std::vector<tone> &tones, int times = 1) {
     std::vector<float> samples;
     for (; times > 0; --times)
         for (const auto &[db, seconds, hertz, phase] : tones)
-            for (int i = 0, n = static_cast<int>(std::lround(seconds * rate)); i < n; ++i) {
-                const double turns = hertz * i / rate + phase / 360;
+            for (int i = 0, n = static_cast<int>(std::lround(seconds * sound_rate)); i < n; ++i) {
+                const double turns = hertz * i / sound_rate + phase / 360;
                 // A step overshoots.
                 const double rise = phase == 0 ? 1 : std::min({1.0, i / 480.0, (n - i) / 480.0});
                 const auto value = static_cast<float>(rise * std::pow(10, db / 20)
@@ -36,7 +36,7 @@ std::vector<float> signal(const std::vector<tone> &tones, int times = 1) {
 
 /// Heard in pieces of no particular size.
 tools::loudness_figures figures_of(std::span<const float> samples, int channels = 2) {
-    tools::programme_meter meter(channels, rate);
+    tools::programme_meter meter(channels, sound_rate);
     for (std::size_t piece = 2; !samples.empty(); piece = piece * 7 % 30011 / 2 * 2 + 2) {
         const auto part = samples.first(std::min(piece, samples.size()));
         meter.add(part);
@@ -45,7 +45,7 @@ tools::loudness_figures figures_of(std::span<const float> samples, int channels 
     return meter.finish().figures();
 }
 
-constexpr double silence = -200;
+constexpr double no_sound = -200;
 
 TEST(loudness, is_that_of_tech_3341) {
     const struct {
@@ -68,20 +68,20 @@ TEST(loudness, is_that_of_tech_3341) {
     EXPECT_NEAR(figures_of(signal({{-33, 20}})).integrated.value(), -33, 0.1);
     for (int i = 0; i < 20; i += 7) { // 10 and 13: wherever the loud part begins
         EXPECT_NEAR(
-            figures_of(signal({{silence, i * 0.15}, {-23, 3}, {silence, 1}})).short_term.value(), -23,
+            figures_of(signal({{no_sound, i * 0.15}, {-23, 3}, {no_sound, 1}})).short_term.value(), -23,
             0.1)
             << i;
         EXPECT_NEAR(
-            figures_of(signal({{silence, i * 0.02}, {-23, 0.4}, {silence, 1}})).momentary.value(), -23,
-            0.1)
+            figures_of(signal({{no_sound, i * 0.02}, {-23, 0.4}, {no_sound, 1}})).momentary.value(),
+            -23, 0.1)
             << i;
     }
     const double minus_6 = 20 * std::log10(0.5), plus_3 = 20 * std::log10(1.41);
-    const tone peaks[] = {{minus_6, 1, rate / 4.0, 0},
-                          {minus_6, 1, rate / 4.0, 45},
-                          {minus_6, 1, rate / 6.0, 60},
-                          {minus_6, 1, rate / 8.0, 67.5},
-                          {plus_3, 1, rate / 4.0, 45}}; // 15 to 19
+    const tone peaks[] = {{minus_6, 1, sound_rate / 4.0, 0},
+                          {minus_6, 1, sound_rate / 4.0, 45},
+                          {minus_6, 1, sound_rate / 6.0, 60},
+                          {minus_6, 1, sound_rate / 8.0, 67.5},
+                          {plus_3, 1, sound_rate / 4.0, 45}}; // 15 to 19
     for (const tone &each : peaks) {
         const double error = figures_of(signal({each})).true_peak.value() - each.db;
         EXPECT_TRUE(error >= -0.4 && error <= 0.2) << each.phase << ": " << error;
@@ -108,7 +108,7 @@ class loudness_test : public workbench {
         std::vector<std::int16_t> samples;
         for (const float value : signal({{db, seconds}}))
             samples.push_back(static_cast<std::int16_t>(std::lround(value * 32767)));
-        put(name, wav(pcm(samples), 2, rate));
+        put(name, wav(pcm(samples), 2, sound_rate));
     }
 
     /// What another meter says of a file: integrated loudness in LUFS, or the true peak in dBTP.
@@ -137,7 +137,7 @@ TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
     run("velaenc in.wav --measure", 0, "loudness -30.0 LUFS");
     run("cat in.wav | velaenc - piped.mp2 --measure -j 3", 0, "loudness -30.0 LUFS");
     EXPECT_TRUE(get("piped.mp2") == get("in.mp2"));
-    put("silence.wav", wav(std::string(96000, 0), 2, rate));
+    put("silence.wav", wav(std::string(96000, 0), 2, sound_rate));
     run("velaenc silence.wav --loudness -23", 0, "its level stays");
     // After mixing down and resampling: three channels of which one is heard in both.
     std::vector<std::int16_t> surround;
@@ -145,7 +145,7 @@ TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
         if (surround.size() % 3 == 0)
             surround.insert(surround.end(), {0, 0, static_cast<std::int16_t>(value * 32767)});
     put("centre.wav", wav(pcm(surround), 3, 44100));
-    run("velaenc centre.wav centre.mp2 --to-rate 48000 --loudness -23");
+    run("velaenc centre.wav centre.mp2 --to-sound_rate 48000 --loudness -23");
     EXPECT_NEAR(measured("centre.mp2", "I"), -23, 0.2);
 }
 
@@ -178,7 +178,7 @@ std::vector<float> swelling_noise(std::size_t instants, std::size_t channels) {
     std::vector<float> samples;
     const auto source = noise(instants * channels);
     for (std::size_t i = 0; i < source.size(); ++i) {
-        const double t = static_cast<double>(i / channels) / rate;
+        const double t = static_cast<double>(i / channels) / sound_rate;
         const double level = 0.4 * std::abs(std::sin(t / 3)) * (i % 977 == 0 ? 1.9 : 0.3);
         samples.push_back(static_cast<float>(source[i] / 32768.0 * level));
     }
@@ -187,10 +187,10 @@ std::vector<float> swelling_noise(std::size_t instants, std::size_t channels) {
 
 TEST(loudness, of_parts_is_that_of_the_whole_in_one_go) {
     for (const std::size_t channels : {1u, 2u}) {
-        const std::size_t instants = 70 * rate + 12345;
+        const std::size_t instants = 70 * sound_rate + 12345;
         const auto samples = swelling_noise(instants, channels);
         const auto heard = figures_of(samples, static_cast<int>(channels));
-        ebur128_state *whole = ebur128_init(static_cast<unsigned>(channels), rate,
+        ebur128_state *whole = ebur128_init(static_cast<unsigned>(channels), sound_rate,
                                             EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK);
         ebur128_add_frames_float(whole, samples.data(), instants);
         double integrated = 0, range = 0, largest = 0;
@@ -206,8 +206,8 @@ TEST(loudness, of_parts_is_that_of_the_whole_in_one_go) {
         EXPECT_NEAR(heard.range, range, 0.2); // it looks once a second
         EXPECT_DOUBLE_EQ(heard.true_peak.value(), 20 * std::log10(largest));
     }
-    EXPECT_FALSE(figures_of(std::vector<float>(rate)).integrated);
-    EXPECT_FALSE(figures_of(std::vector<float>(rate)).true_peak);
+    EXPECT_FALSE(figures_of(std::vector<float>(sound_rate)).integrated);
+    EXPECT_FALSE(figures_of(std::vector<float>(sound_rate)).true_peak);
 }
 
 } // namespace
