@@ -145,7 +145,7 @@ TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
         if (surround.size() % 3 == 0)
             surround.insert(surround.end(), {0, 0, static_cast<std::int16_t>(value * 32767)});
     put("centre.wav", wav(pcm(surround), 3, 44100));
-    run("velaenc centre.wav centre.mp2 --to-sound_rate 48000 --loudness -23");
+    run("velaenc centre.wav centre.mp2 --to-rate 48000 --loudness -23");
     EXPECT_NEAR(measured("centre.mp2", "I"), -23, 0.2);
 }
 
