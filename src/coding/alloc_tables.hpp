@@ -187,14 +187,8 @@ inline constexpr alloc_table table_b2d =
 /// The table of a Layer II stream.
 /// @param channel_kbps  bitrate per channel in kbit/s
 inline constexpr const alloc_table &select_alloc_table(int sample_rate, int channel_kbps) noexcept {
-    if (sample_rate == 48000) {
-        if (channel_kbps >= 56) return table_b2a;
-        return channel_kbps <= 48 ? table_b2c : table_b2d;
-    }
-    if (channel_kbps >= 56 && channel_kbps <= 80) return table_b2a;
-    if (channel_kbps >= 96) return table_b2b;
-    if (sample_rate == 32000) return table_b2d;
-    return channel_kbps <= 48 ? table_b2c : table_b2d;
+    if (channel_kbps < 56) return sample_rate == 32000 ? table_b2d : table_b2c;
+    return sample_rate == 48000 || channel_kbps <= 80 ? table_b2a : table_b2b;
 }
 
 // ---- joint stereo ----

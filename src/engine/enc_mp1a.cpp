@@ -262,7 +262,6 @@ void enc_MP1A::bind_output(bufstream *output, PushData *sink) noexcept {
     if (encoder_ != nullptr) {
         adapter->next = std::exchange(replaced_, adapter);
     } else {
-        pushdata_bufstream::reset(adapter, 0);
         pushdata_bufstream::free(adapter);
     }
     old_sink->Release();

@@ -10,26 +10,23 @@ namespace vela {
 /// Gathers each frame's bytes and pushes them with the time stamp once the encoder reports the frame's
 /// end.
 ///
-///     buffer                     fill                            capacity
+///     buffer                     fill                            buffer_bytes
 ///     v                          v                               v
 ///     +--------------------------+-------------------------------+
 ///     | committed, not pushed    | lent by request()             |
 ///     +--------------------------+-------------------------------+
 struct pushdata_bufstream : bufstream {
-    static constexpr std::int32_t buffer_bytes = 4096;
+    static constexpr std::uint32_t buffer_bytes = 4096;
 
     /// @return the adapter, with a reference of its own on the sink; null when memory is out
     static pushdata_bufstream *create(PushData &sink) noexcept;
 
-    /// Slot 7 of the table: drops what has been committed and not pushed.
-    static std::uint32_t reset(bufstream *self, std::int32_t) noexcept;
-    /// Slot 8: frees the adapter and its reference.
-    static void free(bufstream *self) noexcept;
+    /// Frees the adapter and its reference; what has been committed and not pushed is dropped.
+    static void free(pushdata_bufstream *freed) noexcept;
 
     PushData *sink;
     std::uint8_t *buffer;
     std::int32_t fill;
-    std::int32_t capacity;
     pushdata_bufstream *next; ///< the engine's list of adapters to free later
 };
 
