@@ -4,6 +4,7 @@
 #include "coding/alloc_tables.hpp"
 #include "coding/kernels.hpp"
 #include "psy/standard_model.hpp"
+#include "psy/tuned_model.hpp"
 #include "stream/bit_buffer.hpp"
 
 #include <cmath>
@@ -93,21 +94,22 @@ kernel_run filterbank(level which, numbers kind, unsigned seed) {
     });
 }
 
+template <class Model>
 struct model_data {
-    standard_model model;
+    Model model;
     float in[2][640 + 8 * 1152];
-    smr_table out;
+    typename Model::findings out;
     int frame = 0;
 };
 
-template <int layer, int channels>
+template <class Model, int layer, int channels>
 kernel_run psychoacoustics(level which, numbers kind, unsigned seed) {
-    const auto data = std::make_shared<model_data>();
+    const auto data = std::make_shared<model_data<Model>>();
     constexpr int rates[] = {32000, 44100, 48000};
     source(kind, seed).fill<float>(data->in, seed % 5 == 4 ? 1e-3 : 32768);
     data->model.init(which, layer, channels, rates[seed % 3]);
     std::memset(data->out, 0, sizeof data->out);
-    return bind<double>(data, [](model_data &d) {
+    return bind<double>(data, [](model_data<Model> &d) {
         const float *const start[2] = {d.in[0] + 640 + 1152 * d.frame, d.in[1] + 640 + 1152 * d.frame};
         d.model.analyze(start, d.out);
         d.frame = (d.frame + 1) % 7;
@@ -173,6 +175,39 @@ kernel_run quantize(level which, numbers kind, unsigned seed) {
     });
 }
 
+struct noise_data {
+    part_samples samples, shared;
+    part_scalefactors scalefactors, shared_scalefactors;
+    double weight[32];
+    part_noise noise;
+    struct {
+        double sum[32];
+        part_noise noise;
+        noise_costs costs;
+    } out;
+};
+
+void sum_products(const coding_kernels &kernels, noise_data &d) {
+    kernels.sum_products(d.samples, d.shared, d.out.sum);
+}
+void own_noise(const coding_kernels &kernels, noise_data &d) {
+    kernels.own_noise(d.samples, d.scalefactors, d.out.noise);
+}
+void shared_noise(const coding_kernels &kernels, noise_data &d) {
+    kernels.shared_noise(d.samples, d.scalefactors, d.shared, d.shared_scalefactors, d.out.noise);
+}
+void add_noise_costs(const coding_kernels &kernels, noise_data &d) {
+    kernels.add_noise_costs(d.noise, d.weight, d.out.costs);
+}
+
+template <auto step>
+kernel_run noise(level which, numbers kind, unsigned seed) {
+    const auto data = std::make_shared<noise_data>();
+    source(kind, seed).fill<double>(*data);
+    return bind<double>(data,
+                        [&kernels = coding_kernels_of(which)](noise_data &d) { step(kernels, d); });
+}
+
 struct pack_data {
     sample_codes codes;
     coded_subband coded[60];
@@ -210,10 +245,18 @@ constexpr kernel kernels[] = {
     {"pcm_s24", pcm<&analysis_kernels::s24>},
     {"pcm_f32", pcm<&analysis_kernels::f32>},
     {"filterbank", filterbank},
-    {"psychoacoustics_layer1_mono", psychoacoustics<1, 1>},
-    {"psychoacoustics_layer1_stereo", psychoacoustics<1, 2>},
-    {"psychoacoustics_layer2_mono", psychoacoustics<2, 1>},
-    {"psychoacoustics_layer2_stereo", psychoacoustics<2, 2>},
+    {"psychoacoustics_layer1_mono", psychoacoustics<standard_model, 1, 1>},
+    {"psychoacoustics_layer1_stereo", psychoacoustics<standard_model, 1, 2>},
+    {"psychoacoustics_layer2_mono", psychoacoustics<standard_model, 2, 1>},
+    {"psychoacoustics_layer2_stereo", psychoacoustics<standard_model, 2, 2>},
+    {"tuned_psychoacoustics_layer1_mono", psychoacoustics<tuned_model, 1, 1>},
+    {"tuned_psychoacoustics_layer1_stereo", psychoacoustics<tuned_model, 1, 2>},
+    {"tuned_psychoacoustics_layer2_mono", psychoacoustics<tuned_model, 2, 1>},
+    {"tuned_psychoacoustics_layer2_stereo", psychoacoustics<tuned_model, 2, 2>},
+    {"sum_products", noise<sum_products>},
+    {"own_noise", noise<own_noise>},
+    {"shared_noise", noise<shared_noise>},
+    {"add_noise_costs", noise<add_noise_costs>},
     {"peaks", peaks},
     {"combine", combine},
     {"quantize_layer1", quantize<1>},

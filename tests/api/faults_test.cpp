@@ -55,7 +55,8 @@ struct faulty_output : fake_output {
             return plan.strikes(fault::request) ? nullptr : lend(s, n);
         };
         commit = [](bufstream *s, std::uint32_t n) {
-            return take(s, n) - (plan.strikes(fault::commit) ? 1 : 0);
+            if (!plan.strikes(fault::commit)) return take(s, n);
+            return n == 0 ? take(s, 0) + 1 : take(s, n - 1);
         };
     }
 };

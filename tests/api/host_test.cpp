@@ -218,6 +218,15 @@ TEST(host, pays_for_no_allocation_while_encoding) {
     EXPECT_EQ(allocations, before + 1) << "an encoder is one block";
 }
 
+TEST(host, gets_the_fastest_kernels) {
+    fake_output output;
+    const encoder_pointer encoder = make_encoder({});
+    ASSERT_EQ(mpegOutAudioInit(encoder.get(), &output), 0);
+    const void *held[sizeof(mpeg_a_encoder) / sizeof(void *)];
+    std::memcpy(held, encoder.get(), sizeof held);
+    EXPECT_GT(std::ranges::count(held, &vela::coding_kernels_of(vela::best_level())), 0);
+}
+
 TEST(host, chooses_the_sample_width_by_the_low_three_bits) {
     const std::pair<int, std::vector<int>> cases[] = {
         {2, {0, 1, 2, 5, 6, 7, 8, 10, -6}}, {3, {3, 11, -5}}, {4, {4, 12, 1 << 20 | 4}}};

@@ -70,6 +70,8 @@ constexpr char settings_cases[] = R"(
 3 | emphasis 3 | 1002 | 9 | audio emphasis for SVCD, should be none
 3 | mode 3 | 1003 | 10 | mono audio bitrate (224 kbps) for SVCD, range is 32 kbps .. 192 kbps
 3 | bitrate 2 | 40003 | 25 11 | audio bitrate (48 kbps) for SVCD, range is 64 kbps .. 384 kbps
+3 | mode 3 bitrate 0 | 40003 | 25 10 |
+3 8 10 | mode 3 bitrate 1 | 0 | |
 3 | rate 32000 | 1004 | 12 | audio sample rate (32000) for SVCD, should be 44100
 4 13 | layer 1 crc 0 emphasis 1 private 1 mode 2 rate 44100 | 8000 | 13 14 15 16 18 20 |
 4 13 14 15 | layer 1 | 8000 | 13 | audio layer (1) for DVD, should be 2

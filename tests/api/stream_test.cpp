@@ -1,6 +1,6 @@
 // Whole streams: every frame legal, equal to the literal encoder, the same however the input is cut.
 #include "host/encoding.hpp"
-#include "oracle/steps.hpp"
+#include "oracle/tuned.hpp"
 #include "parser/frame_parser.hpp"
 #include "parser/standard_tables.hpp"
 #include "stream/frame_header.hpp"
@@ -68,11 +68,12 @@ TEST(stream, every_frame_of_every_setting_at_every_level_is_legal_and_of_exact_l
     }
 }
 
-/// What an encoder that follows the standard's wording would put into a frame.
+/// What an encoder that follows the wording, the standard's or docs/sound.md, would put into a frame.
 class literal_encoder {
   public:
     literal_encoder(const stream &how, const std::vector<std::uint8_t> &pcm)
-        : how_(how), psy_(how.layer, how.rate), parts_(how.layer == 1 ? 1 : 3) {
+        : how_(how), psy_(how.layer, how.rate), tuned_(2, oracle::tuned_model(how.layer, how.rate)),
+          parts_(how.layer == 1 ? 1 : 3) {
         for (auto &channel : channel_)
             channel.assign(lead, 0.0F);
         const auto width = static_cast<std::size_t>(how.width);
@@ -89,8 +90,8 @@ class literal_encoder {
 
     void expect_frame(int number, const whole_frame &got) {
         analyze(number);
-        oracle::allocation_problem p = problem(got);
-        const auto expected = oracle::allocate(p);
+        set_problem(got);
+        const oracle::tuned_answer expected = answer();
         EXPECT_EQ(got.mode, how_.mode == 1 ? expected.mode : how_.mode);
         EXPECT_EQ(got.mode_extension, expected.extension);
         EXPECT_EQ(got.bits.rest, expected.left);
@@ -99,9 +100,13 @@ class literal_encoder {
             SCOPED_TRACE("channel " + std::to_string(ch) + ", subband " + std::to_string(sb));
             ASSERT_EQ(got.allocation[ch][sb], expected.allocation[ch][sb]);
             if (got.allocation[ch][sb] == 0) continue;
-            ASSERT_EQ(got.scfsi[ch][sb], how_.layer == 2 ? p.scfsi[ch][sb] : 2);
-            for (int part = 0; part < parts_; ++part)
-                expect_part(got, ch, sb, part);
+            ASSERT_EQ(got.scfsi[ch][sb], how_.layer == 2 ? expected.scfsi[ch][sb] : 2);
+            for (int part = 0; part < parts_; ++part) {
+                ASSERT_EQ(got.scalefactor[ch][part][sb], expected.index[ch][sb][part]);
+                const int source = sb < got.bound ? ch : 2;
+                const auto &scale = sb < got.bound ? expected.index[ch] : p_.index[2];
+                expect_part(got, ch, sb, part, source, scale[sb][part]);
+            }
         }
     }
 
@@ -110,46 +115,58 @@ class literal_encoder {
 
     void analyze(int number) {
         const int start = number * how_.frame_samples() - (how_.layer == 1 ? 64 : 0);
+        auto &samples = p_.samples;
         for (int c = 0; c < how_.channels(); ++c) {
             const float *const frame_start = channel_[c].data() + lead + start;
-            psy_.analyze(frame_start, c, smr_[c]);
+            if (how_.model == MPEG_A_MODEL_TUNED) {
+                tuned_[c].analyze(frame_start, p_.weights[c]);
+            } else {
+                psy_.analyze(frame_start, c, p_.smr[c]);
+            }
             for (int step = 0; step < 12 * parts_; ++step)
-                oracle::analyze(frame_start + 32 * step + 31, samples_[c][step]);
+                oracle::analyze(frame_start + 32 * step + 31, samples[c][step]);
         }
         for (int i = 0; i < 36 * 32; ++i) {
             const int step = i / 32, sb = i % 32;
-            samples_[2][step][sb] = (samples_[0][step][sb] + samples_[1][step][sb]) / 2;
+            samples[2][step][sb] = (samples[0][step][sb] + samples[1][step][sb]) / 2;
         }
         for (int i = 0; i < 3 * parts_ * 32; ++i) {
             const int sb = i % 32, part = i / 32 % parts_, c = i / 32 / parts_;
             double peak = 0;
             for (int j = 0; j < 12; ++j)
-                peak = std::max(peak, std::fabs(samples_[c][12 * part + j][sb]));
-            index_[c][sb][part] = oracle::scalefactor_index(peak);
+                peak = std::max(peak, std::fabs(samples[c][12 * part + j][sb]));
+            p_.index[c][sb][part] = oracle::scalefactor_index(peak);
         }
     }
 
-    oracle::allocation_problem problem(const whole_frame &got) {
+    void set_problem(const whole_frame &got) {
         const int slots = got.kbps * (how_.layer == 1 ? 12000 : 144000) / how_.rate + got.padding;
-        oracle::allocation_problem p{how_.layer, how_.channels(), how_.crc == 1, how_.mode == 1};
-        p.table = tools::table_of(how_.rate, got.kbps / how_.channels());
-        p.budget = slots * (how_.layer == 1 ? 32 : 8);
-        for (int i = 0; i < 32 * p.channels; ++i) {
-            p.smr[i / 32][i % 32] = smr_[i / 32][i % 32];
-            if (how_.layer == 2)
-                p.scfsi[i / 32][i % 32] = oracle::select_scalefactors(index_[i / 32][i % 32]);
-        }
-        return p;
+        p_.layer = how_.layer;
+        p_.channels = how_.channels();
+        p_.crc = how_.crc == 1;
+        p_.joint = how_.mode == 1;
+        p_.table = tools::table_of(how_.rate, got.kbps / how_.channels());
+        p_.budget = slots * (how_.layer == 1 ? 32 : 8);
     }
 
-    /// Scale factors as chosen, samples as quantized. Where a sample lies on the boundary between two
-    /// codes, the rounding of the arithmetic decides.
-    void expect_part(const whole_frame &got, int ch, int sb, int part) {
-        ASSERT_EQ(got.scalefactor[ch][part][sb], index_[ch][sb][part]);
-        const int source = sb < got.bound ? ch : 2, steps = got.steps[ch][sb];
-        const double scale = tools::scalefactor(index_[source][sb][part]);
+    oracle::tuned_answer answer() {
+        if (how_.model == MPEG_A_MODEL_TUNED) return oracle::allocate(p_);
+        oracle::tuned_answer answer;
+        std::copy_n(&p_.index[0][0][0], 2 * 32 * 3, &answer.index[0][0][0]);
+        for (int i = 0; i < 64 && how_.layer == 2; ++i)
+            answer.scfsi[i / 32][i % 32] = p_.scfsi[i / 32][i % 32] =
+                oracle::select_scalefactors(answer.index[i / 32][i % 32]);
+        static_cast<oracle::allocation_answer &>(answer) =
+            oracle::allocate(static_cast<const oracle::allocation_problem &>(p_));
+        return answer;
+    }
+
+    /// Samples as quantized. Where one lies on the boundary between two codes, the rounding of the
+    /// arithmetic decides.
+    void expect_part(const whole_frame &got, int ch, int sb, int part, int source, int index) {
+        const int steps = got.steps[ch][sb];
         for (int j = 0; j < 12; ++j) {
-            const double x = samples_[source][12 * part + j][sb] / scale;
+            const double x = p_.samples[source][12 * part + j][sb] / tools::scalefactor(index);
             const double middle = (2.0 * oracle::quantize(how_.layer, x, steps) + 1 - steps) / steps;
             const double code = (x + 1) * steps / 2;
             const double tolerance = std::fabs(code - std::round(code)) < 1e-4 ? 2.0 / steps : 0;
@@ -160,21 +177,21 @@ class literal_encoder {
 
     stream how_;
     oracle::psy_model psy_;
+    std::vector<oracle::tuned_model> tuned_; ///< of each channel
     int parts_;
     std::vector<float> channel_[2];
-    double smr_[2][32] = {}, samples_[3][36][32] = {}; ///< left, right, sum
-    int index_[3][32][3] = {};
+    oracle::tuned_problem p_;
 };
 
-class literal : public testing::TestWithParam<std::tuple<int, int>> {};
+class literal : public testing::TestWithParam<std::tuple<int, int, int>> {};
 
-TEST_P(literal, frames_carry_what_the_standards_wording_gives) {
+TEST_P(literal, frames_carry_what_the_wording_gives) {
     constexpr std::pair<int, int> qualities[] = {{5, 48000}, {8, 44100}, {11, 32000}, {14, 44100}};
-    const auto [layer, mode] = GetParam();
+    const auto [layer, mode, model] = GetParam();
     for (int i = 0; i < 16; ++i) {
         const auto [bitrate, rate] = qualities[i / 4];
         const waveform kind = all_waveforms[std::array{1, 2, 3, 5}[i % 4]];
-        const stream how{layer, mode, bitrate, bitrate % 2, rate, 2 + i % 3};
+        const stream how{layer, mode, bitrate, bitrate % 2, rate, 2 + i % 3, 0, 0, model};
         auto pcm = pcm_bytes(make_input(how, kind, 5), how.width);
         pcm.resize(pcm.size() - 120); // silence completes the last frame
         const auto parsed = expect_legal(how, encode(how, pcm));
@@ -187,8 +204,9 @@ TEST_P(literal, frames_carry_what_the_standards_wording_gives) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(layers_and_modes, literal,
-                         testing::Combine(testing::Values(1, 2), testing::Values(0, 1, 2, 3)));
+INSTANTIATE_TEST_SUITE_P(layers_modes_and_models, literal,
+                         testing::Combine(testing::Values(1, 2), testing::Values(0, 1, 2, 3),
+                                          testing::Values(MPEG_A_MODEL_STANDARD, MPEG_A_MODEL_TUNED)));
 
 TEST(stream, any_split_of_the_input_gives_the_same_bytes) {
     std::mt19937 random(4);

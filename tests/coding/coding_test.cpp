@@ -1,7 +1,10 @@
 // Scale factors and bit allocation against ISO/IEC 11172-3's wording, on more than real frames hold.
 #include "coding/bit_allocation.hpp"
 #include "coding/scalefactors.hpp"
-#include "oracle/steps.hpp"
+#include "coding/tuned_allocation.hpp"
+#include "coding/tuned_scalefactors.hpp"
+#include "host/encoding.hpp"
+#include "oracle/tuned.hpp"
 #include "parser/standard_tables.hpp"
 
 #include <cmath>
@@ -71,6 +74,11 @@ oracle::allocation_answer allocate(const coder_config &config, const oracle::all
         side.scfsi[i / 32][i % 32] = static_cast<std::uint8_t>(p.scfsi[i / 32][i % 32]);
     }
     side.joint_bound = config.sblimit;
+    for (const int bound : {4, 16, config.sblimit}) {
+        if (p.channels == 1) continue;
+        EXPECT_EQ(demanded_bits(config, smr, side, std::min(bound, config.sblimit)),
+                  oracle::noiseless_bits(p, bound));
+    }
     if (p.joint) choose_joint_bound(config, smr, p.budget, header, side);
     // Wherever the search is told to look first, it finds the same: a hint from anywhere will do.
     double ratio_hint = p.smr[0][p.budget % 32];
@@ -84,7 +92,7 @@ oracle::allocation_answer allocate(const coder_config &config, const oracle::all
 TEST(bit_allocation, bound_picks_ties_and_rest_equal_the_search_as_worded) {
     constexpr int rates[3] = {44100, 48000, 32000}; // by sampling_frequency
     int joint_frames = 0, tight_frames = 0;
-    for (int i = 0; i < 40000; ++i) {
+    for (int i = 0; i < 16000; ++i) {
         const auto pick = [](int least, int n) { return static_cast<std::uint8_t>(least + below(n)); };
         frame_header header{};
         header.layer = pick(1, 2);
@@ -107,8 +115,82 @@ TEST(bit_allocation, bound_picks_ties_and_rest_equal_the_search_as_worded) {
         tight_frames += expected.left < 0;
         ASSERT_TRUE(allocate(config, p) == expected) << "frame " << i;
     }
-    EXPECT_GT(joint_frames, 2000);
-    EXPECT_GT(tight_frames, 20);
+    EXPECT_GT(joint_frames, 800);
+    EXPECT_GT(tight_frames, 8);
+}
+
+/// Samples whose levels differ between subbands, parts and channels, which may be alike.
+oracle::tuned_problem random_problem(int layer, int mode, int bitrate) {
+    oracle::tuned_problem p{{layer, mode == MPEG_A_MODE_MONO ? 1 : 2, below(2) == 1, mode == 1}};
+    p.table = tools::table_of(48000, tools::bitrate_of(layer, bitrate) / p.channels);
+    p.budget = 8 * (40 + below(below(3) == 0 ? 200 : 1000));
+    std::normal_distribution<double> normal;
+    const int likeness = below(2), audible = below(4) == 0 ? 3 : 32;
+    for (int i = 0; i < 3 * 3 * 32; ++i) {
+        const int ch = i / 96, part = i / 32 % 3, sb = i % 32;
+        const double loudness = sb < audible ? 0.1 * std::exp2(-sb / 4.0 + 2 * normal(dice)) : 0;
+        if (ch < 2) p.weights[ch][part][sb] = std::exp2(3 * normal(dice));
+        double peak = 0;
+        for (int j = 12 * part; j < 12 * part + 12; ++j) {
+            const double left = p.samples[0][j][sb], right = p.samples[1][j][sb];
+            const double own = (ch == 1) * likeness * left + loudness * normal(dice);
+            p.samples[ch][j][sb] = ch == 2 ? (left + right) / 2 : std::clamp(own, -0.9, 0.9);
+            peak = std::max(peak, std::fabs(p.samples[ch][j][sb]));
+        }
+        p.index[ch][sb][part] = oracle::scalefactor_index(peak);
+    }
+    return p;
+}
+
+/// The encoder's answer, wherever it looks first.
+oracle::tuned_answer answer_of(const coder_config &config, const oracle::tuned_problem &p,
+                               level which) {
+    subband_samples samples;
+    part_samples joint[3];
+    side_info side{};
+    std::memcpy(samples, p.samples, sizeof samples);
+    std::memcpy(joint, p.samples[2], sizeof joint);
+    for (int i = 0; i < 3 * 3 * 32; ++i) {
+        const int ch = i / 96, part = i / 32 % 3, sb = i % 32;
+        (ch == 2 ? side.joint_index[part] : side.scalefactor[ch][part])[sb] =
+            static_cast<std::uint8_t>(p.index[ch][sb][part]);
+    }
+    if (config.layer == 2) choose_tuned_scfsi(config, p.weights, side);
+    frame_header header{};
+    double hint = std::exp2(below(60) - 30);
+    oracle::tuned_answer answer;
+    answer.left = allocate_tuned({coding_kernels_of(which), config, samples, joint, p.weights},
+                                 p.budget, header, side, hint);
+    answer.mode = header.mode;
+    answer.extension = header.mode_extension;
+    answer.bound = side.joint_bound;
+    for (int i = 0; i < p.channels * config.sblimit; ++i) {
+        const int ch = i / config.sblimit, sb = i % config.sblimit;
+        answer.allocation[ch][sb] = side.allocation[ch][sb];
+        answer.scfsi[ch][sb] = side.scfsi[ch][sb];
+        for (int part = 0; part < config.parts(); ++part)
+            answer.index[ch][sb][part] = side.scalefactor[ch][part][sb];
+    }
+    return answer;
+}
+
+TEST(tuned_coding, equals_the_search_that_tries_every_step) {
+    int joint_frames = 0;
+    for (int i = 0; i < 600; ++i) {
+        frame_header header{};
+        header.layer = static_cast<std::uint8_t>(1 + i % 2);
+        header.mode = static_cast<std::uint8_t>(i / 2 % 4);
+        header.bitrate_index = static_cast<std::uint8_t>(5 + i % 9);
+        header.sampling_frequency = 1;
+        const oracle::tuned_problem p = random_problem(header.layer, header.mode, header.bitrate_index);
+        header.error_protection = p.crc;
+        const coder_config config = make_coder_config(header);
+        const oracle::tuned_answer expected = oracle::allocate(p);
+        joint_frames += expected.mode;
+        for (const level which : mp1a_test::levels())
+            ASSERT_TRUE(answer_of(config, p, which) == expected) << i;
+    }
+    EXPECT_GT(joint_frames, 50);
 }
 
 } // namespace

@@ -198,7 +198,9 @@ TEST(engine_output, a_sink_may_ask_count_query_and_give_up_the_last_reference_in
 
 TEST(engine_output, frames_and_time_stamps_equal_those_of_the_functions) {
     for (int i = 0; i < 2 * 4 * 3; ++i) {
-        const stream how{1 + i % 2, i / 2 % 4, 8, 1, 44100, 2 + i / 8, 1, 3};
+        // The model comes with the record, and from 1 alone with its key.
+        const int model = i % 3 == 0 ? MPEG_A_MODEL_TUNED : MPEG_A_MODEL_STANDARD;
+        const stream how{1 + i % 2, i / 2 % 4, 8, 1, 44100, 2 + i / 8, 1, 3, model};
         const auto input = how.pcm(4000); // 3.5 frames of Layer II
         const auto size = static_cast<i32>(input.size()), step = 1000 * how.width;
         const mpeg_a_settings settings = how.settings();
@@ -209,6 +211,7 @@ TEST(engine_output, frames_and_time_stamps_equal_those_of_the_functions) {
         host.set("settings::sample_rate", how.rate);
         host.set("settings::sampling_bits", 8 * how.width);
         for (const bool pushes : {true, false}) {
+            if (!pushes) host.set("settings::audio_model", model == 0 ? 2 : 1);
             pushes ? host.bind(pushed) : host.text("init::output::bufstream", &lent);
             for (i32 at = 0; at < size; at += step)
                 EXPECT_EQ(host.put(input.data() + at, std::min(step, size - at)), 0);

@@ -95,10 +95,19 @@ struct frame {
 
 } // namespace
 
+int noiseless_bits(const allocation_problem &p, int bound) {
+    return frame{p}.noiseless_bits(bound);
+}
+
 allocation_answer allocate(const allocation_problem &p) {
-    const frame f{p};
     allocation_answer answer;
-    f.choose_bound(answer);
+    frame{p}.choose_bound(answer);
+    grant(p, answer);
+    return answer;
+}
+
+void grant(const allocation_problem &p, allocation_answer &answer) {
+    const frame f{p};
     answer.left = p.budget - 32 - (p.crc ? 16 : 0) - f.allocation_fields(answer.bound);
     bool closed[2][32] = {};
     const auto mnr_of = [&](int ch, int sb) { return f.mnr(ch, sb, answer.allocation[ch][sb]); };
@@ -114,7 +123,7 @@ allocation_answer allocate(const allocation_problem &p) {
             ch = c;
             sb = s;
         }
-        if (ch < 0) return answer;
+        if (ch < 0) return;
         const bool shared = p.channels == 2 && sb >= answer.bound;
         const int n = answer.allocation[ch][sb];
         int cost = f.sample_bits(sb, n + 1) - f.sample_bits(sb, n);

@@ -61,7 +61,12 @@ struct allocation_answer {
     bool operator==(const allocation_answer &) const = default;
 };
 
-/// The choice of the joint stereo bound, then C.1.5.1.6 (Layer I) or C.1.5.2.7 (Layer II).
+/// Bits that the frame would need with a bound if no noise were audible.
+int noiseless_bits(const allocation_problem &problem, int bound);
+
+/// The choice of the joint stereo bound, then the grants.
 allocation_answer allocate(const allocation_problem &problem);
+/// C.1.5.1.6 (Layer I) or C.1.5.2.7 (Layer II) for the answer's bound: allocation and what is left.
+void grant(const allocation_problem &problem, allocation_answer &answer);
 
 } // namespace oracle

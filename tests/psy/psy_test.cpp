@@ -1,11 +1,11 @@
-// Filterbank and psychoacoustic model against their steps written out; the threshold in quiet.
-#include "analysis/filterbank.hpp"
+// Both models against their steps written out; the threshold in quiet.
 #include "host/signals.hpp"
-#include "oracle/steps.hpp"
+#include "oracle/tuned.hpp"
 #include "psy/standard_model.hpp"
 #include "psy/standard_quiet_threshold.hpp"
+#include "psy/tuned_model.hpp"
 
-#include <algorithm>
+#include <array>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sstream>
@@ -15,58 +15,48 @@ namespace {
 using namespace mp1a_test;
 using namespace vela;
 
-class steps : public testing::TestWithParam<std::tuple<int, int, int, waveform>> {};
-
-TEST_P(steps, of_filterbank_and_model_give_what_the_standards_wording_gives) {
-    constexpr int frames = 6;
-    constexpr double untouched = 12345.0;
-    const auto [layer, channels, rate, kind] = GetParam();
-    const int frame_samples = layer == 1 ? 384 : 1152, parts = layer == 1 ? 1 : 3;
-    // Two channels on the 16-bit scale with silence in front and behind.
-    std::vector<float> input[2];
-    for (unsigned c = 0; c < 2; ++c) {
-        input[c].assign(640, 0.0F);
-        for (const float sample : make_signal(kind, frames * frame_samples, 5 + c))
-            input[c].push_back(32768 * sample);
-        input[c].resize(input[c].size() + 1152);
-    }
-    const auto model = std::make_unique<vela::standard_model>();
-    oracle::psy_model literal_model(layer, rate);
-    model->init(level::reference, layer, channels, rate);
-    for (int f = 0; f < frames; ++f) {
-        const float *const start[2] = {&input[0][640 + f * frame_samples],
-                                       &input[1][640 + f * frame_samples]};
-        subband_samples samples;
-        smr_table smr = {};
-        std::fill_n(&samples[0][0][0][0], 2304, untouched);
-        analyze_frame(analysis_kernels_of(level::reference), start, channels, parts, samples);
-        model->analyze(start, smr);
-        for (int i = 0; i < 2 * 36 * 32; ++i) {
-            const int c = i / 32 / 36, step = i / 32 % 36, sb = i % 32;
-            const double got = (&samples[0][0][0][0])[i];
-            const bool written = c < channels && step < 12 * parts;
-            static double expected[32];
-            ASSERT_EQ(got == untouched, !written);
-            if (!written || kind == waveform::broken) continue;
-            if (sb == 0) oracle::analyze(start[c] + 32 * step + 31, expected);
-            ASSERT_NEAR(got, expected[sb], kind == waveform::silence ? 0 : 1e-12) << i;
+TEST(models, give_what_their_wording_gives) {
+    for (int i = 0; i < 2 * 3 * static_cast<int>(std::size(all_waveforms)); ++i) {
+        const int layer = 1 + i % 2, rate = std::array{32000, 44100, 48000}[i / 2 % 3];
+        const waveform kind = all_waveforms[i / 6];
+        const int frame_samples = layer == 1 ? 384 : 1152;
+        // Two channels on the 16-bit scale with silence in front and behind.
+        std::vector<float> input[2];
+        for (unsigned c = 0; c < 2; ++c) {
+            input[c].assign(640, 0.0F);
+            for (const float sample : make_signal(kind, 5 * frame_samples, 5 + c))
+                input[c].push_back(32768 * sample);
+            input[c].resize(input[c].size() + 1152);
         }
-        for (int c = 0; c < channels; ++c) {
-            double expected[32];
-            literal_model.analyze(start[c], c, expected);
-            for (int sb = 0; sb < 32; ++sb) {
-                ASSERT_TRUE(std::isfinite(smr[c][sb]));
-                if (kind == waveform::broken) continue;
-                ASSERT_NEAR(smr[c][sb], expected[sb], 1e-6) << f << ' ' << sb;
+        const auto standard = std::make_unique<vela::standard_model>();
+        const auto tuned = std::make_unique<vela::tuned_model>();
+        standard->init(level::reference, layer, 2, rate);
+        tuned->init(level::reference, layer, 2, rate);
+        oracle::psy_model literal(layer, rate);
+        std::vector<oracle::tuned_model> literal_tuned(2, oracle::tuned_model(layer, rate));
+        for (int f = 0; f < 5; ++f) {
+            const float *const start[2] = {&input[0][640 + f * frame_samples],
+                                           &input[1][640 + f * frame_samples]};
+            smr_table smr;
+            noise_weights weights;
+            standard->analyze(start, smr);
+            tuned->analyze(start, weights);
+            for (int c = 0; c < 2; ++c) {
+                double ratio[32], weight[3][32];
+                literal.analyze(start[c], c, ratio);
+                literal_tuned[c].analyze(start[c], weight);
+                for (int sb = 0; sb < 32; ++sb) {
+                    SCOPED_TRACE(testing::Message() << i << ", frame " << f << ", subband " << sb);
+                    ASSERT_TRUE(std::isfinite(smr[c][sb]) && std::isfinite(weights[c][0][sb]));
+                    if (kind == waveform::broken) continue;
+                    ASSERT_NEAR(smr[c][sb], ratio[sb], 1e-6);
+                    for (int part = 0; part < (layer == 1 ? 1 : 3); ++part)
+                        ASSERT_NEAR(weights[c][part][sb] / weight[part][sb], 1, 1e-8);
+                }
             }
         }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(all, steps,
-                         testing::Combine(testing::Values(1, 2), testing::Values(1, 2),
-                                          testing::Values(32000, 44100, 48000),
-                                          testing::ValuesIn(all_waveforms)));
 
 TEST(quiet_threshold, has_the_decibels_of_the_standards_table_at_the_ends_of_its_runs) {
     // ISO/IEC 11172-3 Table D.1: line and dB, around every change of a run's length.

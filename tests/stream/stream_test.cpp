@@ -47,17 +47,4 @@ TEST(frame_timer, time_stops_at_the_end_of_its_range) {
     EXPECT_EQ(timer.advance_time(), INT64_MAX);
 }
 
-TEST(frame_timer, first_paddings_follow_the_rule_for_ties) {
-    // By hand: 224 kbit/s is 731 3/7 slots, 192 is 626 46/49, Layer I at 448 is 121 19/21.
-    const std::tuple<int, int, std::string> cases[] = {{2, 224, "010101001010100101010"},
-                                                       {2, 192, "111111111111111011111"},
-                                                       {1, 448, "111111111011111111101"}};
-    for (const auto &[layer, kbps, paddings] : cases) {
-        frame_timer timer;
-        timer.init(layer, 0, 44.1, kbps);
-        for (const char padding : paddings)
-            EXPECT_EQ(timer.decide_padding(), padding - '0') << kbps;
-    }
-}
-
 } // namespace
