@@ -38,8 +38,8 @@ tools::input_wishes read_wishes(fuzz::byte_source &from) {
     const int flags = from.below(16);
     wishes.ignore_length = (flags & 1) != 0;
     if (flags >> 1 == 7)
-        wishes.raw = tools::pcm_shape{48000, 1 + from.below(8),
-                                      static_cast<tools::sample_format>(2 + from.below(3))};
+        wishes.raw = tools::raw_shape{48000, 1 + from.below(8),
+                                      tools::raw_formats[static_cast<std::size_t>(from.below(10))]};
     return wishes;
 }
 

@@ -5,7 +5,10 @@
 set -euo pipefail
 
 cat -- "$@" | jq -Rrn '
-    [inputs | fromjson? | objects] | group_by(.input) | map(last)
-    | ["input", "output", "status", "frames", "seconds", "sha256", "error"],
-      (.[] | [.input, .output, .status, .frames, .seconds, .sha256, .error])
+    [inputs | fromjson? | objects] | group_by(.input_hex // .input) | map(last)
+    | ["input", "output", "status", "frames", "seconds", "sha256", "error",
+       "rate", "channels", "bits", "peak_dbfs", "lufs", "true_peak_dbtp", "snr_db", "started", "wall_seconds", "velaenc"],
+      (.[] | [.input, .output, .status, .frames, .seconds, .sha256, .error,
+              .source.rate, .source.channels, .source.bits, .peak_dbfs,
+              .loudness.integrated_lufs, .loudness.true_peak_dbtp, .check.snr_db, .started, .wall_seconds, .velaenc])
     | @tsv'

@@ -33,6 +33,10 @@ constexpr std::array<share, 11> shares{{
     {0, minus_3_db},          // side right
 }};
 
+double sum_of(const std::vector<double> &row) {
+    return std::accumulate(row.begin(), row.end(), 0.0);
+}
+
 } // namespace
 
 gain_matrix unity_gains(int channels) {
@@ -43,16 +47,26 @@ gain_matrix unity_gains(int channels) {
     return gains;
 }
 
-gain_matrix bs775_gains(const std::vector<speaker> &from) {
+gain_matrix own_gains(const std::vector<speaker> &from, std::span<const speaker_factor> own) {
     gain_matrix gains(2);
     for (const speaker each : from) {
         const auto row = static_cast<std::size_t>(each);
         if (row >= shares.size()) return {};
-        gains[0].push_back(shares.at(row).left);
-        gains[1].push_back(shares.at(row).right);
+        share taken = shares.at(row);
+        for (const auto &[where, factor] : own)
+            if (where == each)
+                taken = {taken.left > 0 || taken.right == 0 ? factor : 0,
+                         taken.right > 0 || taken.left == 0 ? factor : 0};
+        gains[0].push_back(taken.left);
+        gains[1].push_back(taken.right);
     }
-    const auto sum = [](const auto &row) { return std::accumulate(row.begin(), row.end(), 0.0); };
-    const double loudest = std::max({sum(gains[0]), sum(gains[1]), 1.0});
+    return gains;
+}
+
+gain_matrix bs775_gains(const std::vector<speaker> &from) {
+    gain_matrix gains = own_gains(from, {});
+    if (gains.empty()) return gains;
+    const double loudest = std::max({sum_of(gains[0]), sum_of(gains[1]), 1.0});
     for (auto &row : gains)
         for (double &gain : row)
             gain /= loudest;

@@ -16,6 +16,16 @@ gain_matrix unity_gains(int channels);
 /// @return empty when one of the channels has no place in that
 gain_matrix bs775_gains(const std::vector<speaker> &from);
 
+/// By how much a speaker goes to its side, or to both where it stands in the middle.
+struct speaker_factor {
+    speaker where = speaker::other;
+    double factor = 0;
+};
+
+/// The same with factors of one's own in place of the recommendation's, the low-frequency channel's among them. Nothing
+/// is lowered.
+gain_matrix own_gains(const std::vector<speaker> &from, std::span<const speaker_factor> own);
+
 /// Its samples are floats.
 class channel_matrix final : public source_filter {
   public:

@@ -113,7 +113,8 @@ std::unique_ptr<pcm_source> open_pipe(input_file input, length_rule rule) {
     return std::make_unique<sndfile_source>(std::move(spooled), rule);
 }
 
-std::unique_ptr<pcm_source> open_raw(input_file input, const pcm_shape &shape, length_rule rule) {
+std::unique_ptr<pcm_source> open_raw(input_file input, const raw_shape &raw, length_rule rule) {
+    const pcm_shape shape = raw.in_file();
     std::optional<std::uint64_t> bytes;
     if (input.seekable()) {
         bytes = input.size() - std::min(static_cast<std::uint64_t>(input.start), input.size());
@@ -129,7 +130,10 @@ std::unique_ptr<pcm_source> open_raw(input_file input, const pcm_shape &shape, l
     pipe_head head(input);
     if (begins_container(head.fetcher()))
         input.note("begins like an audio file; with --raw its header is encoded as sound too");
-    return std::make_unique<stream_source>(std::move(input), shape, head.bytes(), bytes, rule);
+    std::unique_ptr<pcm_source> source =
+        std::make_unique<stream_source>(std::move(input), shape, head.bytes(), bytes, rule);
+    if (raw.format.is_native()) return source;
+    return std::make_unique<raw_decoder>(std::move(source), raw.format);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "input/input_file.hpp"
 #include "input/pcm_source.hpp"
+#include "input/raw_format.hpp"
 
 #include <memory>
 #include <optional>
@@ -11,7 +12,7 @@ namespace tools {
 
 /// How the user wants an input to be read.
 struct input_wishes {
-    std::optional<pcm_shape> raw = std::nullopt; ///< shape of headerless PCM; none for an audio file
+    std::optional<raw_shape> raw = std::nullopt; ///< shape of headerless PCM; none for an audio file
     bool ignore_length = false;                  ///< encode what is there, whatever its header says
     note_function on_note = nullptr;             ///< called while opening, and at the end of the input
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 namespace tools {
 namespace {
@@ -43,13 +44,25 @@ std::vector<speaker> row(const layout_list &from, int channels) {
     return index < from.size() ? from[index] : std::vector<speaker>{};
 }
 
+constexpr std::array<std::string_view, 19> speaker_names{"FL",  "FR",  "FC",  "LFE", "BL", "BR",  "FLC",
+                                                         "FRC", "BC",  "SL",  "SR",  "TC", "TFL", "TFC",
+                                                         "TFR", "TBL", "TBC", "TBR", "?"};
+
 } // namespace
 
 std::string_view name_of(speaker where) noexcept {
-    constexpr std::array<std::string_view, 19> names{"FL",  "FR",  "FC",  "LFE", "BL", "BR",  "FLC",
-                                                     "FRC", "BC",  "SL",  "SR",  "TC", "TFL", "TFC",
-                                                     "TFR", "TBL", "TBC", "TBR", "?"};
-    return names.at(static_cast<std::size_t>(where));
+    return speaker_names.at(static_cast<std::size_t>(where));
+}
+
+std::optional<speaker> speaker_named(std::string_view name) {
+    const auto is_it = [name](std::string_view each) {
+        return std::ranges::equal(each, name, [](char a, char b) {
+            return a == std::toupper(static_cast<unsigned char>(b));
+        });
+    };
+    const auto found = std::ranges::find_if(speaker_names, is_it);
+    if (found == speaker_names.end()) return std::nullopt;
+    return static_cast<speaker>(found - speaker_names.begin());
 }
 
 std::vector<speaker> wav_speakers(int channels) {

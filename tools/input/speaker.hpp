@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -32,6 +33,9 @@ enum class speaker : std::uint8_t {
 
 /// As the field abbreviates them: FL, FR, FC, LFE, ...
 std::string_view name_of(speaker where) noexcept;
+
+/// The other way round, whatever the case; none for what is no such name.
+std::optional<speaker> speaker_named(std::string_view name);
 
 /// The order of WAV and FLAC for that many channels; empty above 8.
 std::vector<speaker> wav_speakers(int channels);

@@ -1,4 +1,4 @@
-// Samples that a decoder will have to clip.
+// How high the sound goes, and the samples that a decoder will have to clip.
 #pragma once
 
 #include "input/pcm_source.hpp"
@@ -8,7 +8,7 @@ namespace tools {
 /// Only floats can lie beyond full scale.
 struct clip_count {
     std::uint64_t samples = 0; ///< of all channels
-    float peak = 1;            ///< the largest magnitude, if above full scale
+    float peak = 0;            ///< the largest magnitude, full scale 1.0
 
     void add(std::span<const std::byte> pcm, sample_format format) noexcept;
     void add(const clip_count &other) noexcept;

@@ -115,7 +115,7 @@ void output_file::create_temporary() {
     listed_ = list_unfinished(temporary_);
     // Until it has the protection of the file that it replaces, the new one is nobody else's.
     const mode_t mode = target_.present ? 0600 : 0666;
-    handle_ = file_handle(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    handle_ = file_handle(::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!handle_.is_open()) {
         const int error = errno;
         temporary_.clear();
@@ -172,6 +172,21 @@ void output_file::rewrite(std::uint64_t offset, std::span<const std::byte> bytes
         bytes = bytes.subspan(count);
         offset += count;
     }
+}
+
+std::size_t output_file::read_back(std::uint64_t offset, std::span<std::byte> room) const {
+    const int file = is_copied() ? handle_.get() : lock_.get();
+    std::size_t filled = 0;
+    while (filled < room.size()) {
+        const ssize_t count = ::pread(file, room.data() + filled, room.size() - filled,
+                                      static_cast<off_t>(offset + filled));
+        if (count == 0) break;
+        if (count < 0 && errno != EINTR)
+            throw failure(exit_code::output,
+                          "cannot read " + target_.name + " back: " + std::strerror(errno));
+        filled += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    }
+    return filled;
 }
 
 void output_file::check() const {

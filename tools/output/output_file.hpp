@@ -45,6 +45,11 @@ class output_file {
     /// Writes over what is there, which a direct output does not allow.
     void rewrite(std::uint64_t offset, std::span<const std::byte> bytes) noexcept;
 
+    /// Reads what was written and has no name yet, at an offset; fewer bytes come at the end. Any thread may call it.
+    /// Not for direct outputs.
+    /// @throws failure
+    std::size_t read_back(std::uint64_t offset, std::span<std::byte> room) const;
+
     /// Reports the errors that come late, then gives the file its name. To publish several files
     /// together close all of them first.
     /// @throws failure

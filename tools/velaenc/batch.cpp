@@ -30,6 +30,7 @@ class file_listener final : public run_listener {
 
     void violation(const std::string &text) override { warnings_.push_back(text); }
     void note(const std::string &text) override { warnings_.push_back(text); }
+    void figures(const std::string &) override {}
     progress_listener &begin(int rate, std::optional<std::uint64_t> length) override {
         shown_.sound(rate, length);
         return shown_;
@@ -114,8 +115,12 @@ class batch_run {
         entry.input = file.input;
         entry.output = file.output;
         entry.error = file.error;
+        entry.start = std::chrono::system_clock::now();
+        const auto begin = std::chrono::steady_clock::now();
         shown.begin(file.bytes);
         if (entry.error.empty()) attempt(entry, shown);
+        entry.wall_seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         // What was complete is compared with an earlier line where there is one.
         const bool is_new = !entry.was_complete || !report_ || !report_->has_same_options(entry.output);
         if (report_ && is_new) report_->add(entry);

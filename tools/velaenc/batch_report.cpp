@@ -3,8 +3,11 @@
 #include "output/file_digest.hpp"
 #include "settings/names.hpp"
 #include "settings/record.hpp"
+#include "velaenc/check_text.hpp"
 
+#include <array>
 #include <cmath>
+#include <ctime>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -57,9 +60,13 @@ json settings_of(const file_result &result) {
             {"original", static_cast<int>(settings.original)}};
 }
 
+json rounded(double value, double scale) {
+    return std::isfinite(value) ? json(std::round(value * scale) / scale) : json();
+}
+
 json loudness_of(const programme_loudness &reached) {
     const auto number = [](const std::optional<double> &value) {
-        return value ? json(std::round(*value * 100) / 100) : json();
+        return value ? rounded(*value, 100) : json();
     };
     const loudness_figures &figures = reached.figures;
     return {{"integrated_lufs", number(figures.integrated)},
@@ -69,6 +76,56 @@ json loudness_of(const programme_loudness &reached) {
             {"true_peak_dbtp", number(figures.true_peak)},
             {"gain_db", number(reached.gain_db)},
             {"limited_by_true_peak", reached.limited_by_peak}};
+}
+
+/// The input itself, as it is read.
+json source_of(const pcm_shape &input) {
+    return {{"rate", input.rate},
+            {"channels", input.channels},
+            {"bits", 8 * static_cast<int>(input.format)}};
+}
+
+json check_of(const check_result &checked) {
+    json seconds = json::array();
+    const auto ratio = [](const std::optional<double> &value) {
+        return value ? rounded(*value, 10) : json();
+    };
+    for (std::size_t i = 0; i < checked.count(); ++i)
+        seconds.push_back(ratio(checked.second(i)));
+    const auto least = least_second(checked);
+    return {{"snr_db", ratio(checked.whole())},
+            {"least_snr_db", ratio(least ? checked.second(*least) : std::nullopt)},
+            {"least_snr_second", least ? json(*least) : json()},
+            {"clipped_samples", checked.overs.samples},
+            {"peak_dbfs", rounded(20 * std::log10(checked.overs.peak), 100)},
+            {"too_loud_by_db", excess_of(checked)},
+            {"snr_db_of_seconds", seconds}};
+}
+
+/// ISO 8601, UTC.
+std::string text_of(std::chrono::system_clock::time_point time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm fields{};
+    std::array<char, 32> text{};
+    ::gmtime_r(&seconds, &fields);
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &fields);
+    return text.data();
+}
+
+/// What is known of a stream that is there.
+void add_result(json &line, const report_entry &entry) {
+    const file_result &result = *entry.result;
+    line["source"] = source_of(result.input);
+    line["settings"] = settings_of(result);
+    line["frames"] = result.frames;
+    line["seconds"] = result.seconds();
+    if (!entry.was_complete) {
+        line["peak_dbfs"] = rounded(20 * std::log10(result.clipped.peak), 100);
+        line["clipped_samples"] = result.clipped.samples;
+    }
+    if (result.loudness) line["loudness"] = loudness_of(*result.loudness);
+    if (result.check) line["check"] = check_of(*result.check);
+    line["sha256"] = sha256_of(entry.output);
 }
 
 } // namespace
@@ -108,14 +165,10 @@ void batch_report::add(const report_entry &entry) {
         add_name(line, "output", entry.output);
     line["options"] = options_;
     line["status"] = !entry.result ? "failed" : entry.was_complete ? "complete" : "encoded";
-    if (entry.result) {
-        line["settings"] = settings_of(*entry.result);
-        line["frames"] = entry.result->frames;
-        line["seconds"] = entry.result->seconds();
-        if (!entry.was_complete) line["clipped_samples"] = entry.result->clipped.samples;
-        if (entry.result->loudness) line["loudness"] = loudness_of(*entry.result->loudness);
-        line["sha256"] = sha256_of(entry.output);
-    }
+    line["started"] = text_of(entry.start);
+    line["wall_seconds"] = rounded(entry.wall_seconds, 1000);
+    line["velaenc"] = VELAENC_VERSION;
+    if (entry.result) add_result(line, entry);
     line["warnings"] = entry.warnings;
     line["error"] = entry.result ? json() : json(entry.error);
     log_.append(text_of(line));

@@ -4,6 +4,7 @@
 #include "output/shared_log.hpp"
 #include "velaenc/encode_file.hpp"
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,6 +18,8 @@ struct report_entry {
     bool was_complete = false;         ///< nothing was done: it had been encoded before
     std::vector<std::string> warnings;
     std::string error;
+    std::chrono::system_clock::time_point start; ///< of the work on it
+    double wall_seconds = 0;                     ///< that it took
 };
 
 class batch_report {

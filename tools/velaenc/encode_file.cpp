@@ -10,6 +10,7 @@
 #include "output/output_file.hpp"
 #include "output/wave_container.hpp"
 #include "velaenc/carried_labels.hpp"
+#include "velaenc/check_text.hpp"
 #include "velaenc/finished_stream.hpp"
 #include "velaenc/id3_tag.hpp"
 #include "velaenc/sound_plan.hpp"
@@ -48,10 +49,13 @@ struct outputs {
             throw failure(exit_code::usage, "--trace and --timestamps name the same file; name two");
     }
 
-    void publish() {
+    void close() {
         stream.close();
         if (list) list->close();
         if (trace) trace->close();
+    }
+
+    void publish() {
         stream.publish();
         try {
             if (list) list->publish();
@@ -89,16 +93,17 @@ struct opened {
     stream_plan plan;
     broadcast_origin origin;
     std::vector<wav_chunk> labels; ///< for a WAV file
+    pcm_shape shape;               ///< of the input itself
 };
 
 opened open_source(const options &wanted, const std::function<void(const std::string &)> &note) {
     input_file input = open_input(wanted.input);
-    opened result{input.status, input.name, nullptr, {}, {}, {{"bext", {}}}};
+    opened result{input.status, input.name, nullptr, {}, {}, {{"bext", {}}}, {}};
     std::vector<std::string> lost;
     if (is_wave(wanted) && input.seekable() && !wanted.raw) result.labels = labels_of(input, lost);
     result.origin.bext = result.labels.front().contents;
     result.source = open_pcm(std::move(input), {wanted.raw, wanted.ignore_length, note});
-    const pcm_shape &shape = result.source->shape();
+    const pcm_shape &shape = result.shape = result.source->shape();
     result.origin.rate = shape.rate;
     result.origin.channels = shape.channels;
     if (shape.format != sample_format::f32) result.origin.bits = 8 * static_cast<int>(shape.format);
@@ -181,6 +186,46 @@ std::uint64_t write_tag(const options &wanted, output_file &file, run_listener &
     return tag.size();
 }
 
+/// What can be read only once cannot be held against anything afterwards.
+void refuse_check(const options &wanted, const struct stat &input, const output_file &stream) {
+    if (!wanted.check) return;
+    if (!S_ISREG(input.st_mode) || wanted.input == "-")
+        throw failure(exit_code::usage,
+                      "--check reads IN twice, which a pipe does not allow; give it a file");
+    if (stream.is_direct())
+        throw failure(exit_code::usage, "--check reads the stream back, which " + stream.name()
+                                            + " does not allow; name a file");
+}
+
+/// @param gain_db  by which --loudness raised the sound
+std::optional<check_result> check(const options &wanted, const output_file &file,
+                                  finished_stream stream, std::uint64_t samples, double gain_db,
+                                  int jobs, run_listener &listener) {
+    if (!wanted.check) return std::nullopt;
+    options again = wanted;
+    again.sound.gain_db += gain_db;
+    const opened input = open_source(again, [](const std::string &) {});
+    stream.read = [&file](std::uint64_t offset, std::span<std::byte> room) {
+        return file.read_back(offset, room);
+    };
+    auto checked = check_stream(stream, *input.source, samples, jobs);
+    listener.figures(check_text(checked));
+    if (checked.overs.samples > 0) listener.note(overs_text(checked, again.sound.gain_db));
+    return checked;
+}
+
+finished_stream stream_of(const mpeg_a_settings &settings, int rate, const frame_writer &writer,
+                          std::uint64_t offset) {
+    return {.read = {},
+            .begin = offset,
+            .bytes = writer.bytes(),
+            .frames = writer.frames(),
+            .layer = settings.audio_layer,
+            .rate = rate,
+            .channels = channels_of(settings),
+            .intensity = settings.audio_mode == MPEG_A_MODE_JOINT_STEREO};
+}
+
 } // namespace
 
 std::optional<file_result> find_complete(const options &wanted) {
@@ -194,15 +239,17 @@ std::optional<file_result> find_complete(const options &wanted) {
     if (time(output) <= time(input.status)) return std::nullopt;
     const int rate = input.source->shape().rate;
     const std::uint64_t frame = frame_samples(input.plan.settings);
-    const file_result result{input.plan.settings, rate, (*length + frame - 1) / frame, *length};
+    const file_result result{input.plan.settings, rate, (*length + frame - 1) / frame, *length,
+                             input.shape};
     if (!holds_stream(wanted.output, is_wave(wanted), result.settings, rate, result.frames))
         return std::nullopt;
     return result;
 }
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {
-    levelled heard = open_levelled(wanted, listener, spare != nullptr ? 1 : wanted.jobs);
-    auto &[input_status, input_name, source, plan, origin, labels] = heard.input;
+    const int jobs = spare != nullptr ? 1 : wanted.jobs; // of what comes before and behind the encode
+    levelled heard = open_levelled(wanted, listener, jobs);
+    auto &[input_status, input_name, source, plan, origin, labels, shape] = heard.input;
     check_rules(wanted, plan.settings, source->shape().rate,
                 [&](const std::string &text) { listener.violation(text); });
     for (const auto &note : plan.notes)
@@ -210,6 +257,7 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
 
     note_name(wanted, plan.settings, listener);
     outputs files(wanted, input_status);
+    refuse_check(wanted, input_status, files.stream);
     if (files.stream.is_copied())
         listener.note("the folder of " + files.stream.name()
                       + " takes no new file; the file's contents are replaced at the end");
@@ -241,10 +289,14 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
     files.stream.check();
     if (done.samples == 0)
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
+    files.close();
+    auto checked = check(wanted, files.stream, stream_of(plan.settings, rate, writer, offset),
+                         done.samples, loudness ? loudness->gain_db : 0, jobs, listener);
     files.publish();
     if (files.stream.has_replaced()) listener.note("replaced the MPEG audio that was in its place");
     if (loudness) listener.note(loudness_text(*loudness, wanted.sound));
-    return {plan.settings, rate, writer.frames(), done.samples, done.clipped, loudness};
+    return {plan.settings, rate,         writer.frames(), done.samples,
+            shape,         done.clipped, loudness,        std::move(checked)};
 }
 
 } // namespace tools

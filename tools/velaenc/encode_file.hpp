@@ -1,6 +1,7 @@
 // The encode of one file, from the name of its input to the published output.
 #pragma once
 
+#include "check/stream_check.hpp"
 #include "jobs/clip_count.hpp"
 #include "jobs/progress.hpp"
 #include "jobs/thread_budget.hpp"
@@ -25,6 +26,9 @@ class run_listener {
     /// Something that the user did not ask for, or may not expect.
     virtual void note(const std::string &text) = 0;
 
+    /// Figures of a file, which a report has in fields of their own.
+    virtual void figures(const std::string &text) = 0;
+
     /// The encode starts.
     /// @param length  samples a channel, where known
     /// @return who is told how far it is; used until encode_file() returns
@@ -39,9 +43,11 @@ struct file_result {
     int rate = 0;              ///< Hz
     std::uint64_t frames = 0;  ///< of the stream
     std::uint64_t samples = 0; ///< a channel, of the sound that was encoded
-
+    pcm_shape input = {};      ///< of the input itself
     clip_count clipped = {};
     std::optional<programme_loudness> loudness = {}; ///< of what was encoded, where it was measured
+
+    std::optional<check_result> check = {}; ///< of the stream, where that was wanted
 
     double seconds() const noexcept { return static_cast<double>(samples) / rate; }
 };

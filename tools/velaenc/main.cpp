@@ -39,6 +39,8 @@ class single_run final : public run_listener {
         return begin(rate, length);
     }
 
+    void figures(const std::string &text) override { note(text); }
+
     progress_listener &begin(int rate, std::optional<std::uint64_t> length) override {
         return shown_.emplace(rate, length, !quiet_ && ::isatty(STDERR_FILENO));
     }

@@ -20,8 +20,12 @@ namespace {
 const choices<int> layer_codes{{"1", 1}, {"2", 2}};
 const choices<int> bit_codes{{"0", 0}, {"1", 1}};
 const choices<bool> container_codes{{"raw", false}, {"wav", true}};
-const choices<sample_format> format_codes{
-    {"s16", sample_format::s16}, {"s24", sample_format::s24}, {"f32", sample_format::f32}};
+const choices<raw_format> format_codes = [] {
+    choices<raw_format> codes;
+    for (const raw_format &each : raw_formats)
+        codes.emplace_back(each.name, each);
+    return codes;
+}();
 
 template <class Value>
 std::string names_of(const choices<Value> &named) {
@@ -97,14 +101,15 @@ void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
 struct raw_options {
     bool raw = false;
     std::optional<int> rate, channels;
-    sample_format format = sample_format::s16;
+    raw_format format;
 };
 
 void add_raw_options(CLI::App &app, raw_options &given) {
-    auto *raw = app.add_flag("--raw", given.raw, "IN is headerless little-endian PCM");
+    auto *raw = app.add_flag("--raw", given.raw, "IN is headerless PCM");
     auto *rate = add_number(app, "--rate", given.rate, "HZ", "Sample rate of --raw input");
     auto *channels = add_number(app, "--channels", given.channels, "N", "Channels of --raw input");
-    auto *format = add_choice(app, "--format", given.format, format_codes, "Samples of --raw input");
+    auto *format = add_choice(app, "--format", given.format, format_codes,
+                              "Samples of --raw input; be: most significant byte first");
     for (auto *option : {rate, channels, format}) {
         option->needs(raw);
         raw->needs(option);
@@ -248,6 +253,8 @@ std::optional<options> read_options(int argc, char **argv) {
         ->type_name("FILE")
         ->excludes(threads)
         ->excludes(engine);
+    app.add_flag("--check", wanted.check,
+                 "Decode the stream (libmpg123) and hold it against IN before it gets its name");
     app.add_flag("-q,--quiet", wanted.quiet, "Only errors on standard error");
     app.add_flag("--force", wanted.force, "Encode although the stream will not conform to the preset");
     add_batch_options(app, batch);
@@ -262,7 +269,7 @@ std::optional<options> read_options(int argc, char **argv) {
     check_names(app);
     if (app.count("--crc") > 0) wanted.crc = crc;
     if (!named_output.empty()) wanted.output = named_output;
-    if (given.raw) wanted.raw = pcm_shape{given.rate.value(), given.channels.value(), given.format};
+    if (given.raw) wanted.raw = raw_shape{given.rate.value(), given.channels.value(), given.format};
     sort_names(app, wanted, batch, std::move(more));
     complete(wanted, given, jobs);
     return wanted;

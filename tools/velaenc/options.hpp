@@ -1,7 +1,7 @@
 // The command line as a record.
 #pragma once
 
-#include "input/pcm_source.hpp"
+#include "input/raw_format.hpp"
 #include "settings/record.hpp"
 #include "velaenc/batch_options.hpp"
 #include "velaenc/sound_options.hpp"
@@ -26,13 +26,14 @@ struct options : wishes {
     bool tags = false;        ///< an ID3 tag with what the input's says, in front of a bare stream
     sound_options sound;
 
-    std::optional<pcm_shape> raw; ///< shape of headerless input
+    std::optional<raw_shape> raw; ///< shape of headerless input
     bool ignore_length = false;   ///< encode what is there, whatever the header says
     int jobs = 1;                 ///< threads that encode
     bool engine = false;          ///< encode through the plug-in interface
     bool overwrite = false;       ///< replace whatever is there
     bool no_clobber = false;      ///< replace nothing
     bool sync = true;             ///< wait until the files are on the disk
+    bool check = false;           ///< decode the finished stream and hold it against the input
     bool quiet = false;
     bool force = false;
 

@@ -46,6 +46,24 @@ CLI::Option *add_parsed(CLI::App &app, const std::string &option, const std::str
     return app.add_option_function<std::string>(option, std::move(store), help)->type_name(type);
 }
 
+/// "FC=0.7,LFE=0.5"
+std::vector<speaker_factor> factors_in(const std::string &text) {
+    std::vector<speaker_factor> factors;
+    for (std::string_view rest = text; !rest.empty();) {
+        const auto item = rest.substr(0, rest.find(','));
+        const auto equals = std::min(item.find('='), item.size());
+        const auto where = speaker_named(item.substr(0, equals));
+        const auto factor = number_in<double>(item.substr(std::min(equals + 1, item.size())));
+        if (!where || !factor || !(*factor >= 0 && *factor <= 10))
+            refuse("--downmix", text,
+                   "bs775, none, or SPEAKER=FACTOR,... with FL FR FC LFE BL BR FLC FRC BC SL SR and 0 "
+                   "to 10");
+        factors.push_back({*where, *factor});
+        rest.remove_prefix(std::min(item.size() + 1, rest.size()));
+    }
+    return factors;
+}
+
 void add_part(CLI::App &app, sound_options &wanted) {
     const auto parse = [](const std::string &option, const std::string &text) {
         const auto time = time_in(text);
@@ -105,12 +123,15 @@ void add_sound_options(CLI::App &app, sound_options &wanted) {
                    if (wanted.rate != 32000 && wanted.rate != 44100 && wanted.rate != 48000)
                        refuse("--to-rate", text, "32000, 44100 or 48000");
                });
-    add_parsed(app, "--downmix", "bs775|none",
-               "Mix more than two channels to stereo by ITU-R BS.775 (so without it), or refuse them",
-               [&wanted](const std::string &text) {
-                   if (text != "bs775" && text != "none") refuse("--downmix", text, "bs775 or none");
-                   wanted.mixes_down = text != "none";
-               });
+    add_parsed(
+        app, "--downmix", "bs775|none|SPEAKER=FACTOR,...",
+        "Mix more than two channels to stereo by ITU-R BS.775 (so without it) and lower all so that"
+        " nothing clips; refuse them; or with factors of your own (FC=0.7,LFE=0.5), nothing lowered",
+        [&wanted](const std::string &text) {
+            wanted.mixes_down = text != "none";
+            wanted.downmix =
+                text == "bs775" || text == "none" ? std::vector<speaker_factor>() : factors_in(text);
+        });
     add_loudness(app, wanted);
     app.add_flag("--swap-channels", wanted.swaps_channels, "Left for right");
     auto *align =

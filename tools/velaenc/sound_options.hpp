@@ -1,8 +1,11 @@
 // What the command line says about the sound before it is encoded.
 #pragma once
 
+#include "input/channel_matrix.hpp"
+
 #include <chrono>
 #include <optional>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -15,6 +18,7 @@ struct sound_options {
     std::optional<std::chrono::nanoseconds> duration;
     std::optional<int> rate; ///< Hz of the stream; none: the input's, or one near it that will do
     bool mixes_down = true;  ///< more than two channels
+    std::vector<speaker_factor> downmix; ///< factors of one's own for that
     bool swaps_channels = false;
     double gain_db = 0;
     bool measures = false;          ///< how loud what is encoded is

@@ -13,6 +13,8 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <numeric>
+#include <span>
 
 namespace tools {
 namespace {
@@ -66,12 +68,13 @@ std::string names_of(const std::vector<speaker> &speakers) {
     return names;
 }
 
-gain_matrix mixdown(const pcm_source &source, std::vector<std::string> &notes) {
+gain_matrix mixdown(const pcm_source &source, std::span<const speaker_factor> own,
+                    std::vector<std::string> &notes) {
     const std::string count = std::to_string(source.shape().channels) + " channels";
     auto speakers = source.speakers();
     const bool guessed = speakers.empty();
     if (guessed) speakers = wav_speakers(source.shape().channels);
-    auto gains = bs775_gains(speakers);
+    auto gains = own.empty() ? bs775_gains(speakers) : own_gains(speakers, own);
     if (speakers.empty() || gains.empty())
         throw failure(exit_code::input,
                       "the input has " + count
@@ -80,9 +83,15 @@ gain_matrix mixdown(const pcm_source &source, std::vector<std::string> &notes) {
     double front = 0;
     for (const double gain : gains[0])
         front = std::max(front, gain);
-    notes.push_back(
-        "mixing " + count + " (" + names_of(speakers) + (guessed ? ", going by their number" : "")
-        + ") down to stereo by ITU-R BS.775, the front at " + decibels(20 * std::log10(front)));
+    notes.push_back("mixing " + count + " (" + names_of(speakers)
+                    + (guessed ? ", going by their number" : "") + ") down to stereo by "
+                    + (own.empty() ? "ITU-R BS.775, the front" : "--downmix, the loudest channel")
+                    + " at " + decibels(20 * std::log10(front)));
+    double most = 0;
+    for (const auto &row : gains)
+        most = std::max(most, std::accumulate(row.begin(), row.end(), 0.0));
+    if (most > 1.0001)
+        notes.back() += ", all at once at " + decibels(20 * std::log10(most)) + ", which may clip";
     return gains;
 }
 
@@ -101,7 +110,7 @@ std::unique_ptr<pcm_source> mix(std::unique_ptr<pcm_source> source, const sound_
     note_speakers(*source, notes);
     if (wanted.swaps_channels && !swaps) notes.emplace_back("one channel: nothing to swap");
     if (channels <= 2 && wanted.gain_db == 0 && !swaps) return source;
-    auto gains = channels > 2 ? mixdown(*source, notes) : unity_gains(channels);
+    auto gains = channels > 2 ? mixdown(*source, wanted.downmix, notes) : unity_gains(channels);
     if (swaps) {
         notes.emplace_back("left and right are swapped");
         std::swap(gains[0], gains[1]);

@@ -1,0 +1,52 @@
+#include "velaenc/check_text.hpp"
+
+#include "common/counted.hpp"
+#include "jobs/progress.hpp"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace tools {
+namespace {
+
+std::string number_in_text(const char *format, double value) {
+    std::array<char, 48> text;
+    std::snprintf(text.data(), text.size(), format, value);
+    return text.data();
+}
+
+} // namespace
+
+std::optional<std::size_t> least_second(const check_result &checked) {
+    std::optional<std::size_t> least;
+    for (std::size_t i = 0; i < checked.count(); ++i)
+        if (const auto ratio = checked.second(i))
+            if (!least || *ratio < *checked.second(*least)) least = i;
+    return least;
+}
+
+double excess_of(const check_result &checked) {
+    const double peak = checked.overs.peak;
+    return peak > 1 ? std::ceil(200 * std::log10(peak)) / 10 : 0;
+}
+
+std::string check_text(const check_result &checked) {
+    std::string text = "checked: libmpg123 decodes every frame";
+    if (const auto whole = checked.whole())
+        text += number_in_text(", signal-to-noise ratio %.1f dB", *whole);
+    if (const auto least = least_second(checked))
+        text += number_in_text(", at least %.1f dB", *checked.second(*least)) + " (at "
+                + clock_text(static_cast<double>(*least), 0) + ")";
+    return text;
+}
+
+std::string overs_text(const check_result &checked, double gain_db) {
+    const double excess = excess_of(checked);
+    return counted(checked.overs.samples, "decoded sample")
+           + (checked.overs.samples == 1 ? " lies" : " lie") + " beyond full scale, by up to "
+           + number_in_text("%+.1f dB", excess) + "; players will clip them, unless --gain "
+           + number_in_text("%.1f", gain_db - excess) + " lowers all";
+}
+
+} // namespace tools

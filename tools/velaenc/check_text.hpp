@@ -1,0 +1,21 @@
+// What --check found, in words.
+#pragma once
+
+#include "check/stream_check.hpp"
+
+#include <string>
+
+namespace tools {
+
+/// The second with the least signal-to-noise ratio of those that have sound; none without one.
+std::optional<std::size_t> least_second(const check_result &checked);
+
+/// dB by which the decoded sound has to be softer to stay within full scale, rounded up to a tenth; 0: it does.
+double excess_of(const check_result &checked);
+
+std::string check_text(const check_result &checked);
+
+/// @param gain_db  by which the sound was raised
+std::string overs_text(const check_result &checked, double gain_db);
+
+} // namespace tools
