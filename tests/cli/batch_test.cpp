@@ -145,6 +145,8 @@ TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) 
         EXPECT_EQ(line["frames"], frames_of(get(named)).size());
         EXPECT_EQ(line["seconds"], 0.1);
         EXPECT_EQ(line["clipped_samples"], 0);
+        EXPECT_EQ(line["source"], nlohmann::json({{"rate", 48000}, {"channels", 2}, {"bits", 16}}));
+        EXPECT_NEAR(line["peak_dbfs"].get<double>(), -6.02, 0.02); // of noise over half of the scale
         EXPECT_EQ(shell("sha256sum < " + named).out, digest + "  -\n");
         EXPECT_EQ(line["settings"]["kbps"], 224);
     }

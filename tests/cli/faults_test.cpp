@@ -48,7 +48,7 @@ TEST_F(faults_test, a_failing_call_at_any_position_leaves_a_whole_stream_or_none
                   {"write", 0, true},      {"rename", EIO, false},   {"renameat2", EINVAL, true},
                   {"fsync", EIO, false},   {"fstat", EIO, false},    {"lseek", EIO, false},
                   {"close", EIO, false},   {"mmap", ENOMEM, false}};
-    const std::string commands[] = {"-j 2 in.wav out.mp2", "-j 1 - out.mp2 < in.flac"};
+    const std::string commands[] = {"-j 2 --check in.wav out.mp2", "-j 1 - out.mp2 < in.flac"};
     for (const auto &command : commands) {
         const auto stream = shell("velaenc -q " + command + "; cat out.mp2").out;
         ASSERT_FALSE(frames_of(stream).empty()) << command;

@@ -273,5 +273,25 @@ TEST_F(input_test, headerless_input_streams_and_has_whole_samples) {
     }
 }
 
+TEST_F(input_test, headerless_samples_of_every_kind_are_what_another_reader_makes_of_them) {
+    put("whole.wav", wav(pcm(noise(20001)), 1, 48000));
+    const struct {
+        const char *format, *there, *wide; // ours, ffmpeg's, and what loses nothing of it
+    } cases[] = {{"u8", "u8", "s16"},       {"s8", "s8", "s16"},     {"s16be", "s16be", "s16"},
+                 {"s24be", "s24be", "s24"}, {"s32", "s32le", "f32"}, {"s32be", "s32be", "f32"},
+                 {"f32be", "f32be", "f32"}, {"s24", "s24le", "s24"}};
+    for (const auto &[format, there, wide] : cases) {
+        run(std::string("ffmpeg -y -v error -i whole.wav -f ") + there
+            + " bytes; ffmpeg -y -v error -f " + there + " -ar 48000 -ac 1 -i bytes -c:a pcm_" + wide
+            + "le wide.wav");
+        const std::string raw = std::string("--raw --rate 48000 --channels 1 --format ") + format;
+        const auto expected = encoded("wide.wav");
+        EXPECT_GT(expected.size(), 1000u);
+        EXPECT_TRUE(encoded(raw + " bytes") == expected) << format;
+        EXPECT_TRUE(encoded(raw + " - < bytes") == expected) << format;
+        EXPECT_TRUE(encoded(raw + " --start 0.1 bytes") == encoded("--start 0.1 wide.wav")) << format;
+    }
+}
+
 } // namespace
 } // namespace velaenc_test

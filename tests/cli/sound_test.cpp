@@ -293,5 +293,27 @@ TEST_F(sound_test, gain_and_swap_are_exact_and_what_lies_beyond_full_scale_is_co
     }
 }
 
+TEST_F(sound_test, factors_of_ones_own_mix_down_as_they_are) {
+    auto sound = noise(6 * 20000);
+    std::vector<std::int16_t> mixed;
+    for (auto &each : sound)
+        each /= 16;
+    for (std::size_t i = 0; i < sound.size(); i += 6)
+        for (const std::size_t side : {0u, 1u})
+            mixed.push_back(static_cast<std::int16_t>(sound[i + side] + 2 * sound[i + 2] + sound[i + 3]
+                                                      + 3 * sound[i + 4 + side]));
+    put("in.wav", wav(pcm(sound), 6, 48000));
+    put("mixed.wav", wav(pcm(mixed, 4), 2, 48000, 4));
+    const std::string own = "velaenc --downmix FC=2,lfe=1,BL=3,br=3 in.wav - ";
+    EXPECT_TRUE(
+        run(own, 0,
+            "down to stereo by --downmix, the loudest channel at +9.5 dB, all at once at +16.9 dB, "
+            "which may clip")
+            .out
+        == encoded("mixed.wav"));
+    for (const std::string text : {"FC", "FC=x", "XX=1", "FC=-1"})
+        run("velaenc in.wav x --downmix " + text, 1, "--downmix");
+}
+
 } // namespace
 } // namespace velaenc_test

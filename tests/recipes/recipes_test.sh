@@ -49,6 +49,7 @@ vcd-info --bin-file=svcd.bin 2>&1 | grep 'SVCD detected' >log || die 'no SVCD'
 make 'a DVB stream' 167 dvb.ts
 make 'an HLS stream' 167 live.m3u8
 make 'WAV for radio' 167 radio.wav
+make 'a stream that is proven' 167 proven.mp2
 make 'a stream at broadcast loudness' 167 radio.wav
 ffmpeg -v error -i sound.wav -metadata title=Title song.flac
 make 'a stream that tells its title' 167 song.mp2

@@ -28,7 +28,8 @@ std::optional<std::size_t> least_second(const check_result &checked) {
 
 double excess_of(const check_result &checked) {
     const double peak = checked.overs.peak;
-    return peak > 1 ? std::ceil(200 * std::log10(peak)) / 10 : 0;
+    constexpr double other_rounding = 0.3; // softer sound is coded with other errors
+    return peak > 1 ? std::ceil(10 * (20 * std::log10(peak) + other_rounding)) / 10 : 0;
 }
 
 std::string check_text(const check_result &checked) {
@@ -45,8 +46,9 @@ std::string overs_text(const check_result &checked, double gain_db) {
     const double excess = excess_of(checked);
     return counted(checked.overs.samples, "decoded sample")
            + (checked.overs.samples == 1 ? " lies" : " lie") + " beyond full scale, by up to "
-           + number_in_text("%+.1f dB", excess) + "; players will clip them, unless --gain "
-           + number_in_text("%.1f", gain_db - excess) + " lowers all";
+           + number_in_text("%.1f dB", 20 * std::log10(checked.overs.peak))
+           + "; players will clip them, unless --gain " + number_in_text("%.1f", gain_db - excess)
+           + " lowers all";
 }
 
 } // namespace tools

@@ -10,7 +10,7 @@ namespace tools {
 /// The second with the least signal-to-noise ratio of those that have sound; none without one.
 std::optional<std::size_t> least_second(const check_result &checked);
 
-/// dB by which the decoded sound has to be softer to stay within full scale, rounded up to a tenth; 0: it does.
+/// dB by which the decoded sound has to be softer to stay within full scale, with some to spare; 0: it does.
 double excess_of(const check_result &checked);
 
 std::string check_text(const check_result &checked);

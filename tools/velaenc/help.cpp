@@ -60,7 +60,7 @@ constexpr const char *rest =
     "  2  the input is missing, unreadable, truncated, empty or has unusable channels\n"
     "  3  the output cannot be written\n"
     "  4  the settings or the sample rate cannot be encoded or do not conform to the preset\n"
-    "  5  memory is out, or the program is at fault\n"
+    "  5  memory is out, the program is at fault, or --check has found the stream wrong\n"
     "  6  some of the files of a batch failed\n"
     "  128 + n  ended by signal n";
 

@@ -124,7 +124,7 @@ void add_sound_options(CLI::App &app, sound_options &wanted) {
                        refuse("--to-rate", text, "32000, 44100 or 48000");
                });
     add_parsed(
-        app, "--downmix", "bs775|none|SPEAKER=FACTOR,...",
+        app, "--downmix", "bs775|none|FACTORS",
         "Mix more than two channels to stereo by ITU-R BS.775 (so without it) and lower all so that"
         " nothing clips; refuse them; or with factors of your own (FC=0.7,LFE=0.5), nothing lowered",
         [&wanted](const std::string &text) {

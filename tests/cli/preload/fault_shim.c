@@ -49,11 +49,17 @@ ssize_t read(int file, void *bytes, size_t size) {
     return REAL(read)(file, bytes, failed ? (size + 1) / 2 : size);
 }
 ssize_t pread(int file, void *bytes, size_t size, off_t at) {
-    const int failed = fails("read");
+    const int failed = fails("read") || ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDWR && fails("readback"));
     if (failed && errno != 0) return -1;
     return REAL(pread)(file, bytes, failed ? (size + 1) / 2 : size, at);
 }
 ssize_t write(int file, const void *bytes, size_t size) {
+    if (size > 4096 && fails("corrupt")) { /* the later half is that of another place */
+        static char other[1 << 22];
+        memcpy(other, bytes, size < sizeof other ? size : sizeof other);
+        memset(other + size / 2, 0x55, size / 4);
+        return REAL(write)(file, other, size < sizeof other ? size : sizeof other);
+    }
     const int failed = file != STDERR_FILENO && fails("write");
     if (failed && errno != 0) return -1;
     return REAL(write)(file, bytes, failed ? (size + 1) / 2 : size);
