@@ -65,7 +65,8 @@ rooms=(simd stream analysis psy coding api engine)
 declare -A tool_rooms=(
     [settings]='' [common]='settings' [parser]='common settings' [input]='common settings' [output]='common settings loudness'
     [loudness]='common' [jobs]='common settings input loudness output'
-    [velaenc]='common settings loudness parser input output jobs'
+    [check]='common settings parser input output jobs'
+    [velaenc]='common settings loudness parser input output jobs check'
     [velainfo]='common settings loudness parser input output jobs'
 )
 # FILE:INCLUDED; the file says why.
