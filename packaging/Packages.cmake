@@ -69,6 +69,11 @@ if(TARGET gstvelamp2)
         "The element velamp2enc, which encodes as MPEG-1 Audio Layer I or
 Layer II; encodebin finds it by itself.${no_licence}" ${any_since})
 endif()
+if(TARGET vela_twolame)
+    package(twolame libtwolame0-vela libs "MPEG-1 Audio Layer II encoder (drop-in for libtwolame)"
+        "A libtwolame.so.0 in a folder of its own, and vela-twolame, which runs ffmpeg,
+sox and other programs with it in place of the system's.${no_licence}" ${any_since})
+endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vela-enc-mp1a)

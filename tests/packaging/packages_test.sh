@@ -37,6 +37,7 @@ closed=$(find "$work/all" -mindepth 1 -type d -not -perm 755)
 # What each binary must show: `readelf OPTION`, the words, what is wrong without them. What the fortified calls and the
 # guard of the stack are called, a binary imports.
 while IFS= read -r binary; do
+    readelf -h "$binary" >/dev/null 2>&1 || continue # a script
     while IFS=';' read -r option words fault; do
         grep -Eq "$words" <<<"$(readelf "-$option" -W "$binary")" || die "$binary $fault"
     done <<'ROWS'
@@ -130,6 +131,16 @@ plugin=$(find "$usr" -name 'libgst*.so')
 if [ -n "$plugin" ]; then
     LD_LIBRARY_PATH=$libs GST_REGISTRY=$work/registry GST_PLUGIN_PATH=$(dirname "$plugin") \
         gst-inspect-1.0 velamp2enc >"$work/element" || die "the element does not load"
+fi
+
+if [ -e "$usr/bin/vela-twolame" ]; then
+    [ "$("$usr/bin/vela-twolame" printenv LD_LIBRARY_PATH)" = "$libs/vela-twolame" ] || die "vela-twolame has another folder"
+    zcat "$usr/share/man/man1/vela-twolame.1.gz" | grep -q 'VELA_MODEL' || die "vela-twolame(1) is empty"
+    # shellcheck source=/dev/null
+    . "$usr/share/bash-completion/completions/vela-twolame"
+    COMP_WORDS=(vela-twolame --pri) COMP_CWORD=1
+    _vela_twolame
+    [ "${COMPREPLY[*]}" = --print-folder ] || die "bash completes --pri to ${COMPREPLY[*]}"
 fi
 
 mapfile -t names < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)

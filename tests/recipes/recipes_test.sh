@@ -48,6 +48,7 @@ make 'an SVCD' 154 movie.mpg
 vcd-info --bin-file=svcd.bin 2>&1 | grep 'SVCD detected' >log || die 'no SVCD'
 make 'a DVB stream' 167 dvb.ts
 make 'an HLS stream' 167 live.m3u8
+if command -v vela-twolame >/dev/null; then make 'MP2 in ffmpeg, SoX, VLC, ...' 167 out.mp2; fi
 make 'WAV for radio' 167 radio.wav
 make 'a stream that is proven' 167 proven.mp2
 make 'a stream at broadcast loudness' 167 radio.wav
