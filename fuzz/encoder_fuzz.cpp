@@ -3,7 +3,7 @@
 // and every frame that was accepted whole is one by the standard's syntax, its CRC included.
 #include "api/encoder.hpp"
 #include "byte_source.hpp"
-#include "judged_frame.hpp"
+#include "lent_blocks.hpp"
 #include "random_settings.hpp"
 
 #include <bit>
@@ -56,20 +56,8 @@ habits read_habits(fuzz::byte_source &from) {
     return habits;
 }
 
-/// Lends a block of its own for every request and takes it away at the commit, so that the address
-/// sanitizer sees every byte that is written elsewhere or later.
-struct output : bufstream {
-    explicit output(const habits &how) : bufstream{}, habits_(how) {
-        request = [](bufstream *self, std::uint32_t n) { return static_cast<output *>(self)->lend(n); };
-        commit = [](bufstream *self, std::uint32_t n) { return static_cast<output *>(self)->take(n); };
-        chunk_size = [](bufstream *self) { return static_cast<output *>(self)->next_chunk(); };
-        auxinfo = [](bufstream *self, std::uint32_t, std::uint32_t id, const void *data,
-                     std::uint32_t size) {
-            if (id == MPEG_A_FRAME_INFO) static_cast<output *>(self)->end_frame(data, size);
-            static_cast<output *>(self)->call_back();
-            return std::uint32_t{};
-        };
-    }
+struct output final : fuzz::lent_blocks {
+    explicit output(const habits &how) : habits_(how) {}
 
     /// Before an Init.
     void start_afresh() {
@@ -77,50 +65,37 @@ struct output : bufstream {
         frame.clear();
     }
 
-    std::uint32_t next_chunk() {
-        told = habits_.chunks[chunks_told++ % 2];
+    std::uint32_t next_chunk() override {
         call_back();
-        return told;
+        return habits_.chunks[chunks_told++ % 2];
     }
-
-    std::uint8_t *lend(std::uint32_t n) {
-        expect(n == told, "another block was requested than the host has");
-        const bool refuses = requests == habits_.refused_request
-                             || (habits_.for_good && requests > habits_.refused_request);
-        ++requests;
-        failed |= refuses;
-        block = refuses ? nullptr : std::make_unique<std::uint8_t[]>(n);
-        lent = n;
+    bool refuses_request() override {
         call_back();
-        return block.get();
+        return strikes(requests++, habits_.refused_request);
     }
-
-    std::uint32_t take(std::uint32_t n) {
-        expect(block != nullptr && n <= lent, "more was committed than lent");
+    std::uint32_t accept(std::uint32_t n) override {
         expect(!failed || n == 0, "bytes were committed after a failure");
-        frame.insert(frame.end(), block.get(), block.get() + n);
-        block.reset();
-        const bool truncates =
-            commits == habits_.short_commit || (habits_.for_good && commits > habits_.short_commit);
-        ++commits;
-        failed |= truncates;
         call_back();
-        if (!truncates) return n;
+        if (!strikes(commits++, habits_.short_commit)) return n;
         return n == 0 ? 1 : n - 1 - habits_.missing % n;
     }
-
-    void end_frame(const void *data, std::uint32_t size) {
-        frame_info info;
-        expect(size == sizeof info, "a report of a wrong size");
-        std::memcpy(&info, data, sizeof info);
+    void inform() override { call_back(); }
+    void see_frame(bool whole) override {
         stream.insert(stream.end(), frame.begin(), frame.end());
-        expect(frame.size() <= info.length, "more than a frame was delivered");
-        expect(frame.size() == info.length || may_fail(), "less than a frame was delivered");
-        failed |= frame.size() != info.length;
-        if (!failed) fuzz::judge_frame(frame);
-        frame.clear();
+        expect(whole || may_fail(), "less than a frame was delivered");
     }
 
+    bool may_fail() const {
+        return failed || std::min(habits_.chunks[0], habits_.chunks[1]) <= MPEG_A_MAX_FRAME_BYTES;
+    }
+
+    mpeg_a_encoder *encoder = nullptr;
+    std::vector<std::uint8_t> stream;
+
+  private:
+    bool strikes(std::int64_t now, std::int64_t at) const {
+        return now == at || (habits_.for_good && now > at);
+    }
     /// Everything that is refused while a call runs; Free is ignored.
     void call_back() {
         if (!habits_.calls_back || encoder == nullptr) return;
@@ -130,20 +105,9 @@ struct output : bufstream {
         mpegOutAudioFree(encoder);
     }
 
-    bool may_fail() const {
-        return failed || std::min(habits_.chunks[0], habits_.chunks[1]) <= MPEG_A_MAX_FRAME_BYTES;
-    }
-
-    mpeg_a_encoder *encoder = nullptr;
-    bool failed = false;
-    std::uint32_t told = 0, lent = 0;
+    habits habits_;
     std::int64_t requests = 0, commits = 0;
     std::size_t chunks_told = 0;
-    std::unique_ptr<std::uint8_t[]> block;
-    std::vector<std::uint8_t> frame, stream;
-
-  private:
-    habits habits_;
 };
 
 /// The functions that a host may lend; what they do is the input's.

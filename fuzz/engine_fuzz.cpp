@@ -2,11 +2,12 @@
 // sinks and streams that fail, call back, and give up the last reference from inside a call. Every frame
 // that comes out whole is one by the standard's syntax.
 #include "byte_source.hpp"
-#include "judged_frame.hpp"
+#include "lent_blocks.hpp"
 #include "random_settings.hpp"
 #include "vela_enc_mp1a/engine.h"
 
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,38 +15,22 @@ namespace {
 
 using fuzz::expect;
 
-constexpr const char *keys[] = {"settings::audio_mode",
-                                "settings::audio_layer",
-                                "settings::psych_model",
-                                "settings::audio_bitrate",
-                                "settings::emphasis",
-                                "settings::extension",
-                                "settings::error_protection",
-                                "settings::copyright",
-                                "settings::original",
-                                "settings::pts_offset",
-                                "settings::pts_units",
-                                "settings::sample_rate",
-                                "settings::sampling::rate",
-                                "settings::sampling_bits",
-                                "settings::sampling::bits",
-                                "settings::audio_model",
-                                "settings::",
-                                "settings::audio_bitrate ",
-                                "preset::audio_type",
-                                "preset::video_type",
-                                "preset::",
-                                "version::major",
-                                "version::minor",
-                                "version::revision",
-                                "command::init",
-                                "command::done",
-                                "command::",
-                                "init::settings",
-                                "init::output::bufstream",
-                                "init::output::PushData",
-                                "",
-                                nullptr};
+/// Every key and some that there are not.
+std::vector<std::string> make_keys() {
+    std::istringstream list("audio_mode,audio_layer,psych_model,audio_bitrate,emphasis,extension,"
+                            "error_protection,copyright,original,pts_offset,pts_units,sample_rate,"
+                            "sampling::rate,sampling_bits,sampling::bits,audio_model,,audio_bitrate ,"
+                            ":preset::audio_type,:preset::video_type,:preset::,:version::major,"
+                            ":version::minor,:version::revision,:command::init,:command::done,"
+                            ":command::,:init::settings,:init::output::bufstream,"
+                            ":init::output::PushData,:");
+    std::vector<std::string> keys;
+    for (std::string name; std::getline(list, name, ',');)
+        keys.push_back(name.starts_with(':') ? name.substr(1) : "settings::" + name);
+    return keys;
+}
+
+const std::vector<std::string> keys = make_keys();
 
 struct host;
 
@@ -85,45 +70,20 @@ struct sink final : PushData {
     std::int32_t references = 1, announced = -1;
 };
 
-struct stream : bufstream {
-    explicit stream(host &owner) : bufstream{}, host_(owner) {
-        request = [](bufstream *self, std::uint32_t n) { return static_cast<stream *>(self)->lend(n); };
-        commit = [](bufstream *self, std::uint32_t n) { return static_cast<stream *>(self)->take(n); };
-        chunk_size = [](bufstream *self) {
-            static_cast<stream *>(self)->call_back();
-            return static_cast<stream *>(self)->chunk;
-        };
-        auxinfo = [](bufstream *self, std::uint32_t, std::uint32_t id, const void *data,
-                     std::uint32_t size) {
-            if (id == MPEG_A_FRAME_INFO) static_cast<stream *>(self)->end_frame(data, size);
-            static_cast<stream *>(self)->call_back();
-            return std::uint32_t{};
-        };
+struct stream final : fuzz::lent_blocks {
+    explicit stream(host &owner) : host_(owner) {}
+    std::uint32_t next_chunk() override {
+        failed = false; // nobody else tells of a new stream
+        call_back();
+        return chunk;
     }
-    std::uint8_t *lend(std::uint32_t n) noexcept {
-        block = call_back() == 7 ? nullptr : std::make_unique<std::uint8_t[]>(n);
-        return block.get();
-    }
-    std::uint32_t take(std::uint32_t n) noexcept {
-        const std::int32_t answer = call_back();
-        frame.insert(frame.end(), block.get(), block.get() + n);
-        block.reset();
-        return answer == 7 ? n / 2 : n;
-    }
-    void end_frame(const void *data, std::uint32_t size) {
-        frame_info info;
-        expect(size == sizeof info, "a report of a wrong size");
-        std::memcpy(&info, data, sizeof info);
-        expect(frame.size() <= info.length, "more than a frame was delivered");
-        if (frame.size() == info.length) fuzz::judge_frame(frame);
-        frame.clear();
-    }
+    bool refuses_request() override { return call_back() == 7; }
+    std::uint32_t accept(std::uint32_t n) override { return call_back() == 7 ? n / 2 : n; }
+    void inform() override { call_back(); }
     std::int32_t call_back() noexcept;
 
     host &host_;
     std::uint32_t chunk = 2048;
-    std::unique_ptr<std::uint8_t[]> block;
-    std::vector<std::uint8_t> frame;
 };
 
 struct host {
@@ -151,8 +111,8 @@ struct host {
     API_PutData &data() { return *static_cast<API_PutData *>(data_holder); }
 
     const char *key() {
-        const std::size_t pick = from.below(std::size(keys) + 4);
-        if (pick < std::size(keys)) return keys[pick];
+        const std::size_t pick = from.below(keys.size() + 5);
+        if (pick <= keys.size()) return pick < keys.size() ? keys[pick].c_str() : nullptr;
         text = pick % 2 == 0 ? "settings::" : "";
         for (const std::uint8_t byte : from.take(12))
             text += static_cast<char>(byte);
@@ -225,7 +185,8 @@ struct host {
     void bind_stream() {
         stream &bound = streams[from.below(2)];
         bound.chunk = from.below(4) == 0 ? static_cast<std::uint32_t>(from.below(2100)) : 2048;
-        params().set_parameter_str("init::output::bufstream", from.below(4) == 0 ? nullptr : &bound, 0);
+        bufstream *const slots = from.below(4) == 0 ? nullptr : &bound; // not what lies before them
+        params().set_parameter_str("init::output::bufstream", slots, 0);
     }
 
     /// Elements of any size; nothing lies behind them.

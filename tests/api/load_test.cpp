@@ -52,9 +52,9 @@ TEST(load, of_256_encoders_on_all_cores_changes_no_byte_of_any_of_them) {
         std::mt19937 random(i);
         const auto below = [&](unsigned n) { return static_cast<int>(random() % n); };
         constexpr int frequencies[] = {32000, 44100, 48000};
-        const stream how{
-            1 + below(2), below(4), 1 + below(14), below(2), frequencies[below(3)], 2 + below(3), 1, 3,
-            below(2),     0};
+        stream how{
+            1 + below(2), below(4), 1 + below(14), below(2), frequencies[below(3)], 2 + below(3), 1, 3};
+        how.model = below(2) * MPEG_A_MODEL_TUNED;
         auto made = std::make_unique<task>(how, levels()[random() % levels().size()], i);
         if (made->encoder != nullptr)
             tasks.push_back(std::move(made)); // a bitrate that goes with the mode

@@ -1,5 +1,4 @@
-// exp, log and cos against long double arithmetic of the C library.
-#include "simd/const_math.hpp"
+// exp, log and roots against long double arithmetic of the C library.
 #include "simd/math.hpp"
 
 #include <cmath>
@@ -52,19 +51,6 @@ TEST(math, inverse_roots_are_exact_to_1e_12_and_finite_for_silence) {
     EXPECT_TRUE(std::isfinite(inverse(0.0)));
     EXPECT_EQ(root_over(0.0, 0.0), 0.0);
     EXPECT_EQ(root_over(0.0, 1.0), 0.0);
-}
-
-TEST(math, constants_of_the_tables_are_rounded_from_exact_values) {
-    for (int i = -1; i < 1024; ++i) {
-        // Filterbank, transform, window.
-        for (const double angle :
-             {i * 0.04908738521234052, i * 0.006135923151542565, (i - 0.5) * 6.28318530717958 / 1024})
-            EXPECT_LE(std::fabs(vela::const_math::cosine(angle) - cosl(angle)), 0x1p-53L) << angle;
-    }
-    for (long double x = -30; x < 30; x += 0.37L) {
-        EXPECT_NEAR(static_cast<double>(vela::const_math::exponential(x) / expl(x)), 1.0, 1e-17) << x;
-        EXPECT_NEAR(static_cast<double>(vela::const_math::logarithm(expl(x)) - x), 0.0, 1e-17) << x;
-    }
 }
 
 } // namespace
