@@ -108,9 +108,13 @@ TEST_F(faults_test, a_signal_at_any_moment_leaves_whole_files_or_none) {
 TEST_F(faults_test, a_full_disk_is_reported_and_left_as_it_was) {
     if (shell("mkdir disk; mount -t tmpfs -o size=16k none disk").status != 0)
         GTEST_SKIP() << "no file system can be mounted here";
-    const std::string encode = "velaenc -q -b 384 in.wav disk/out.mp2; status=$?; ";
-    const auto result =
-        run(encode + "ls -A disk; umount disk; exit $status", 3, "No space left on device; make room");
+    const auto result = run(
+        "velaenc -q -b 384 in.wav disk/out.mp2; first=$?; cat in.wav | TMPDIR=disk velaenc -q --check"
+        " - out.mp2; status=$?; ls -A disk; umount disk; [ $first = 3 ] && exit $status",
+        3, "No space left on device; make room");
+    EXPECT_NE(result.err.find("cannot keep the piped input in disk: No space"), std::string::npos)
+        << result.err;
+    EXPECT_FALSE(std::filesystem::exists(path("out.mp2")));
     EXPECT_EQ(result.out, "");
 }
 

@@ -205,21 +205,22 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
 }
 
 TEST_F(input_test, reads_that_are_interrupted_go_on_and_failed_ones_are_told) {
-    const auto encode = [&](const std::string &flaky, const std::string &input) {
-        return shell("LD_PRELOAD=" FLAKY_READS " ASAN_OPTIONS=verify_asan_link_order=0 FLAKY_READS='"
-                     + flaky + "' velaenc -q " + input);
+    const auto encode = [&](int error, int period, const std::string &input) {
+        return shell("FAULT_CALL=read FAULT_ERRNO=" + std::to_string(error)
+                     + " FAULT_EVERY=" + std::to_string(period)
+                     + " LD_PRELOAD=" VELAENC_FAULT_SHIM " velaenc -q " + input);
     };
     const auto expected = encoded("a.wav");
     for (const std::string input : {"a.wav -", "a.flac -", "a.w64 -", "- - < <(cat a.aiff)"}) {
-        EXPECT_TRUE(encode(std::to_string(EINTR) + " 2", input).out == expected) << input;
+        EXPECT_TRUE(encode(EINTR, 2, input).out == expected) << input;
         for (const int which : {1, 2, 3, 5, 8}) {
-            const auto result = encode(std::to_string(EIO) + ' ' + std::to_string(which), input);
+            const auto result = encode(EIO, which, input);
             EXPECT_TRUE(result.out == expected || result.status == 2) << input << which;
             EXPECT_EQ(result.err.find("Input/output error") != std::string::npos, result.status == 2)
                 << input << which << result.err;
         }
     }
-    EXPECT_TRUE(encode(std::to_string(EAGAIN) + " 2", "- - < <(cat a.wav)").out == expected);
+    EXPECT_TRUE(encode(EAGAIN, 2, "- - < <(cat a.wav)").out == expected);
 }
 
 TEST_F(input_test, a_signal_ends_a_recording_and_the_next_one_the_program) {

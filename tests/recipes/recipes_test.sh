@@ -50,6 +50,10 @@ make 'a DVB stream' 167 dvb.ts
 make 'an HLS stream' 167 live.m3u8
 if command -v vela-twolame >/dev/null; then make 'MP2 in ffmpeg, SoX, VLC, ...' 167 out.mp2; fi
 make 'WAV for radio' 167 radio.wav
+ffmpeg -v error -i sound.wav -f s16be sound.pcm
+make 'headerless PCM' 167 sound.mp2
+ffmpeg -v error -i sound.wav -ac 6 surround.wav
+make '5.1 with a loud front' 167 surround.mp2
 make 'a stream that is proven' 167 proven.mp2
 make 'a stream at broadcast loudness' 167 radio.wav
 ffmpeg -v error -i sound.wav -metadata title=Title song.flac

@@ -24,23 +24,6 @@ namespace {
                       + "; set TMPDIR to a folder with room, or give the input as a file");
 }
 
-file_handle nameless_file(const std::string &folder) {
-    std::string path = folder + "/velaenc-XXXXXX";
-    file_handle handle(::mkostemp(path.data(), O_CLOEXEC));
-    if (!handle.is_open()) cannot_spool(folder, errno);
-    ::unlink(path.c_str());
-    return handle;
-}
-
-void append(int descriptor, std::span<const std::byte> bytes, const std::string &folder) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) cannot_spool(folder, errno);
-        bytes = bytes.subspan(static_cast<std::size_t>(written));
-    }
-}
-
 } // namespace
 
 void report_incomplete(const input_file &input, const std::string &text, length_rule rule) {
@@ -119,16 +102,39 @@ std::size_t read_at(const input_file &input, std::uint64_t offset, std::span<std
     return filled;
 }
 
-input_file spool(input_file input, std::span<const std::byte> head) {
+kept_bytes::kept_bytes() {
     const char *wish = std::getenv("TMPDIR");
-    const std::string folder = wish != nullptr && *wish != '\0' ? wish : "/tmp";
-    input_file spooled{nameless_file(folder), input.name, {}, input.on_note};
-    append(spooled.handle.get(), head, folder);
+    folder_ = wish != nullptr && *wish != '\0' ? wish : "/tmp";
+    std::string path = folder_ + "/velaenc-XXXXXX";
+    handle_ = file_handle(::mkostemp(path.data(), O_CLOEXEC));
+    if (!handle_.is_open()) cannot_spool(folder_, errno);
+    ::unlink(path.c_str());
+}
+
+void kept_bytes::append(std::span<const std::byte> bytes) const {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(handle_.get(), bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) cannot_spool(folder_, errno);
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+}
+
+input_file kept_bytes::open_again(const std::string &name) {
+    input_file input{std::move(handle_), name, {}, nullptr};
+    move_in(input, 0, SEEK_SET);
+    if (::fstat(input.handle.get(), &input.status) != 0) unreadable(name, errno);
+    return input;
+}
+
+input_file spool(input_file input, std::span<const std::byte> head) {
+    kept_bytes kept;
+    kept.append(head);
     std::vector<std::byte> block(block_bytes);
     while (const std::size_t count = read_some(input, block))
-        append(spooled.handle.get(), std::span(block).first(count), folder);
-    move_in(spooled, 0, SEEK_SET);
-    if (::fstat(spooled.handle.get(), &spooled.status) != 0) unreadable(input.name, errno);
+        kept.append(std::span(block).first(count));
+    input_file spooled = kept.open_again(input.name);
+    spooled.on_note = input.on_note;
     return spooled;
 }
 

@@ -64,6 +64,21 @@ std::size_t read_some(const input_file &input, std::span<std::byte> room);
 /// @throws failure
 std::size_t read_at(const input_file &input, std::uint64_t offset, std::span<std::byte> room);
 
+/// Bytes in a nameless temporary file, for those who need them a second time.
+class kept_bytes {
+  public:
+    /// @throws failure
+    kept_bytes();
+    void append(std::span<const std::byte> bytes) const;
+
+    /// The file as an input, once.
+    input_file open_again(const std::string &name);
+
+  private:
+    file_handle handle_;
+    std::string folder_; ///< that it is in
+};
+
 /// Moves `head` and everything that is still to come into a nameless temporary file, for readers that
 /// have to seek.
 /// @throws failure

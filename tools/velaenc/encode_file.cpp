@@ -1,5 +1,6 @@
 #include "velaenc/encode_file.hpp"
 
+#include "check/kept_source.hpp"
 #include "common/failure.hpp"
 #include "input/open_pcm.hpp"
 #include "input/sound_files.hpp"
@@ -186,29 +187,32 @@ std::uint64_t write_tag(const options &wanted, output_file &file, run_listener &
     return tag.size();
 }
 
-/// What can be read only once cannot be held against anything afterwards.
-void refuse_check(const options &wanted, const struct stat &input, const output_file &stream) {
-    if (!wanted.check) return;
-    if (!S_ISREG(input.st_mode) || wanted.input == "-")
-        throw failure(exit_code::usage,
-                      "--check reads IN twice, which a pipe does not allow; give it a file");
+/// Keeps the input for the check where it can be read only once. @return null where nothing is kept
+kept_source *keep_for_check(const options &wanted, const output_file &stream, opened &input) {
+    if (!wanted.check) return nullptr;
     if (stream.is_direct())
         throw failure(exit_code::usage, "--check reads the stream back, which " + stream.name()
                                             + " does not allow; name a file");
+    if (S_ISREG(input.status.st_mode) && wanted.input != "-") return nullptr;
+    auto kept = std::make_unique<kept_source>(std::move(input.source));
+    kept_source *const result = kept.get();
+    input.source = std::move(kept);
+    return result;
 }
 
 /// @param gain_db  by which --loudness raised the sound
 std::optional<check_result> check(const options &wanted, const output_file &file,
                                   finished_stream stream, std::uint64_t samples, double gain_db,
-                                  int jobs, run_listener &listener) {
+                                  kept_source *kept, int jobs, run_listener &listener) {
     if (!wanted.check) return std::nullopt;
     options again = wanted;
     again.sound.gain_db += gain_db;
-    const opened input = open_source(again, [](const std::string &) {});
+    const auto source =
+        kept != nullptr ? kept->again() : open_source(again, [](const std::string &) {}).source;
     stream.read = [&file](std::uint64_t offset, std::span<std::byte> room) {
         return file.read_back(offset, room);
     };
-    auto checked = check_stream(stream, *input.source, samples, jobs);
+    auto checked = check_stream(stream, *source, samples, jobs);
     listener.figures(check_text(checked));
     if (checked.overs.samples > 0) listener.note(overs_text(checked, again.sound.gain_db));
     return checked;
@@ -257,7 +261,7 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
 
     note_name(wanted, plan.settings, listener);
     outputs files(wanted, input_status);
-    refuse_check(wanted, input_status, files.stream);
+    kept_source *const kept = keep_for_check(wanted, files.stream, heard.input);
     if (files.stream.is_copied())
         listener.note("the folder of " + files.stream.name()
                       + " takes no new file; the file's contents are replaced at the end");
@@ -291,7 +295,7 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
         throw failure(exit_code::input, input_name + " has no samples; there is nothing to encode");
     files.close();
     auto checked = check(wanted, files.stream, stream_of(plan.settings, rate, writer, offset),
-                         done.samples, loudness ? loudness->gain_db : 0, jobs, listener);
+                         done.samples, loudness ? loudness->gain_db : 0, kept, jobs, listener);
     files.publish();
     if (files.stream.has_replaced()) listener.note("replaced the MPEG audio that was in its place");
     if (loudness) listener.note(loudness_text(*loudness, wanted.sound));

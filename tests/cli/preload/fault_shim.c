@@ -1,4 +1,4 @@
-/* Preloaded into velaenc: from the FAULT_AT-th call of FAULT_CALL on, or that one only, the call fails with
+/* Preloaded into velaenc: from the FAULT_AT-th call of FAULT_CALL on, that one only, or every FAULT_EVERY-th fails with
  * FAULT_ERRNO; 0 stands for a short one (half of the bytes) where there is such a thing. The first fault leaves the file
  * FAULT_MARK, so that the test knows when it has passed the last call. Neither the tools nor the libraries behind them
  * map files; the maps of the C library's own are those of large blocks and of threads, so these stand for mmap. */
@@ -26,6 +26,7 @@ static int fails(const char *name) {
     const char *wanted = getenv("FAULT_CALL");
     if (wanted == NULL || strcmp(wanted, name) != 0) return 0;
     const int call = __atomic_add_fetch(&calls, 1, __ATOMIC_SEQ_CST);
+    if (number("FAULT_EVERY") > 0 && call % number("FAULT_EVERY") != 0) return 0;
     if (call < number("FAULT_AT") || (call > number("FAULT_AT") && number("FAULT_ON") == 0)) return 0;
     int (*real_open)(const char *, int, ...) =
         (int (*)(const char *, int, ...))dlsym(RTLD_NEXT, "open");
