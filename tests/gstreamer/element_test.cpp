@@ -283,14 +283,30 @@ TEST(element, takes_what_the_settings_can_encode_and_tells_its_bitrate) {
         on.push(noise(4 * 1152));
         const std::string what = properties + std::to_string(rate) + ' ' + std::to_string(mask);
         EXPECT_EQ(on.frames().empty(), bitrate == 0) << what;
-        guint told = 0;
+        if (bitrate == 0) continue;
+        const owned<GstCaps, gst_caps_unref> made(gst_pad_get_current_caps(on.harness->sinkpad));
+        const int layer = *properties == 'l' ? 1 : 2;
+        const owned<GstCaps, gst_caps_unref> right(gst_caps_new_simple(
+            "audio/mpeg", "mpegversion", G_TYPE_INT, 1, "mpegaudioversion", G_TYPE_INT, 1, "layer",
+            G_TYPE_INT, layer, "channels", G_TYPE_INT, channels, "rate", G_TYPE_INT, rate, "parsed",
+            G_TYPE_BOOLEAN, TRUE, nullptr));
+        EXPECT_TRUE(gst_caps_is_equal(made.get(), right.get())) << what;
+        guint told = 0, nominal = 0;
+        std::string codec;
         while (const owned<GstEvent, gst_event_unref> event{
             gst_harness_try_pull_event(on.harness.get())}) {
             GstTagList *tags = nullptr;
             if (GST_EVENT_TYPE(event.get()) != GST_EVENT_TAG) continue;
             gst_event_parse_tag(event.get(), &tags);
             gst_tag_list_get_uint(tags, GST_TAG_BITRATE, &told);
+            gst_tag_list_get_uint(tags, GST_TAG_NOMINAL_BITRATE, &nominal);
+            gchar *name = nullptr;
+            if (gst_tag_list_get_string(tags, GST_TAG_AUDIO_CODEC, &name)) codec = name;
+            g_free(name);
         }
+        EXPECT_EQ(codec,
+                  "MPEG-1 Layer " + std::to_string(layer) + " (MP" + std::to_string(layer) + ")");
+        EXPECT_EQ(nominal, bitrate) << what;
         EXPECT_EQ(told, bitrate) << what;
     }
 }
