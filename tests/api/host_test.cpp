@@ -277,7 +277,7 @@ TEST(host, keeps_its_floating_point_environment_which_does_not_change_the_stream
     const auto expected = encode(how, floats);
     EXPECT_EQ(expected.back().info.time_stamp, 9000000 + 34560000ll * 8 / 49);
     const auto usual = vela::float_registers::read();
-    // All the time, or from the callbacks on; the second encoder goes on from the third frame.
+    // All the time, or from the callbacks on; the second encoder leaves out the second frame.
     for (const vela::float_registers &environment : environments) {
         for (const bool from_callbacks : {false, true}) {
             host_run s[2] = {host_run(how), host_run(how)};
@@ -286,16 +286,23 @@ TEST(host, keeps_its_floating_point_environment_which_does_not_change_the_stream
                 if (from_callbacks) run.output.hook = [=] { environment.write(); };
                 (from_callbacks ? usual : environment).write();
                 run.run("init");
-                const auto rest = std::span(floats).subspan(first * 9216);
-                if (first > 0) run.encoder->position(2, std::span(floats).first(first * 9216));
-                mpegOutAudioPutBytes(run.encoder.get(), rest.data(),
-                                     static_cast<std::uint32_t>(rest.size()));
+                const auto put_from = [&](std::size_t frame, std::size_t frames) {
+                    const auto some = std::span(floats).subspan(frame * 9216, frames * 9216);
+                    mpegOutAudioPutBytes(run.encoder.get(), some.data(),
+                                         static_cast<std::uint32_t>(some.size()));
+                };
+                auto wanted = expected;
+                if (first > 0) {
+                    put_from(0, 1);
+                    run.encoder->position(2, std::span(floats).first(first * 9216));
+                    wanted.erase(wanted.begin() + 1);
+                }
+                put_from(first, 8 - first);
                 run.run("done");
                 EXPECT_EQ(control_of(vela::float_registers::read()),
                           control_of(from_callbacks ? usual : environment));
                 usual.write();
-                EXPECT_TRUE(std::ranges::equal(run.output.frames, std::span(expected).subspan(first)))
-                    << control_of(environment) << from_callbacks;
+                EXPECT_TRUE(run.output.frames == wanted) << control_of(environment) << from_callbacks;
             }
         }
     }

@@ -123,6 +123,9 @@ TEST(engine_keys, every_family_has_its_values_messages_and_results) {
     for (unsigned char i = 0; i < 12; ++i)
         record[4 * i] = i;
     record[40] = 1; // 2^32 in the 64-bit field
+    user fresh;     // whose rate comes with no preset then
+    fresh.text("init::settings", record, sizeof record);
+    EXPECT_EQ(fresh.get("settings::sample_rate") + fresh.get("settings::sampling_bits"), 48000 + 16);
     for (std::istringstream &row : rows(std::regex_replace(key_rows, std::regex("~"), "settings::"))) {
         SCOPED_TRACE(row.str());
         char operation = 0;
