@@ -225,6 +225,10 @@ TEST_F(batch_test, resume_encodes_exactly_what_is_not_there_as_it_should_be) {
     const std::string note = " complete files without a line of an earlier --report: ";
     batch("-r in --resume --emphasis j17 --private 1 --copyright 1 --original 1 --gain 1", 0,
           "4" + note);
+    put("short.wav", wav(pcm(noise(2000)), 2, 48000)); // one frame
+    shell("touch -d '1 hour ago' short.wav");
+    batch("short.wav");
+    batch("short.wav --resume", 0, "1 complete before");
     // A line of no use, and one that is nested deeper than any stack.
     shell("cp report deep; perl -e 'print \"{\\\"output\\\":\", \"[\" x 200000, \"]\" x 200000, "
           "\"}\\n\"' >> deep");
