@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Packages: made, looked at by lintian, and installed into a scratch root, used and removed without a trace.
-# Usage: packages_test.sh SOURCE BUILD make|lintian|use, of which `make` comes first
+# Packages: made, looked at by lintian, installed into a scratch root and used, upgraded one at a time and back, and
+# removed without a trace.
+# Usage: packages_test.sh SOURCE BUILD make|lintian|use|upgrade, of which `make` comes first
 set -euo pipefail
 
 source=$1 build=$2 made=$2/tests/packaging/made
@@ -10,7 +11,8 @@ die() {
     printf '%s\n' "$*" >&2
     exit 1
 }
-pkg() { dpkg --root="$work/root" --force-not-root --force-script-chrootless --force-depends "$@" >>"$work/dpkg.log" 2>&1; }
+pkg_strictly() { dpkg --root="$work/root" --force-not-root --force-script-chrootless "$@" >>"$work/dpkg.log" 2>&1; }
+pkg() { pkg_strictly --force-depends "$@"; }
 
 case $3 in
     make)
@@ -24,6 +26,45 @@ case $3 in
         ;;
 esac
 debs=("$made"/*.deb)
+mkdir -p "$work/root/var/lib/dpkg"
+touch "$work/root/var/lib/dpkg/status"
+purge() {
+    mapfile -t names < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)
+    pkg --purge "${names[@]}" || die "$(cat "$work/dpkg.log")"
+    left=$(find "$work/root" -not -type d -not -path '*/var/*' -not -path '*/etc/ld.so.cache')
+    [ -z "$left" ] || die "left behind: $left"
+}
+
+# Next year's packages; the library's is first.
+upgrade() {
+    local deb version newer=() older=() folder=$work/newer package
+    # What others' packages they depend on counts as installed, in any version.
+    for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Depends; done | tr , '\n' | grep -v vela | awk '{ print $1 }' | sort -u |
+        while read -r package; do
+            printf 'Package: %s\nStatus: install ok installed\nMaintainer: nobody\nArchitecture: %s\nVersion: 999:1\nDescription: none\n\n' \
+                "$package" "$(dpkg --print-architecture)"
+        done >"$work/root/var/lib/dpkg/status"
+    for deb in "$made"/lib*2_*.deb "$made"/[!l]*.deb "$made"/lib*[!2]_*.deb; do
+        dpkg-deb -R "$deb" "$folder"
+        version=$(dpkg-deb -f "$deb" Version)
+        sed -i "s/^Version: .*/Version: $version+1/" "$folder/DEBIAN/control"
+        [[ $deb != *-dev_* ]] || sed -i "s/(>= $version)/(>= $version+1)/" "$folder/DEBIAN/control"
+        dpkg-deb --root-owner-group -b "$folder" "$work/${deb##*/}" >>"$work/dpkg.log"
+        newer+=("$work/${deb##*/}") older=("$deb" "${older[@]}")
+        rm -r "$folder"
+    done
+    pkg_strictly --install "${debs[@]}" || die "$(cat "$work/dpkg.log")"
+    for deb in "${newer[@]}" "${older[@]}"; do
+        pkg_strictly --install "$deb" || die "$deb goes not by itself: $(tail "$work/dpkg.log")"
+        [ "$(dpkg-query --admindir="$work/root/var/lib/dpkg" -W -f='${db:Status-Abbrev}\n' '*vela*' | grep -c '^ii ')" -eq ${#debs[@]} ] ||
+            die "$deb takes others with it"
+    done
+    purge
+}
+[ "$3" = use ] || {
+    upgrade
+    exit
+}
 for deb in "${debs[@]}"; do
     grep -q 'No licence has been granted yet' <<<"$(dpkg-deb -f "$deb" Description)" || die "$deb is silent about its licence"
     dpkg-deb -x "$deb" "$work/all"
@@ -50,8 +91,6 @@ d;BIND_NOW;binds lazily
 ROWS
 done < <(find "$work/all" -type f \( -name 'lib*.so*' -o -path '*/bin/*' \))
 
-mkdir -p "$work/root/var/lib/dpkg"
-touch "$work/root/var/lib/dpkg/status"
 pkg --install "${debs[@]}" || die "$(cat "$work/dpkg.log")"
 usr=$work/root/usr libs=$(dirname "$(find "$work/root" -name 'libvela_enc_mp1a.so.2.0')")
 needed=$(readelf -dW "$libs/libvela_enc_mp1a.so.2.0" | grep NEEDED)
@@ -101,7 +140,7 @@ _velaenc velaenc --p velaenc
 [[ " ${COMPREPLY[*]} " == *" --preset "* ]] || die "bash completes --p to ${COMPREPLY[*]}"
 _velaenc velaenc j --mode
 [ "${COMPREPLY[*]}" = joint ] || die "bash completes --mode j to ${COMPREPLY[*]}"
-COMP_WORDS=(velaenc --preset = v) COMP_CWORD=3
+COMP_WORDS=(velaenc --preset '=' v) COMP_CWORD=3
 _velaenc velaenc v =
 [ "${COMPREPLY[*]}" = vcd ] || die "bash completes --preset=v to ${COMPREPLY[*]}"
 _velaenc velaenc --preset=v velaenc
@@ -143,7 +182,4 @@ if [ -e "$usr/bin/vela-twolame" ]; then
     [ "${COMPREPLY[*]}" = --print-folder ] || die "bash completes --pri to ${COMPREPLY[*]}"
 fi
 
-mapfile -t names < <(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Package; done)
-pkg --purge "${names[@]}" || die "$(cat "$work/dpkg.log")"
-left=$(find "$work/root" -not -type d -not -path '*/var/*' -not -path '*/etc/ld.so.cache')
-[ -z "$left" ] || die "left behind: $left"
+purge
