@@ -156,7 +156,7 @@ run_local() {
 #!/usr/bin/env bash
 node=\$1 && shift && [ "\$1" != -- ] || shift
 kill -0 "\$(cat "$work/run/\$node")" 2>/dev/null || exit 255
-exec env VELA_NODE="$work/\$node" bash -c "\$*"
+exec env SHELL="\$BASH" VELA_NODE="$work/\$node" bash -c "\$*"
 LOGIN
     chmod +x "$work/run/login"
     for i in 1 2; do

@@ -150,7 +150,7 @@ TEST_F(input_test, input_that_is_no_audio_is_named_for_what_it_is) {
     put("silent.wav", wav("", 2, 48000));
     expect_failure("velaenc missing.wav out.mp2", 2, "missing.wav: No such file");
     expect_failure("velaenc . out.mp2", 2, "folder");
-    expect_failure("velaenc $'\\e[2J\\302\\233\\377\\u00e4' out.mp2", 2,
+    expect_failure("velaenc $'\\e[2J\\302\\233\\377\\303\\244' out.mp2", 2,
                    "\\x1B[2J\\xC2\\x9B\\xFF\u00e4: No");
     expect_failure("velaenc empty out.mp2", 2, "empty is empty (0 bytes)");
     expect_failure("velaenc - out.mp2", 2, "standard input is empty");
