@@ -23,7 +23,7 @@ constexpr const char *examples =
     "  arecord -f dat -t wav | velaenc - - >a.mp2 a recording, until Ctrl-C\n"
     "\n";
 
-constexpr const char *rest =
+constexpr const char *closing_words =
     "dvd-dual is DVD with dual channel allowed; --mode dual chooses it.\n"
     "\n"
     "Defaults: Layer II, the channels of IN, no CRC, 224 kbit/s for two channels and 112 for one "
@@ -83,7 +83,7 @@ std::string help_footer() {
     std::string text = std::string(examples) + "Presets and the rates that they take:\n";
     for (const named_value &preset : preset_names)
         text += preset_line(preset);
-    return text + rest;
+    return text + closing_words;
 }
 
 } // namespace tools
