@@ -111,7 +111,7 @@ kernel_run psychoacoustics(level which, numbers kind, unsigned seed) {
     std::memset(data->out, 0, sizeof data->out);
     return bind<double>(data, [](model_data<Model> &d) {
         const float *const start[2] = {d.in[0] + 640 + 1152 * d.frame, d.in[1] + 640 + 1152 * d.frame};
-        d.model.analyze(start, d.out);
+        d.model.analyze(start, 1, &d.out);
         d.frame = (d.frame + 1) % 7;
     });
 }

@@ -47,7 +47,7 @@ class frame_stages {
         model_.init(which, layer, channels, sample_rate);
         for (int frame = 0; frame < 30; ++frame) {
             input();
-            model_.analyze(frame_start_, smr_);
+            model_.analyze(frame_start_.begin(), 1, &smr_);
             for (const auto &stage :
                  {&frame_stages::transform, &frame_stages::spectrum, &frame_stages::mask,
                   &frame_stages::ratios, &frame_stages::filterbank, &frame_stages::scalefactors,
@@ -61,29 +61,33 @@ class frame_stages {
         const std::size_t bytes = sizeof music_[0] * channels * 1152;
         if (pcm_.size() < bytes) pcm_ = std::as_bytes(std::span(music_));
         std::span<const std::uint8_t> block(reinterpret_cast<const std::uint8_t *>(pcm_.data()), bytes);
-        input_.fill_frame(block, false);
+        input_.fill_frames(block, false);
+        frame_start_ = input_.frame_start(0);
         pcm_ = pcm_.subspan(bytes);
     }
     void transform() {
-        passes_.for_each_group(
-            [this](frame_passes::group group) { passes_.transform(frame_start_, group, x_); });
+        passes_.for_each_group(1, [this](frame_passes::group group) {
+            passes_.transform(frame_start_.begin(), group, x_);
+        });
     }
     void spectrum() {
-        passes_.for_each_group([this](frame_passes::group group) {
-            const pass_history history = group.part_of(history_, 2 * history_values);
-            group.kernels.analyze_lines(tables_, x_, history, sums_);
+        passes_.for_each_group(1, [this](frame_passes::group group) {
+            group.kernels.analyze_lines(tables_, x_, group.part_of(history_[0], 2 * history_values),
+                                        sums_);
         });
     }
     void mask() {
         passes_.for_each_group(
-            [this](frame_passes::group group) { group.kernels.mask(tables_, sums_, mask_); });
+            1, [this](frame_passes::group group) { group.kernels.mask(tables_, sums_, mask_); });
     }
     void ratios() {
-        passes_.for_each_group([this](frame_passes::group group) {
+        passes_.for_each_group(1, [this](frame_passes::group group) {
             group.kernels.ratios(tables_, sums_, mask_, {}, ratio_);
         });
     }
-    void filterbank() { analyze_frame(analysis_, frame_start_, channels, config_.parts(), samples_); }
+    void filterbank() {
+        analyze_frame(analysis_, frame_start_.begin(), channels, config_.parts(), samples_);
+    }
     void scalefactors() {
         for (int part = 0; part < config_.parts(); ++part) {
             for (int ch = 0; ch < channels; ++ch) {
@@ -113,11 +117,11 @@ class frame_stages {
     std::span<const std::byte> pcm_;
     coder_config config_;
     pcm_input input_;
-    const float *frame_start_[2] = {input_.frame_start(0), input_.frame_start(1)};
+    table<const float *, 2> frame_start_;
     standard_model model_;
     standard_tables tables_;
     alignas(x_alignment) double x_[transform_length * max_lanes];
-    double history_[2 * 2 * history_values];
+    double history_[2][2 * history_values];
     double mask_[padded_partitions * max_lanes], ratio_[32 * max_lanes];
     spectrum_sums sums_;
     smr_table smr_;

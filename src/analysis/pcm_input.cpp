@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace vela {
 
@@ -13,52 +14,63 @@ void pcm_input::init(const analysis_kernels &kernels, int sampling_bits, int cha
     format_ = sampling_bits == 24 ? &kernels.s24 : sampling_bits == 32 ? &kernels.f32 : &kernels.s16;
     channels_ = channels;
     frame_samples_ = samples_per_frame(layer);
-    newest_ = layer == 1 ? frame_start_position + 64 : frame_start_position;
+    lead_ = layer == 1 ? 64 : 0;
+    history_ = 640 + lead_;
+    newest_ = history_;
 }
 
-bool pcm_input::fill_frame(std::span<const std::uint8_t> &pcm, bool flush) noexcept {
+int pcm_input::fill_frames(std::span<const std::uint8_t> &pcm, bool flush, int wanted) noexcept {
     if (flush) {
-        if (gathered_ == 0) return false;
+        if (gathered_ == 0) return 0;
         pad();
     } else {
-        take(pcm);
+        take(pcm, wanted);
     }
-    if (gathered_ < frame_samples_ * channels_) return false;
+    const int frames = gathered_ / (frame_samples_ * channels_);
+    if (frames == 0) return 0;
     gathered_ = 0;
-    return true;
+    frames_ = frames;
+    return frames;
 }
 
-void pcm_input::take(std::span<const std::uint8_t> &pcm) noexcept {
+void pcm_input::take(std::span<const std::uint8_t> &pcm, int wanted) noexcept {
     const auto width = static_cast<std::size_t>(format_->width);
-    const int wanted = frame_samples_ * channels_ - gathered_;
-    const int count =
-        static_cast<int>(std::min<std::size_t>(pcm.size() / width, static_cast<std::size_t>(wanted)));
+    const int frame_values = frame_samples_ * channels_;
+    const int present = static_cast<int>(
+        std::min(pcm.size() / width, static_cast<std::size_t>(wanted * frame_values - gathered_)));
+    const int frames = (gathered_ + present) / frame_values;
+    const int count = frames == 0 ? present : frames * frame_values - gathered_;
     if (count > 0 && gathered_ == 0) make_room();
-    const auto at = [&](int i) { return pcm.data() + static_cast<std::size_t>(i) * width; };
+    const auto sample_at = [&](int i) { return pcm.data() + static_cast<std::size_t>(i) * width; };
     float *const first = buffer_[0] + newest_;
     float *const second = buffer_[1] + newest_;
     if (channels_ == 1) {
-        format_->convert(at(0), count, first + gathered_);
+        format_->convert(sample_at(0), count, first + gathered_);
     } else {
         // A block may start with the second channel of a pair and end with the first one of another.
         int i = 0;
-        if (count > 0 && gathered_ % 2 == 1) format_->convert(at(i++), 1, second + gathered_ / 2);
+        if (count > 0 && gathered_ % 2 == 1)
+            format_->convert(sample_at(i++), 1, second + gathered_ / 2);
         float *const left = first + (gathered_ + i) / 2, *const right = second + (gathered_ + i) / 2;
         const int pairs = (count - i) / 2;
-        format_->convert_pairs(at(i), pairs, left, right);
-        if (i + 2 * pairs < count) format_->convert(at(count - 1), 1, left + pairs);
+        format_->convert_pairs(sample_at(i), pairs, left, right);
+        if (i + 2 * pairs < count) format_->convert(sample_at(count - 1), 1, left + pairs);
     }
     gathered_ += count;
     // What is left of the block is either the start of the next frame or a cut sample.
-    const auto used = static_cast<std::size_t>(count) * width;
-    pcm = count < wanted ? std::span<const std::uint8_t>{} : pcm.subspan(used);
+    pcm = frames == 0 ? std::span<const std::uint8_t>{}
+                      : pcm.subspan(static_cast<std::size_t>(count) * width);
 }
 
 void pcm_input::make_room() noexcept {
+    newest_ += frames_ * frame_samples_;
+    frames_ = 0;
+    if (newest_ + most_new_samples <= static_cast<int>(std::size(buffer_[0]))) return;
     for (int c = 0; c < channels_; ++c) {
-        std::memmove(buffer_[c], buffer_[c] + frame_samples_,
-                     static_cast<std::size_t>(newest_) * sizeof(float));
+        std::memmove(buffer_[c], buffer_[c] + newest_ - history_,
+                     static_cast<std::size_t>(history_) * sizeof(float));
     }
+    newest_ = history_;
 }
 
 void pcm_input::pad() noexcept {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "analysis/kernels.hpp"
+#include "simd/table.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,22 +10,24 @@
 
 namespace vela {
 
-/// Gathers frames and keeps the history that the filterbank and the psychoacoustic model look back on.
+/// Gathers frames and keeps the history that the filterbank and the psychoacoustic models look back on.
 ///
-/// Samples are floats on the scale of 16-bit integers, whatever the input's width. Positions in a
-/// channel's buffer:
+/// Samples are floats on the scale of 16-bit integers, whatever the input's width. In a channel's buffer:
 ///
-///                0         640    704      1024 1088                      1792
-///     Layer I    |---- history ---|-- newest ----|        (unused)          |
-///     Layer II   |- history -|------------------ newest ---------------------|
-///                            ^ frame_start
+///                  -704   -64 0            384          768
+///     Layer I    ---|------|--|-- newest ---|-- newest --|--
+///                          ^ frame_start     ^ of the next one
 ///
-/// In Layer I frame_start lies 64 samples before the newest frame: the filterbank reads 640..1023 as
-/// its newest samples, so the last 64 samples of each frame are analysed with the next one.
+///                     -640    0                              1152
+///     Layer II   ------|------|------------ newest -----------|--
+///                             ^ frame_start
+///
+/// In Layer I frame_start lies 64 samples before a frame: the filterbank reads up to 319 as its newest
+/// samples, so the last 64 samples of each frame are analysed with the next one.
 class pcm_input {
   public:
-    static constexpr int frame_start_position = 640;
-    static constexpr int buffer_length = 1792;
+    /// Samples of new frames that it holds at once: four frames of Layer I or two of Layer II.
+    static constexpr int most_new_samples = 2304;
 
     /// @param sampling_bits  24: 24-bit integers; 32: floats with full scale 1.0; else 16-bit integers
     /// @param channels       1 or 2
@@ -37,29 +40,34 @@ class pcm_input {
                * static_cast<std::size_t>(channels_);
     }
 
-    /// Takes bytes from the front of `pcm` until a frame is complete or no whole sample is left; bytes
-    /// of a cut sample are dropped. A frame may be gathered over many calls, and a block may end
-    /// between the two channels of a pair.
+    /// Takes whole frames from the front of `pcm`, at most `wanted` of them; when there is no whole one,
+    /// what there is of it. Bytes of a cut sample are dropped. A frame may be gathered over many calls, and
+    /// a block may end between the two channels of a pair.
     /// @param flush  true: take nothing and complete a partly gathered frame with silence
-    /// @return true when frame_start() holds a new frame
-    bool fill_frame(std::span<const std::uint8_t> &pcm, bool flush) noexcept;
+    /// @return how many new frames frame_start() holds
+    int fill_frames(std::span<const std::uint8_t> &pcm, bool flush, int wanted = 1) noexcept;
 
-    /// First sample of the current frame as the later stages count; readable from -640 to +1151 (Layer
-    /// II) or +383 (Layer I).
-    const float *frame_start(int channel) const noexcept {
-        return buffer_[channel] + frame_start_position;
+    /// First samples of a new frame, per channel, as the later stages count; readable from -640 to +1151
+    /// (Layer II) or +383 (Layer I), and on over the new frames behind it.
+    table<const float *, 2> frame_start(int frame) const noexcept {
+        const int position = newest_ - lead_ + frame * frame_samples_;
+        return {buffer_[0] + position, buffer_[1] + position};
     }
 
   private:
-    void take(std::span<const std::uint8_t> &pcm) noexcept;
+    void take(std::span<const std::uint8_t> &pcm, int wanted) noexcept;
     void make_room() noexcept;
     void pad() noexcept;
 
-    float buffer_[2][buffer_length];
+    // Frames move through the buffer; only where it ends the history goes back to its front.
+    float buffer_[2][640 + 2 * most_new_samples];
     const pcm_kernels *format_;
     int channels_;
     int frame_samples_; ///< per channel
-    int newest_;        ///< position of the newest frame's first sample
+    int history_;       ///< samples before the first new frame
+    int lead_;          ///< of them, those from frame_start on
+    int newest_;        ///< position of the first new frame's first sample
+    int frames_;        ///< new frames; they become history when the next one is gathered
     int gathered_;      ///< values of the frame being gathered, both channels counted
 };
 

@@ -31,18 +31,24 @@ class coding_path {
     /// less than a frame, and 704 before a Layer I frame, less than two.
     int remembered_frames() const noexcept { return model_.remembered_frames(); }
 
-    /// Lets the model see the next frame.
-    /// @param frame_start  see frame_passes
-    void look(const float *const *frame_start) noexcept { model_.analyze(frame_start, found_); }
+    /// How many of the next frames, looked at together, fill the model's lanes.
+    int frames_at_once() const noexcept { return model_.frames_at_once(); }
 
-    /// Codes the frame looked at last.
-    void encode(frame_coder &coder, int frame_bits, const subband_samples &samples) noexcept {
-        coder.encode_frame(frame_bits, samples, found_, memory_);
+    /// Lets the model see the next frames.
+    /// @param frame_start  of the first one, see frame_passes
+    void look(const float *const *frame_start, int frames) noexcept {
+        model_.analyze(frame_start, frames, found_);
+    }
+
+    /// Codes one of the frames looked at last. They are coded in order.
+    void encode(frame_coder &coder, int frame, int frame_bits,
+                const subband_samples &samples) noexcept {
+        coder.encode_frame(frame_bits, samples, found_[frame], memory_);
     }
 
   private:
     Model model_;
-    typename Model::findings found_;
+    typename Model::findings found_[frame_passes::most_frames_at_once];
     Memory memory_;
 };
 
@@ -52,12 +58,9 @@ using any_path = std::variant<standard_path, tuned_path>;
 
 /// Calls visitor(path) for the one in use. Unlike std::visit nothing that could throw is in it.
 template <class Visitor>
-void visit(Visitor visitor, any_path &path) noexcept {
-    if (auto *const tuned = std::get_if<tuned_path>(&path)) {
-        visitor(*tuned);
-    } else {
-        visitor(*std::get_if<standard_path>(&path));
-    }
+auto visit(Visitor visitor, any_path &path) noexcept {
+    if (auto *const tuned = std::get_if<tuned_path>(&path)) return visitor(*tuned);
+    return visitor(*std::get_if<standard_path>(&path));
 }
 
 } // namespace vela

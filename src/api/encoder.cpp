@@ -148,9 +148,8 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
     const auto look = [&](auto &path) {
         path.restart();
         for (auto left = static_cast<int>(history.size() / input_.frame_bytes()); left > 0; --left) {
-            input_.fill_frame(history, false);
-            const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-            if (left <= path.remembered_frames()) path.look(frame_start);
+            input_.fill_frames(history, false);
+            if (left <= path.remembered_frames()) path.look(input_.frame_start(0).begin(), 1);
         }
     };
     vela::visit(look, path_);
@@ -174,23 +173,30 @@ std::int32_t mpeg_a_encoder::done(bool abort) noexcept {
 }
 
 int mpeg_a_encoder::encode(std::span<const std::uint8_t> pcm, bool flush) noexcept {
+    return vela::visit([&](auto &path) { return encode_along(path, pcm, flush); }, path_);
+}
+
+// The models look at several frames at once where that fills their lanes. Everything that the host sees is
+// done frame by frame. When it refuses one, those looked at behind it are not missed: no more frames are
+// written until the next init.
+template <class Path>
+int mpeg_a_encoder::encode_along(Path &path, std::span<const std::uint8_t> pcm, bool flush) noexcept {
     const coder_config &config = coder_.config();
     subband_samples samples;
-    while (input_.fill_frame(pcm, flush)) {
-        header_.padding = static_cast<std::uint8_t>(timer_.decide_padding());
-        const int frame_bits = timer_.frame_bits();
-        if (!writer_.request_frame(static_cast<std::uint32_t>(frame_bits / 8))) {
-            err_printf_("A002:Could not write to audio file");
-            return -1;
+    while (const int frames = input_.fill_frames(pcm, flush, path.frames_at_once())) {
+        for (int f = 0; f < frames; ++f) {
+            header_.padding = static_cast<std::uint8_t>(timer_.decide_padding());
+            const int frame_bits = timer_.frame_bits();
+            if (!writer_.request_frame(static_cast<std::uint32_t>(frame_bits / 8))) {
+                err_printf_("A002:Could not write to audio file");
+                return -1;
+            }
+            if (f == 0) path.look(input_.frame_start(0).begin(), frames);
+            analyze_frame(*analysis_, input_.frame_start(f).begin(), config.channels, config.parts(),
+                          samples);
+            path.encode(coder_, f, frame_bits, samples);
+            end_frame(frame_bits);
         }
-        const float *const frame_start[2] = {input_.frame_start(0), input_.frame_start(1)};
-        analyze_frame(*analysis_, frame_start, config.channels, config.parts(), samples);
-        const auto code = [&](auto &path) {
-            path.look(frame_start);
-            path.encode(coder_, frame_bits, samples);
-        };
-        vela::visit(code, path_);
-        end_frame(frame_bits);
     }
     return 0;
 }

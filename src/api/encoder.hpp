@@ -53,6 +53,8 @@ struct mpeg_a_encoder {
     class operation;
 
     int encode(std::span<const std::uint8_t> pcm, bool flush) noexcept;
+    template <class Path>
+    int encode_along(Path &path, std::span<const std::uint8_t> pcm, bool flush) noexcept;
     void end_frame(int frame_bits) noexcept;
 
     mpeg_a_settings settings_;

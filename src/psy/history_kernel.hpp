@@ -15,26 +15,25 @@ struct earlier {
 /// Reads value i of the two passes before those in the lanes of `now`, and leaves the last two of all of
 /// them to the passes that follow.
 template <class V, int channels>
-VELA_INLINE earlier<V> exchange(pass_history history, int i, V now) {
-    const double *const before = history.before + 2 * i * channels;
-    double *const after = history.after + 2 * i * channels;
+VELA_INLINE earlier<V> exchange(double *history, int i, V now) {
+    double *const kept = history + 2 * i * channels;
     if constexpr (lanes<V> == channels) {
-        const V before2 = load<V>(before), before1 = load<V>(before + channels);
-        store(after, before1);
-        store(after + channels, now);
+        const V before2 = load<V>(kept), before1 = load<V>(kept + channels);
+        store(kept, before1);
+        store(kept + channels, now);
         return {before1, before2};
     } else {
-        const V before2 = joined<V, 2 * channels>(load_first<V, 2 * channels>(before), now);
-        store_last<V, 2 * channels>(after, now);
+        const V before2 = joined<V, 2 * channels>(load_first<V, 2 * channels>(kept), now);
+        store_last<V, 2 * channels>(kept, now);
         return {passed_on<V, channels>(before2, now), before2};
     }
 }
 
 /// The same with a history of one pass.
 template <class V, int channels>
-VELA_INLINE V exchange_one(pass_history history, int i, V now) {
-    const V last = load_first<V, channels>(history.before + i * channels);
-    store_last<V, channels>(history.after + i * channels, now);
+VELA_INLINE V exchange_one(double *history, int i, V now) {
+    const V last = load_first<V, channels>(history + i * channels);
+    store_last<V, channels>(history + i * channels, now);
     return joined<V, channels>(last, now);
 }
 

@@ -24,13 +24,9 @@ struct spectrum_sums {
     double subband[32 * max_lanes];
 };
 
-/// Values of earlier passes, as all arrangements of a stream keep them. Of each value the channels that
-/// stand side by side, two passes before those of a run of the kernels, behind them those of the pass
-/// before. A history of one pass has the latter alone.
-struct pass_history {
-    const double *before; ///< the run
-    double *after;        ///< what the next run begins with; may be the same memory
-};
+// Histories, values of earlier passes, are kept alike by all arrangements of a stream: of each value the
+// channels that stand side by side, two passes before those of a run of the kernels, behind them those of
+// the pass before. A history of one pass has the latter alone.
 
 /// What is kept of a pass for the prediction of later ones: of each line the cosine and the sine of its
 /// phase and twice its magnitude.
@@ -48,7 +44,7 @@ struct psy_kernels {
 
     /// Energies and unpredictabilities of the lines, summed up.
     /// @param history  of two passes, history_values values; before the first pass phases are 0
-    void (*analyze_lines)(const standard_tables &tables, const double *x, pass_history history,
+    void (*analyze_lines)(const standard_tables &tables, const double *x, double *history,
                           spectrum_sums &sums) noexcept;
 
     /// Masking threshold per line of each partition: mask[padded_partitions * lanes].
@@ -58,7 +54,7 @@ struct psy_kernels {
     /// @param thresholds  Layer I: history of one pass, against pre-echo, line_count values. Null in
     ///                    Layer II.
     void (*ratios)(const standard_tables &tables, const spectrum_sums &sums, const double *mask,
-                   pass_history thresholds, double *ratio) noexcept;
+                   double *thresholds, double *ratio) noexcept;
 
     // The tuned model.
 
@@ -68,7 +64,7 @@ struct psy_kernels {
 
     /// Weight of noise per subband: weight[32 * lanes].
     /// @param history  excitations of two passes, padded_partitions values, 0 at the start
-    void (*weigh_noise)(const tuned_tables &tables, const double *energy, pass_history history,
+    void (*weigh_noise)(const tuned_tables &tables, const double *energy, double *history,
                         double *weight) noexcept;
 };
 

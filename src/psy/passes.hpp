@@ -3,6 +3,8 @@
 
 #include "psy/kernels.hpp"
 
+#include <algorithm>
+
 namespace vela {
 
 /// Layer I looks at a frame once, Layer II twice, each time through a window of 1024 samples (positions
@@ -11,6 +13,8 @@ namespace vela {
 ///     Layer I     -640 .. 383
 ///     Layer II    -448 .. 575    and    128 .. 1151
 struct frame_passes {
+    static constexpr int most_frames_at_once = max_lanes;
+
     level which;
     int channels;
     int count; ///< passes of a channel in a frame
@@ -25,29 +29,43 @@ struct frame_passes {
         int channel_of(int lane) const noexcept { return first_channel + lane % kernels.channels; }
         int pass_of(int lane) const noexcept { return first_pass + lane / kernels.channels; }
 
-        /// The group's part of a history of all channels, which is updated in place.
-        /// @param values  of the passes that the history keeps of a channel
-        pass_history part_of(double *history, int values) const noexcept {
-            double *const first = history + first_channel * values;
-            return {first, first};
+        /// The group's part of a history of all channels.
+        /// @param length  of a channel's history
+        double *part_of(double *history, int length) const noexcept {
+            return history + first_channel * length;
         }
     };
 
-    /// Channels that stand side by side in all groups.
-    int side_by_side() const noexcept { return psy_kernels_of(which, channels, 1).channels; }
+    /// As many consecutive frames as fill the lanes, 1 to most_frames_at_once.
+    int frames_at_once() const noexcept {
+        const psy_kernels &kernels = psy_kernels_of(which, channels, max_lanes);
+        return std::max(kernels.lanes / kernels.channels / count, 1);
+    }
 
-    /// Calls analyze(group) for all groups of a frame, an earlier pass of any channel before a later one.
+    /// Makes a history of one or two channels that of a stream's start.
+    /// @param length    of a channel's history
+    /// @param values    how many there are of a pass
+    /// @param value_of  value_of(i) is value i then
+    template <class Value>
+    void clear(double *history, int length, int values, Value value_of) const {
+        const int together = length / values * psy_kernels_of(which, channels, 1).channels;
+        for (int i = 0; i < channels * length / together; ++i)
+            std::fill_n(history + i * together, together, value_of(i % values));
+    }
+
+    /// Calls analyze(group) for all groups of consecutive frames, an earlier pass of any channel before a
+    /// later one. Passes are counted from the first frame's first one.
     template <class Analyze>
-    void for_each_group(Analyze analyze) const {
-        for (int pass = 0; pass < count;) {
-            const psy_kernels &kernels = psy_kernels_of(which, channels, count - pass);
+    void for_each_group(int frames, Analyze analyze) const {
+        for (int pass = 0; pass < frames * count;) {
+            const psy_kernels &kernels = psy_kernels_of(which, channels, frames * count - pass);
             for (int c = 0; c < channels; c += kernels.channels)
                 analyze(group{kernels, c, pass});
             pass += kernels.lanes / kernels.channels;
         }
     }
 
-    /// @param frame_start  per channel, readable over the windows above
+    /// @param frame_start  of the first frame, per channel, readable over the windows of all frames
     /// @param spectrum     1024 * lanes doubles, see psy_kernels::transform
     void transform(const float *const *frame_start, group g, double *spectrum) const noexcept {
         const float *windows[max_lanes] = {};

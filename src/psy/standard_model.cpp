@@ -19,37 +19,36 @@ void standard_model::init(level which, int layer, int channels, int sample_rate)
 
 void standard_model::restart() noexcept {
     // Magnitude 0 and phase 0, whose cosine is 1.
-    std::ranges::fill(history_, 0.0);
-    const int group = 2 * passes_.side_by_side();
-    for (int first = 0; first < 4 * history_values; first += group * history_values)
-        std::fill_n(history_ + first, group * line_count, 1.0);
-    std::ranges::fill(thresholds_, no_threshold);
+    passes_.clear(history_[0], 2 * history_values, history_values,
+                  [](int value) { return value < line_count ? 1.0 : 0.0; });
+    passes_.clear(thresholds_[0], line_count, line_count, [](int) { return no_threshold; });
 }
 
-void standard_model::analyze(const float *const *frame_start, smr_table &smr) noexcept {
-    passes_.for_each_group([&](frame_passes::group group) { analyze_group(frame_start, group, smr); });
+void standard_model::analyze(const float *const *frame_start, int frames, smr_table *smr) noexcept {
+    passes_.for_each_group(frames,
+                           [&](frame_passes::group group) { analyze_group(frame_start, group, smr); });
 }
 
 void standard_model::analyze_group(const float *const *frame_start, frame_passes::group group,
-                                   smr_table &smr) noexcept {
+                                   smr_table *smr) noexcept {
     const psy_kernels &kernels = group.kernels;
     const int width = kernels.lanes;
     alignas(x_alignment) double spectrum[transform_length * max_lanes];
     spectrum_sums sums;
     double mask[padded_partitions * max_lanes], ratio[32 * max_lanes];
-    const pass_history before = group.part_of(history_, 2 * history_values);
-    const pass_history thresholds =
-        passes_.count == 1 ? group.part_of(thresholds_, line_count) : pass_history{};
+    double *const history = group.part_of(history_[0], 2 * history_values);
+    double *const thresholds = passes_.count == 1 ? group.part_of(thresholds_[0], line_count) : nullptr;
     passes_.transform(frame_start, group, spectrum);
-    kernels.analyze_lines(tables_, spectrum, before, sums);
+    kernels.analyze_lines(tables_, spectrum, history, sums);
     kernels.mask(tables_, sums, mask);
     kernels.ratios(tables_, sums, mask, thresholds, ratio);
 
     for (int t = 0; t < width; ++t) {
-        double *const row = smr[group.channel_of(t)];
+        const int pass = group.pass_of(t);
+        double *const row = smr[pass / passes_.count][group.channel_of(t)];
         for (int sb = 0; sb < 32; ++sb) {
             const double value = ratio[sb * width + t];
-            row[sb] = group.pass_of(t) == 0 ? value : std::max(row[sb], value);
+            row[sb] = pass % passes_.count == 0 ? value : std::max(row[sb], value);
         }
     }
 }

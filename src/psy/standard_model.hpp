@@ -21,24 +21,27 @@ class standard_model {
     /// Forgets all passes, as at the start of a stream.
     void restart() noexcept;
 
+    int frames_at_once() const noexcept { return passes_.frames_at_once(); }
+
     /// Frames before one that its ratios depend on. A pass is compared with the two before it: in Layer II
     /// those of the frame before. Layer I also compares its thresholds with those of the pass before,
     /// which in turn had two before it.
     int remembered_frames() const noexcept { return passes_.count == 2 ? 1 : 3; }
 
-    /// @param frame_start  per channel, readable over the windows of frame_passes
-    /// @param smr          row c is written for every channel c
-    void analyze(const float *const *frame_start, smr_table &smr) noexcept;
+    /// Analyses consecutive frames, at most frames_at_once() of them.
+    /// @param frame_start  of the first one, per channel, readable over the windows of frame_passes
+    /// @param smr          a table for each; of it row c is written for every channel c
+    void analyze(const float *const *frame_start, int frames, smr_table *smr) noexcept;
 
   private:
     void analyze_group(const float *const *frame_start, frame_passes::group group,
-                       smr_table &smr) noexcept;
+                       smr_table *smr) noexcept;
 
     frame_passes passes_;
     standard_tables tables_;
     // Channels that do not stand side by side are one behind the other.
-    double history_[2 * 2 * history_values];
-    double thresholds_[2 * line_count];
+    double history_[2][2 * history_values];
+    double thresholds_[2][line_count];
 };
 
 } // namespace vela

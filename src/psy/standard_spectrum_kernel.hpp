@@ -68,7 +68,7 @@ VELA_INLINE void find_phase(line_block<V> &block, int i) {
 ///
 /// and leaves its own value to later passes.
 template <class V, int channels>
-VELA_INLINE void predict(line_block<V> &block, int i, pass_history history, int line) {
+VELA_INLINE void predict(line_block<V> &block, int i, double *history, int line) {
     const auto [cosine1, cosine2] = exchange<V, channels>(history, line, block.cosine[i]);
     const auto [sine1, sine2] = exchange<V, channels>(history, line_count + line, block.sine[i]);
     const auto [r1, r2] = exchange<V, channels>(history, 2 * line_count + line, block.magnitude[i]);
@@ -109,7 +109,7 @@ struct line_sums {
 
 /// @tparam channels  that stand side by side
 template <class V, int channels>
-void analyze_lines(const standard_tables &tables, const double *x, pass_history history,
+void analyze_lines(const standard_tables &tables, const double *x, double *history,
                    spectrum_sums &result) noexcept {
     constexpr int L = lanes<V>, size = line_block<V>::size;
     for (int p = 0; p < padded_partitions; ++p) {

@@ -77,11 +77,11 @@ void mask(const standard_tables &tables, const spectrum_sums &sums, double *out)
 /// pass may rise above the one before by 15 dB (a factor of 32) at most, down to a limit of 25 dB
 /// (0.00316) below its own threshold: this keeps pre-echo down.
 template <class V, int channels>
-VELA_INLINE V line_threshold(const standard_tables &tables, const double *mask, pass_history thresholds,
+VELA_INLINE V line_threshold(const standard_tables &tables, const double *mask, double *thresholds,
                              int k) {
     constexpr int L = lanes<V>;
     const V t = max_of(load<V>(mask + L * tables.of_line[k]), splat<V>(tables.quiet[k]));
-    if (thresholds.before == nullptr) return t;
+    if (thresholds == nullptr) return t;
     const V limit = exchange_one<V, channels>(thresholds, k, splat<V>(32.0) * t);
     return max_of(splat<V>(0.00316) * t, min_of(limit, t));
 }
@@ -90,7 +90,7 @@ VELA_INLINE V line_threshold(const standard_tables &tables, const double *mask, 
 /// counts for all of them, above that the sum.
 template <class V, int channels>
 void ratios(const standard_tables &tables, const spectrum_sums &sums, const double *mask,
-            pass_history thresholds, double *ratio) noexcept {
+            double *thresholds, double *ratio) noexcept {
     constexpr int L = lanes<V>;
     constexpr int least_threshold_subbands = 13;
     // The limits matter for infinities in the input only: every ratio is finite.

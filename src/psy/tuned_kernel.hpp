@@ -51,7 +51,7 @@ VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&ou
 /// Weights: 1 / T of the lines and a little of that before an attack, raised to a power, added up over
 /// what each subband is heard by.
 template <class V, int channels>
-void weigh_noise(const tuned_tables &tables, const double *energy, pass_history history,
+void weigh_noise(const tuned_tables &tables, const double *energy, double *history,
                  double *weight) noexcept {
     constexpr int L = lanes<V>;
     V value[padded_partitions];

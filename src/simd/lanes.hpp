@@ -67,14 +67,6 @@ VELA_INLINE void store(double *p, V a) {
     std::memcpy(p, &a, sizeof a);
 }
 
-/// The first n lanes; the others are 0.
-template <class V, int n>
-VELA_INLINE V load_first(const double *p) {
-    V r{};
-    std::memcpy(&r, p, n * sizeof(double));
-    return r;
-}
-
 /// The last n lanes.
 template <class V, int n>
 VELA_INLINE void store_last(double *p, V a) {
@@ -95,6 +87,20 @@ VELA_INLINE V splat(double x) {
         return x;
     } else {
         return {x - typename V::native{}};
+    }
+}
+
+/// The first n lanes; the others have the same numbers again.
+template <class V, int n>
+VELA_INLINE V load_first(const double *p) {
+    if constexpr (n == lanes<V>) {
+        return load<V>(p);
+    } else if constexpr (n == 1) {
+        return splat<V>(*p);
+    } else {
+        static_assert(n == 2 && lanes<V> == 4);
+        const auto first = load<f64<2>>(p).v;
+        return {__builtin_shufflevector(first, first, 0, 1, 0, 1)};
     }
 }
 

@@ -237,4 +237,47 @@ TEST(stream, any_split_of_the_input_gives_the_same_bytes) {
     }
 }
 
+/// Hands over what completes one frame at most.
+int put_singly(mpeg_a_encoder &encoder, std::span<const std::uint8_t> pcm, std::size_t frame,
+               std::size_t &pending) {
+    while (!pcm.empty()) {
+        const auto piece = pcm.first(std::min(frame - pending, pcm.size()));
+        pcm = pcm.subspan(piece.size());
+        pending = (pending + piece.size()) % frame;
+        if (encoder.put_bytes(piece.data(), static_cast<std::uint32_t>(piece.size())) != 0) return 2;
+    }
+    return 0;
+}
+
+TEST(stream, frames_handed_over_together_are_seen_and_refused_as_single_ones_are) {
+    std::mt19937 random(6);
+    for (int i = 0; i < 2 * 2 * 2 * 6; ++i) {
+        stream how{1 + i % 2, i / 2 % 2 * 3, 8};
+        how.model = i / 4 % 2 * MPEG_A_MODEL_TUNED;
+        const auto pcm = how.pcm(90 * how.frame_samples(), all_waveforms[i / 8], 3);
+        const std::size_t frame = pcm.size() / 90;
+        const encoder_pointer together = make_encoder(how), singly = make_encoder(how);
+        fake_output outputs[2];
+        ASSERT_EQ(mpegOutAudioInit(together.get(), &outputs[0]), 0);
+        ASSERT_EQ(mpegOutAudioInit(singly.get(), &outputs[1]), 0);
+        std::size_t pending = 0;
+        for (std::span<const std::uint8_t> rest = pcm; !rest.empty();) {
+            const auto block =
+                rest.first(std::min<std::size_t>(random() % (8 * frame) + 1, rest.size()) / 2 * 2);
+            rest = rest.subspan(std::max<std::size_t>(block.size(), 2));
+            const int refused = outputs[0].requests + static_cast<int>(random() % 400);
+            for (fake_output &output : outputs)
+                output.refused_request = refused;
+            const int result =
+                together->put_bytes(block.data(), static_cast<std::uint32_t>(block.size()));
+            ASSERT_EQ(put_singly(*singly, block, frame, pending), result);
+            if (result != 0) pending = 0;
+            ASSERT_EQ(outputs[0].calls, outputs[1].calls);
+        }
+        mpegOutAudioDone(together.get(), 0);
+        mpegOutAudioDone(singly.get(), 0);
+        ASSERT_EQ(outputs[0].frames, outputs[1].frames) << name_of(how) << i;
+    }
+}
+
 } // namespace

@@ -39,8 +39,8 @@ TEST(models, give_what_their_wording_gives) {
                                            &input[1][640 + f * frame_samples]};
             smr_table smr;
             noise_weights weights;
-            standard->analyze(start, smr);
-            tuned->analyze(start, weights);
+            standard->analyze(start, 1, &smr);
+            tuned->analyze(start, 1, &weights);
             for (int c = 0; c < 2; ++c) {
                 double ratio[32], weight[3][32];
                 literal.analyze(start[c], c, ratio);

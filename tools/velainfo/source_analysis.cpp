@@ -39,11 +39,12 @@ std::int64_t source_analysis::first_sample(std::int64_t offset) const {
 void source_analysis::analyze(std::span<const float> pcm, double (&subbands)[2][36][32],
                               double (&smr)[2][32]) {
     std::span bytes(reinterpret_cast<const std::uint8_t *>(pcm.data()), pcm.size_bytes());
-    state_->input.fill_frame(bytes, false);
-    const float *const start[2] = {state_->input.frame_start(0), state_->input.frame_start(1)};
-    state_->model.analyze(start, smr);
+    state_->input.fill_frames(bytes, false);
+    const auto start = state_->input.frame_start(0);
+    state_->model.analyze(start.begin(), 1, &smr);
     vela::subband_samples samples;
-    vela::analyze_frame(state_->kernels, start, state_->channels, state_->layer == 1 ? 1 : 3, samples);
+    vela::analyze_frame(state_->kernels, start.begin(), state_->channels, state_->layer == 1 ? 1 : 3,
+                        samples);
     static_assert(sizeof samples == sizeof subbands);
     std::memcpy(subbands, samples, sizeof samples);
 }
