@@ -58,6 +58,8 @@ make 'a stream that is proven' 167 proven.mp2
 make 'a stream at broadcast loudness' 167 radio.wav
 ffmpeg -v error -i sound.wav -metadata title=Title song.flac
 make 'a stream that tells its title' 167 song.mp2
+ffmpeg -v error -i video.mkv -i sound.wav -c:v copy -c:a ac3 video-sound.mkv
+make 'the sound of a film' 167 film.mp2
 make 'an archive' 167 archive/1/a.wav.mp2
 [ "$(stat -c %s archive/b.wav.mp2)" -gt 100000 ] || die 'an archive: b.wav is missing'
 [ "$(grep -c '"error":null' archive.jsonl)" -eq 2 ] || die "the report: $(cat archive.jsonl)"

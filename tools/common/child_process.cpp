@@ -110,16 +110,20 @@ int child_process::wait() noexcept {
     return status_;
 }
 
-std::string child_process::last_words() const {
+std::string child_process::last_words(std::string_view beside) const {
     struct stat status {};
     std::array<char, 1000> text{};
     if (::fstat(errors_.get(), &status) != 0) return "";
     const auto start = std::max<off_t>(status.st_size - static_cast<off_t>(text.size()), 0);
     const ssize_t count = ::pread(errors_.get(), text.data(), text.size(), start);
     std::string_view words(text.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    while (words.ends_with('\n') || words.ends_with('\r'))
-        words.remove_suffix(1);
-    return printable(words.substr(words.find_last_of("\r\n") + 1));
+    while (!words.empty()) {
+        const auto end = words.find_last_of("\r\n");
+        const auto line = words.substr(end + 1);
+        if (!line.empty() && line != beside) return printable(line);
+        words = words.substr(0, end == words.npos ? 0 : end);
+    }
+    return "";
 }
 
 } // namespace tools

@@ -5,6 +5,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 
 namespace tools {
@@ -34,7 +35,8 @@ class child_process {
     int wait() noexcept;
 
     /// The last line that it has said on standard error, without what cannot be printed.
-    std::string last_words() const;
+    /// @param beside  a line that does not count
+    std::string last_words(std::string_view beside = "") const;
 
   private:
     file_handle output_, errors_;

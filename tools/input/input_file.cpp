@@ -77,6 +77,13 @@ input_file reopen(const input_file &input) {
     return again;
 }
 
+input_file share(const input_file &input) {
+    input_file again{file_handle(::fcntl(input.handle.get(), F_DUPFD_CLOEXEC, 0)), input.name,
+                     input.status, input.on_note, input.start};
+    if (!again.handle.is_open()) unreadable(input.name, errno);
+    return again;
+}
+
 std::size_t read_some(const input_file &input, std::span<std::byte> room) {
     for (;;) {
         const ssize_t count = ::read(input.handle.get(), room.data(), room.size());

@@ -4,12 +4,14 @@
 #include "common/failure.hpp"
 #include "input/check_complete.hpp"
 #include "input/container.hpp"
+#include "input/ffmpeg_source.hpp"
 #include "input/sndfile_source.hpp"
 #include "input/stream_source.hpp"
 
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <system_error>
 #include <vector>
 
 namespace tools {
@@ -81,8 +83,48 @@ std::optional<chunk> plain_sound(const fetch_function &fetch, std::optional<pcm_
     return shape ? find_sound_data(fetch) : std::nullopt;
 }
 
-std::unique_ptr<pcm_source> open_file(input_file input, length_rule rule) {
+constexpr const char *advice =
+    "An audio file is needed (WAV, W64, RF64, AIFF, FLAC, Ogg, ...); for headerless"
+    " PCM give --raw";
+
+/// @param reason  why nobody here reads it
+std::unique_ptr<pcm_source> ask_ffmpeg(input_file input, const input_wishes &wishes, length_rule rule,
+                                       const std::string &reason) {
+    const std::string failed = "cannot read " + input.name + ": " + reason;
+    if (!wishes.asks_ffmpeg) throw failure(exit_code::input, failed + advice);
+    try {
+        return ffmpeg_source::open(std::move(input), wishes.stream, rule);
+    } catch (const failure &error) {
+        throw failure(exit_code::input, failed + error.what() + ". " + advice);
+    } catch (const std::system_error &error) {
+        if (error.code() != std::errc::no_such_file_or_directory)
+            throw failure(exit_code::input,
+                          failed + "ffmpeg cannot be started: " + error.code().message());
+        throw failure(exit_code::input,
+                      failed
+                          + "ffmpeg may read it, and films, but is not installed (Debian:"
+                            " apt install ffmpeg). "
+                          + advice);
+    }
+}
+
+/// Sound that somebody else decodes.
+std::unique_ptr<pcm_source> decode(input_file input, const input_wishes &wishes, length_rule rule) {
+    if (wishes.stream > 1)
+        return ask_ffmpeg(std::move(input), wishes, rule,
+                          "for --stream " + std::to_string(wishes.stream) + " ");
+    check_complete(input, rule);
+    input_file again = share(input);
+    try {
+        return std::make_unique<sndfile_source>(std::move(input), rule);
+    } catch (const unknown_format &error) {
+        return ask_ffmpeg(std::move(again), wishes, rule, error.what() + std::string(" "));
+    }
+}
+
+std::unique_ptr<pcm_source> open_file(input_file input, const input_wishes &wishes, length_rule rule) {
     std::optional<pcm_shape> shape;
+    if (wishes.stream > 1) return decode(std::move(input), wishes, rule);
     if (const auto sound = plain_sound(fetch_from(input), shape)) {
         const std::uint64_t bytes = sound_bytes(input, *sound, rule);
         move_in(input, static_cast<off_t>(sound->offset), SEEK_SET);
@@ -90,16 +132,15 @@ std::unique_ptr<pcm_source> open_file(input_file input, length_rule rule) {
                                                bytes - bytes % shape->instant_bytes(),
                                                length_rule::promise);
     }
-    check_complete(input, rule);
-    return std::make_unique<sndfile_source>(std::move(input), rule);
+    return decode(std::move(input), wishes, rule);
 }
 
 /// WAV is encoded as it comes; everything else has to be complete first.
-std::unique_ptr<pcm_source> open_pipe(input_file input, length_rule rule) {
+std::unique_ptr<pcm_source> open_pipe(input_file input, const input_wishes &wishes, length_rule rule) {
     pipe_head head(input);
     std::optional<pcm_shape> shape;
     const auto sound = plain_sound(head.fetcher(), shape);
-    if (sound && sound->offset <= head.bytes().size()) {
+    if (sound && sound->offset <= head.bytes().size() && wishes.stream == 1) {
         const auto samples = head.bytes().subspan(static_cast<std::size_t>(sound->offset));
         const bool counts = sound->known && rule != length_rule::ignored;
         return std::make_unique<stream_source>(std::move(input), *shape, samples,
@@ -109,8 +150,7 @@ std::unique_ptr<pcm_source> open_pipe(input_file input, length_rule rule) {
     input_file spooled = spool(std::move(input), head.bytes());
     if (spooled.size() == 0)
         throw failure(exit_code::input, spooled.name + " is empty (0 bytes); an audio file is needed");
-    check_complete(spooled, rule);
-    return std::make_unique<sndfile_source>(std::move(spooled), rule);
+    return decode(std::move(spooled), wishes, rule);
 }
 
 std::unique_ptr<pcm_source> open_raw(input_file input, const raw_shape &raw, length_rule rule) {
@@ -144,7 +184,18 @@ std::unique_ptr<pcm_source> open_pcm(input_file input, const input_wishes &wishe
                              : input.seekable()   ? length_rule::promise
                                                   : length_rule::hint;
     if (wishes.raw) return open_raw(std::move(input), *wishes.raw, rule);
-    return input.seekable() ? open_file(std::move(input), rule) : open_pipe(std::move(input), rule);
+    return input.seekable() ? open_file(std::move(input), wishes, rule)
+                            : open_pipe(std::move(input), wishes, rule);
+}
+
+std::unique_ptr<pcm_source> open_streamed_wav(input_file pipe) {
+    pipe_head head(pipe);
+    std::optional<pcm_shape> shape;
+    const auto sound = plain_sound(head.fetcher(), shape);
+    if (!sound || sound->offset > head.bytes().size()) return nullptr;
+    return std::make_unique<stream_source>(
+        std::move(pipe), *shape, head.bytes().subspan(static_cast<std::size_t>(sound->offset)),
+        std::nullopt, length_rule::promise);
 }
 
 } // namespace tools

@@ -161,11 +161,7 @@ sndfile_source::sndfile_source(input_file input, length_rule rule)
     file_.reset(sf_open_virtual(&access, SFM_READ, &info, this));
     wav_sound_.reset();
     if (read_error_) std::rethrow_exception(read_error_);
-    if (!file_)
-        throw failure(exit_code::input,
-                      "cannot read " + input_.name + ": " + sf_strerror(nullptr)
-                          + " An audio file is needed (WAV, W64, RF64, AIFF, FLAC, Ogg, ...);"
-                            " for headerless PCM give --raw");
+    if (!file_) throw unknown_format(exit_code::input, sf_strerror(nullptr));
     shape_ = {info.samplerate, info.channels, format_of(info.format)};
     speakers_ = speakers_of(file_.get(), info);
     if (info.frames >= 0 && info.frames < longest_credible)

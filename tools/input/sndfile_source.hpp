@@ -1,6 +1,7 @@
 // PCM from any audio file that libsndfile reads.
 #pragma once
 
+#include "common/failure.hpp"
 #include "input/container.hpp"
 #include "input/input_file.hpp"
 #include "input/pcm_source.hpp"
@@ -12,10 +13,16 @@
 
 namespace tools {
 
+/// Of a file that libsndfile does not read; the text is its own sentence.
+class unknown_format : public failure {
+  public:
+    using failure::failure;
+};
+
 class sndfile_source final : public pcm_source {
   public:
     /// @param input  seekable
-    /// @throws failure
+    /// @throws failure, unknown_format
     sndfile_source(input_file input, length_rule rule);
 
     const pcm_shape &shape() const noexcept override { return shape_; }

@@ -22,7 +22,7 @@ stream_source::stream_source(input_file input, const pcm_shape &shape, std::span
       padded_(left_ % 2 != 0), buffer_(std::max(block_bytes, head.size())) {
     if (bytes)
         length_ = *bytes / shape.instant_bytes();
-    else if (!input_.seekable())
+    else if (!input_.seekable() && rule == length_rule::hint)
         live_.emplace();
     if (input_.seekable()) start_ = move_in(input_, 0, SEEK_CUR) - static_cast<off_t>(head.size());
     filled_ = static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), left_));

@@ -41,7 +41,7 @@ class stream_source final : public pcm_source {
     pcm_shape shape_;
     std::optional<std::uint64_t> length_;
     off_t start_ = 0;                ///< of the PCM, where the input is seekable
-    std::optional<live_input> live_; ///< where nobody promised a length
+    std::optional<live_input> live_; ///< where nobody promised a length, or the pipe's end
     length_rule rule_;
     std::uint64_t left_; ///< bytes that may still be read
     bool padded_;        ///< an odd number of bytes is followed by another one

@@ -103,7 +103,11 @@ opened open_source(const options &wanted, const std::function<void(const std::st
     std::vector<std::string> lost;
     if (is_wave(wanted) && input.seekable() && !wanted.raw) result.labels = labels_of(input, lost);
     result.origin.bext = result.labels.front().contents;
-    result.source = open_pcm(std::move(input), {wanted.raw, wanted.ignore_length, note});
+    result.source = open_pcm(std::move(input), {.raw = wanted.raw,
+                                                .ignore_length = wanted.ignore_length,
+                                                .on_note = note,
+                                                .asks_ffmpeg = true,
+                                                .stream = wanted.stream});
     const pcm_shape &shape = result.shape = result.source->shape();
     result.origin.rate = shape.rate;
     result.origin.channels = shape.channels;
@@ -233,21 +237,23 @@ finished_stream stream_of(const mpeg_a_settings &settings, int rate, const frame
 } // namespace
 
 std::optional<file_result> find_complete(const options &wanted) {
+    struct stat output {};
+    if (::stat(wanted.output.c_str(), &output) != 0) return std::nullopt;
     const opened input = open_source(wanted, [](const std::string &) {});
     const auto length = input.source->length();
-    struct stat output {};
-    if (!length || *length == 0 || ::stat(wanted.output.c_str(), &output) != 0) return std::nullopt;
+    if (length == 0 || !S_ISREG(input.status.st_mode)) return std::nullopt;
     const auto time = [](const struct stat &file) {
         return std::pair(file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
     };
     if (time(output) <= time(input.status)) return std::nullopt;
     const int rate = input.source->shape().rate;
     const std::uint64_t frame = frame_samples(input.plan.settings);
-    const file_result result{input.plan.settings, rate, (*length + frame - 1) / frame, *length,
-                             input.shape};
-    if (!holds_stream(wanted.output, is_wave(wanted), result.settings, rate, result.frames))
-        return std::nullopt;
-    return result;
+    const auto frames =
+        frames_of_stream(wanted.output, is_wave(wanted), input.plan.settings, rate,
+                         length ? std::optional((*length + frame - 1) / frame) : std::nullopt);
+    if (!frames) return std::nullopt;
+    return file_result{input.plan.settings, rate, *frames, length.value_or(*frames * frame),
+                       input.shape};
 }
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {

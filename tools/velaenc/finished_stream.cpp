@@ -60,35 +60,37 @@ bool is_own_stream(const file_view &file) {
     return second && second->same_kind(*first);
 }
 
-bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &settings, int rate,
-                  std::uint64_t frames) {
+std::optional<std::uint64_t> frames_of_stream(const std::string &path, bool in_wave,
+                                              const mpeg_a_settings &settings, int rate,
+                                              std::optional<std::uint64_t> frames) {
     input_file file;
     try {
         file = open_input(path);
     } catch (const failure &) {
-        return false;
+        return std::nullopt;
     }
-    if (!file.seekable() || frames == 0) return false;
+    if (!file.seekable() || frames == 0) return std::nullopt;
     const std::uint64_t tag = in_wave ? 0 : std::min(tag_bytes(fetch_from(file)), file.size());
     const auto data = in_wave ? find_sound_data(fetch_from(file)) : chunk{tag, file.size() - tag};
-    if (!data || !data->known || data->offset + data->bytes > file.size()) return false;
+    if (!data || !data->known || data->offset + data->bytes > file.size()) return std::nullopt;
     const file_view view = fetch_from(file);
     const auto first = header_at(view, data->offset);
-    if (!first || !is_frame_of(*first, settings, rate)) return false;
+    if (!first || !is_frame_of(*first, settings, rate)) return std::nullopt;
     const std::uint64_t size = data->bytes;
     const auto slot = static_cast<std::uint64_t>(first->slot_bytes());
-    // On average over the padding, a frame has whole_slots + slot_rest / rate slots.
-    const std::uint64_t total =
-        (frames * static_cast<std::uint64_t>(first->whole_slots())
-         + frames * static_cast<std::uint64_t>(first->slot_rest()) / static_cast<std::uint64_t>(rate))
-        * slot;
-    if (size + slot < total || size > total + 2 * slot) return false;
+    // On average over the padding, a frame has whole + rest / rate slots.
+    const auto hertz = static_cast<std::uint64_t>(rate);
+    const auto whole = static_cast<std::uint64_t>(first->whole_slots()),
+               rest = static_cast<std::uint64_t>(first->slot_rest()), slots = whole * hertz + rest;
+    const std::uint64_t count = frames.value_or((size / slot * hertz + slots / 2) / slots);
+    const std::uint64_t total = (count * whole + count * rest / hertz) * slot;
+    if (size + slot < total || size > total + 2 * slot) return std::nullopt;
     for (const int padding : {0, 1}) {
         const auto length = static_cast<std::uint64_t>(first->whole_slots() + padding) * slot;
         const auto last = length <= size ? header_at(view, data->offset + size - length) : std::nullopt;
-        if (last && last->padding == padding && is_frame_of(*last, settings, rate)) return true;
+        if (last && last->padding == padding && is_frame_of(*last, settings, rate)) return count;
     }
-    return false;
+    return std::nullopt;
 }
 
 } // namespace tools

@@ -5,6 +5,7 @@
 #include "vela_enc_mp1a/settings.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace tools {
@@ -17,7 +18,10 @@ bool is_own_stream(const file_view &file);
 /// an output gets its name when it is complete.
 /// @param in_wave  the stream lies in the data chunk of a WAV file
 /// @param rate     Hz
-bool holds_stream(const std::string &path, bool in_wave, const mpeg_a_settings &settings, int rate,
-                  std::uint64_t frames);
+/// @param frames   that it should have; none: as many as there are
+/// @return its frames; none where it is another stream
+std::optional<std::uint64_t> frames_of_stream(const std::string &path, bool in_wave,
+                                              const mpeg_a_settings &settings, int rate,
+                                              std::optional<std::uint64_t> frames);
 
 } // namespace tools

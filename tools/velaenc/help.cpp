@@ -11,7 +11,8 @@ namespace tools {
 
 const char *const help_description =
     "velaenc: encodes audio as MPEG-1 Audio Layer I or II (ISO/IEC 11172-3).\n"
-    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of any sample rate.";
+    "IN is an audio file (WAV, W64, RF64, AIFF, FLAC, Ogg, ...) of any sample rate, or what ffmpeg\n"
+    "decodes where it is installed (mp4, m4a, mov, mkv, webm, wma, ac3, dts, wv, ape, ...).";
 
 namespace {
 

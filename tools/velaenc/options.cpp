@@ -98,6 +98,16 @@ void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
                "Ticks a second of --pts-offset; without it 27000000");
 }
 
+void add_parsed_stream(CLI::App &app, int &stream) {
+    const auto store = [&stream](const std::string &text) {
+        stream = number_in<int>(text).value_or(0);
+        if (stream < 1 || stream > 999) refuse("--stream", text, "1 to 999");
+    };
+    app.add_option_function<std::string>(
+           "--stream", store, "Which sound stream of IN, a film's for instance; without it 1")
+        ->type_name("N");
+}
+
 struct raw_options {
     bool raw = false;
     std::optional<int> rate, channels;
@@ -114,6 +124,7 @@ void add_raw_options(CLI::App &app, raw_options &given) {
         option->needs(raw);
         raw->needs(option);
     }
+    raw->excludes(app.get_option("--stream"));
 }
 
 constexpr int most_jobs = 256;
@@ -238,6 +249,7 @@ std::optional<options> read_options(int argc, char **argv) {
     add_output_options(app, wanted, named_output);
     app.add_flag("--ignore-length", wanted.ignore_length,
                  "Encode what is there, whatever the header of IN says, damaged or not");
+    add_parsed_stream(app, wanted.stream);
     add_sound_options(app, wanted.sound);
     add_raw_options(app, given);
     auto *threads =

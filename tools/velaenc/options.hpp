@@ -27,6 +27,7 @@ struct options : wishes {
     sound_options sound;
 
     std::optional<raw_shape> raw; ///< shape of headerless input
+    int stream = 1;               ///< of the sound streams in the input
     bool ignore_length = false;   ///< encode what is there, whatever the header says
     int jobs = 1;                 ///< threads that encode
     bool engine = false;          ///< encode through the plug-in interface
