@@ -21,16 +21,16 @@ double from_db(double db) {
 
 /// Energies of the lines of a window of 1024 samples.
 std::vector<double> spectrum(const float *samples) {
-    std::vector<std::complex<double>> x(1024), roots(1024);
+    std::vector<std::complex<double>> x(1024), turns(1024);
     for (int i = 0; i < 1024; ++i) {
         x[i] = samples[i] * 0.5 * (1 - std::cos((i - 0.5) * 2 * pi / 1024));
-        roots[i] = std::polar(1.0, -2 * pi * i / 1024);
+        turns[i] = std::polar(1.0, -2 * pi * i / 1024);
     }
     std::vector<double> energy(513);
     for (int k = 0; k <= 512; ++k) {
         std::complex<double> sum;
         for (int i = 0; i < 1024; ++i)
-            sum += x[i] * roots[i * k % 1024];
+            sum += x[i] * turns[i * k % 1024];
         energy[k] = std::norm(sum);
     }
     return energy;
