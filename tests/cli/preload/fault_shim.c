@@ -50,7 +50,8 @@ ssize_t read(int file, void *bytes, size_t size) {
     return REAL(read)(file, bytes, failed ? (size + 1) / 2 : size);
 }
 ssize_t pread(int file, void *bytes, size_t size, off_t at) {
-    const int failed = fails("read") || ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDWR && fails("readback"));
+    const int failed =
+        fails("read") || ((fcntl(file, F_GETFL) & O_ACCMODE) == O_RDWR && fails("readback"));
     if (failed && errno != 0) return -1;
     return REAL(pread)(file, bytes, failed ? (size + 1) / 2 : size, at);
 }

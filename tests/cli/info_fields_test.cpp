@@ -1,0 +1,222 @@
+// Every field that velainfo tells of a stream, against the frames as they were written and other programs.
+#include "velainfo/synthesis.hpp"
+#include "workbench.hpp"
+#include "written_frame.hpp"
+
+#include <array>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sstream>
+
+namespace velaenc_test {
+namespace {
+
+using info_fields_test = workbench;
+
+/// Numbers to six digits behind the point.
+nlohmann::json rounded(nlohmann::json value) {
+    if (value.is_structured())
+        for (auto &part : value)
+            part = rounded(part);
+    return value.is_number_float() ? nlohmann::json(std::round(value.get<double>() * 1e6) / 1e6)
+                                   : value;
+}
+
+/// What --json says of a stream, as its frames were written.
+struct expected_report {
+    nlohmann::json frames = nlohmann::json::array();
+    std::map<std::string, std::map<nlohmann::json, int>> counts;
+    std::map<std::string, int> bits;
+    std::map<int, int> bounds;
+    int scfsi[4] = {}, bytes = 0, padded = 0, sblimit = 0;
+    double sample_bits[2][32] = {};
+
+    void add(const written_frame &f) {
+        const nlohmann::json on = true, off = false;
+        const char *modes[] = {"stereo", "joint stereo", "dual channel", "mono"};
+        const char *emphases[] = {"none", "50/15", "reserved", "j17"};
+        const std::pair<const char *, nlohmann::json> header[] = {{"version", f.version},
+                                                                  {"layer", f.layer},
+                                                                  {"crc", f.crc == 1},
+                                                                  {"kbps", f.kbps()},
+                                                                  {"rate", f.rate()},
+                                                                  {"private", f.private_bit == 1},
+                                                                  {"mode", modes[f.mode]},
+                                                                  {"copyright", f.copyright == 1},
+                                                                  {"original", f.original == 1},
+                                                                  {"emphasis", emphases[f.emphasis]}};
+        for (const auto &[name, value] : header)
+            ++counts[name][value];
+        const int rest = 8 * f.size() - 32 - 16 * f.crc - f.allocation_bits - f.scfsi_bits
+                         - f.factor_bits - f.sample_bits;
+        const nlohmann::json here{{"header", 32},
+                                  {"crc", 16 * f.crc},
+                                  {"allocation", f.allocation_bits},
+                                  {"scfsi", f.scfsi_bits},
+                                  {"scalefactors", f.factor_bits},
+                                  {"samples", f.sample_bits},
+                                  {"rest", rest}};
+        for (const auto &[name, count] : here.items())
+            bits[name != "rest" ? name : f.ancillary ? "ancillary" : "unused"] += count.get<int>();
+        nlohmann::json allocation, factors;
+        for (int ch = 0; ch < f.channels(); ++ch) {
+            allocation.push_back(std::vector(f.allocation[ch], f.allocation[ch] + f.sblimit()));
+            factors.push_back(nlohmann::json::array());
+            for (int part = 0; part < f.parts(); ++part)
+                factors.back().push_back(
+                    std::vector(f.factors[ch][part], f.factors[ch][part] + f.sblimit()));
+            for (int sb = 0; sb < f.sblimit(); ++sb) {
+                const int steps = f.steps[ch][sb];
+                if (steps == 0) continue;
+                const bool grouped = f.layer == 2 && (steps == 3 || steps == 5 || steps == 9);
+                sample_bits[ch][sb] += grouped ? (steps == 3   ? 5
+                                                  : steps == 5 ? 7
+                                                               : 10)
+                                                     / 3.0
+                                               : std::log2(steps + 1);
+                if (f.layer == 2) ++scfsi[f.scfsi[ch][sb]];
+            }
+        }
+        const auto samples = f.layer == 1 ? 384.0 : 1152.0;
+        nlohmann::json frame{{"frame", frames.size()},
+                             {"offset", bytes},
+                             {"bytes", f.size()},
+                             {"seconds", samples * static_cast<double>(frames.size()) / f.rate()},
+                             {"kbps", f.kbps()},
+                             {"padding", f.padding},
+                             {"mode", modes[f.mode]},
+                             {"bound", f.bound()},
+                             {"bits", here},
+                             {"allocation", allocation},
+                             {"scalefactors", factors},
+                             {"faults", nlohmann::json::array()}};
+        if (f.crc == 1) frame["crc_right"] = true;
+        frames.push_back(frame);
+        if (f.mode == 1) ++bounds[f.bound()];
+        bytes += f.size(), padded += f.padding, sblimit = std::max(sblimit, f.sblimit());
+    }
+
+    nlohmann::json summary(const written_frame &any) const {
+        const auto n = frames.size();
+        const double seconds = (any.layer == 1 ? 384.0 : 1152.0) * static_cast<double>(n) / any.rate();
+        nlohmann::json header, allocation, list = nlohmann::json::array();
+        for (const auto &[name, values] : counts) {
+            header[name] = {{"constant", values.size() == 1}, {"counts", nlohmann::json::array()}};
+            for (const auto &[value, count] : values)
+                header[name]["counts"].push_back({{"value", value}, {"frames", count}});
+            std::sort(header[name]["counts"].begin(), header[name]["counts"].end());
+        }
+        for (int ch = 0; ch < any.channels(); ++ch)
+            for (int sb = 0; sb < sblimit; ++sb)
+                allocation[static_cast<unsigned>(ch)].push_back(sample_bits[ch][sb]
+                                                                / static_cast<double>(n));
+        for (const auto &[bound, count] : bounds)
+            list.push_back({{"bound", bound}, {"frames", count}});
+        auto all_bits = bits;
+        all_bits.insert({{"ancillary", 0}, {"unused", 0}});
+        return {{"bytes", bytes},
+                {"frames", n},
+                {"seconds", seconds},
+                {"average_kbps", bytes / seconds / 125},
+                {"joint", counts.at("mode").contains("joint stereo")},
+                {"header", header},
+                {"crc", {{"right", any.crc == 1 ? n : 0}, {"wrong", 0}}},
+                {"bounds", list},
+                {"bits", all_bits},
+                {"scfsi", scfsi},
+                {"allocation", allocation},
+                {"faults", nlohmann::json::object()},
+                {"sound", true},
+                {"damaged_frames", 0},
+                {"lost_bytes", 0},
+                {"events", nlohmann::json::array()}};
+    }
+};
+
+/// The sound of a stream by the parser and the synthesis here, interleaved.
+std::vector<float> synthesized(const bytes &stream) {
+    std::vector<float> sound;
+    tools::synthesis_filterbank banks[2];
+    for_each_piece(stream, [&](const tools::stream_piece &piece) {
+        tools::sample_codes codes;
+        tools::frame_subbands subbands;
+        const auto frame = tools::parse_frame(piece.bytes, &codes);
+        EXPECT_EQ(frame.faults, 0u) << tools::fault_text(frame.faults);
+        tools::requantize(frame, codes, subbands);
+        for (int step = 0; step < 12 * frame.parts; ++step) {
+            float out[2][32];
+            for (int ch = 0; ch < frame.channels(); ++ch)
+                banks[ch].step(subbands[ch][step], out[ch]);
+            for (int k = 0; k < 32 * frame.channels(); ++k)
+                sound.push_back(out[k % frame.channels()][k / frame.channels()]);
+        }
+    });
+    return sound;
+}
+
+TEST_F(info_fields_test, every_field_is_reported_as_it_was_written_and_other_programs_agree) {
+    std::mt19937 random(3);
+    for (int i = 0; i < 2 * 2 * 3 * 2; ++i) {
+        written_frame f{.version = 1 + i % 2, .layer = 1 + i / 2 % 2, .crc = (i + i / 3) % 2};
+        expected_report expected;
+        bytes stream;
+        for (int k = 0; k < 2 * 14; ++k) {
+            written_frame next{.version = f.version, .layer = f.layer, .crc = f.crc};
+            next.rate_index = i / 4 % 3, next.bitrate_index = 1 + k % 14;
+            // ffmpeg looks for two equal headers first.
+            const auto any = [&](int n) { return k < 2 ? 0 : static_cast<int>(random() % n); };
+            next.mode = i / 12 == 1 ? 3 : any(3);
+            // Two channels of Layer I need room for their allocation.
+            if (next.layer == 1 && next.mode != 3 && next.kbps() < 128) next.bitrate_index = 13;
+            if (next.mode == 1) next.mode_extension = static_cast<int>(random() % 4);
+            for (int *bit : {&next.private_bit, &next.copyright, &next.original})
+                *bit = any(2);
+            next.padding = next.rate_index == 0 ? static_cast<int>(random() % 2) : 0;
+            next.emphasis = std::array{0, 1, 3}[static_cast<unsigned>(any(3))];
+            next.ancillary = k % 5 == 4;
+            const bytes written = next.write(random);
+            stream.insert(stream.end(), written.begin(), written.end());
+            expected.add(f = next);
+        }
+        SCOPED_TRACE(testing::PrintToString(std::tuple{f.version, f.layer, f.rate(), f.mode}));
+        put("x.mp2", {stream.begin(), stream.end()});
+        std::istringstream lines(run("velainfo --json --frames x.mp2").out);
+        std::string line;
+        for (const auto &frame : expected.frames) {
+            auto said = rounded(nlohmann::json::parse((std::getline(lines, line), line)));
+            said.erase("file");
+            ASSERT_EQ(said, rounded(frame));
+        }
+        const auto said = rounded(nlohmann::json::parse((std::getline(lines, line), line)));
+        const auto summary = rounded(expected.summary(f));
+        for (const auto &[name, value] : summary.items()) {
+            auto compared = said[name];
+            if (name == "header") {
+                for (auto &field : compared) {
+                    field.erase("value");
+                    std::sort(field["counts"].begin(), field["counts"].end());
+                }
+            }
+            EXPECT_EQ(compared, value) << name;
+        }
+        // ffprobe: where its packets are; ffmpeg: what is in them.
+        const auto packets =
+            shell("ffprobe -v error -f mp3 -show_entries packet=pos,size -of csv=p=0 x.mp2").out;
+        std::string positions;
+        for (const auto &frame : expected.frames)
+            positions += frame["bytes"].dump() + "," + frame["offset"].dump() + "\n";
+        EXPECT_EQ(packets, positions);
+        const auto decoded = heard("x.mp2"), here = synthesized(stream);
+        ASSERT_EQ(decoded.size(), here.size());
+        float worst = 0, loudest = 0;
+        for (std::size_t k = 0; k < here.size(); ++k) {
+            worst = std::max(worst, std::fabs(decoded[k] - std::clamp(here[k], -1.0F, 1.0F)));
+            loudest = std::max(loudest, std::fabs(decoded[k]));
+        }
+        EXPECT_TRUE(worst < 2e-4F && loudest > 0.05F) << worst << " " << loudest;
+    }
+}
+
+} // namespace
+} // namespace velaenc_test
