@@ -77,7 +77,7 @@ input_file reopen(const input_file &input) {
     return again;
 }
 
-input_file share(const input_file &input) {
+input_file same_file(const input_file &input) {
     input_file again{file_handle(::fcntl(input.handle.get(), F_DUPFD_CLOEXEC, 0)), input.name,
                      input.status, input.on_note, input.start};
     if (!again.handle.is_open()) unreadable(input.name, errno);

@@ -57,7 +57,7 @@ off_t move_in(const input_file &input, off_t offset, int whence);
 input_file reopen(const input_file &input);
 
 /// Another handle of the same open file, at the same place wherever either moves.
-input_file share(const input_file &input);
+input_file same_file(const input_file &input);
 
 /// Reads what is there, at most `room.size()` bytes. Returns the number of bytes, 0 at the end.
 /// @throws failure

@@ -114,7 +114,7 @@ std::unique_ptr<pcm_source> decode(input_file input, const input_wishes &wishes,
         return ask_ffmpeg(std::move(input), wishes, rule,
                           "for --stream " + std::to_string(wishes.stream) + " ");
     check_complete(input, rule);
-    input_file again = share(input);
+    input_file again = same_file(input);
     try {
         return std::make_unique<sndfile_source>(std::move(input), rule);
     } catch (const unknown_format &error) {
