@@ -70,6 +70,9 @@ bool frame_scanner::begins_in_place() const {
     const auto length = static_cast<std::size_t>(header->bytes());
     if (length > available()) return false;
     if (!header->same_kind(*kind_)) return begins_anywhere(0);
+    if (available() >= id3v1_bytes && available() - id3v1_bytes < length
+        && only_id3v1_is_left(available() - id3v1_bytes))
+        return false;
     // A damaged bitrate may well lead to the frame after the next one.
     if (header->kbps == kind_->kbps && has_chain(0, 2, &*kind_)) return true;
     for (std::size_t inside = header_bytes; inside < length; ++inside)
@@ -87,18 +90,29 @@ stream_piece frame_scanner::take_frame() {
     return piece;
 }
 
+/// The tag that a cut frame at the end does not take along.
+bool frame_scanner::only_id3v1_is_left(std::size_t position) const {
+    if (!at_end_ || available() != position + id3v1_bytes) return false;
+    const auto tag = read_tag(window(position));
+    return tag && tag->length == id3v1_bytes;
+}
+
 stream_piece frame_scanner::take_gap() {
     stream_piece piece{.offset = offset_, .header = header_at(0)};
     const std::size_t head = std::min(available(), gap_head_.size());
     std::copy_n(window(0).data(), head, gap_head_.data());
     piece.bytes = std::span(gap_head_).first(head);
+    if (window(0)[0] == 'L') fill(longest_tag_search);
+    piece.tag = read_tag(window(0));
+    const std::uint64_t end = piece.tag ? offset_ + piece.tag->length : ~std::uint64_t{};
+    const auto interesting = [](std::uint8_t byte) { return byte == 0xFF || byte == 'T'; };
     do {
         advance(1);
         fill(look_ahead);
-        const auto rest = window(0);
-        advance(static_cast<std::size_t>(std::ranges::find(rest, 0xFF) - rest.begin()));
+        const auto rest = window(0).first(std::min<std::uint64_t>(available(), end - offset_));
+        advance(static_cast<std::size_t>(std::ranges::find_if(rest, interesting) - rest.begin()));
         fill(look_ahead);
-    } while (available() > 0 && !begins_anywhere(0));
+    } while (available() > 0 && offset_ < end && !begins_anywhere(0) && !only_id3v1_is_left(0));
     piece.length = offset_ - piece.offset;
     in_place_ = false;
     return piece;

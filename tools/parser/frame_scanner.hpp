@@ -2,6 +2,7 @@
 #pragma once
 
 #include "parser/frame_header.hpp"
+#include "parser/tag.hpp"
 
 #include <array>
 #include <cstdint>
@@ -20,6 +21,9 @@ struct stream_piece {
     /// header is damaged.
     std::optional<stream_header> header = std::nullopt;
     bool is_frame = false;
+    /// Of a gap that begins with a tag. The gap ends with the tag, or before it where a frame or the end
+    /// of the input comes sooner.
+    std::optional<stream_tag> tag = std::nullopt;
     /// All bytes of a frame, the first ones of a gap; valid until the next call.
     std::span<const std::uint8_t> bytes = {};
 };
@@ -44,6 +48,7 @@ class frame_scanner {
 
   private:
     static constexpr std::size_t window_bytes = 1 << 20;
+    static constexpr std::size_t id3v1_bytes = 128;
     static constexpr std::size_t look_ahead = 8192; ///< four frames and a header
 
     std::size_t available() const { return end_ - begin_; }
@@ -55,6 +60,7 @@ class frame_scanner {
     bool begins_in_place() const;
     stream_piece take_frame();
     stream_piece take_gap();
+    bool only_id3v1_is_left(std::size_t position) const;
     void advance(std::size_t bytes);
 
     read_function read_;
