@@ -7,6 +7,7 @@
 #include "written_frame.hpp"
 
 #include <cmath>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <random>
 
@@ -17,7 +18,7 @@ namespace velaenc_test {
 namespace {
 
 tools::stream_report report_of(const bytes &stream) {
-    tools::report_builder builder("stream", 0);
+    tools::report_builder builder("stream", {});
     for_each_piece(stream, [&](const tools::stream_piece &piece) { builder.add(piece); });
     return builder.finish("");
 }
@@ -157,14 +158,55 @@ class info_test : public workbench {
   protected:
     info_test() { put("48000.wav", wav(pcm(noise(48000)), 2, 48000)); }
 
+    /// What is printed as one object, which the published schema describes.
     nlohmann::json json_of(const std::string &arguments, int status = 0) const {
-        return nlohmann::json::parse(run("velainfo --json " + arguments, status).out, nullptr, false);
+        const auto said =
+            nlohmann::json::parse(run("velainfo --json " + arguments, status).out, nullptr, false);
+        static const auto schema =
+            nlohmann::json::parse(std::ifstream(VELAINFO_SCHEMA), nullptr, false);
+        EXPECT_TRUE(conforms(said, schema)) << said;
+        return said;
+    }
+
+  private:
+    /// As much of JSON Schema as docs/velainfo.schema.json uses.
+    static bool conforms(const nlohmann::json &value, const nlohmann::json &schema) {
+        if (schema.is_boolean()) return schema.get<bool>();
+        if (schema.contains("anyOf"))
+            return std::ranges::any_of(schema["anyOf"],
+                                       [&](const auto &s) { return conforms(value, s); });
+        if (schema.contains("enum"))
+            return std::ranges::find(schema["enum"], value) != schema["enum"].end();
+        const auto is = [&](const std::string &type) {
+            return type == "number"    ? value.is_number()
+                   : type == "integer" ? value.is_number_integer()
+                                       : value.type_name() == type;
+        };
+        const auto &type = schema.at("type");
+        if (type.is_array() ? std::ranges::none_of(type, is) : !is(type)) return false;
+        if (value.is_array())
+            return std::ranges::all_of(value,
+                                       [&](const auto &v) { return conforms(v, schema["items"]); });
+        if (!value.is_object()) return true;
+        for (const std::string name : schema["required"])
+            if (!value.contains(name)) return false;
+        for (const auto &[name, part] : value.items()) {
+            const auto known = schema["properties"].find(name);
+            if (!conforms(part, known != schema["properties"].end() ? *known
+                                                                    : schema["additionalProperties"]))
+                return false;
+        }
+        return true;
     }
 };
 
 TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
     const std::string stream = encoded("--crc 48000.wav - | cat");
-    const std::string id3 = "ID3\4" + std::string(60, '\0');
+    // A tag says its length: 54 bytes behind the header of ten, 60 behind APE's of 32.
+    const std::string id3 = std::string("ID3\4\0\0\0\0\0\x36", 10) + std::string(54, '\0'),
+                      ape = "APETAGEX\xD0\7" + std::string("\0\0\x3C\0\0\0\0\0\0\0\0\0\0\xA0", 14)
+                            + std::string(68, '\0'),
+                      lyrics = "LYRICSBEGINwords000016LYRICS200", id3v1 = "TAG" + std::string(125, ' ');
     std::string riff = wav(stream, 2, 48000);
     riff[20] = 0x50; // WAVE_FORMAT_MPEG
     const struct {
@@ -178,8 +220,27 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
         {"a chunk behind it", riff + "LIST" + little_endian(stream.size(), 4) + stream, 0,
          "\"container\":\"wav\",\"bytes\":14112"},
         {"tag before", id3 + stream, 0, "bytes of a tag (ID3)"},
-        {"tag behind", stream + "TAG" + std::string(125, ' '), 0,
-         "\"kind\":\"trailing\",\"damage\":false"},
+        {"tags behind", stream + ape + lyrics + id3v1, 0,
+         "\"kind\":\"trailing\",\"damage\":false,\"offset\":14112,\"length\":251"},
+        {"more than the tag says", id3 + "x" + stream, 3,
+         "\"kind\":\"leading\",\"damage\":true,\"offset\":64,\"length\":1,"},
+        {"more behind the tag", stream + id3v1 + std::string(500, 'x'), 3,
+         "\"kind\":\"trailing\",\"damage\":true,\"offset\":14240,\"length\":500,"},
+        {"half a tag", stream + ape.substr(0, 50), 3, "a tag (APETAGEX) of 92 bytes ends after 50"},
+        {"first frame cut behind a tag", id3 + stream.substr(0, 600) + stream, 3,
+         "a frame of 672 bytes ends after 600"},
+        {"last frame cut before a tag", stream.substr(0, 14000) + id3v1, 3,
+         "a frame of 672 bytes ends after 560"},
+        {"two files", id3 + stream + id3v1 + id3 + stream + id3v1, 3,
+         "\"kind\":\"joined\",\"damage\":true,\"offset\":14176,\"length\":192"},
+        {"WAV that promises more", riff.substr(0, riff.size() - 672), 3,
+         "14112 bytes of sound, 672 are"},
+        {"WAV of another rate", std::string(riff).replace(24, 2, "\x44\xAC"), 3,
+         "says 44100 Hz, its frames have 48000"},
+        {"WAV of one channel", std::string(riff).replace(22, 1, "\1"), 3, "says 1 channels"},
+        {"WAV without a size", std::string(riff).replace(40, 4, 4, '\0'), 3, "there is no sound in it"},
+        {"WAV of open size", std::string(riff).replace(4, 4, 4, '\xFF').replace(40, 4, 4, '\xFF'), 0,
+         "\"events\":[]"},
         {"bytes before", "abc" + stream, 3,
          "\"kind\":\"leading\",\"damage\":true,\"offset\":0,\"length\":3"},
         {"bytes behind", stream + "abc", 3, "\"kind\":\"trailing\",\"damage\":true"},
@@ -202,6 +263,139 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
             EXPECT_NE(said.find(word), std::string::npos) << said;
         }
     }
+}
+
+TEST_F(info_test, streams_in_containers_are_looked_at_track_by_track_as_if_they_were_bare) {
+    run("velaenc --quiet --crc 48000.wav x.mp2 && velaenc --quiet --mode mono --bitrate 64 48000.wav "
+        "y.mp2");
+    const auto bare = json_of("x.mp2");
+    for (const auto &[muxer, container] : {std::pair{"mpegts", "mpegts"},
+                                           {"vob", "mpeg"},
+                                           {"matroska", "matroska"},
+                                           {"avi", "avi"},
+                                           {"mov", "mov"},
+                                           {"w64", "w64"}}) {
+        run(std::string("ffmpeg -v error -y -i x.mp2 -c copy -f ") + muxer + " x.film");
+        auto said = json_of("x.film");
+        EXPECT_EQ(said["container"], container);
+        EXPECT_EQ(said["track"], 0);
+        for (const char *same : {"container", "track", "file"})
+            said.erase(same);
+        for (const auto &[name, value] : said.items())
+            EXPECT_EQ(value, bare[name]) << muxer << name;
+    }
+    run("ffmpeg -v error -i x.mp2 -i y.mp2 -map 1 -map 0 -c copy two.ts");
+    const auto both = run("velainfo --brief two.ts").out;
+    EXPECT_NE(both.find("mono, 64 kbit/s, track 0 of an MPEG transport stream"), std::string::npos)
+        << both;
+    EXPECT_NE(both.find("stereo, 224 kbit/s, track 1 of"), std::string::npos) << both;
+    run("velainfo --source 48000.wav two.ts");
+    run("PATH=$(dirname $(command -v velainfo)); velainfo two.ts", 2,
+        "ffmpeg -v error -nostdin -i 'two.ts' -map 0:a:0 -c copy -f data stream.mp2");
+    run("ffmpeg -v error -i 48000.wav -c:a ac3 other.ts; velainfo other.ts", 2,
+        "an MPEG transport stream");
+}
+
+TEST_F(info_test, output_that_does_not_arrive_is_no_success) {
+    run("velaenc --quiet 48000.wav x.mp2 && for i in {1..300}; do cat x.mp2; done >long.mp2");
+    for (const char *kind : {"", "--json", "--frames", "--brief", "--html -"}) {
+        const std::string command = std::string("velainfo ") + kind + " x.mp2 >";
+        run(command + "/dev/full", 4, "No space left");
+        run(command + "&-", 4, "standard output");
+    }
+    // Who closes the pipe has seen enough, and needs no message.
+    EXPECT_EQ(run("velainfo --frames long.mp2 | head -1", 4).err, "");
+}
+
+TEST_F(info_test, a_policy_is_held_against_every_header_and_says_where) {
+    run("velaenc --quiet --preset dvd 48000.wav dvd.mp2; velaenc --quiet --preset dvd --mode mono"
+        " --bitrate 112 48000.wav mono.mp2; velaenc --quiet --bitrate 224 --to-rate 44100 --crc "
+        "48000.wav"
+        " 44.mp2; cat dvd.mp2 mono.mp2 >two.mp2; cat dvd.mp2 44.mp2 >rates.mp2; mkdir -p d/e; cp "
+        "two.mp2"
+        " d/e/b.mp2; cp dvd.mp2 d/a.MPA; touch d/readme.txt; echo 'kbps=224 # as ordered' >policy");
+    const struct {
+        const char *arguments;
+        int status;
+        std::vector<std::string> broken; ///< each with the frame where it begins
+    } cases[] = {
+        {"--preset dvd dvd.mp2", 0, {}},
+        {"--preset dvd two.mp2", 3, {"21 The stream changes from Layer II, 48000 Hz, two channels to"}},
+        {"--preset dvb rates.mp2", 3, {"21 The stream changes"}},
+        {"--expect 'rate=48000,layer=2,mode=stereo|joint,kbps=192..256,crc=yes,constant=yes' dvd.mp2",
+         0,
+         {}},
+        {"--expect mode=stereo,kbps=224 two.mp2",
+         7,
+         {"21 mode is mono", "21 kbps is 112 kbit/s, should be 224"}},
+        {"--expect channels=2 --expect constant=yes two.mp2",
+         7,
+         {"21 channels is 1, should be 2",
+          "21 constant is no: kbps 224 becomes 112, mode stereo becomes mono"}},
+        {"--expect rate=48000,crc=no dvd.mp2", 7, {"0 crc is yes, should be no"}},
+        {"--expect min-seconds=0.6,max-seconds=0.5 dvd.mp2",
+         7,
+         {"0 min-seconds is 0.5 s, should be 0.6", "0 max-seconds is 0.5"}},
+        {"--expect @policy two.mp2", 7, {"21 kbps is 112"}},
+        {"--expect 'layer=1|2,kbps=..112|224' --preset dvd two.mp2", 3, {"21 The stream changes"}},
+        {"--expect kbps=223+-1 dvd.mp2", 0, {}}};
+    for (const auto &[arguments, status, broken] : cases) {
+        const auto said = json_of(arguments, status)["broken"];
+        ASSERT_EQ(said.size(), broken.size()) << arguments << said;
+        for (std::size_t i = 0; i < broken.size(); ++i) {
+            const std::string line = said[i]["frame"].dump() + " " + said[i]["text"].get<std::string>();
+            EXPECT_TRUE(line.starts_with(broken[i])) << arguments << ": " << line;
+            EXPECT_EQ(said[i]["offset"], said[i]["frame"].get<int>() * 672);
+        }
+    }
+    for (const char *wrong :
+         {"bitrate=1", "kbps", "kbps=", "kbps=x", "kbps=2..1", "mode=sterio", "crc=1"})
+        run(std::string("velainfo --expect ") + wrong + " dvd.mp2", 1, "should be");
+    // Folders, lists, one line each, and the worst of all as the code.
+    const auto brief = run("velainfo --brief --expect kbps=224 -r d", 7).out;
+    EXPECT_EQ(brief,
+              "sound       d/a.MPA: MPEG-1 Layer II, 48000 Hz, stereo, 224 kbit/s, 0:00.504\n"
+              "unfit       d/e/b.mp2: MPEG-1 Layer II, 48000 Hz, stereo, 168.0 kbit/s on average, "
+              "0:01.008; kbps is 112 kbit/s, should be 224\n");
+    put("cut.mp2", get("dvd.mp2").substr(0, 1000));
+    run("seq 100 | sed 's/.*/dvd.mp2/' >list; echo cut.mp2 >>list; echo none.mp2 >>list");
+    std::istringstream lines(run("velainfo --brief --files-from list", 2).out);
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        EXPECT_TRUE(line.starts_with(count < 100    ? "sound"
+                                     : count == 100 ? "damaged"
+                                                    : "unreadable"))
+            << line;
+    EXPECT_EQ(count, 102);
+    const auto unreadable = json_of("none.mp2", 2);
+    EXPECT_TRUE(unreadable["file"] == "none.mp2" && unreadable["error"].is_string()
+                && unreadable["schema"] == 1);
+}
+
+TEST_F(info_test, a_fault_of_every_frame_is_one_place_and_hides_no_statistics) {
+    std::string stream = encoded("--crc --bitrate 224 48000.wav - | cat");
+    const auto sound = (put("x.mp2", stream), json_of("x.mp2"));
+    for (std::size_t frame = 0; frame < stream.size(); frame += 672)
+        stream[frame + 4] ^= 1;
+    put("x.mp2", stream);
+    auto wrong = json_of("x.mp2", 3);
+    EXPECT_TRUE(wrong["damage_count"] == 1 && wrong["damaged_frames"] == 21
+                && wrong["crc"]["wrong"] == 21);
+    for (const char *field : {"header", "bits", "scfsi", "allocation", "padding"})
+        EXPECT_EQ(wrong[field], sound[field]) << field;
+    EXPECT_NE(run("velainfo x.mp2", 3).out.find("frames 0 to 20, 0.000 s, byte 0: CRC"),
+              std::string::npos);
+    // Once a frame is sound those before it are not believed.
+    stream[20 * 672 + 4] ^= 1;
+    stream[3] ^= 8; // the copyright bit of the first frame
+    put("x.mp2", stream);
+    wrong = json_of("x.mp2", 3);
+    EXPECT_EQ(wrong["header"]["copyright"]["counts"].size(), 1u);
+    // In WAV a frame's offset is the file's, not the stream's.
+    run("velaenc --quiet 48000.wav x.wav");
+    const auto base = get("x.wav").find("\xFF\xFD");
+    EXPECT_NE(run("velainfo --frames x.wav").out.find("\n1 " + std::to_string(base + 672) + " 672 "),
+              std::string::npos);
 }
 
 TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_by_one) {
@@ -227,6 +421,144 @@ TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_
         run(std::string("velainfo ") + wrong, 1);
     run("velainfo dvd.mp2 none.mp2", 2);
     EXPECT_NE(shell("velainfo --help").out.find("Exit codes"), std::string::npos);
+}
+
+/// Samples of both channels, each changed.
+std::vector<std::int16_t> changed(const std::vector<std::int16_t> &sound, double left, double right,
+                                  bool swap = false) {
+    std::vector<std::int16_t> out(sound.size());
+    for (std::size_t i = 0; i < sound.size(); ++i)
+        out[i] = static_cast<std::int16_t>((i % 2 == 0 ? left : right) * sound[swap ? i ^ 1 : i]);
+    return out;
+}
+
+TEST_F(info_test, the_sound_is_measured_as_ffmpeg_measures_it) {
+    auto sound = noise(2 * 48000 * 8);
+    for (std::size_t i = 0; i < sound.size(); ++i) {
+        const bool pause = i / 96000 == 3 || i / 96000 == 4; // two seconds
+        sound[i] = static_cast<std::int16_t>(pause ? 0 : sound[i] * (i < 48000 * 6 ? 0.2 : 0.4));
+        if (i % 4 == 1) sound[i] = sound[i - 1];
+    }
+    put("a.wav", wav(pcm(sound), 2, 48000));
+    put("dead.wav", wav(pcm(changed(sound, 0, 1)), 2, 48000));
+    run("for n in a dead; do velaenc --quiet --bitrate 256 $n.wav $n.mp2; done");
+    const auto said = json_of("--sound a.mp2")["measured"];
+    const std::string judged =
+        run("ffmpeg -nostats -i a.mp2 -af ebur128=peak=true+sample -f null - 2>&1").out;
+    const auto figure = [&](const char *label) {
+        const auto summary = judged.rfind("Summary:"), at = judged.find(label, summary);
+        return std::stod(judged.substr(at + std::string(label).size()));
+    };
+    EXPECT_NEAR(said["loudness"], figure("I:"), 0.1);
+    EXPECT_NEAR(said["range"], figure("LRA:"), 0.2);
+    const auto peaks = judged.substr(judged.rfind("True peak:"));
+    EXPECT_NEAR(said["true_peak"], std::stod(peaks.substr(peaks.find("Peak:") + 5)), 0.3);
+    const auto samples = heard("a.mp2");
+    double product = 0, energy[2] = {};
+    for (std::size_t i = 0; i < samples.size(); i += 2) {
+        product += samples[i] * samples[i + 1];
+        energy[0] += samples[i] * samples[i];
+        energy[1] += samples[i + 1] * samples[i + 1];
+    }
+    EXPECT_NEAR(said["correlation"], product / std::sqrt(energy[0] * energy[1]), 1e-3);
+    EXPECT_NEAR(said["rms"][1], 10 * std::log10(2 * energy[1] / static_cast<double>(samples.size())),
+                0.01);
+    ASSERT_EQ(said["silence"].size(), 1u);
+    EXPECT_NEAR(said["silence"][0]["begin"], 3, 0.03);
+    EXPECT_NEAR(said["silence"][0]["seconds"], 2, 0.05);
+    EXPECT_EQ(json_of("--sound dead.mp2")["measured"]["dead"], (nlohmann::json{true, false}));
+    EXPECT_EQ(json_of("--expect silence=1s,dead-channels=0,loudness=-23+-30,true-peak=..0 dead.mp2",
+                      7)["broken"]
+                  .size(),
+              2u);
+    // A stereo signal in phase: a policy of its own.
+    EXPECT_EQ(json_of("--expect correlation=0.1,clipped=0,range=..20 a.mp2")["broken"].size(), 0u);
+}
+
+TEST_F(info_test, a_source_that_differs_by_more_than_the_coding_is_named_and_compared_all_the_same) {
+    constexpr int rate = 48000;
+    auto sound = noise(2 * 4 * rate);
+    // Like music it has more bass than treble, and gets louder: what is loud elsewhere must not attract.
+    for (std::size_t i = 2; i < sound.size(); ++i)
+        sound[i] = static_cast<std::int16_t>(0.95 * sound[i - 2] + 0.05 * sound[i]);
+    for (std::size_t i = 0; i < sound.size(); ++i)
+        sound[i] = static_cast<std::int16_t>(sound[i] * (i < sound.size() / 2 ? 0.3 : 3));
+    std::vector<std::int16_t> tone(sound.size());
+    for (std::size_t i = 0; i < tone.size(); ++i)
+        tone[i] = static_cast<std::int16_t>(9000 * std::sin(0.0575958653 * static_cast<double>(i / 2)));
+    const auto from = [&](double seconds) {
+        return sound.begin() + 2 * static_cast<long>(seconds * rate);
+    };
+    const auto file = [&](const std::string &name, const std::vector<std::int16_t> &samples,
+                          int channels = 2, int hertz = 48000) {
+        put(name + ".wav", wav(pcm(samples), channels, hertz));
+    };
+    file("same", sound);
+    file("half", changed(sound, 0.5, 0.5));
+    file("inverted", changed(sound, -1, -1));
+    file("swapped", changed(sound, 1, 1, true));
+    file("left", changed(sound, 0, 1));
+    file("trimmed", {from(1), sound.end()});
+    file("short", {sound.begin(), from(3)});
+    file("tone", tone);
+    // Six channels of which only the front ones sound; velaenc brings both to stereo at 48 kHz.
+    std::vector<std::int16_t> six;
+    for (std::size_t i = 0; i < sound.size(); i += 2)
+        six.insert(six.end(), {sound[i], sound[i + 1], 0, 0, 0, 0});
+    file("six", six, 6);
+    file("slow", sound, 2, 32000);
+    for (const char *name : {"same", "left", "tone", "six", "slow"})
+        run(std::string("velaenc --quiet --bitrate 384 --to-rate 48000 --mode stereo ") + name + ".wav "
+            + name + ".mp2");
+    const std::string stream = get("same.mp2");
+    constexpr std::size_t frame = 1152;
+    put("lost.mp2", stream.substr(0, 50 * frame) + stream.substr(52 * frame));
+    put("doubled.mp2", stream.substr(0, 120 * frame) + stream.substr(119 * frame));
+    file("tiny", {sound.begin(), from(0.4)});
+    const std::string other_layer = encoded("--layer 1 tiny.wav"),
+                      mono = encoded("--mode mono tiny.wav"),
+                      others = std::to_string(frames_of(other_layer).size() + frames_of(mono).size());
+    put("mixed.mp2", stream + other_layer + mono);
+    const struct {
+        const char *files;
+        int offset;
+        std::string fields; ///< that differ from those of the same source
+    } cases[] = {{"same.wav same.mp2", -481, "{}"},
+                 {"half.wav same.mp2", -481, R"({"gain_db":6.0})"},
+                 {"inverted.wav same.mp2", -481, R"({"inverted":true})"},
+                 {"swapped.wav same.mp2", -481, R"({"swapped":true})"},
+                 {"left.wav left.mp2", -481, "{}"},
+                 {"tone.wav tone.mp2", -481, "{}"},
+                 {"six.wav six.mp2", -481, "{}"},
+                 {"slow.wav slow.mp2", -481, "{}"},
+                 {"trimmed.wav same.mp2", -48481, R"({"outside":43,"source_seconds":3.0})"},
+                 {"short.wav same.mp2", -481, R"({"outside":42,"source_seconds":3.0})"},
+                 {"same.wav lost.mp2", -481, R"({"jumps":[{"frame":50,"samples":2304}]})"},
+                 {"same.wav doubled.mp2", -481, R"({"jumps":[{"frame":120,"samples":-1152}]})"},
+                 {"same.wav mixed.mp2", -481, R"({"outside":1,"others":)" + others + "}"}};
+    nlohmann::json same;
+    for (const auto &[files, offset, fields] : cases) {
+        const auto said = json_of("--source " + std::string(files))["comparison"];
+        nlohmann::json expected{{"gain_db", 0.0},
+                                {"inverted", false},
+                                {"swapped", false},
+                                {"outside", 0},
+                                {"others", 0},
+                                {"jumps", nlohmann::json::array()},
+                                {"source_seconds", std::string(files).starts_with("slow") ? 6.0 : 4.0}};
+        expected.update(nlohmann::json::parse(fields));
+        EXPECT_EQ(said["offset"], offset) << files;
+        for (const auto &[name, value] : expected.items()) {
+            auto heard_value = said[name];
+            if (name == "gain_db") heard_value = std::round(heard_value.get<double>() * 10) / 10;
+            EXPECT_EQ(heard_value, value) << files << ": " << name;
+        }
+        // None of the figures suffers.
+        if (!same.is_object()) same = said;
+        if (std::string(files).find("tone") != std::string::npos) continue;
+        EXPECT_GT(said["snr"], same["snr"].get<double>() - 2) << files;
+        EXPECT_LT(said["worst_nmr"], same["worst_nmr"].get<double>() + 6) << files;
+    }
 }
 
 TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_it) {
@@ -281,13 +613,9 @@ TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_
     EXPECT_NEAR(totals.worst_nmr, sums.worst_nmr, 1e-3);
     EXPECT_NEAR(totals.mean_nmr, 10 * std::log10(ratio / static_cast<double>(sums.frames)), 1e-3);
     EXPECT_NEAR(totals.snr, 10 * std::log10(energy[0] / energy[1]), 1e-3);
-    put("slow.wav", wav(pcm(sound), 2, 44100));
-    put("six.wav", wav(pcm(sound), 6, 48000));
     put("silent.wav", wav(std::string(96000, '\0'), 2, 48000));
     put("silent.mp2", encoded("silent.wav"));
     for (const auto &[files, words] : {std::pair{"other.wav x.mp2", "does not seem to be the source"},
-                                       {"slow.wav x.mp2", "should be the same"},
-                                       {"six.wav x.mp2", "more than two channels"},
                                        {"silent.wav silent.mp2", "nothing to align"}})
         run(std::string("velainfo --source ") + files, 2, words);
 }

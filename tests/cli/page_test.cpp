@@ -17,24 +17,37 @@ const colours = plot => {
   const {width, height} = plot.canvas, pixels = plot.canvas.getContext('2d').getImageData(0, 0, width, height).data;
   return new Set(new Uint32Array(pixels.buffer)).size;
 };
-const at = (x, y) => {
+const place = (x, y) => {
   const box = plots[0].box.getBoundingClientRect();
   return {clientX: box.left + gutter + x * plots[0].width, clientY: box.top + y, pointerId: 1, cancelable: true};
 };
-const pointer = (type, x, y) => plots[0].box.dispatchEvent(new PointerEvent(type, at(x, y)));
+const pointer = (type, x, y) => plots[0].box.dispatchEvent(new PointerEvent(type, place(x, y)));
 drawAll();
 const seen = {titles: plots.map(p => p.panel.title), colours: plots.map(colours), dark: matchMedia('(prefers-color-scheme: dark)').matches,
   paper: getComputedStyle(document.body).backgroundColor, wide: document.documentElement.scrollWidth > innerWidth};
 pointer('pointermove', 0.5, 5);
 seen.hover = readout.textContent;
 seen.cursor = plots.every(p => p.cursor.style.visibility === 'visible');
-plots[0].box.dispatchEvent(new WheelEvent('wheel', {...at(0.5, 5), deltaY: -600}));
+plots[0].box.dispatchEvent(new WheelEvent('wheel', {...place(0.5, 5), deltaY: -600}));
+seen.scrolled = [...view];
+plots[0].box.dispatchEvent(new WheelEvent('wheel', {...place(0.5, 5), deltaY: -600, ctrlKey: true}));
 drawAll();
 seen.zoomed = [...view];
 pointer('pointerdown', 0.5, 5), pointer('pointermove', 0.75, 5), pointer('pointerup', 0.75, 5);
 seen.dragged = [...view];
 document.getElementById('all').click();
 seen.whole = [...view];
+const map = plots.find(p => p.panel.kind === 'map');
+map.box.focus();
+for (let i = 0; i < 42; ++i)
+  map.box.dispatchEvent(new KeyboardEvent('keydown', {key: 'ArrowRight', bubbles: true}));
+seen.keys = readout.textContent;
+seen.verdict = document.querySelector('.verdict').textContent;
+seen.places = [...document.querySelectorAll('li')].map(e => e.textContent);
+document.querySelector('li button').click();
+seen.jumped = [...view];
+seen.title = document.title;
+seen.sections = document.querySelectorAll('section h3 ~ .plot').length;
 document.body.textContent = '';
 document.body.append('RESULT' + JSON.stringify({...seen, errors}) + 'END');
 </script>)";
@@ -79,7 +92,7 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
         EXPECT_EQ(seen["errors"].size(), 0u) << seen["errors"];
         EXPECT_TRUE(seen["dark"] == dark && seen["wide"] == false && seen["cursor"] == true) << seen;
         EXPECT_EQ(seen["paper"], dark ? "rgb(21, 24, 28)" : "rgb(251, 251, 249)");
-        EXPECT_EQ(seen["titles"].size(), 6u + 4 + 4) << seen["titles"];
+        EXPECT_EQ(seen["titles"].size(), 2u + 6 + 4 + 4) << seen["titles"];
         for (const int colours : seen["colours"])
             EXPECT_GT(colours, 3) << seen["colours"];
         // Two seconds; the wheel keeps the middle in its place, dragging a quarter moves by a quarter.
@@ -90,6 +103,15 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
         EXPECT_NEAR(to - from, total * std::exp(-2), 0.01);
         EXPECT_NEAR(seen["dragged"][0].get<double>(), from - (to - from) / 4, 0.01);
         EXPECT_EQ(seen["whole"], (nlohmann::json{0.0, total}));
+        EXPECT_EQ(seen["scrolled"], seen["whole"]) << "the wheel alone zooms";
+        const std::string keys = seen["keys"];
+        EXPECT_NE(keys.find("frame 42"), std::string::npos) << keys;
+        EXPECT_NE(keys.find("left, subband 0 (0.0 to 0.8 kHz)"), std::string::npos) << keys;
+        EXPECT_EQ(seen["verdict"], "Damaged: 1 place, 1 frame; 0:02.016");
+        EXPECT_EQ(seen["places"], (nlohmann::json{"0:00.120 CRC"}));
+        EXPECT_TRUE(seen["jumped"][0] == 0.0 && seen["jumped"][1] == 1.0) << seen["jumped"];
+        EXPECT_EQ(seen["title"], "a.mp2 - velainfo");
+        EXPECT_EQ(seen["sections"], seen["titles"].size()) << "a picture without its heading";
     }
 }
 
@@ -103,6 +125,7 @@ TEST_F(page_test, stays_below_five_megabytes_for_an_hour_and_keeps_a_single_wron
     run("velainfo --html hour.html '<hour>.mp2'", 3);
     const std::string html = get("hour.html");
     EXPECT_LT(html.size(), 5'000'000u);
+    EXPECT_NE(html.find("<title>&lt;hour&gt;.mp2 - velainfo</title>"), std::string::npos);
     EXPECT_NE(html.find("frame 100000, 2400.000 s, byte 19200000: CRC"), std::string::npos);
     EXPECT_EQ(html.find("<hour>"), std::string::npos) << "a name becomes an element";
     EXPECT_EQ(html.find("http"), std::string::npos) << "something is to be loaded";

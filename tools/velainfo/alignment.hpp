@@ -3,16 +3,29 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace tools {
 
+/// Sound of one or two channels, a vector each.
+using channel_sound = std::vector<std::vector<float>>;
+
 struct alignment {
-    std::int64_t lag = 0;   ///< decoded[n] is like source[n + lag]
-    double correlation = 0; ///< normalized, at that lag
+    std::int64_t lag = 0; ///< decoded[n] is like source[n + lag]
+    double correlation =
+        0;                ///< normalized over what overlaps, -1 .. 1; below 0 the polarity is inverted
+    bool swapped = false; ///< left is like the source's right
 };
 
-/// The lag of the greatest correlation, through Fourier transforms.
-/// @param decoded, source  one channel each, at least one sample
-alignment align(std::span<const float> decoded, std::span<const float> source);
+/// The lag of the greatest correlation, normalized by the level of both at every lag. Of places that are
+/// about as good the one nearest to `expected` is taken, of signs and sides those that are not exchanged.
+/// @param decoded, source  the same number of channels, at least one sample
+/// @param lowest, highest  lags that come into question
+alignment align(const channel_sound &decoded, const channel_sound &source, std::int64_t expected,
+                std::int64_t lowest, std::int64_t highest);
+
+/// At one lag.
+double correlation_at(const channel_sound &decoded, const channel_sound &source, std::int64_t lag,
+                      bool swapped);
 
 } // namespace tools

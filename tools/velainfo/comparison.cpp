@@ -2,82 +2,25 @@
 
 #include "common/failure.hpp"
 #include "velainfo/alignment.hpp"
+#include "velainfo/frame_decoder.hpp"
 #include "velainfo/source_analysis.hpp"
 #include "velainfo/source_reader.hpp"
-#include "velainfo/stream_input.hpp"
-#include "velainfo/synthesis.hpp"
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
+#include <deque>
+#include <memory>
 
 namespace tools {
 namespace {
 
-constexpr std::size_t decoded_window = 1 << 18, source_window = 1 << 20;
+/// Decoded sound that the source is searched for, and how far either way.
+constexpr std::int64_t searched_window = 1 << 18, searched_range = 1 << 19;
+/// The same after a jump, in frames and samples.
+constexpr std::size_t frames_ahead = 12;
+constexpr std::int64_t jump_range = 1 << 15;
 
-/// Subband samples of one frame after the other, and the frames that are missing in between.
-class frame_decoder {
-  public:
-    frame_decoder(const std::string &path, int usual_bytes)
-        : input_(path), usual_bytes_(usual_bytes),
-          scanner_([this](std::span<std::uint8_t> room) { return input_.read(room); }) {}
-
-    struct result {
-        bool valid = false; ///< the frame's fields can be used
-        parsed_frame frame;
-        frame_subbands subbands;
-    };
-
-    /// None at the end. Bytes outside of frames count as the frames that they may have been.
-    bool next(result &out) {
-        out.valid = false;
-        if (missing_ > 0) return --missing_, true;
-        const auto piece = scanner_.next();
-        if (!piece) return false;
-        if (!piece->is_frame) {
-            missing_ = started_
-                           ? static_cast<int>((piece->length + static_cast<unsigned>(usual_bytes_) / 2)
-                                              / static_cast<unsigned>(usual_bytes_))
-                           : 0;
-            return next(out);
-        }
-        started_ = true;
-        ++number_;
-        out.frame = parse_frame(piece->bytes, &codes_);
-        out.valid = out.frame.faults == 0;
-        if (out.valid) requantize(out.frame, codes_, out.subbands);
-        return true;
-    }
-
-    /// Of the last frame that was there.
-    std::uint64_t number() const { return number_ - 1; }
-
-  private:
-    stream_input input_;
-    int usual_bytes_;
-    frame_scanner scanner_;
-    sample_codes codes_;
-    std::uint64_t number_ = 0;
-    int missing_ = 0;
-    bool started_ = false;
-};
-
-/// Synthesis of both channels.
-struct decoder_output {
-    synthesis_filterbank banks[2];
-
-    template <class Body>
-    void decode(const frame_decoder::result &in, int channels, int steps, Body body) {
-        static constexpr float silence[32] = {};
-        for (int i = 0; i < steps; ++i) {
-            float pcm[2][32];
-            for (int ch = 0; ch < channels; ++ch)
-                banks[ch].step(in.valid ? in.subbands[ch][i] : silence, pcm[ch]);
-            body(pcm);
-        }
-    }
-};
+using frame_queue = std::deque<std::unique_ptr<decoded_frame>>;
 
 double decibel(double ratio) {
     return ratio > 1e-15 ? 10 * std::log10(ratio) : -150;
@@ -85,89 +28,213 @@ double decibel(double ratio) {
 
 class comparer {
   public:
-    comparer(const std::string &stream, const stream_report &report, const std::string &source)
+    comparer(const stream_name &stream, const stream_report &report, const std::string &source)
         : stream_(stream), source_path_(source), layer_(report.usual(stream_report::layer)),
-          channels_(report.channels), rate_(report.usual(stream_report::rate)),
+          channels_(report.usual(stream_report::mode) == 3 ? 1 : 2),
+          rate_(report.usual(stream_report::rate)), samples_(layer_ == 1 ? 384 : 1152),
           usual_bytes_(std::max(static_cast<int>(report.frame_bytes / report.frames), 1)),
-          source_(source, channels_) {
-        total_.name = source;
-        total_.channels = channels_;
-        if (source_.rate() != rate_)
-            throw failure(exit_code::input, source + " has " + std::to_string(source_.rate()) + " Hz, "
-                                                + report.name + " has " + std::to_string(rate_)
-                                                + " Hz; they should be the same");
+          all_frames_(report.frames) {
         if (rate_ < 32000)
             throw failure(exit_code::input,
                           "--source needs 32000, 44100 or 48000 Hz: the psychoacoustic model"
                           " knows no lower rates");
+        source_ = std::make_unique<source_reader>(source, channels_, rate_);
+        total_.name = source;
+        total_.channels = channels_;
     }
 
     comparison_totals run(const std::function<void(const compared_frame &)> &each) {
         find_offset();
-        source_analysis analysis(layer_, channels_, rate_);
-        // A frame ahead, so that filterbank and model have their history.
-        const int samples = analysis.frame_samples();
-        std::int64_t position = analysis.first_sample(total_.offset) - samples;
-        double subbands[2][36][32], smr[2][32];
-        const auto instants = static_cast<std::size_t>(samples);
-        analysis.analyze(source_.read(position, instants), subbands, smr);
-        frame_decoder frames(stream_, usual_bytes_);
-        frame_decoder::result decoded;
-        decoder_output output;
-        while (frames.next(decoded)) {
-            position += samples;
-            analysis.analyze(source_.read(position, instants), subbands, smr);
-            output.decode(decoded, channels_, samples / 32,
-                          [&](const auto &pcm) { count_clipped(pcm); });
-            if (!decoded.valid) continue;
-            compared_frame result;
-            result.number = frames.number();
-            compare(decoded.subbands, subbands, smr, result);
-            each(result);
+        offset_ = total_.offset;
+        frame_decoder decoder = decode();
+        frame_queue ahead;
+        bool more = true;
+        for (std::int64_t at = 0;; at += ahead.front()->samples, ahead.pop_front()) {
+            while (more && ahead.size() < frames_ahead) {
+                auto next = std::make_unique<decoded_frame>();
+                more = decoder.next(*next);
+                if (more) ahead.push_back(std::move(next));
+            }
+            if (ahead.empty()) break;
+            follow_jump(ahead, at);
+            compare_frame(*ahead.front(), at, each);
         }
         sum_up();
         return total_;
     }
 
   private:
-    /// One channel of sound, the first loud part of the stream, found in the source.
+    frame_decoder decode() const { return {stream_, usual_bytes_, samples_, channels_}; }
+
+    /// The first loud part of the stream, found in the source.
     void find_offset() {
-        std::vector<float> decoded;
-        std::size_t skipped = 0;
-        frame_decoder frames(stream_, usual_bytes_);
-        frame_decoder::result frame;
-        decoder_output output;
-        const std::size_t enough = decoded_window;
-        while (decoded.size() < enough && frames.next(frame)) {
-            output.decode(frame, channels_, layer_ == 1 ? 12 : 36, [&](const auto &pcm) {
-                const bool loud =
-                    std::ranges::any_of(pcm[0], [](float x) { return std::fabs(x) > 0.003F; });
-                if (decoded.empty() && !loud) skipped += 32;
-                if (!decoded.empty() || loud) decoded.insert(decoded.end(), pcm[0], pcm[0] + 32);
-            });
+        channel_sound decoded(static_cast<std::size_t>(channels_));
+        std::int64_t skipped = 0;
+        frame_decoder decoder = decode();
+        decoded_frame frame;
+        const auto is_loud = [](float x) { return std::fabs(x) > 0.003F; };
+        while (static_cast<std::int64_t>(decoded.front().size()) < searched_window
+               && decoder.next(frame)) {
+            const auto pcm = [&](std::size_t ch) {
+                return std::span(frame.pcm[ch], static_cast<std::size_t>(frame.samples));
+            };
+            const bool loud = std::ranges::any_of(pcm(0), is_loud)
+                              || (channels_ == 2 && std::ranges::any_of(pcm(1), is_loud));
+            if (decoded.front().empty() && !loud) {
+                skipped += frame.samples;
+                continue;
+            }
+            for (std::size_t ch = 0; ch < decoded.size(); ++ch)
+                decoded[ch].insert(decoded[ch].end(), pcm(ch).begin(), pcm(ch).end());
         }
-        if (decoded.empty())
+        if (decoded.front().empty())
             throw failure(exit_code::input, "the stream is silent: nothing to align the source by");
-        const auto begin = std::max<std::int64_t>(0, static_cast<std::int64_t>(skipped)
-                                                         - static_cast<std::int64_t>(decoded_window));
-        source_reader reader(source_path_, channels_);
-        const auto both = reader.read(begin, source_window);
-        std::vector<float> source(source_window);
-        for (std::size_t i = 0; i < source.size(); ++i)
-            source[i] = both[i * static_cast<std::size_t>(channels_)];
-        const alignment found = align(decoded, source);
-        total_.offset = found.lag + begin - static_cast<std::int64_t>(skipped);
-        total_.correlation = found.correlation;
-        if (found.correlation < 0.3)
+        const std::int64_t begin = std::max<std::int64_t>(0, skipped - searched_range);
+        source_reader reader(source_path_, channels_, rate_);
+        const channel_sound source = reader.read_channels(
+            begin, static_cast<std::size_t>(skipped - begin + searched_window + searched_range));
+        const std::int64_t delay = source_analysis::delay(layer_);
+        const alignment found =
+            align(decoded, source, skipped - delay - begin, skipped - searched_range - begin,
+                  skipped + searched_range - begin);
+        total_.offset = found.lag + begin - skipped;
+        total_.correlation = std::fabs(found.correlation);
+        total_.swapped = found.swapped;
+        total_.inverted = found.correlation < 0;
+        if (total_.correlation < 0.3)
             throw failure(exit_code::input, source_path_ + " does not seem to be the source of "
-                                                + stream_ + ": they correlate by "
-                                                + std::to_string(found.correlation) + " at best");
+                                                + stream_.path + ": they correlate by "
+                                                + std::to_string(total_.correlation) + " at best");
+        find_gain(decoded, source, found);
     }
 
-    void count_clipped(const float (&pcm)[2][32]) {
+    /// Coding takes energy away and adds noise; a gain is one that neither explains.
+    void find_gain(const channel_sound &decoded, const channel_sound &source, const alignment &found) {
+        double both = 0, ours = 0, theirs = 0;
+        const auto end = static_cast<std::int64_t>(source.front().size());
+        for (std::size_t ch = 0; ch < decoded.size(); ++ch) {
+            for (std::size_t n = 0; n < decoded[ch].size(); ++n) {
+                const std::int64_t m = static_cast<std::int64_t>(n) + found.lag;
+                if (m < 0 || m >= end) continue;
+                const auto x = static_cast<double>(decoded[ch][n]),
+                           y = static_cast<double>(
+                               source[found.swapped ? 1 - ch : ch][static_cast<std::size_t>(m)]);
+                both += x * y;
+                ours += x * x;
+                theirs += y * y;
+            }
+        }
+        const double least = std::fabs(both) / theirs, most = ours / std::fabs(both);
+        double gain = least <= 1.02 && most >= 0.98 ? 1 : std::sqrt(ours / theirs);
+        total_.gain_db = 20 * std::log10(gain);
+        if (total_.inverted) gain = -gain;
+        source_->adjust(static_cast<float>(gain), total_.swapped);
+    }
+
+    /// Looks for another place where the sound from here on is not like the source any more.
+    void follow_jump(const frame_queue &ahead, std::int64_t at) {
+        if (quiet_for_ > 0) --quiet_for_;
+        const auto valid = static_cast<std::size_t>(
+            std::ranges::find(ahead, false, [](const auto &frame) { return frame->valid; })
+            - ahead.begin());
+        if (valid == 0) return;
+        const double here = correlation_of(ahead, 1, at);
+        const bool is_like = here >= usual_correlation_ - 0.3;
+        if (is_like && here > 0) usual_correlation_ += (here - usual_correlation_) / 32;
+        if (is_like || quiet_for_ > 0 || valid < frames_ahead / 2) return;
+        const double all = correlation_of(ahead, valid, at);
+        if (all >= usual_correlation_ - 0.3) return;
+        quiet_for_ = frames_ahead;
+        const channel_sound decoded = sound_of(ahead, valid);
+        const std::int64_t begin = at + offset_ - jump_range;
+        const channel_sound source =
+            adjusted(begin, decoded.front().size() + 2 * static_cast<std::size_t>(jump_range));
+        const alignment found = align(decoded, source, jump_range, 0, 2 * jump_range);
+        const std::int64_t moved = found.lag - jump_range;
+        if (moved == 0 || found.swapped || found.correlation < all + 0.2) return;
+        offset_ += moved;
+        if (total_.frames == 0 && total_.jumps.empty())
+            total_.offset = offset_; // more of the searched sound lay behind a jump than before it
+        else
+            total_.jumps.push_back({.frame = ahead.front()->number, .samples = moved});
+        analysis_.reset();
+        quiet_for_ = 0;
+    }
+
+    channel_sound sound_of(const frame_queue &ahead, std::size_t frames) const {
+        channel_sound sound(static_cast<std::size_t>(channels_));
+        for (std::size_t i = 0; i < frames; ++i)
+            for (std::size_t ch = 0; ch < sound.size(); ++ch)
+                sound[ch].insert(sound[ch].end(), ahead[i]->pcm[ch],
+                                 ahead[i]->pcm[ch] + ahead[i]->samples);
+        return sound;
+    }
+    /// The source with the stream's gain and sides.
+    channel_sound adjusted(std::int64_t first, std::size_t instants) {
+        const auto interleaved = source_->read(first, instants);
+        channel_sound out(static_cast<std::size_t>(channels_), std::vector<float>(instants));
+        for (std::size_t i = 0; i < interleaved.size(); ++i)
+            out[i % out.size()][i / out.size()] = interleaved[i];
+        return out;
+    }
+
+    /// Of the next frames with the source where it is now; 1 where either is silent.
+    double correlation_of(const frame_queue &ahead, std::size_t frames, std::int64_t at) {
+        const channel_sound decoded = sound_of(ahead, frames);
+        const auto size = decoded.front().size();
+        double energy = 0;
+        for (const auto &channel : decoded)
+            for (const float x : channel)
+                energy += static_cast<double>(x) * static_cast<double>(x);
+        if (energy < 1e-6 * static_cast<double>(size)) return usual_correlation_;
+        const channel_sound source = adjusted(at + offset_, size);
+        return correlation_at(decoded, source, 0, false);
+    }
+
+    /// The encoder's view of the source, a frame ahead so that filterbank and model have their history.
+    void analyze(std::int64_t position) {
+        const auto instants = static_cast<std::size_t>(samples_);
+        if (!analysis_ || position != next_position_) {
+            analysis_ = std::make_unique<source_analysis>(layer_, channels_, rate_);
+            analysis_->analyze(source_->read(position - samples_, instants), subbands_, smr_);
+        }
+        analysis_->analyze(source_->read(position, instants), subbands_, smr_);
+        next_position_ = position + samples_;
+    }
+
+    /// Whether the encoder had there what the source has. Its input is silent before the start and after
+    /// the end; of a source that is only a part of what was encoded that is not so.
+    bool lies_inside(std::int64_t position, std::uint64_t number) {
+        constexpr std::int64_t history = 480;
+        constexpr std::uint64_t few = 3;
+        const auto end = source_->length();
+        if (position + samples_ <= 0 || (end && position >= *end)) return false;
+        if (number >= few && position < history && total_.outside > 0) return false;
+        return !end || position + samples_ <= *end || all_frames_ - number <= few;
+    }
+
+    void compare_frame(const decoded_frame &decoded, std::int64_t at,
+                       const std::function<void(const compared_frame &)> &each) {
         for (int ch = 0; ch < channels_; ++ch)
             total_.clipped += static_cast<std::uint64_t>(
-                std::ranges::count_if(pcm[ch], [](float x) { return x >= 1.0F || x < -1.0F; }));
+                std::count_if(decoded.pcm[ch], decoded.pcm[ch] + decoded.samples,
+                              [](float x) { return x >= 1.0F || x < -1.0F; }));
+        const parsed_frame &f = decoded.frame;
+        const std::int64_t position = at + offset_ + source_analysis::delay(layer_);
+        if (decoded.is_frame && (f.layer != layer_ || f.rate != rate_ || f.channels() != channels_)) {
+            ++total_.others;
+        } else if (decoded.samples == samples_ && !lies_inside(position, decoded.number)) {
+            if (decoded.is_frame) ++total_.outside;
+        } else if (decoded.samples == samples_) {
+            analyze(position);
+            if (!decoded.valid) return;
+            if (total_.frames == 0) first_compared_ = position;
+            last_compared_ = position + samples_;
+            compared_frame result;
+            result.number = decoded.number;
+            compare(decoded.subbands, subbands_, smr_, result);
+            each(result);
+        }
     }
 
     void compare(const frame_subbands &decoded, const double (&source)[2][36][32],
@@ -189,10 +256,7 @@ class comparer {
                     silent ? 0 : std::min(decibel(signal / std::max(noise, 1e-30)), 150.0);
                 const double nmr = silent ? -150 : smr[ch][sb] - snr;
                 nmr_[ch][sb] += silent ? 0 : std::pow(10, nmr / 10);
-                if (!silent)
-                    total_.worst_nmr = total_.frames == 0 && ch == 0 && sb == 0
-                                           ? nmr
-                                           : std::max(total_.worst_nmr, nmr);
+                total_.worst_nmr = std::max(total_.worst_nmr, nmr);
                 result.level[ch][sb] = static_cast<float>(decibel(2 * signal / steps));
                 result.error[ch][sb] = static_cast<float>(decibel(2 * noise / steps));
                 result.snr[ch][sb] = static_cast<float>(snr);
@@ -216,23 +280,36 @@ class comparer {
                 total_.subband_nmr[ch][sb] = decibel(nmr_[ch][sb] / frames);
             }
         }
+        total_.source_begin = std::max<double>(0, static_cast<double>(first_compared_)) / rate_;
+        total_.source_end = static_cast<double>(last_compared_) / rate_;
+        if (const auto length = source_->length()) {
+            total_.source_seconds = static_cast<double>(*length) / rate_;
+            total_.source_end = std::min(total_.source_end, *total_.source_seconds);
+        }
         total_.snr = decibel(signal / std::max(noise, 1e-30));
         total_.mean_nmr = decibel(ratio / frames / channels_ / 32);
     }
 
-    std::string stream_, source_path_;
-    int layer_, channels_, rate_, usual_bytes_;
-    source_reader source_;
+    stream_name stream_;
+    std::string source_path_;
+    int layer_, channels_, rate_, samples_, usual_bytes_;
+    std::uint64_t all_frames_;
+    std::unique_ptr<source_reader> source_;
+    std::unique_ptr<source_analysis> analysis_;
+    double subbands_[2][36][32], smr_[2][32];
+    std::int64_t offset_ = 0, next_position_ = 0, first_compared_ = 0, last_compared_ = 0;
+    double usual_correlation_ = 0.9;
+    std::size_t quiet_for_ = 0; ///< frames until the next search
     comparison_totals total_;
     double signal_[2][32] = {}, noise_[2][32] = {}, nmr_[2][32] = {};
 };
 
 } // namespace
 
-comparison_totals compare_with_source(const std::string &stream_path, const stream_report &report,
+comparison_totals compare_with_source(const stream_name &stream, const stream_report &report,
                                       const std::string &source_path,
                                       const std::function<void(const compared_frame &)> &each) {
-    return comparer(stream_path, report, source_path).run(each);
+    return comparer(stream, report, source_path).run(each);
 }
 
 } // namespace tools

@@ -1,24 +1,40 @@
 // A stream beside its original: level, error and noise-to-mask ratio of every subband.
 #pragma once
 
+#include "velainfo/container_tracks.hpp"
 #include "velainfo/stream_report.hpp"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace tools {
 
+/// From this frame on the stream lies elsewhere in its source: frames are lost or doubled.
+struct source_jump {
+    std::uint64_t frame = 0;
+    std::int64_t samples = 0; ///< that the source skips; below 0 it is heard again
+};
+
 struct comparison_totals {
     std::string name; ///< of the source
-    /// Decoded sample n is the source's sample n + offset. An encoder's and a decoder's filterbank
-    /// together make it -481 or less.
+    /// Decoded sample n is the source's sample n + offset, where the stream begins. An encoder's and a
+    /// decoder's filterbank together make it -481 or less.
     std::int64_t offset = 0;
-    double correlation = 0; ///< at that offset, -1 .. 1
+    double correlation = 0; ///< at that offset, of sound like the source's: 0 .. 1
+    double gain_db = 0;     ///< of the stream against the source; 0 where it cannot be told from none
+    bool inverted = false, swapped = false;
+    std::vector<source_jump> jumps;
     std::uint64_t frames = 0, clipped = 0;
+    std::uint64_t outside = 0; ///< frames that lie before the source's start or after its end
+    std::uint64_t others = 0;  ///< frames of another layer, rate or number of channels
+    /// Seconds of the source that were compared, and that there are.
+    double source_begin = 0, source_end = 0;
+    std::optional<double> source_seconds;
     int channels = 0;
     static constexpr int sblimit = 32;
-    double snr = 0;                     ///< dB, of all subband samples
-    double mean_nmr = 0, worst_nmr = 0; ///< dB: of the mean ratio, and the greatest
+    double snr = 0;                        ///< dB, of all subband samples
+    double mean_nmr = 0, worst_nmr = -150; ///< dB: of the mean ratio, and the greatest
     /// dB: of the whole stream's energies, and the mean ratio of noise to mask.
     double subband_level[2][32] = {}, subband_snr[2][32] = {}, subband_nmr[2][32] = {};
 };
@@ -31,10 +47,11 @@ struct compared_frame {
 
 /// Reads the stream once more. The source is aligned by correlation with the decoded sound, put through
 /// the encoder's filterbank and psychoacoustic model as the encoder would, and compared subband sample
-/// by subband sample. Frames that are damaged are left out.
+/// by subband sample. A constant gain, inverted polarity and exchanged channels are named and made up for.
+/// Frames that are damaged, of another kind or outside of the source are left out.
 /// @param each  gets every frame that is compared
 /// @throws failure when the source does not fit
-comparison_totals compare_with_source(const std::string &stream_path, const stream_report &report,
+comparison_totals compare_with_source(const stream_name &stream, const stream_report &report,
                                       const std::string &source_path,
                                       const std::function<void(const compared_frame &)> &each);
 

@@ -4,93 +4,131 @@
 #include "common/printable.hpp"
 #include "output/output_file.hpp"
 #include "velainfo/comparison.hpp"
+#include "velainfo/input_list.hpp"
 #include "velainfo/json_report.hpp"
+#include "velainfo/ordered_work.hpp"
 #include "velainfo/page.hpp"
 #include "velainfo/preset_check.hpp"
+#include "velainfo/sound_meter.hpp"
+#include "velainfo/standard_output.hpp"
 #include "velainfo/stream_input.hpp"
 #include "velainfo/text_report.hpp"
+#include "velainfo/trace_reader.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
 namespace tools {
 namespace {
 
-constexpr int not_sound = 3;
+/// What a stream comes to.
+enum class verdict { fits = 0, broken = 7, damaged = 3, unreadable = 2 };
 
-void print(const std::string &text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+/// From the best to the worst.
+int rank(verdict v) {
+    constexpr verdict order[] = {verdict::fits, verdict::broken, verdict::damaged, verdict::unreadable};
+    return static_cast<int>(std::ranges::find(order, v) - std::ranges::begin(order));
 }
 
-class inspection {
-  public:
-    explicit inspection(const info_options &wanted) : wanted_(wanted) {}
+struct inspected {
+    verdict result = verdict::fits;
+    std::string out, error;
+    stream_report report;
+    std::string text; ///< as the page has it
+    stream_pictures pictures;
+};
 
-    /// @return whether it is sound and conforms
-    bool inspect(const std::string &path) {
-        stream_pictures pictures;
-        stream_report report = read(path, pictures);
+class inspector {
+  public:
+    /// @param frames  gets the lines of --frames; null without it
+    inspector(const info_options &wanted, standard_output *frames) : wanted_(wanted), frames_(frames) {}
+
+    inspected inspect(const stream_name &stream) {
+        const std::string &path = stream.path;
+        inspected done;
+        try {
+            look_at(stream, done);
+        } catch (const failure &error) {
+            if (error.code() != exit_code::input) throw;
+            done.result = verdict::unreadable;
+            done.error = error.what();
+            if (wanted_.json) done.out = json_of_unreadable(path, error.what());
+            if (wanted_.brief) done.out = "unreadable  " + printable(error.what()) + "\n";
+        }
+        return done;
+    }
+
+  private:
+    void look_at(const stream_name &stream, inspected &done) {
+        std::optional<sound_meter> meter;
+        if (wanted_.sound) meter.emplace();
+        stream_report &report = done.report = read(stream, done.pictures, meter);
+        std::optional<sound_report> heard;
+        if (meter) heard = meter->finish();
+        const sound_report *const sound = heard ? &*heard : nullptr;
+        if (draws() && sound != nullptr) done.pictures.add(*sound, report);
         if (wanted_.preset) report.violations = check_preset(report, *wanted_.preset);
+        const bool fits_preset = report.violations.empty();
+        for (violation &broken : check_expectations(report, sound, wanted_.expected))
+            report.violations.push_back(std::move(broken));
         std::optional<comparison_totals> compared;
         if (!wanted_.source.empty())
             compared =
-                compare_with_source(path, report, wanted_.source, [&](const compared_frame &frame) {
-                    if (draws()) pictures.add(frame);
+                compare_with_source(stream, report, wanted_.source, [&](const compared_frame &frame) {
+                    if (draws()) done.pictures.add(frame);
                 });
         const comparison_totals *const totals = compared ? &*compared : nullptr;
-        const std::string text = text_of(report, totals);
+        done.text = text_of(report, totals, sound);
         if (wanted_.json)
-            print(json_of(report, totals));
-        else if (!wanted_.frames && wanted_.html.empty())
-            print((count_++ > 0 ? "\n" : "") + text);
-        if (draws()) {
-            if (!wanted_.trace.empty()) pictures.add_trace(wanted_.trace);
-            page_.add(report, text, std::move(pictures));
-        }
-        return report.is_sound() && report.violations.empty();
-    }
-
-    void write_page() {
-        const struct stat no_input {};
-        const auto is_page = [](const file_view &file) { return begins_with(file, "<!DOCTYPE html>"); };
-        output_file file(wanted_.html, no_input, {.is_own = is_page, .own = "a page"});
-        const std::string html = page_.html();
-        file.write(std::as_bytes(std::span(html)));
-        file.close();
-        file.publish();
+            done.out = json_of(report, totals, sound);
+        else if (wanted_.brief)
+            done.out = brief_of(report);
+        else if (!wanted_.frames && !draws())
+            done.out = done.text;
+        done.result = !report.is_sound() || !fits_preset ? verdict::damaged
+                      : report.violations.empty()        ? verdict::fits
+                                                         : verdict::broken;
     }
 
     bool draws() const { return !wanted_.html.empty(); }
 
-  private:
-    stream_report read(const std::string &path, stream_pictures &pictures) {
-        stream_input input(path);
-        report_builder builder(input.name(), input.base());
+    stream_report read(const stream_name &stream, stream_pictures &pictures,
+                       std::optional<sound_meter> &meter) {
+        stream_input input(stream);
+        report_builder builder(input.name(), input.container());
+        std::optional<trace_reader> trace;
+        if (!wanted_.trace.empty()) trace.emplace(wanted_.trace);
         frame_scanner scanner([&](std::span<std::uint8_t> room) { return input.read(room); });
-        if (wanted_.frames && !wanted_.json) print(frame_line_heading());
+        if (frames_ != nullptr && !wanted_.json) frames_->print(frame_line_heading());
         while (const auto piece = scanner.next()) {
             if (!piece->is_frame) {
                 builder.add(*piece);
                 continue;
             }
-            const parsed_frame frame = parse_frame(piece->bytes);
-            if (wanted_.frames)
-                print(wanted_.json ? json_of(builder.so_far(), *piece, frame)
-                                   : frame_line(builder.so_far(), *piece, frame));
-            if (draws()) pictures.add(builder.so_far().frames, frame);
+            const parsed_frame frame = parse_frame(piece->bytes, meter ? &codes_ : nullptr);
+            if (meter) meter->add(frame, codes_);
+            const std::uint64_t offset = builder.offset_of(*piece);
+            if (frames_ != nullptr)
+                frames_->print(wanted_.json ? json_of(builder.so_far(), offset, frame)
+                                            : frame_line(builder.so_far(), offset, frame));
+            if (draws())
+                pictures.add(builder.so_far().frames, frame, meter ? &meter->subbands() : nullptr);
+            if (trace) pictures.add(builder.so_far().frames, trace->next(frame));
             builder.add(*piece, frame);
         }
+        if (trace) trace->finish();
         return builder.finish(input.other_kind());
     }
 
     const info_options &wanted_;
-    page page_;
-    int count_ = 0;
+    standard_output *frames_;
+    sample_codes codes_;
 };
 
 /// Nothing that is read may be replaced by the page.
-void check_page_name(const info_options &wanted) {
-    std::vector<std::string> read = wanted.inputs;
+void check_page_name(const info_options &wanted, const std::vector<std::string> &inputs) {
+    std::vector<std::string> read = inputs;
     read.insert(read.end(), {wanted.source, wanted.trace});
     for (const std::string &path : read) {
         std::error_code missing;
@@ -100,23 +138,50 @@ void check_page_name(const info_options &wanted) {
     }
 }
 
+void write_page(const info_options &wanted, page &drawn) {
+    const struct stat no_input {};
+    output_file file(
+        wanted.html, no_input,
+        {.overwrite = wanted.overwrite, .is_own = page::is_own, .own = "a page of velainfo's"});
+    const std::string html = drawn.html();
+    file.write(std::as_bytes(std::span(html)));
+    file.close();
+    file.publish();
+}
+
 } // namespace
 
 int inspect(const info_options &wanted) {
-    if (!wanted.html.empty()) check_page_name(wanted);
-    inspection run(wanted);
-    int status = 0;
-    for (const std::string &path : wanted.inputs) {
-        try {
-            if (!run.inspect(path) && status == 0) status = not_sound;
-        } catch (const failure &error) {
-            if (error.code() != exit_code::input) throw;
-            std::fprintf(stderr, "velainfo: %s\n", printable(error.what()).c_str());
-            status = static_cast<int>(error.code());
+    const std::vector<std::string> inputs = list_inputs(wanted);
+    if (!wanted.html.empty()) check_page_name(wanted, inputs);
+    standard_output out;
+    page drawn;
+    verdict worst = verdict::fits;
+    bool first = true;
+    std::vector<stream_name> streams;
+    for (const std::string &path : inputs)
+        for (stream_name &stream : streams_of(path))
+            streams.push_back(std::move(stream));
+    const auto work = [&](const stream_name &stream) {
+        return inspector(wanted, wanted.frames ? &out : nullptr).inspect(stream);
+    };
+    const auto take = [&](inspected &&done) {
+        if (rank(done.result) > rank(worst)) worst = done.result;
+        if (!done.error.empty() && !wanted.brief) {
+            out.flush();
+            std::fprintf(stderr, "velainfo: %s\n", printable(done.error).c_str());
         }
-    }
-    if (run.draws() && status != static_cast<int>(exit_code::input)) run.write_page();
-    return status;
+        const bool is_page_of_text = !wanted.json && !wanted.brief && !done.out.empty();
+        out.print((is_page_of_text && !first ? "\n" : "") + done.out);
+        first = first && !is_page_of_text;
+        if (!wanted.html.empty() && done.error.empty())
+            drawn.add(done.report, std::move(done.text), std::move(done.pictures));
+    };
+    // Lines of frames are printed while they are read, and not kept.
+    in_order<inspected>(streams, wanted.frames ? 1 : 0, work, take);
+    out.flush();
+    if (!wanted.html.empty() && worst != verdict::unreadable) write_page(wanted, drawn);
+    return static_cast<int>(worst);
 }
 
 } // namespace tools

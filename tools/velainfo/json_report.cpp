@@ -1,11 +1,21 @@
 #include "velainfo/json_report.hpp"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 namespace tools {
 namespace {
 
 using json = nlohmann::ordered_json;
+
+/// Raised when a field changes its meaning or goes; new ones may come without.
+constexpr int json_schema = 1;
+constexpr const char *tool = "velainfo " VELA_VERSION;
+
+/// Without the noise of binary fractions: 192, not 192.00000000000003.
+double rounded(double value) {
+    return std::round(value * 1e6) / 1e6;
+}
 
 /// A field's value as JSON has it: names for modes and emphases, true and false for single bits.
 json value_of(stream_report::field which, int value) {
@@ -53,7 +63,7 @@ json rows_of(const double (&values)[2][32], int channels, int count, double divi
     for (int ch = 0; ch < channels; ++ch) {
         rows.push_back(json::array());
         for (int sb = 0; sb < count; ++sb)
-            rows.back().push_back(values[ch][sb] / divisor);
+            rows.back().push_back(rounded(values[ch][sb] / divisor));
     }
     return rows;
 }
@@ -66,23 +76,62 @@ json events_of(const stream_report &r) {
                           {"offset", e.offset},
                           {"length", e.length},
                           {"frame", e.frame},
-                          {"seconds", e.seconds},
-                          {"text", e.text}});
+                          {"seconds", rounded(e.seconds)},
+                          {"text", e.text},
+                          {"frames", e.frames}});
     return events;
 }
 
 json comparison_of(const comparison_totals &c) {
+    json jumps = json::array();
+    for (const source_jump &jump : c.jumps)
+        jumps.push_back({{"frame", jump.frame}, {"samples", jump.samples}});
     return {{"source", c.name},
+            {"gain_db", rounded(c.gain_db)},
+            {"inverted", c.inverted},
+            {"swapped", c.swapped},
+            {"source_begin", rounded(c.source_begin)},
+            {"source_end", rounded(c.source_end)},
+            {"source_seconds", c.source_seconds ? json(rounded(*c.source_seconds)) : json()},
+            {"outside", c.outside},
+            {"others", c.others},
+            {"jumps", jumps},
             {"offset", c.offset},
-            {"correlation", c.correlation},
+            {"correlation", rounded(c.correlation)},
             {"frames", c.frames},
-            {"snr", c.snr},
-            {"mean_nmr", c.mean_nmr},
-            {"worst_nmr", c.worst_nmr},
+            {"snr", rounded(c.snr)},
+            {"mean_nmr", rounded(c.mean_nmr)},
+            {"worst_nmr", rounded(c.worst_nmr)},
             {"clipped", c.clipped},
             {"subband_level", rows_of(c.subband_level, c.channels, c.sblimit, 1)},
             {"subband_snr", rows_of(c.subband_snr, c.channels, c.sblimit, 1)},
             {"subband_nmr", rows_of(c.subband_nmr, c.channels, c.sblimit, 1)}};
+}
+
+json measured_of(const sound_report &s) {
+    const auto figure = [](const std::optional<double> &value) {
+        return value ? json(rounded(*value)) : json();
+    };
+    json silence = json::array(), peak = json::array(), rms = json::array(), dead = json::array();
+    for (const silent_stretch &stretch : s.silence)
+        silence.push_back({{"begin", rounded(stretch.begin)}, {"seconds", rounded(stretch.seconds)}});
+    for (std::size_t ch = 0; ch < static_cast<std::size_t>(s.channels); ++ch) {
+        peak.push_back(rounded(s.peak[ch]));
+        rms.push_back(rounded(s.rms[ch]));
+        dead.push_back(s.is_dead[ch]);
+    }
+    return {{"loudness", figure(s.loudness.integrated)},
+            {"range", rounded(s.loudness.range)},
+            {"momentary", figure(s.loudness.momentary)},
+            {"short_term", figure(s.loudness.short_term)},
+            {"true_peak", figure(s.loudness.true_peak)},
+            {"peak", peak},
+            {"rms", rms},
+            {"dead", dead},
+            {"correlation", figure(s.correlation)},
+            {"clipped", s.clipped},
+            {"longest_silence", rounded(s.longest_silence)},
+            {"silence", silence}};
 }
 
 std::string line_of(const json &object) {
@@ -100,29 +149,40 @@ json counts_of(const std::map<unsigned, std::uint64_t> &counts, Text text) {
 
 } // namespace
 
-std::string json_of(const stream_report &r, const comparison_totals *compared) {
-    json bounds = json::array();
+std::string json_of(const stream_report &r, const comparison_totals *compared,
+                    const sound_report *sound) {
+    json bounds = json::array(), texts = json::array(), broken = json::array();
+    for (const violation &v : r.violations) {
+        texts.push_back(v.text);
+        broken.push_back({{"rule", v.rule},
+                          {"text", v.text},
+                          {"offset", v.offset},
+                          {"frame", v.frame},
+                          {"seconds", rounded(v.seconds)}});
+    }
     for (const auto &[bound, count] : r.bounds)
         bounds.push_back({{"bound", bound}, {"frames", count}});
-    const auto sound = static_cast<double>(std::max<std::uint64_t>(r.frames - r.damaged_frames, 1));
-    json object{{"file", r.name},
-                {"container", r.in_wav ? "wav" : "none"},
+    const auto counted = static_cast<double>(std::max<std::uint64_t>(r.counted, 1));
+    json object{{"schema", json_schema},
+                {"tool", tool},
+                {"file", r.name},
+                {"container", r.container},
                 {"bytes", r.bytes},
                 {"frames", r.frames},
-                {"seconds", r.seconds()},
-                {"average_kbps", r.average_kbps()},
+                {"seconds", rounded(r.seconds())},
+                {"average_kbps", rounded(r.average_kbps())},
                 {"joint", r.values[stream_report::mode].contains(1)},
                 {"header", header_of(r)},
                 {"padding",
                  {{"frames", r.padded},
                   {"needed", r.padding.needed},
                   {"exact", r.padding.is_exact()},
-                  {"worst_slots", r.padding.worst}}},
+                  {"worst_slots", rounded(r.padding.worst)}}},
                 {"crc", {{"right", r.crc_right}, {"wrong", r.crc_wrong}}},
                 {"bounds", bounds},
                 {"bits", bits_of(r.bits)},
                 {"scfsi", r.scfsi},
-                {"allocation", rows_of(r.sample_bits, r.channels, r.sblimit, sound)},
+                {"allocation", rows_of(r.sample_bits, r.channels, r.sblimit, counted)},
                 {"remarks", counts_of(r.remarks, remark_text)},
                 {"faults", counts_of(r.faults, fault_text)},
                 {"sound", r.is_sound()},
@@ -131,12 +191,19 @@ std::string json_of(const stream_report &r, const comparison_totals *compared) {
                 {"lost_bytes", r.lost_bytes},
                 {"event_count", r.event_count},
                 {"events", events_of(r)},
-                {"violations", r.violations}};
+                {"violations", texts},
+                {"broken", broken}};
+    if (r.track >= 0) object["track"] = r.track;
+    if (sound != nullptr) object["measured"] = measured_of(*sound);
     if (compared != nullptr) object["comparison"] = comparison_of(*compared);
     return line_of(object);
 }
 
-std::string json_of(const stream_report &before, const stream_piece &piece, const parsed_frame &frame) {
+std::string json_of_unreadable(const std::string &name, const std::string &why) {
+    return line_of({{"schema", json_schema}, {"tool", tool}, {"file", name}, {"error", why}});
+}
+
+std::string json_of(const stream_report &before, std::uint64_t offset, const parsed_frame &frame) {
     const bit_shares &b = frame.bits;
     json faults = json::array(), allocation = json::array(), scalefactors = json::array();
     for (unsigned rest = frame.faults; rest != 0; rest &= rest - 1)
@@ -151,9 +218,9 @@ std::string json_of(const stream_report &before, const stream_piece &piece, cons
     }
     json object{{"file", before.name},
                 {"frame", before.frames},
-                {"offset", piece.offset},
-                {"bytes", piece.length},
-                {"seconds", before.seconds()},
+                {"offset", offset},
+                {"bytes", frame.bytes()},
+                {"seconds", rounded(before.seconds())},
                 {"kbps", frame.kbps},
                 {"padding", frame.padding},
                 {"mode", mode_text(frame.mode)},

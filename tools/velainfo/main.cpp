@@ -5,6 +5,7 @@
 #include "output/unfinished_files.hpp"
 #include "velainfo/inspect.hpp"
 #include "velainfo/options.hpp"
+#include "velainfo/standard_output.hpp"
 
 #include <cstdio>
 #include <new>
@@ -24,7 +25,9 @@ int run_safely(int argc, char **argv) {
         const auto wanted = read_info_options(argc, argv);
         return wanted ? inspect(*wanted) : 0;
     } catch (const failure &error) {
-        std::fprintf(stderr, "velainfo: %s\n", printable(error.what()).c_str());
+        // Who closed the pipe knows.
+        if (*error.what() != '\0')
+            std::fprintf(stderr, "velainfo: %s\n", printable(error.what()).c_str());
         code = error.code();
     } catch (const std::bad_alloc &) {
         std::fprintf(stderr, "velainfo: memory is out\n");
@@ -38,6 +41,7 @@ int run_safely(int argc, char **argv) {
 } // namespace tools
 
 int main(int argc, char **argv) {
+    tools::occupy_closed_descriptors();
     tools::catch_signals();
     return tools::run_safely(argc, argv);
 }

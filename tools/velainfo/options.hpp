@@ -1,6 +1,8 @@
 // velainfo's command line as a record.
 #pragma once
 
+#include "velainfo/expectation.hpp"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,14 +10,22 @@
 namespace tools {
 
 struct info_options {
-    std::vector<std::string> inputs;
-    bool frames = false, json = false;
+    std::vector<std::string> inputs; ///< files, with `recursive` folders too
+    std::vector<std::string> lists;  ///< files of names, a line each; "-": standard input
+    bool recursive = false;
+    bool frames = false, json = false, brief = false;
+    bool sound = false; ///< measure it
+    bool diff = false;  ///< of the two inputs
     std::string html;   ///< file to write; empty for none
+    bool overwrite = false;
     std::string source; ///< the original; empty for none
     std::string trace;  ///< velaenc's; empty for none
     std::optional<int> preset;
-    std::string preset_name;
+    std::vector<expectation> expected;
 };
+
+/// Streams that a page draws one above the other, at most.
+inline constexpr std::size_t most_drawn = 40;
 
 /// Prints help and version itself; then there is no result.
 /// @throws failure

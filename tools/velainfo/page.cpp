@@ -1,12 +1,11 @@
 #include "velainfo/page.hpp"
 
-#include "common/failure.hpp"
+#include "common/printable.hpp"
 #include "parser/standard_tables.hpp"
 #include "velainfo/page_parts.hpp" // made from page.html, page.css and page.js
 
 #include <array>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -72,6 +71,14 @@ std::vector<panel> stream_panels() {
          1}};
 }
 
+std::vector<panel> spectrum_panels() {
+    return {map("spectrum", "Spectrum", "dB", -119, 0.5, -100, 0)};
+}
+
+std::vector<panel> loudness_panels() {
+    return {{"loudness", "Momentary loudness", "LUFS", kind::lines, {"loudness"}, -120, 0.5, -60, 0}};
+}
+
 std::vector<panel> comparison_panels() {
     return {map("source_level", "Level of the source", "dB", -119, 0.5, -100, 0),
             map("error", "Level of the error", "dB", -119, 0.5, -100, 0),
@@ -119,6 +126,26 @@ void put_allocation(const parsed_frame &frame, float *allocation, float *factors
     }
 }
 
+/// The text with each of the places, which stand in it in that order, replaced; what comes in is not
+/// looked at again.
+std::string filled(std::string_view text,
+                   const std::vector<std::pair<std::string_view, std::string>> &places) {
+    std::string out;
+    for (const auto &[place, with] : places) {
+        const std::size_t at = text.find(place);
+        out.append(text.substr(0, at)).append(with);
+        text.remove_prefix(at + place.size());
+    }
+    return out.append(text);
+}
+
+std::string as_html(const std::string &text) {
+    std::string out;
+    for (const char c : text)
+        out += c == '&' ? "&amp;" : c == '<' ? "&lt;" : c == '>' ? "&gt;" : std::string(1, c);
+    return out;
+}
+
 /// `</` would end the script element.
 std::string escaped(std::string text) {
     for (std::size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at))
@@ -131,7 +158,9 @@ std::string escaped(std::string text) {
 stream_pictures::stream_pictures() : stream_(stream_panels()) {
 }
 
-void stream_pictures::add(std::uint64_t number, const parsed_frame &frame) {
+void stream_pictures::add(std::uint64_t number, const parsed_frame &frame,
+                          const frame_subbands *subbands) {
+    if (subbands != nullptr && frame.faults == 0) add_spectrum(number, frame, *subbands);
     std::array<float, 64 + 64 + 8 + 1 + 2 + 3> values;
     values.fill(none);
     float *const shares = &values[128], *const bound = shares + 8, *const level = bound + 1,
@@ -155,6 +184,33 @@ void stream_pictures::add(std::uint64_t number, const parsed_frame &frame) {
     stream_.add(number, values);
 }
 
+void stream_pictures::add_spectrum(std::uint64_t number, const parsed_frame &frame,
+                                   const frame_subbands &subbands) {
+    if (!spectrum_) spectrum_.emplace(spectrum_panels());
+    std::array<float, 64> values;
+    values.fill(none);
+    const int steps = 12 * frame.parts;
+    for (int ch = 0; ch < frame.channels(); ++ch) {
+        for (int sb = 0; sb < 32; ++sb) {
+            float sum = 0;
+            for (int i = 0; i < steps; ++i)
+                sum += subbands[ch][i][sb] * subbands[ch][i][sb];
+            values[static_cast<unsigned>(32 * ch + sb)] = decibel(2 * sum / static_cast<float>(steps));
+        }
+    }
+    spectrum_->add(number, values);
+}
+
+void stream_pictures::add(const sound_report &sound, const stream_report &report) {
+    if (sound.momentary.empty() || report.frames == 0) return;
+    loudness_.emplace(loudness_panels());
+    const double step = report.seconds() / static_cast<double>(report.frames);
+    for (std::uint64_t frame = 0; frame < report.frames; ++frame) {
+        const auto at = static_cast<std::size_t>(static_cast<double>(frame) * step * 100);
+        if (at < sound.momentary.size()) loudness_->add(frame, std::span(&sound.momentary[at], 1));
+    }
+}
+
 void stream_pictures::add(const compared_frame &frame) {
     if (!comparison_) comparison_.emplace(comparison_panels());
     std::array<float, 4 * 64> values;
@@ -166,32 +222,17 @@ void stream_pictures::add(const compared_frame &frame) {
     comparison_->add(frame.number, values);
 }
 
-void stream_pictures::add_trace(const std::string &path) {
-    std::ifstream file(path);
-    if (!file) throw failure(exit_code::input, "cannot open " + path);
-    trace_.emplace(trace_panels());
-    std::string line;
-    for (std::uint64_t number = 0; std::getline(file, line); ++number) {
-        const auto frame = nlohmann::json::parse(line, nullptr, false);
-        std::array<float, 3 * 64 + 1> values;
-        values.fill(none);
-        try {
-            std::size_t first = 0;
-            for (const char *name : {"smr", "threshold", "mnr"}) {
-                const auto &channels = frame.at(name);
-                for (std::size_t ch = 0; ch < std::min<std::size_t>(channels.size(), 2); ++ch)
-                    for (std::size_t sb = 0; sb < std::min<std::size_t>(channels[ch].size(), 32); ++sb)
-                        if (channels[ch][sb].is_number())
-                            values[first + 32 * ch + sb] = channels[ch][sb].get<float>();
-                first += 64;
-            }
-            values[first] = frame.at("left").get<float>();
-        } catch (const nlohmann::json::exception &) {
-            throw failure(exit_code::input, path + " is not what velaenc --trace writes: line "
-                                                + std::to_string(number + 1));
-        }
-        trace_->add(number, values);
-    }
+void stream_pictures::add(std::uint64_t number, const trace_values &frame) {
+    if (!trace_) trace_.emplace(trace_panels());
+    trace_->add(number, frame);
+}
+
+bool page::is_own(const file_view &file) {
+    // The head of the page, as page.html has it.
+    std::array<char, 512> head{};
+    const std::size_t size = file(0, std::as_writable_bytes(std::span(head)));
+    return std::string_view(head.data(), size).find("name=\"generator\" content=\"velainfo\"")
+           != std::string_view::npos;
 }
 
 void page::add(const stream_report &report, std::string text, stream_pictures &&pictures) {
@@ -204,6 +245,8 @@ std::string page::html() {
     std::size_t rows = 0;
     const auto each_timeline = [&](auto body) {
         for (entry &e : entries_) {
+            if (e.pictures.loudness_) body(*e.pictures.loudness_);
+            if (e.pictures.spectrum_) body(*e.pictures.spectrum_);
             body(e.pictures.stream_);
             if (e.pictures.comparison_) body(*e.pictures.comparison_);
             if (e.pictures.trace_) body(*e.pictures.trace_);
@@ -216,28 +259,38 @@ std::string page::html() {
         const bool exact = t.stride() == 1 && t.columns() * rows * bytes_a_cell <= 3 * most_bytes;
         if (!exact) t.limit_columns(columns);
     });
-    std::string streams(1, '[');
+    std::string streams(1, '['), names, texts;
     for (const entry &e : entries_) {
         const stream_report &r = e.report;
         nlohmann::ordered_json events = nlohmann::ordered_json::array();
         for (const stream_event &event : r.events)
             events.push_back(
                 {{"seconds", event.seconds}, {"damage", event.is_damage}, {"text", event.text}});
-        const int samples = r.usual(stream_report::layer) == 1 ? 384 : 1152;
+        names += (names.empty() ? "" : ", ") + printable(r.name);
+        texts += e.text + '\n';
+        nlohmann::ordered_json violations = nlohmann::ordered_json::array();
+        for (const violation &broken : r.violations)
+            violations.push_back({{"seconds", broken.seconds}, {"text", broken.text}});
         const nlohmann::ordered_json head{
             {"name", r.name},
             {"text", e.text},
             {"frames", r.frames},
-            {"frame_seconds", static_cast<double>(samples) / r.usual(stream_report::rate)},
+            {"seconds", r.seconds()},
+            {"frame_seconds", r.seconds() / static_cast<double>(r.frames)},
+            {"rate", r.usual(stream_report::rate)},
             {"channels", r.channels},
+            {"damage_count", r.damage_count},
+            {"damaged_frames", r.damaged_frames},
+            {"violations", violations},
             {"events", events}};
         std::string object =
             head.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
         object.back() = ',';
         object += "\"panels\":[";
-        for (const timeline *t : {&std::as_const(e.pictures.stream_),
-                                  e.pictures.comparison_ ? &*e.pictures.comparison_ : nullptr,
-                                  e.pictures.trace_ ? &*e.pictures.trace_ : nullptr}) {
+        const stream_pictures &p = e.pictures;
+        const auto pointer = [](const std::optional<timeline> &t) { return t ? &*t : nullptr; };
+        for (const timeline *t : {pointer(p.loudness_), pointer(p.spectrum_), &p.stream_,
+                                  pointer(p.comparison_), pointer(p.trace_)}) {
             if (t == nullptr) continue;
             const std::string panels = t->json();
             if (object.back() != '[') object += ',';
@@ -246,14 +299,11 @@ std::string page::html() {
         if (streams.size() > 1) streams += ',';
         streams += object + "]}";
     }
-    std::string text = page_html;
-    const auto fill = [&](const std::string &place, const std::string &with) {
-        text.replace(text.find(place), place.size(), with);
-    };
-    fill("/*css*/", page_css);
-    fill("/*data*/", escaped(streams + ']'));
-    fill("/*js*/", page_js);
-    return text;
+    return filled(page_html, {{"/*title*/", as_html(names)},
+                              {"/*css*/", page_css},
+                              {"/*report*/", as_html(texts)},
+                              {"/*data*/", escaped(streams + ']')},
+                              {"/*js*/", page_js}});
 }
 
 } // namespace tools

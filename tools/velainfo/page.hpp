@@ -1,9 +1,13 @@
 // The page of pictures: one file that needs nothing else.
 #pragma once
 
+#include "output/output_target.hpp"
 #include "velainfo/comparison.hpp"
+#include "velainfo/sound_report.hpp"
 #include "velainfo/stream_report.hpp"
+#include "velainfo/synthesis.hpp"
 #include "velainfo/timeline.hpp"
+#include "velainfo/trace_reader.hpp"
 
 #include <memory>
 #include <optional>
@@ -17,16 +21,19 @@ class stream_pictures {
   public:
     stream_pictures();
     /// @param frame  the frame of that number
-    void add(std::uint64_t number, const parsed_frame &frame);
+    /// @param subbands  its samples; may be null
+    void add(std::uint64_t number, const parsed_frame &frame, const frame_subbands *subbands = nullptr);
+    /// What was heard, when all frames have been added.
+    void add(const sound_report &sound, const stream_report &report);
     void add(const compared_frame &frame);
-    /// Reads velaenc's trace.
-    /// @throws failure
-    void add_trace(const std::string &path);
+    void add(std::uint64_t number, const trace_values &frame);
 
   private:
     friend class page;
+    void add_spectrum(std::uint64_t number, const parsed_frame &frame, const frame_subbands &subbands);
+
     timeline stream_;
-    std::optional<timeline> comparison_, trace_;
+    std::optional<timeline> spectrum_, loudness_, comparison_, trace_;
 };
 
 class page {
@@ -35,6 +42,9 @@ class page {
     void add(const stream_report &report, std::string text, stream_pictures &&pictures);
     /// The whole page, below five megabytes whatever the streams' lengths.
     std::string html();
+
+    /// Whether a file that begins so is one of these pages.
+    static bool is_own(const file_view &file);
 
   private:
     struct entry {

@@ -1,10 +1,10 @@
 'use strict';
 // One time axis in seconds for all pictures. Every picture is a canvas drawn from its panel's bytes: a map
 // through an image of one pixel a column and row, the others straight from the values.
-const gutter = 44, foot = 18, blank = 255;
+const gutter = 52, foot = 18, blank = 255;
 const streams = JSON.parse(document.getElementById('data').textContent);
 const main = document.getElementById('main'), readout = document.getElementById('readout');
-const total = Math.max(...streams.map(s => s.frames * s.frame_seconds));
+const total = Math.max(...streams.map(s => s.seconds));
 const shades = ['#440154', '#472d7b', '#3b528b', '#2c728e', '#21918c', '#28ae80', '#5ec962', '#addc30', '#fde725'];
 const hues = ['#4e79a7', '#f28e2b', '#59a14f', '#b07aa1', '#9c755f', '#76b7b2', '#e15759', '#8a9099'];
 const plots = [];
@@ -23,7 +23,12 @@ const ramp = x => {
   return a.map((v, k) => v + (b[k] - v) * (at - i));
 };
 const number = x => Math.abs(x - Math.round(x)) < 0.01 ? String(Math.round(x)) : x.toFixed(2).replace(/0$/, '');
-const clock = (s, digits) => `${Math.floor(s / 60)}:${(s % 60).toFixed(digits).padStart(digits ? digits + 3 : 2, '0')}`;
+const clock = (seconds, digits) => {
+  // Rounded first: 59.96 is 1:00.0, not 0:60.0.
+  const s = Number(seconds.toFixed(digits)), rest = (s % 60).toFixed(digits).padStart(digits ? digits + 3 : 2, '0');
+  const minutes = Math.floor(s / 60);
+  return s < 3600 ? `${minutes}:${rest}` : `${Math.floor(minutes / 60)}:${String(minutes % 60).padStart(2, '0')}:${rest}`;
+};
 
 /// The bytes of a panel and what they mean. `which`: 0 mean, 1 least, 2 greatest.
 class Values {
@@ -46,10 +51,12 @@ class Plot {
     Object.assign(this, {stream, panel, values: new Values(panel)});
     this.mapRows = panel.kind === 'map' ? this.usedRows() : 0;
     this.seconds = panel.stride * stream.frame_seconds; // of a column
-    const head = element('h3', parent, panel.title);
+    const figure = element('section', parent);
+    const head = element('h3', figure, streams.length > 1 ? `${panel.title}: ${stream.name}` : panel.title);
     this.legend(element('span', head));
-    this.box = element('div', parent);
+    this.box = element('div', figure);
     this.box.className = 'plot';
+    this.box.tabIndex = 0;
     this.canvas = element('canvas', this.box);
     this.canvas.setAttribute('role', 'img');
     this.canvas.setAttribute('aria-label', `${panel.title} of ${stream.name} over time`);
@@ -77,14 +84,20 @@ class Plot {
       const scale = element('i', place);
       scale.className = 'scale';
       scale.style.background = `linear-gradient(90deg, ${shades.join()})`;
-      place.append(`${number(p.high)} ${p.unit}`, this.stream.channels > 1 ? '; right channel above the left' : '');
+      place.append(`${number(p.high)} ${p.unit}`, this.stream.channels > 1 ? '; right channel above the left, kHz upwards' : '; kHz upwards');
       return;
     }
     if (p.rows.length === 1) place.textContent = p.unit;
-    else p.rows.slice(0, p.name === 'level' ? this.stream.channels : undefined).forEach((row, i) => {
+    else this.shownRows().forEach((row, i) => {
       element('i', place).style.background = this.hue(i);
       place.append(row);
     });
+  }
+
+  /// Rows of both channels for a stream that has two.
+  shownRows() {
+    const {rows, name} = this.panel;
+    return name === 'level' && this.stream.channels === 1 ? ['the channel'] : rows;
   }
 
   hue(i) {
@@ -207,21 +220,23 @@ class Plot {
     g.fillStyle = colour('--soft');
     g.textAlign = 'center';
     for (let t = Math.ceil(view[0] / step) * step; t <= view[1]; t += step) {
+      const text = clock(t, step < .1 ? 2 : step < 1 ? 1 : 0), half = g.measureText(text).width / 2;
       g.fillRect(this.x(t), this.base, 1, 4);
-      g.fillText(clock(t, step < .1 ? 2 : step < 1 ? 1 : 0), Math.min(this.x(t), gutter + this.width - 12), this.height - 3);
+      g.fillText(text, Math.min(this.x(t), gutter + this.width - half), this.height - 3);
     }
     g.textAlign = 'right';
     const label = (text, y) => g.fillText(text, gutter - 4, y);
     if (p.kind === 'map')
       for (let ch = 0; ch < this.stream.channels; ++ch) {
         const each = this.base / this.stream.channels, bottom = this.base - ch * each;
-        label('0', bottom);
-        label(String(this.mapRows - 1), bottom - each + 12);
+        const top = this.mapRows * this.stream.rate / 64000;
+        label('0 kHz', bottom - 1);
+        label(`${number(Math.round(top * 10) / 10)}`, bottom - each + 12);
         if (this.stream.channels > 1) label('LR'[ch], bottom - each / 2 + 4);
       }
     else if (p.kind !== 'marks') {
-      label(number(p.low), this.base);
-      label(number(p.high), 11);
+      label(`${number(p.low)}`, this.base - 1);
+      label(`${number(p.high)} ${p.unit.length < 5 ? p.unit : ''}`, 11);
     }
   }
 
@@ -230,6 +245,14 @@ class Plot {
     const each = this.base / this.stream.channels, last = this.stream.channels - 1;
     const sb = Math.floor((each - y % each) / each * this.mapRows);
     return {ch: last - Math.min(Math.floor(y / each), last), sb: Math.min(Math.max(sb, 0), this.mapRows - 1)};
+  }
+
+  /// Of a map with its frequencies; "left" only where there is a right.
+  rowName(row) {
+    if (this.panel.kind !== 'map') return this.shownRows()[row];
+    const width = this.stream.rate / 64000, sb = row % 32, khz = i => (i * width).toFixed(1);
+    const side = this.stream.channels === 1 ? '' : row < 32 ? 'left, ' : 'right, ';
+    return `${side}subband ${sb} (${khz(sb)} to ${khz(sb + 1)} kHz)`;
   }
 
   /// Values at a time: of one place of a map, of all rows of the others.
@@ -247,7 +270,7 @@ class Plot {
       const range = this.panel.stride > 1
         ? ` (${number(this.values.at(row, c, 1))} to ${number(this.values.at(row, c, 2))})` : '';
       const shown = this.panel.kind === 'marks' ? '' : ` <b>${number(value)}</b>${range} ${this.panel.unit}`;
-      return `<span>${this.panel.rows[row]}${shown}</span>`;
+      return `<span>${this.rowName(row)}${shown}</span>`;
     }).join('');
   }
 }
@@ -261,16 +284,16 @@ function hover(plot, seconds, y) {
   const {stride} = plot.panel, s = plot.stream, place = plot.panel.kind === 'map' ? plot.place(y) : null;
   const first = Math.floor(seconds / plot.seconds) * stride;
   const last = Math.min(first + stride, s.frames) - 1;
-  const name = element('i', document.createElement('p'), s.name).innerHTML;
+  const plain = text => element('i', document.createElement('p'), text).innerHTML;
   let text = `<span><b>${clock(seconds, 3)}</b></span><span>frame <b>${first}${last > first ? `&ndash;${last}` : ''}</b></span>`;
-  if (streams.length > 1) text += `<span>${name}</span>`;
+  if (streams.length > 1) text += `<span>${plain(s.name)}</span>`;
   for (const p of plots) {
     if (p.stream !== s && p.panel.name !== plot.panel.name) continue;
     const values = p.describe(seconds, place);
     if (values) text += `<span>${p.panel.title}:</span>${values}`;
   }
   for (const event of s.events)
-    if (Math.abs(plot.x(event.seconds) - plot.x(seconds)) < 4) text += `<span><b>${event.text}</b></span>`;
+    if (Math.abs(plot.x(event.seconds) - plot.x(seconds)) < 4) text += `<span><b>${plain(event.text)}</b></span>`;
   readout.innerHTML = text;
 }
 
@@ -291,18 +314,41 @@ function zoom(factor, around = (view[0] + view[1]) / 2) {
   show(around - (around - view[0]) * factor, around + (view[1] - around) * factor);
 }
 
+/// The cursor of the keyboard: columns and, in maps, subbands further; its values are read out.
+const at = {seconds: 0, row: 0};
+function point(plot, columns, rows) {
+  const step = Math.max(plot.seconds, (view[1] - view[0]) / Math.max(plot.width, 1));
+  at.seconds = Math.min(Math.max(at.seconds + columns * step, 0), plot.stream.seconds - plot.seconds / 2);
+  const span = view[1] - view[0];
+  if (at.seconds < view[0] || at.seconds > view[1]) show(at.seconds - span / 2, at.seconds + span / 2);
+  const all = Math.max(plot.mapRows * plot.stream.channels, 1);
+  at.row = Math.min(Math.max(at.row + rows, 0), all - 1);
+  readout.setAttribute('aria-live', 'polite');
+  hover(plot, at.seconds, plot.base - (at.row + 0.5) * plot.base / all);
+}
+
 /// Hover, drag, wheel and two fingers on a picture.
 function listen(plot) {
   const fingers = new Map(), box = plot.box;
   const place = e => e.clientX - box.getBoundingClientRect().left;
   const time = x => view[0] + (x - gutter) / plot.width * (view[1] - view[0]);
+  // The wheel alone scrolls the page.
   box.addEventListener('wheel', e => {
-    e.preventDefault();
-    if (Math.abs(e.deltaX) > Math.abs(e.deltaY)) {
+    if (e.ctrlKey) zoom(Math.exp(e.deltaY / 300), time(place(e)));
+    else if (Math.abs(e.deltaX) > Math.abs(e.deltaY)) {
       const move = e.deltaX / plot.width * (view[1] - view[0]);
       show(view[0] + move, view[1] + move);
-    } else zoom(Math.exp(e.deltaY / 300), time(place(e)));
+    } else return;
+    e.preventDefault();
   }, {passive: false});
+  box.addEventListener('focus', () => point(plot, 0, 0));
+  box.addEventListener('keydown', e => {
+    const moves = {ArrowLeft: [-1, 0], ArrowRight: [1, 0], PageUp: [-10, 0], PageDown: [10, 0], ArrowUp: [0, 1], ArrowDown: [0, -1]};
+    if (!moves[e.key] || e.ctrlKey || e.metaKey || e.altKey || (plot.panel.kind !== 'map' && moves[e.key][1])) return;
+    e.preventDefault();
+    e.stopPropagation();
+    point(plot, ...moves[e.key]);
+  });
   box.addEventListener('pointerdown', e => fingers.set(e.pointerId, place(e)));
   for (const end of ['pointerup', 'pointercancel', 'pointerleave'])
     box.addEventListener(end, e => fingers.delete(e.pointerId));
@@ -321,16 +367,40 @@ function listen(plot) {
   box.addEventListener('dblclick', () => show(0, total));
 }
 
+/// The verdict in one line, what is wrong as places to go to, the report, and the pictures of all streams panel by panel.
+const plural = (n, what) => `${n} ${what}${n === 1 ? '' : 's'}`;
 for (const stream of streams) {
   element('h2', main, stream.name);
+  const bad = stream.damage_count > 0, unfit = stream.violations.length > 0;
+  element('p', main, (bad ? `Damaged: ${plural(stream.damage_count, 'place')}, ${plural(stream.damaged_frames, 'frame')}`
+    : 'Sound: no damage') + (unfit ? `; ${plural(stream.violations.length, 'rule')} broken` : '')
+    + `; ${clock(stream.seconds, 3)}`).className = bad || unfit ? 'verdict bad' : 'verdict good';
+  const list = element('ul', main);
+  for (const {seconds, text} of [...stream.violations, ...stream.events.filter(e => e.damage)]) {
+    const button = element('button', element('li', list), `${clock(seconds, 3)} ${text}`);
+    button.onclick = () => {
+      const span = Math.min(view[1] - view[0], Math.max(total / 20, 1));
+      show(seconds - span / 2, seconds + span / 2);
+      at.seconds = seconds;
+    };
+  }
+  if (!list.children.length) list.remove();
   const details = element('details', main);
   element('summary', details, 'Report');
   element('pre', details, stream.text);
-  for (const panel of stream.panels) {
-    const values = new Values(panel);
-    if (values.bytes.some(b => b !== blank)) plots.push(new Plot(stream, panel, main));
-  }
 }
+document.title = `${streams.map(s => s.name).join(', ')} - velainfo`;
+const names = [...new Set(streams.flatMap(s => s.panels.map(p => p.name)))];
+const says = panel => new Values(panel).bytes.some(panel.kind === 'marks' ? b => b !== blank && b > 0 : b => b !== blank);
+for (const name of names)
+  for (const stream of streams)
+    for (const panel of stream.panels)
+      if (panel.name === name && says(panel)) plots.push(new Plot(stream, panel, main));
+for (const [event, on] of [['beforeprint', true], ['afterprint', false]])
+  addEventListener(event, () => {
+    document.documentElement.classList.toggle('printed', on);
+    drawAll();
+  });
 document.getElementById('in').onclick = () => zoom(0.5);
 document.getElementById('out').onclick = () => zoom(2);
 document.getElementById('all').onclick = () => show(0, total);

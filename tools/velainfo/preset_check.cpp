@@ -18,39 +18,58 @@ int index_of(int layer, int kbps) {
     return index;
 }
 
+violation at(const header_use &use, std::string text) {
+    return {.rule = "",
+            .text = std::move(text),
+            .frame = use.frame,
+            .offset = use.offset,
+            .seconds = use.seconds};
+}
+
+/// What no format lets change within a stream.
+std::string kind_of(const header_fields &header) {
+    return "Layer " + value_text(field::layer, header[field::layer]) + ", "
+           + std::to_string(header[field::rate]) + " Hz, "
+           + (header[field::mode] == 3 ? "one channel" : "two channels");
+}
+
 } // namespace
 
-std::vector<std::string> check_preset(const stream_report &report, int preset) {
-    std::vector<std::string> violations;
-    const auto tell = [&](const std::string &text) {
-        if (std::ranges::find(violations, text) == violations.end()) violations.push_back(text);
+std::vector<std::pair<header_fields, header_use>> headers_in_order(const stream_report &report) {
+    std::vector<std::pair<header_fields, header_use>> headers;
+    for (const auto &[header, use] : report.headers) {
+        headers.emplace_back(header, use);
+        // No format refuses plain stereo in a joint stereo stream and takes the rest.
+        int &mode = headers.back().first[field::mode];
+        if (mode == MPEG_A_MODE_STEREO && report.values[field::mode].contains(MPEG_A_MODE_JOINT_STEREO))
+            mode = MPEG_A_MODE_JOINT_STEREO;
+    }
+    std::ranges::sort(headers, {}, [](const auto &entry) { return entry.second.frame; });
+    return headers;
+}
+
+std::vector<violation> check_preset(const stream_report &report, int preset) {
+    std::vector<violation> violations;
+    const auto tell = [&](const header_use &use, const std::string &text) {
+        const auto same = [&](const violation &v) { return v.text == text; };
+        if (std::ranges::none_of(violations, same)) violations.push_back(at(use, text));
     };
-    mpeg_a_settings settings{};
-    mpegOutAudioDefaults(&settings, preset);
-    settings.audio_layer = report.usual(stream_report::layer);
-    const int rate = report.usual(stream_report::rate);
-    // One field at a time away from the usual values: every value is looked at, and the number of
-    // checks stays small. Frames of plain stereo in a joint stream are no exception: no format refuses
-    // them and takes the others.
-    const std::pair<field, int32_t mpeg_a_settings::*> fields[] = {
-        {stream_report::mode, &mpeg_a_settings::audio_mode},
-        {stream_report::kbps, &mpeg_a_settings::audio_bitrate},
-        {stream_report::emphasis, &mpeg_a_settings::emphasis},
-        {stream_report::private_bit, &mpeg_a_settings::extension},
-        {stream_report::crc, &mpeg_a_settings::error_protection},
-        {stream_report::copyright, &mpeg_a_settings::copyright},
-        {stream_report::original, &mpeg_a_settings::original}};
-    const auto setting_of = [&](field which, int value) {
-        return which == stream_report::kbps ? index_of(settings.audio_layer, value) : value;
-    };
-    for (const auto &[which, member] : fields)
-        settings.*member = setting_of(which, report.usual(which));
-    for (const auto &[which, member] : fields) {
-        for (const auto &[value, count] : report.values[which]) {
-            mpeg_a_settings changed = settings;
-            changed.*member = setting_of(which, value);
-            find_violations(changed, preset, rate, tell);
-        }
+    const auto headers = headers_in_order(report);
+    for (const auto &[header, use] : headers) {
+        mpeg_a_settings settings{};
+        mpegOutAudioDefaults(&settings, preset);
+        settings.audio_layer = header[field::layer];
+        settings.audio_bitrate = index_of(header[field::layer], header[field::kbps]);
+        settings.audio_mode = header[field::mode];
+        settings.emphasis = header[field::emphasis];
+        settings.extension = header[field::private_bit];
+        settings.error_protection = header[field::crc];
+        settings.copyright = header[field::copyright];
+        settings.original = header[field::original];
+        find_violations(settings, preset, header[field::rate],
+                        [&](const std::string &text) { tell(use, text); });
+        const std::string first = kind_of(headers.front().first), now = kind_of(header);
+        if (now != first) tell(use, "The stream changes from " + first + " to " + now + '.');
     }
     return violations;
 }

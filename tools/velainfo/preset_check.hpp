@@ -1,11 +1,18 @@
-// A stream's headers against the rules of a preset.
+// A stream against a format's rules.
 #pragma once
 
 #include "velainfo/stream_report.hpp"
 
+#include <utility>
+#include <vector>
+
 namespace tools {
 
-/// The library's messages about every combination of header values that the stream has.
-std::vector<std::string> check_preset(const stream_report &report, int preset);
+/// All that the headers say, in the order in which it first occurs. Plain stereo of a joint stereo stream
+/// counts as joint stereo.
+std::vector<std::pair<header_fields, header_use>> headers_in_order(const stream_report &report);
+
+/// The library's messages, each once, about every header of the stream that breaks a rule of the preset.
+std::vector<violation> check_preset(const stream_report &report, int preset);
 
 } // namespace tools

@@ -28,14 +28,6 @@ source_analysis::source_analysis(int layer, int channels, int rate)
 
 source_analysis::~source_analysis() = default;
 
-int source_analysis::frame_samples() const {
-    return state_->layer == 1 ? 384 : 1152;
-}
-
-std::int64_t source_analysis::first_sample(std::int64_t offset) const {
-    return offset + decoder_delay(state_->layer);
-}
-
 void source_analysis::analyze(std::span<const float> pcm, double (&subbands)[2][36][32],
                               double (&smr)[2][32]) {
     std::span bytes(reinterpret_cast<const std::uint8_t *>(pcm.data()), pcm.size_bytes());

@@ -11,13 +11,11 @@ class source_analysis {
     source_analysis(int layer, int channels, int rate);
     ~source_analysis();
 
-    /// Instants of PCM that the next frame takes.
-    int frame_samples() const;
-    /// Where the encoder's first frame begins in the source when decoded sample 0 is source sample
-    /// `offset`.
-    std::int64_t first_sample(std::int64_t offset) const;
+    /// Source sample at which the encoder's first frame begins, less the source sample that decoded sample
+    /// 0 is like: analysis and synthesis delay by 481, and in Layer I the encoder looks 64 back.
+    static int delay(int layer) { return layer == 1 ? 481 + 64 : 481; }
 
-    /// @param pcm       interleaved, full scale 1.0, frame_samples() instants
+    /// @param pcm       interleaved, full scale 1.0, of one frame
     /// @param subbands  [channel][step][subband]
     /// @param smr       dB
     void analyze(std::span<const float> pcm, double (&subbands)[2][36][32], double (&smr)[2][32]);

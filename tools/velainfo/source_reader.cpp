@@ -2,46 +2,84 @@
 
 #include "common/failure.hpp"
 #include "input/channel_fit.hpp"
+#include "input/channel_matrix.hpp"
 #include "input/open_pcm.hpp"
+#include "input/resampler.hpp"
 #include "input/sample_value.hpp"
 
 #include <algorithm>
 
 namespace tools {
+namespace {
 
-source_reader::source_reader(const std::string &path, int channels)
-    : source_(open_pcm(open_input(path), input_wishes{})) {
-    if (source_->shape().channels > 2)
-        throw failure(exit_code::input, path + " has more than two channels");
+std::unique_ptr<pcm_source> mixed_down(std::unique_ptr<pcm_source> source, const std::string &path) {
+    if (source->shape().channels <= 2) return source;
+    auto speakers = source->speakers();
+    if (speakers.empty()) speakers = wav_speakers(source->shape().channels);
+    auto gains = bs775_gains(speakers);
+    if (speakers.empty() || gains.empty())
+        throw failure(exit_code::input, path + " has channels for which there is no mixdown to stereo");
+    return std::make_unique<channel_matrix>(std::move(source), std::move(gains));
+}
+
+} // namespace
+
+source_reader::source_reader(const std::string &path, int channels, int rate)
+    : source_(mixed_down(open_pcm(open_input(path), input_wishes{}), path)) {
+    // The fewer channels, the less there is to resample.
+    if (channels < source_->shape().channels) source_ = fit_channels(std::move(source_), channels);
+    if (source_->shape().rate != rate) source_ = std::make_unique<resampler>(std::move(source_), rate);
     source_ = fit_channels(std::move(source_), channels);
 }
 
+void source_reader::adjust(float gain, bool swapped) {
+    gain_ = gain;
+    swapped_ = swapped;
+}
+
 bool source_reader::refill() {
-    const auto bytes = source_->next_block();
-    block_first_ += static_cast<std::int64_t>(block_.size()) / channels();
-    load_samples(bytes, source_->shape().format, block_);
-    return !block_.empty();
+    if (ended_) return false;
+    load_samples(source_->next_block(), source_->shape().format, block_);
+    ended_ = block_.empty();
+    const auto width = static_cast<std::size_t>(channels());
+    const auto most = static_cast<std::size_t>(reach) * width;
+    if (held_.size() > 2 * most) {
+        const std::size_t dropped = held_.size() - most;
+        held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(dropped));
+        held_first_ += static_cast<std::int64_t>(dropped / width);
+    }
+    held_.insert(held_.end(), block_.begin(), block_.end());
+    return !ended_;
+}
+
+std::optional<std::int64_t> source_reader::length() const {
+    if (ended_)
+        return held_first_ + static_cast<std::int64_t>(held_.size()) / source_->shape().channels;
+    const auto known = source_->length();
+    return known ? std::optional(static_cast<std::int64_t>(*known)) : std::nullopt;
+}
+
+channel_sound source_reader::read_channels(std::int64_t first, std::size_t instants) {
+    const auto width = static_cast<std::size_t>(channels());
+    channel_sound out(width, std::vector<float>(instants));
+    const std::int64_t end = first + static_cast<std::int64_t>(instants);
+    while (held_first_ + static_cast<std::int64_t>(held_.size() / width) < end && refill()) {
+    }
+    const std::int64_t held_end = held_first_ + static_cast<std::int64_t>(held_.size() / width);
+    for (std::int64_t n = std::max(first, held_first_); n < std::min(end, held_end); ++n)
+        for (std::size_t ch = 0; ch < width; ++ch)
+            out[ch][static_cast<std::size_t>(n - first)] =
+                held_[static_cast<std::size_t>(n - held_first_) * width + ch];
+    return out;
 }
 
 std::vector<float> source_reader::read(std::int64_t first, std::size_t instants) {
-    const auto width = static_cast<std::size_t>(channels());
-    std::vector<float> out(instants * width);
-    const std::int64_t end = first + static_cast<std::int64_t>(instants);
-    while (first < end) {
-        const std::int64_t held = static_cast<std::int64_t>(block_.size() / width);
-        if (first < block_first_) {
-            ++first; // before the start
-        } else if (first < block_first_ + held) {
-            const auto from = static_cast<std::size_t>(first - block_first_);
-            const auto size =
-                static_cast<std::size_t>(std::min(end - first, held - (first - block_first_)));
-            const auto to = instants - static_cast<std::size_t>(end - first);
-            std::copy_n(&block_[from * width], size * width, &out[to * width]);
-            first += static_cast<std::int64_t>(size);
-        } else if (!refill()) {
-            break;
-        }
-    }
+    const channel_sound sound = read_channels(first, instants);
+    std::vector<float> out;
+    out.reserve(instants * sound.size());
+    for (std::size_t n = 0; n < instants; ++n)
+        for (std::size_t ch = 0; ch < sound.size(); ++ch)
+            out.push_back(gain_ * sound[swapped_ ? 1 - ch : ch][n]);
     return out;
 }
 

@@ -1,9 +1,11 @@
-// The original as floats, from any place on.
+// The original as floats, at the stream's rate and on its channels, from any place that is not far behind.
 #pragma once
 
 #include "input/pcm_source.hpp"
+#include "velainfo/alignment.hpp"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,25 +13,37 @@ namespace tools {
 
 class source_reader {
   public:
-    /// @param channels  of the stream; one becomes two and two one as velaenc does it
-    /// @throws failure
-    source_reader(const std::string &path, int channels);
+    /// How far behind the furthest place that was read one may begin, in instants.
+    static constexpr std::int64_t reach = std::int64_t{1} << 20;
 
-    int rate() const { return source_->shape().rate; }
+    /// @param channels, rate  of the stream; the source is mixed and resampled to them as velaenc does it
+    /// @throws failure
+    source_reader(const std::string &path, int channels, int rate);
+
     int channels() const { return source_->shape().channels; }
+
+    /// A channel is multiplied with `gain`; two are exchanged where they are `swapped`. From now on.
+    void adjust(float gain, bool swapped);
 
     /// Interleaved samples of one or two channels, full scale 1.0; silence before the start and after
     /// the end.
-    /// @param first    position of the first instant; may be negative, never below the last one read
-    /// @param instants how many
     std::vector<float> read(std::int64_t first, std::size_t instants);
+
+    /// The same by channel, as the source has them.
+    channel_sound read_channels(std::int64_t first, std::size_t instants);
+
+    /// Instants of the source, once that is known.
+    std::optional<std::int64_t> length() const;
 
   private:
     bool refill();
 
     std::unique_ptr<pcm_source> source_;
-    std::vector<float> block_;
-    std::int64_t block_first_ = 0; ///< position of the block's first instant
+    std::vector<float> held_, block_;
+    std::int64_t held_first_ = 0; ///< position of the first instant held
+    bool ended_ = false;
+    float gain_ = 1;
+    bool swapped_ = false;
 };
 
 } // namespace tools

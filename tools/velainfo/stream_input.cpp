@@ -1,11 +1,15 @@
 #include "velainfo/stream_input.hpp"
 
+#include "common/byte_order.hpp"
 #include "common/failure.hpp"
 #include "input/container.hpp"
+#include "velainfo/container_kind.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <string_view>
+#include <system_error>
 
 namespace tools {
 namespace {
@@ -16,23 +20,77 @@ std::string_view text_of(const std::vector<std::byte> &bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
 
+/// A name as a shell takes it.
+std::string quoted(const std::string &name) {
+    std::string text = "'";
+    for (const char c : name)
+        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'";
+}
+
+/// The command that makes a stream of it.
+[[noreturn]] void refuse(const std::string &name, const container_kind &kind) {
+    std::string command;
+    auto words = copy_command(quoted(name), "a:0");
+    words.back() = "stream.mp2";
+    for (const std::string &word : words)
+        command += ' ' + word;
+    throw failure(exit_code::input, name + " is " + kind.description
+                                        + ", in which ffmpeg finds no MPEG audio of Layer I or II, or"
+                                          " ffmpeg is not installed; to take a stream out:"
+                                        + command);
+}
+
 } // namespace
 
-stream_input::stream_input(const std::string &path) : file_(open_input(path)), head_(head_bytes) {
+stream_input::stream_input(const stream_name &stream) : file_(open_input(stream.path)) {
+    read_head();
+    if (head_.empty()) throw failure(exit_code::input, file_.name + " is empty");
+    const container_kind kind = container_of(text_of(head_));
+    if (!kind.name.empty()) {
+        if (stream.track < 0) refuse(file_.name, kind);
+        container_.name = kind.name;
+        container_.description = kind.description;
+        container_.track = stream.track;
+        start_copying(stream.track);
+    } else if (text_of(head_).starts_with("RIFF") || text_of(head_).starts_with("RF64")) {
+        enter_wav();
+    }
+}
+
+void stream_input::read_head() {
+    head_.resize(head_bytes);
     std::size_t filled = 0, got = 1;
     for (; got > 0 && filled < head_.size(); filled += got)
         got = read_some(file_, std::span(head_).subspan(filled));
     head_.resize(filled);
-    if (head_.empty()) throw failure(exit_code::input, file_.name + " is empty");
-    const auto start = text_of(head_).substr(0, 4);
-    if (start == "RIFF" || start == "RF64") enter_wav();
+}
+
+void stream_input::start_copying(int track) {
+    const auto words = copy_command(child_process::handed_file, std::to_string(track));
+    try {
+        ffmpeg_ = std::make_unique<child_process>(words, file_.handle.get());
+    } catch (const std::system_error &) {
+        refuse(file_.name, {container_.name, container_.description});
+    }
+    file_.handle = ffmpeg_->take_output();
+    file_.status = {};
+    head_.clear();
+}
+
+std::size_t stream_input::read_copy(std::span<std::byte> room) {
+    const std::size_t size = read_some(file_, room);
+    if (size == 0 && ffmpeg_->wait() != 0)
+        throw failure(exit_code::input, "ffmpeg cannot take the stream out of " + file_.name + ": "
+                                            + ffmpeg_->last_words());
+    return size;
 }
 
 void stream_input::enter_wav() {
     if (!file_.seekable()) file_ = spool(std::move(file_), head_);
     const auto fetch = fetch_from(file_);
     const auto format = wav_format(fetch);
-    const auto data = find_wav_chunk(fetch, "data");
+    const auto data = find_sound_data(fetch);
     if (!format || !data)
         throw failure(exit_code::input, file_.name + " is a RIFF file without sound data");
     const unsigned tag = *format;
@@ -42,8 +100,20 @@ void stream_input::enter_wav() {
                                                : tag == 0x55        ? "MPEG Layer III"
                                                                     : "format " + std::to_string(tag))
                                             + "; velainfo reads MPEG audio of Layer I or II");
-    base_ = data->offset;
-    if (data->known) left_ = data->bytes;
+    // wav_format() has seen that there are at least sixteen bytes.
+    std::array<std::byte, 16> fields{};
+    if (const auto chunk = find_wav_chunk(fetch, "fmt ")) fetch(chunk->offset, fields);
+    const auto field = [&](std::size_t place, std::size_t bytes) {
+        return static_cast<int>(little_endian(std::span(fields).subspan(place, bytes)));
+    };
+    container_ = {.name = "wav",
+                  .base = data->offset,
+                  .rate = field(4, 4),
+                  .channels = field(2, 2),
+                  .promised = data->known ? data->bytes : 0,
+                  .is_empty = data->bytes == 0};
+    in_wav_ = true;
+    if (data->known && data->bytes > 0) left_ = data->bytes;
     head_.clear();
 }
 
@@ -56,38 +126,16 @@ std::size_t stream_input::read(std::span<std::uint8_t> room) {
     }
     const auto wanted = std::as_writable_bytes(room).first(std::min<std::uint64_t>(room.size(), left_));
     if (wanted.empty()) return 0;
-    if (!in_wav()) return read_some(file_, wanted);
-    const std::size_t size = read_at(file_, base_ + head_used_ - head_.size(), wanted);
+    if (ffmpeg_ != nullptr) return read_copy(wanted);
+    if (!in_wav_) return read_some(file_, wanted);
+    const std::size_t size = read_at(file_, container_.base + head_used_ - head_.size(), wanted);
     head_used_ += size;
     left_ -= size;
     return size;
 }
 
 std::string stream_input::other_kind() const {
-    static constexpr std::pair<std::string_view, const char *> kinds[] = {
-        {"fLaC", "FLAC"},
-        {"OggS", "Ogg"},
-        {"FORM", "AIFF"},
-        {{"\0\0\1\xBA", 4}, "an MPEG program stream"},
-        {"\x1A\x45\xDF\xA3", "Matroska"},
-        {"\x0B\x77", "AC-3"},
-        {"\xFF\xF1", "AAC"},
-        {"\xFF\xF9", "AAC"},
-        {"\xFF\xFB", "MPEG Layer III"},
-        {"\xFF\xFA", "MPEG Layer III"},
-        {"\xFF\xF3", "MPEG Layer III"},
-        {"\xFF\xF2", "MPEG Layer III"},
-        {"ID3", "MPEG Layer III or AAC with an ID3 tag"}};
-    const auto start = text_of(head_);
-    for (const auto &[magic, kind] : kinds)
-        if (start.starts_with(magic)) return kind;
-    if (start.size() > 188 && start[0] == 'G' && start[188] == 'G') return "an MPEG transport stream";
-    if (start.substr(std::min<std::size_t>(4, start.size())).starts_with("ftyp")) return "MP4";
-    // 2.4.2.3: the bitrate index 0 leaves the bitrate to the application.
-    const auto byte = [&](std::size_t i) { return std::to_integer<unsigned>(head_[i]); };
-    if (head_.size() > 3 && byte(0) == 0xFF && (byte(1) & 0xF4) == 0xF4 && byte(2) >> 4 == 0)
-        return "MPEG audio in free format, whose frames velainfo cannot tell apart";
-    return "";
+    return other_sound(text_of(head_));
 }
 
 } // namespace tools

@@ -1,9 +1,12 @@
 // The file that velainfo looks at: an elementary stream, or the one inside a WAV file.
 #pragma once
 
+#include "common/child_process.hpp"
 #include "input/input_file.hpp"
-#include "parser/frame_scanner.hpp"
+#include "velainfo/container_tracks.hpp"
+#include "velainfo/stream_report.hpp"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,14 +14,11 @@ namespace tools {
 
 class stream_input {
   public:
-    /// @param path  "-" is standard input
-    /// @throws failure when it cannot be read, or is a WAV file of something else
-    explicit stream_input(const std::string &path);
+    /// @throws failure when it cannot be read, or is a file of something else
+    explicit stream_input(const stream_name &stream);
 
     const std::string &name() const noexcept { return file_.name; }
-    /// Where the stream begins in the file.
-    std::uint64_t base() const noexcept { return base_; }
-    bool in_wav() const noexcept { return base_ > 0; }
+    const container_facts &container() const noexcept { return container_; }
 
     /// Fills the front of `room`; returns the bytes read, 0 at the end.
     std::size_t read(std::span<std::uint8_t> room);
@@ -27,12 +27,18 @@ class stream_input {
     std::string other_kind() const;
 
   private:
+    void read_head();
     void enter_wav();
+    void start_copying(int track);
+    std::size_t read_copy(std::span<std::byte> room);
 
     input_file file_;
     std::vector<std::byte> head_; ///< the first bytes
     std::size_t head_used_ = 0;
-    std::uint64_t base_ = 0, left_ = ~std::uint64_t{};
+    container_facts container_;
+    bool in_wav_ = false;
+    std::unique_ptr<child_process> ffmpeg_; ///< that takes the stream out of its container
+    std::uint64_t left_ = ~std::uint64_t{};
 };
 
 } // namespace tools

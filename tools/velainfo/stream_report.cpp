@@ -5,8 +5,7 @@
 #include "settings/names.hpp"
 
 #include <algorithm>
-#include <bit>
-#include <string_view>
+#include <span>
 
 namespace tools {
 
@@ -61,30 +60,45 @@ double bits_per_sample(int layer, int steps) {
     return code_bits_of(layer, steps) / (is_grouped(layer, steps) ? 3.0 : 1.0);
 }
 
-report_builder::report_builder(std::string name, std::uint64_t base) : base_(base) {
+report_builder::report_builder(std::string name, container_facts container)
+    : container_(std::move(container)) {
     report_.name = std::move(name);
-    report_.in_wav = base > 0;
+    report_.container = container_.name;
+    report_.container_description = container_.description;
+    report_.track = container_.track;
+}
+
+stream_event report_builder::event_here(std::uint64_t offset, std::uint64_t length) const {
+    return {.kind = "gap",
+            .offset = container_.base + offset,
+            .length = length,
+            .frame = report_.frames,
+            .seconds = report_.seconds(),
+            .text = {}};
 }
 
 void report_builder::add(const stream_piece &piece) {
     if (piece.is_frame) return add(piece, parse_frame(piece.bytes));
-    close_gap(false); // never two in a row; if there were, none would be lost
+    close_gap(false);
     report_.bytes += piece.length;
-    gap_ = piece;
-    std::ranges::copy(piece.bytes.first(std::min(piece.bytes.size(), gap_head_.size())),
-                      gap_head_.begin());
-    gap_->bytes = std::span(gap_head_).first(std::min(piece.bytes.size(), gap_head_.size()));
+    if (!piece.tag || piece.length < piece.tag->length) {
+        close_tags(false);
+        gap_ = piece;
+        return;
+    }
+    if (!tags_) tags_ = {.offset = piece.offset, .length = 0, .names = {}};
+    tags_->length += piece.length;
+    // An input of tags alone must not fill the memory.
+    const std::string name(piece.tag->name);
+    if (tags_->names.find(name) == std::string::npos)
+        tags_->names += (tags_->names.empty() ? "" : ", ") + name;
 }
 
 void report_builder::add(const stream_piece &piece, const parsed_frame &frame) {
     close_gap(false);
+    close_tags(false);
     stream_report &r = report_;
-    const stream_event here{.kind = "fault",
-                            .offset = base_ + piece.offset,
-                            .length = piece.length,
-                            .frame = r.frames,
-                            .seconds = r.seconds(),
-                            .text = {}};
+    const stream_event here = event_here(piece.offset, piece.length);
     if (last_ && !last_->same_kind(frame)) {
         stream_event change = here;
         change.kind = "change";
@@ -94,17 +108,14 @@ void report_builder::add(const stream_piece &piece, const parsed_frame &frame) {
     }
     last_ = frame;
     if (frame.crc == 1) ++((frame.faults & fault_crc) != 0 ? r.crc_wrong : r.crc_right);
-    // Whatever is written in a damaged frame is not the stream's.
-    if (frame.faults == 0 || r.frames == 0) add_values(frame);
-    if (frame.faults == 0) add_side_information(frame);
-    if (frame.faults != 0) {
-        ++r.damaged_frames;
-        for (unsigned rest = frame.faults; rest != 0; rest &= rest - 1) {
-            ++r.faults[rest & ~(rest - 1)];
-            stream_event fault = here;
-            fault.text = fault_text(rest);
-            note(fault);
-        }
+    add_statistics(here, frame);
+    if (frame.faults != 0) ++r.damaged_frames;
+    for (unsigned rest = frame.faults; rest != 0; rest &= rest - 1) {
+        ++r.faults[rest & ~(rest - 1)];
+        stream_event fault = here;
+        fault.kind = "fault";
+        fault.text = fault_text(rest);
+        note_fault(std::move(fault));
     }
     for (unsigned rest = frame.remarks; rest != 0; rest &= rest - 1)
         ++r.remarks[rest & ~(rest - 1)];
@@ -114,18 +125,31 @@ void report_builder::add(const stream_piece &piece, const parsed_frame &frame) {
     r.samples[frame.rate] += static_cast<std::uint64_t>(frame.samples());
 }
 
-void report_builder::add_values(const parsed_frame &frame) {
-    stream_report &r = report_;
-    const int values[] = {frame.version,  frame.layer,       frame.crc,  frame.kbps,
-                          frame.rate,     frame.private_bit, frame.mode, frame.copyright,
-                          frame.original, frame.emphasis};
-    for (std::size_t i = 0; i < r.values.size(); ++i)
-        ++r.values[i][values[i]];
-    if (frame.mode == 1) ++r.bounds[frame.bound];
-    r.padded += static_cast<std::uint64_t>(frame.padding);
-    r.padding.add(frame);
-    r.sblimit = std::max(r.sblimit, frame.sblimit);
-    r.channels = std::max(r.channels, frame.channels());
+/// Whatever is written in a damaged frame is not the stream's. Only where no frame is sound those count
+/// of which nothing but the CRC is wrong: a writer that gets the CRC wrong does so in every frame.
+void report_builder::add_statistics(const stream_event &here, const parsed_frame &frame) {
+    if (frame.faults == 0 && !has_sound_frame_) {
+        static_cast<stream_statistics &>(report_) = {};
+        has_sound_frame_ = true;
+    }
+    const bool is_parsed = (frame.faults & ~unsigned{fault_crc}) == 0;
+    if (frame.faults != 0 && (has_sound_frame_ || (!is_parsed && report_.counted > 0))) return;
+    stream_statistics &s = report_;
+    ++s.counted;
+    header_use &use =
+        s.headers[{frame.version, frame.layer, frame.crc, frame.kbps, frame.rate, frame.private_bit,
+                   frame.mode, frame.copyright, frame.original, frame.emphasis}];
+    if (use.frames++ == 0) {
+        use.frame = here.frame;
+        use.offset = here.offset;
+        use.seconds = here.seconds;
+    }
+    if (frame.mode == 1) ++s.bounds[frame.bound];
+    s.padded += static_cast<std::uint64_t>(frame.padding);
+    s.padding.add(frame);
+    s.sblimit = std::max(s.sblimit, frame.sblimit);
+    s.channels = std::max(s.channels, frame.channels());
+    if (is_parsed) add_side_information(frame);
 }
 
 void report_builder::add_side_information(const parsed_frame &frame) {
@@ -145,7 +169,6 @@ void report_builder::add_side_information(const parsed_frame &frame) {
         for (int ch = 0; ch < frame.channels(); ++ch) {
             if (frame.steps[ch][sb] == 0) continue;
             report_.sample_bits[ch][sb] += bits_per_sample(frame.layer, frame.steps[ch][sb]);
-            ++report_.allocated[ch][sb];
             if (frame.layer == 2) ++report_.scfsi[static_cast<unsigned>(frame.scfsi[ch][sb])];
         }
     }
@@ -155,33 +178,55 @@ void report_builder::add_side_information(const parsed_frame &frame) {
 void report_builder::close_gap(bool at_end) {
     if (!gap_) return;
     stream_report &r = report_;
-    stream_event event{.kind = "gap",
-                       .offset = base_ + gap_->offset,
-                       .length = gap_->length,
-                       .frame = r.frames,
-                       .seconds = r.seconds(),
-                       .text = {}};
-    const std::string_view start(reinterpret_cast<const char *>(gap_->bytes.data()),
-                                 gap_->bytes.size());
+    stream_event event = event_here(gap_->offset, gap_->length);
+    const std::string length = std::to_string(gap_->length);
     const auto header = gap_->header;
-    const bool cut = header && gap_->length < static_cast<std::uint64_t>(header->bytes());
-    event.text = std::to_string(gap_->length) + " bytes that belong to no frame";
-    if (cut) {
+    event.text = length + " bytes that belong to no frame";
+    if (gap_->tag) {
         event.kind = "cut";
-        event.text = "a frame of " + std::to_string(header->bytes()) + " bytes ends after "
-                     + std::to_string(gap_->length);
+        event.text = "a tag (" + std::string(gap_->tag->name) + ") of "
+                     + std::to_string(gap_->tag->length) + " bytes ends after " + length;
+    } else if (header && gap_->length < static_cast<std::uint64_t>(header->bytes())) {
+        event.kind = "cut";
+        event.text = "a frame of " + std::to_string(header->bytes()) + " bytes ends after " + length;
     } else if (r.frames == 0 || at_end) {
         event.kind = r.frames == 0 ? "leading" : "trailing";
-        for (const std::string_view tag : {"ID3", "TAG", "APETAGEX", "LYRICSBEGIN"}) {
-            if (!start.starts_with(tag)) continue;
-            event.is_damage = false;
-            event.text = std::to_string(gap_->length) + " bytes of a tag (" + std::string(tag) + ")";
-        }
     }
-    if (event.is_damage) r.lost_bytes += gap_->length;
+    r.lost_bytes += gap_->length;
     gap_.reset();
     r.padding.restart();
     note(std::move(event));
+}
+
+/// Tags belong to the start or the end of a file; between frames two files meet.
+void report_builder::close_tags(bool at_end) {
+    if (!tags_) return;
+    stream_event event = event_here(tags_->offset, tags_->length);
+    event.text = std::to_string(tags_->length) + " bytes of a tag (" + tags_->names + ")";
+    event.is_damage = report_.frames > 0 && !at_end;
+    event.kind = report_.frames == 0 ? "leading" : at_end ? "trailing" : "joined";
+    if (event.is_damage) event.text += " between frames: one file was put behind another";
+    tags_.reset();
+    note(std::move(event));
+}
+
+void report_builder::judge_container() {
+    const container_facts &c = container_;
+    const auto tell = [&](const std::string &text) {
+        stream_event event{.kind = "container", .text = "the header of the WAV file " + text};
+        note(std::move(event));
+    };
+    const auto differs = [&](const char *what, int says, int is) {
+        if (says != 0 && says != is)
+            tell("says " + std::to_string(says) + ' ' + what + ", its frames have "
+                 + std::to_string(is));
+    };
+    differs("Hz", c.rate, report_.usual(stream_report::rate));
+    differs("channels", c.channels, report_.usual(stream_report::mode) == 3 ? 1 : 2);
+    if (c.is_empty) tell("says that there is no sound in it");
+    if (c.promised > report_.bytes)
+        tell("promises " + std::to_string(c.promised) + " bytes of sound, "
+             + std::to_string(c.promised - report_.bytes) + " are missing");
 }
 
 void report_builder::note(stream_event event) {
@@ -191,13 +236,37 @@ void report_builder::note(stream_event event) {
         report_.events.push_back(std::move(event));
 }
 
+/// The same fault in the next frame is no place of its own.
+void report_builder::note_fault(stream_event event) {
+    constexpr std::size_t most_faults = 8; // of a frame
+    auto &events = report_.events;
+    const std::size_t first = events.size() - std::min(events.size(), most_faults);
+    for (stream_event &earlier : std::span(events).subspan(first)) {
+        if (earlier.text != event.text || earlier.kind != "fault"
+            || earlier.frame + earlier.frames != event.frame
+            || earlier.offset + earlier.length != event.offset)
+            continue;
+        earlier.length += event.length;
+        ++earlier.frames;
+        return;
+    }
+    event.frames = 1;
+    note(std::move(event));
+}
+
 stream_report report_builder::finish(const std::string &other_kind) {
-    if (report_.frames == 0)
+    stream_report &r = report_;
+    if (r.frames == 0)
         throw failure(exit_code::input,
-                      report_.name + " has no frame of MPEG audio, Layer I or II"
+                      r.name + " has no frame of MPEG audio, Layer I or II"
                           + (other_kind.empty() ? "" : "; it seems to be " + other_kind));
     close_gap(true);
-    return std::move(report_);
+    close_tags(true);
+    for (const auto &[header, use] : r.headers)
+        for (std::size_t i = 0; i < header.size(); ++i)
+            r.values[i][header[i]] += use.frames;
+    judge_container();
+    return std::move(r);
 }
 
 } // namespace tools

@@ -13,17 +13,30 @@
 
 namespace tools {
 
+/// What a container says about the stream in it.
+struct container_facts {
+    std::string name = "none", description = {};
+    int track = -1;         ///< of a container with several, as ffmpeg counts
+    std::uint64_t base = 0; ///< where the stream begins in the file
+    /// Of a WAV file; 0 where its header does not tell.
+    int rate = 0, channels = 0;
+    std::uint64_t promised = 0; ///< bytes of sound
+    bool is_empty = false;      ///< the header says that there is no sound
+};
+
 /// How often each value occurred.
 using value_counts = std::map<int, std::uint64_t>;
 
 /// A place where the stream is not what it should be.
 struct stream_event {
-    std::string kind; ///< "leading", "trailing", "gap", "cut", "fault", "change"
+    /// "leading", "trailing", "gap", "cut", "joined", "fault", "change", "container"
+    std::string kind;
     bool is_damage = true;
     std::uint64_t offset = 0, length = 0; ///< bytes of the file
     std::uint64_t frame = 0;              ///< frames before it
     double seconds = 0;                   ///< of sound before it
     std::string text;
+    std::uint64_t frames = 0; ///< how many in a row have the same fault
 };
 
 /// Padding against the exact average bitrate. A slot too many or too few at any time, and the deviation
@@ -47,15 +60,16 @@ struct bit_totals {
                   ancillary = 0, unused = 0;
 };
 
-struct stream_report {
-    static constexpr std::size_t listed_events = 1000;
+/// Frames whose headers say the same.
+struct header_use {
+    std::uint64_t frames = 0;
+    std::uint64_t frame = 0, offset = 0; ///< the first of them, and where it begins
+    double seconds = 0;
+};
 
-    std::string name;
-    bool in_wav = false;
-    std::uint64_t bytes = 0, frame_bytes = 0, frames = 0;
-    std::map<int, std::uint64_t> samples; ///< per channel, by sampling rate
-    // From here on of the sound frames only, but for the counts of damage.
-    /// By field, in the order of the header.
+/// What frames that can be relied on are like.
+struct stream_statistics {
+    /// In the order of the header.
     enum field {
         version,
         layer,
@@ -69,20 +83,42 @@ struct stream_report {
         emphasis,
         fields
     };
-    std::array<value_counts, fields> values;
+    std::uint64_t counted = 0; ///< frames
+    std::map<std::array<int, fields>, header_use> headers;
     value_counts bounds; ///< of frames with intensity stereo
-    std::uint64_t crc_right = 0, crc_wrong = 0, padded = 0, damaged_frames = 0, lost_bytes = 0;
-    std::map<unsigned, std::uint64_t> faults, remarks; ///< by bit
+    std::uint64_t padded = 0;
     padding_tracker padding;
     bit_totals bits;
     std::array<std::uint64_t, 4> scfsi{};
     int sblimit = 0, channels = 0; ///< the greatest
-    /// Sums over the frames: bits a sample, and frames with an allocation: [channel][subband].
+    /// Sums over the frames of bits a sample: [channel][subband].
     double sample_bits[2][32] = {};
-    std::uint64_t allocated[2][32] = {};
-    std::vector<stream_event> events; ///< the first ones
+};
+
+using header_fields = std::array<int, stream_statistics::fields>;
+
+/// A rule that the stream breaks, of a format or of the user's.
+struct violation {
+    std::string rule;                    ///< what was asked for; empty for a format's
+    std::string text;                    ///< what is wrong
+    std::uint64_t frame = 0, offset = 0; ///< where it begins
+    double seconds = 0;
+};
+
+struct stream_report : stream_statistics {
+    static constexpr std::size_t listed_events = 1000;
+
+    std::string name;
+    std::string container = "none", container_description;
+    int track = -1;
+    std::uint64_t bytes = 0, frame_bytes = 0, frames = 0;
+    std::map<int, std::uint64_t> samples;    ///< per channel, by sampling rate
+    std::array<value_counts, fields> values; ///< of `headers`, by field
+    std::uint64_t crc_right = 0, crc_wrong = 0, damaged_frames = 0, lost_bytes = 0;
+    std::map<unsigned, std::uint64_t> faults, remarks; ///< by bit
+    std::vector<stream_event> events;                  ///< the first ones
     std::uint64_t event_count = 0, damage_count = 0;
-    std::vector<std::string> violations; ///< of the preset's rules
+    std::vector<violation> violations;
 
     bool is_constant(field which) const { return values[which].size() <= 1; }
     /// The most frequent value.
@@ -104,28 +140,42 @@ double bits_per_sample(int layer, int steps);
 
 class report_builder {
   public:
-    /// @param base  added to every offset
-    report_builder(std::string name, std::uint64_t base);
+    report_builder(std::string name, container_facts container);
 
     void add(const stream_piece &piece);
     /// The same for a frame that is parsed already.
     void add(const stream_piece &piece, const parsed_frame &frame);
+    /// @param other_kind  what the file seems to be instead
     /// @throws failure when there was no frame
     stream_report finish(const std::string &other_kind);
+
+    /// Where a piece begins in the file.
+    std::uint64_t offset_of(const stream_piece &piece) const { return container_.base + piece.offset; }
 
     const stream_report &so_far() const { return report_; }
 
   private:
-    void add_values(const parsed_frame &frame);
+    void add_statistics(const stream_event &here, const parsed_frame &frame);
     void add_side_information(const parsed_frame &frame);
     void close_gap(bool at_end);
+    void close_tags(bool at_end);
+    void judge_container();
+    stream_event event_here(std::uint64_t offset, std::uint64_t length) const;
     void note(stream_event event);
+    void note_fault(stream_event event);
+
+    /// Tags one behind the other, whose meaning depends on what follows.
+    struct tag_run {
+        std::uint64_t offset = 0, length = 0;
+        std::string names;
+    };
 
     stream_report report_;
-    std::uint64_t base_;
+    container_facts container_;
     std::optional<stream_piece> gap_; ///< the last piece, whose meaning depends on the next
-    std::array<std::uint8_t, 16> gap_head_{};
+    std::optional<tag_run> tags_;
     std::optional<stream_header> last_;
+    bool has_sound_frame_ = false;
 };
 
 } // namespace tools

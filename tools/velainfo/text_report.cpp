@@ -2,6 +2,7 @@
 
 #include "common/printable.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -36,7 +37,9 @@ std::string heading(const stream_report &r) {
     text += r.is_constant(stream_report::kbps)
                 ? ", " + std::to_string(r.usual(stream_report::kbps)) + " kbit/s"
                 : format(", %.1f kbit/s on average", r.average_kbps());
-    return text + (r.in_wav ? ", in a WAV file" : "") + "\n";
+    if (r.container == "wav") text += ", in a WAV file";
+    if (r.track >= 0) text += ", track " + std::to_string(r.track) + " of " + r.container_description;
+    return text + "\n";
 }
 
 /// "448 (12), 384 (3)": values and how many frames have them.
@@ -104,7 +107,7 @@ std::string bound_text(const stream_report &r) {
             format("%s%d (%llu frames)", text.empty() ? "" : ", ", bound, static_cast<number>(count));
         shared += count;
     }
-    return text + format(", none (%llu)", static_cast<number>(r.frames - shared));
+    return text + format(", none (%llu)", static_cast<number>(r.counted - shared));
 }
 
 std::string subband_row(const char *label, const double (&values)[32], int count) {
@@ -117,7 +120,7 @@ std::string subband_row(const char *label, const double (&values)[32], int count
 
 std::string allocation_rows(const stream_report &r) {
     std::string text = row("allocation", "bits a sample on average, by subband");
-    const auto sound = static_cast<double>(std::max<std::uint64_t>(r.frames - r.damaged_frames, 1));
+    const auto sound = static_cast<double>(std::max<std::uint64_t>(r.counted, 1));
     for (int ch = 0; ch < r.channels; ++ch) {
         double average[32];
         for (int sb = 0; sb < 32; ++sb)
@@ -140,12 +143,29 @@ std::string selection_text(const stream_report &r) {
     return text;
 }
 
+/// "0:05.123", "1:00:05.123"
+std::string clock_text(double seconds) {
+    const auto whole = static_cast<number>(seconds);
+    const std::string rest = format("%06.3f", seconds - static_cast<double>(whole / 60 * 60));
+    if (whole < 3600) return format("%llu:", whole / 60) + rest;
+    return format("%llu:%02llu:", whole / 3600, whole / 60 % 60) + rest;
+}
+
+/// "frame 5, 0.120 s, byte 3360", "frames 5 to 9, ..."
+std::string place_text(std::uint64_t frame, std::uint64_t frames, double seconds,
+                       std::uint64_t offset) {
+    std::string text = format("frame %llu", static_cast<number>(frame));
+    if (frames > 1)
+        text = format("frames %llu to %llu", static_cast<number>(frame),
+                      static_cast<number>(frame + frames - 1));
+    return text + format(", %.3f s, byte %llu", seconds, static_cast<number>(offset));
+}
+
 std::string event_rows(const stream_report &r) {
     std::string text;
     for (const stream_event &e : r.events)
-        text += format("    frame %llu, %.3f s, byte %llu: ", static_cast<number>(e.frame), e.seconds,
-                       static_cast<number>(e.offset))
-                + e.text + (e.is_damage ? "\n" : " (no damage)\n");
+        text += "    " + place_text(e.frame, e.frames, e.seconds, e.offset) + ": " + e.text
+                + (e.is_damage ? "\n" : " (no damage)\n");
     if (r.event_count > r.events.size())
         text += format("    and %llu more\n", static_cast<number>(r.event_count - r.events.size()));
     return text;
@@ -156,8 +176,13 @@ std::string verdict_rows(const stream_report &r) {
     for (const auto &[bit, count] : r.remarks)
         text += row("remark", std::string(remark_text(bit))
                                   + format(" (%llu frames)", static_cast<number>(count)));
-    for (const std::string &violation : r.violations)
-        text += row("rule", violation);
+    for (const violation &broken : r.violations)
+        text +=
+            row("rule",
+                broken.text
+                    + (broken.frame == 0
+                           ? ""
+                           : ", from " + place_text(broken.frame, 1, broken.seconds, broken.offset)));
     if (r.is_sound()) return text + row("damage", "none") + event_rows(r);
     return text
            + row("damage",
@@ -167,10 +192,49 @@ std::string verdict_rows(const stream_report &r) {
            + event_rows(r);
 }
 
+std::string sound_rows(const sound_report &s) {
+    const auto figure = [](const std::optional<double> &value, const char *unit) {
+        return value ? format("%.1f %s", *value, unit) : "none";
+    };
+    const loudness_figures &l = s.loudness;
+    std::string text = row("loudness", figure(l.integrated, "LUFS") + format(", range %.1f LU", l.range)
+                                           + ", momentary up to " + figure(l.momentary, "LUFS")
+                                           + ", short-term up to " + figure(l.short_term, "LUFS"));
+    text += row("peak", "true peak " + figure(l.true_peak, "dBTP")
+                            + format(", %llu samples clipped", static_cast<number>(s.clipped)));
+    for (std::size_t ch = 0; ch < static_cast<std::size_t>(s.channels); ++ch)
+        text += row(s.channels == 1 ? "level"
+                    : ch == 0       ? "left"
+                                    : "right",
+                    s.is_dead[ch] ? format("dead: never above %.0f dB", sound_report::silence_level)
+                                  : format("peak %.1f dB, mean %.1f dB", s.peak[ch], s.rms[ch]));
+    if (s.correlation) text += row("phase", format("correlation %+.3f", *s.correlation));
+    std::string silence = format("%.1f s at most", s.longest_silence);
+    for (const silent_stretch &stretch : s.silence)
+        silence += "\n" + std::string(16, ' ') + format("%.1f s from ", stretch.seconds)
+                   + clock_text(stretch.begin);
+    return text + row("silence", silence);
+}
+
 std::string comparison_rows(const comparison_totals &c) {
     std::string text =
         row("source", printable(c.name) + format(", %+lld samples", static_cast<long long>(c.offset))
                           + format(", correlation %.4f", c.correlation));
+    if (c.gain_db != 0) text += row("", format("the stream is %+.2f dB from its level", c.gain_db));
+    if (c.inverted) text += row("", "the stream's polarity is inverted");
+    if (c.swapped) text += row("", "left and right are exchanged");
+    text += row(
+        "",
+        "compared from " + clock_text(c.source_begin) + " to " + clock_text(c.source_end)
+            + (c.source_seconds ? " of " + clock_text(*c.source_seconds) : "")
+            + (c.outside > 0 ? format("; %llu frames lie outside of it", static_cast<number>(c.outside))
+                             : "")
+            + (c.others > 0 ? format("; %llu frames are of another kind", static_cast<number>(c.others))
+                            : ""));
+    for (const source_jump &jump : c.jumps)
+        text += row("", format("from frame %llu on %lld samples ", static_cast<number>(jump.frame),
+                               static_cast<long long>(std::abs(jump.samples)))
+                            + (jump.samples > 0 ? "are missing" : "are doubled"));
     text += row("error",
                 format("%.1f dB below the source over %llu frames; noise-to-mask %.1f dB on average, "
                        "%.1f dB at worst",
@@ -186,7 +250,8 @@ std::string comparison_rows(const comparison_totals &c) {
 
 } // namespace
 
-std::string text_of(const stream_report &r, const comparison_totals *compared) {
+std::string text_of(const stream_report &r, const comparison_totals *compared,
+                    const sound_report *sound) {
     std::string text = heading(r);
     text += row("length", format("%.3f s, %llu frames, %llu bytes", r.seconds(),
                                  static_cast<number>(r.frames), static_cast<number>(r.bytes)));
@@ -200,8 +265,25 @@ std::string text_of(const stream_report &r, const comparison_totals *compared) {
     text += row("bits", bits_text(r));
     if (r.values[stream_report::layer].contains(2)) text += row("scale factors", selection_text(r));
     text += allocation_rows(r);
+    if (sound != nullptr) text += sound_rows(*sound);
     if (compared != nullptr) text += comparison_rows(*compared);
     return text + verdict_rows(r);
+}
+
+std::string brief_of(const stream_report &r) {
+    const char *const verdict = !r.is_sound() ? "damaged" : r.violations.empty() ? "sound" : "unfit";
+    std::string text = format("%-11s ", verdict) + heading(r);
+    text.pop_back();
+    text += ", " + clock_text(r.seconds());
+    if (!r.is_sound()) {
+        const auto first = std::ranges::find_if(r.events, &stream_event::is_damage);
+        if (first != r.events.end())
+            text += "; " + place_text(first->frame, first->frames, first->seconds, first->offset) + ": "
+                    + first->text;
+    } else if (!r.violations.empty()) {
+        text += "; " + r.violations.front().text;
+    }
+    return text + "\n";
 }
 
 std::string frame_line_heading() {
@@ -209,13 +291,12 @@ std::string frame_line_heading() {
            "scalefactors samples rest faults\n";
 }
 
-std::string frame_line(const stream_report &before, const stream_piece &piece,
-                       const parsed_frame &frame) {
+std::string frame_line(const stream_report &before, std::uint64_t offset, const parsed_frame &frame) {
     const bit_shares &b = frame.bits;
     std::string line = format(
         "%llu %llu %llu %.6f %d %d %d %d %s %d %d %d %d %d %d %d ", static_cast<number>(before.frames),
-        static_cast<number>(piece.offset), static_cast<number>(piece.length), before.seconds(),
-        frame.kbps, frame.padding, frame.mode, frame.bound,
+        static_cast<number>(offset), static_cast<number>(frame.bytes()), before.seconds(), frame.kbps,
+        frame.padding, frame.mode, frame.bound,
         frame.crc == 0                    ? "-"
         : (frame.faults & fault_crc) != 0 ? "wrong"
                                           : "right",
