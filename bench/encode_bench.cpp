@@ -5,6 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <span>
 #include <string>
 
 namespace {
@@ -34,6 +36,7 @@ struct stream_case {
     const char *name;
     int layer, mode, sample_rate, kbps;
     mpeg_a_model model = MPEG_A_MODEL_STANDARD;
+    bool frame_by_frame = false; ///< a call for every frame; else one for ten seconds
 };
 
 constexpr stream_case cases[] = {
@@ -44,6 +47,15 @@ constexpr stream_case cases[] = {
     {"layer1/stereo/48000/384", 1, MPEG_A_MODE_STEREO, 48000, 384},
     {"layer1/joint/48000/192", 1, MPEG_A_MODE_JOINT_STEREO, 48000, 192},
     {"layer1/mono/44100/192", 1, MPEG_A_MODE_MONO, 44100, 192},
+    {"layer2/stereo/48000/224/frame_by_frame", 2, MPEG_A_MODE_STEREO, 48000, 224, MPEG_A_MODEL_STANDARD,
+     true},
+    {"layer2/mono/48000/128/frame_by_frame", 2, MPEG_A_MODE_MONO, 48000, 128, MPEG_A_MODEL_STANDARD,
+     true},
+    {"layer1/stereo/48000/384/frame_by_frame", 1, MPEG_A_MODE_STEREO, 48000, 384, MPEG_A_MODEL_STANDARD,
+     true},
+    {"layer1/mono/44100/192/frame_by_frame", 1, MPEG_A_MODE_MONO, 44100, 192, MPEG_A_MODEL_STANDARD,
+     true},
+    {"layer2/mono/48000/128/tuned", 2, MPEG_A_MODE_MONO, 48000, 128, MPEG_A_MODEL_TUNED},
     {"layer2/stereo/48000/224/tuned", 2, MPEG_A_MODE_STEREO, 48000, 224, MPEG_A_MODEL_TUNED},
     {"layer2/joint/48000/128/tuned", 2, MPEG_A_MODE_JOINT_STEREO, 48000, 128, MPEG_A_MODEL_TUNED},
     {"layer1/stereo/48000/384/tuned", 1, MPEG_A_MODE_STEREO, 48000, 384, MPEG_A_MODEL_TUNED},
@@ -67,8 +79,14 @@ void encode(benchmark::State &state, const stream_case &stream, level which) {
     mpeg_a_encoder *const encoder = make_encoder(stream);
     null_output output;
     encoder->init(&output, which);
+    const auto all = std::as_bytes(std::span(music));
+    const auto frame =
+        static_cast<std::size_t>(samples_per_frame(stream.layer) * channels) * sizeof music[0];
+    const std::size_t most = stream.frame_by_frame ? frame : all.size();
     for (auto _ : state) {
-        encoder->put_bytes(music.data(), static_cast<std::uint32_t>(music.size() * sizeof music[0]));
+        for (auto rest = all; !rest.empty(); rest = rest.subspan(std::min(most, rest.size()))) {
+            encoder->put_bytes(rest.data(), static_cast<std::uint32_t>(std::min(most, rest.size())));
+        }
     }
     const double frames = static_cast<double>(output.frames);
     const double seconds = frames * samples_per_frame(stream.layer) / stream.sample_rate;
