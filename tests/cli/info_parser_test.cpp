@@ -35,8 +35,8 @@ const std::string layer1 = "FFFF/16 14C0/16 ", layer2 = "FFFD/16 14C0/16 ";
 /// Layer I: subbands 30 and 31 have 3 and 4 bits a sample, which fills the frame exactly.
 const std::string full1 = "0/4*30 2/4 3/4 ";
 /// Layer II: one quantizer in subband 0, one scale factor.
-std::string only(int allocation, const std::string &samples) {
-    return layer2 + std::to_string(allocation) + "/4 0/4 0/3*6 2/2 3E/6 " + samples;
+std::string only(int allocation, const std::string &words) {
+    return layer2 + std::to_string(allocation) + "/4 0/4 0/3*6 2/2 3E/6 " + words;
 }
 
 TEST(info_parser, every_rule_has_its_own_verdict) {
