@@ -1,0 +1,208 @@
+// What velainfo hears: the sound itself, and the stream beside its source.
+#include "info_workbench.hpp"
+#include "velainfo/comparison.hpp"
+
+#include <cmath>
+
+namespace velaenc_test {
+namespace {
+
+/// Samples of both channels, each changed.
+std::vector<std::int16_t> changed(const std::vector<std::int16_t> &sound, double left, double right,
+                                  bool swap = false) {
+    std::vector<std::int16_t> out(sound.size());
+    for (std::size_t i = 0; i < sound.size(); ++i)
+        out[i] = static_cast<std::int16_t>((i % 2 == 0 ? left : right) * sound[swap ? i ^ 1 : i]);
+    return out;
+}
+
+TEST_F(info_test, the_sound_is_measured_as_ffmpeg_measures_it) {
+    auto sound = noise(2 * 48000 * 8);
+    for (std::size_t i = 0; i < sound.size(); ++i) {
+        const bool pause = i / 96000 == 3 || i / 96000 == 4; // two seconds
+        sound[i] = static_cast<std::int16_t>(pause ? 0 : sound[i] * (i < 48000 * 6 ? 0.2 : 0.4));
+        if (i % 4 == 1) sound[i] = sound[i - 1];
+    }
+    put("a.wav", wav(pcm(sound), 2, 48000));
+    put("dead.wav", wav(pcm(changed(sound, 0, 1)), 2, 48000));
+    run("for n in a dead; do velaenc --quiet --bitrate 256 $n.wav $n.mp2; done");
+    const auto said = json_of("--sound a.mp2")["measured"];
+    const std::string judged =
+        run("ffmpeg -nostats -i a.mp2 -af ebur128=peak=true+sample -f null - 2>&1").out;
+    const auto figure = [&](const char *label) {
+        const auto summary = judged.rfind("Summary:"), at = judged.find(label, summary);
+        return std::stod(judged.substr(at + std::string(label).size()));
+    };
+    EXPECT_NEAR(said["loudness"], figure("I:"), 0.1);
+    EXPECT_NEAR(said["range"], figure("LRA:"), 0.2);
+    const auto peaks = judged.substr(judged.rfind("True peak:"));
+    EXPECT_NEAR(said["true_peak"], std::stod(peaks.substr(peaks.find("Peak:") + 5)), 0.3);
+    const auto samples = heard("a.mp2");
+    double product = 0, energy[2] = {};
+    for (std::size_t i = 0; i < samples.size(); i += 2) {
+        product += samples[i] * samples[i + 1];
+        energy[0] += samples[i] * samples[i];
+        energy[1] += samples[i + 1] * samples[i + 1];
+    }
+    EXPECT_NEAR(said["correlation"], product / std::sqrt(energy[0] * energy[1]), 1e-3);
+    EXPECT_NEAR(said["rms"][1], 10 * std::log10(2 * energy[1] / static_cast<double>(samples.size())),
+                0.01);
+    ASSERT_EQ(said["silence"].size(), 1u);
+    EXPECT_NEAR(said["silence"][0]["begin"], 3, 0.03);
+    EXPECT_NEAR(said["silence"][0]["seconds"], 2, 0.05);
+    EXPECT_EQ(json_of("--sound dead.mp2")["measured"]["dead"], (nlohmann::json{true, false}));
+    EXPECT_EQ(json_of("--expect silence=1s,dead-channels=0,loudness=-23+-30,true-peak=..0 dead.mp2",
+                      7)["broken"]
+                  .size(),
+              2u);
+    // A stereo signal in phase: a policy of its own.
+    EXPECT_EQ(json_of("--expect correlation=0.1,clipped=0,range=..20 a.mp2")["broken"].size(), 0u);
+}
+
+TEST_F(info_test, a_source_that_differs_by_more_than_the_coding_is_named_and_compared_all_the_same) {
+    constexpr int rate = 48000;
+    auto sound = noise(2 * 4 * rate);
+    // Like music it has more bass than treble, and gets louder: what is loud elsewhere must not attract.
+    for (std::size_t i = 2; i < sound.size(); ++i)
+        sound[i] = static_cast<std::int16_t>(0.95 * sound[i - 2] + 0.05 * sound[i]);
+    for (std::size_t i = 0; i < sound.size(); ++i)
+        sound[i] = static_cast<std::int16_t>(sound[i] * (i < sound.size() / 2 ? 0.3 : 3));
+    std::vector<std::int16_t> tone(sound.size());
+    for (std::size_t i = 0; i < tone.size(); ++i)
+        tone[i] = static_cast<std::int16_t>(9000 * std::sin(0.0575958653 * static_cast<double>(i / 2)));
+    const auto from = [&](double seconds) {
+        return sound.begin() + 2 * static_cast<long>(seconds * rate);
+    };
+    const auto file = [&](const std::string &name, const std::vector<std::int16_t> &samples,
+                          int channels = 2, int hertz = 48000) {
+        put(name + ".wav", wav(pcm(samples), channels, hertz));
+    };
+    file("same", sound);
+    file("half", changed(sound, 0.5, 0.5));
+    file("inverted", changed(sound, -1, -1));
+    file("swapped", changed(sound, 1, 1, true));
+    file("left", changed(sound, 0, 1));
+    file("trimmed", {from(1), sound.end()});
+    file("short", {sound.begin(), from(3)});
+    file("tone", tone);
+    // Six channels of which only the front ones sound; velaenc brings both to stereo at 48 kHz.
+    std::vector<std::int16_t> six;
+    for (std::size_t i = 0; i < sound.size(); i += 2)
+        six.insert(six.end(), {sound[i], sound[i + 1], 0, 0, 0, 0});
+    file("six", six, 6);
+    file("slow", sound, 2, 32000);
+    for (const char *name : {"same", "left", "tone", "six", "slow"})
+        run(std::string("velaenc --quiet --bitrate 384 --to-rate 48000 --mode stereo ") + name + ".wav "
+            + name + ".mp2");
+    const std::string stream = get("same.mp2");
+    constexpr std::size_t frame = 1152;
+    put("lost.mp2", stream.substr(0, 50 * frame) + stream.substr(52 * frame));
+    put("doubled.mp2", stream.substr(0, 120 * frame) + stream.substr(119 * frame));
+    file("tiny", {sound.begin(), from(0.4)});
+    const std::string other_layer = encoded("--layer 1 tiny.wav"),
+                      mono = encoded("--mode mono tiny.wav"),
+                      others = std::to_string(frames_of(other_layer).size() + frames_of(mono).size());
+    put("mixed.mp2", stream + other_layer + mono);
+    const struct {
+        const char *files;
+        int offset;
+        std::string fields; ///< that differ from those of the same source
+    } cases[] = {{"same.wav same.mp2", -481, "{}"},
+                 {"half.wav same.mp2", -481, R"({"gain_db":6.0})"},
+                 {"inverted.wav same.mp2", -481, R"({"inverted":true})"},
+                 {"swapped.wav same.mp2", -481, R"({"swapped":true})"},
+                 {"left.wav left.mp2", -481, "{}"},
+                 {"tone.wav tone.mp2", -481, "{}"},
+                 {"six.wav six.mp2", -481, "{}"},
+                 {"slow.wav slow.mp2", -481, "{}"},
+                 {"trimmed.wav same.mp2", -48481, R"({"outside":43,"source_seconds":3.0})"},
+                 {"short.wav same.mp2", -481, R"({"outside":42,"source_seconds":3.0})"},
+                 {"same.wav lost.mp2", -481, R"({"jumps":[{"frame":50,"samples":2304}]})"},
+                 {"same.wav doubled.mp2", -481, R"({"jumps":[{"frame":120,"samples":-1152}]})"},
+                 {"same.wav mixed.mp2", -481, R"({"outside":1,"others":)" + others + "}"}};
+    nlohmann::json same;
+    for (const auto &[files, offset, fields] : cases) {
+        const auto said = json_of("--source " + std::string(files))["comparison"];
+        nlohmann::json expected{{"gain_db", 0.0},
+                                {"inverted", false},
+                                {"swapped", false},
+                                {"outside", 0},
+                                {"others", 0},
+                                {"jumps", nlohmann::json::array()},
+                                {"source_seconds", std::string(files).starts_with("slow") ? 6.0 : 4.0}};
+        expected.update(nlohmann::json::parse(fields));
+        EXPECT_EQ(said["offset"], offset) << files;
+        for (const auto &[name, value] : expected.items()) {
+            auto heard_value = said[name];
+            if (name == "gain_db") heard_value = std::round(heard_value.get<double>() * 10) / 10;
+            EXPECT_EQ(heard_value, value) << files << ": " << name;
+        }
+        // None of the figures suffers.
+        if (!same.is_object()) same = said;
+        if (std::string(files).find("tone") != std::string::npos) continue;
+        EXPECT_GT(said["snr"], same["snr"].get<double>() - 2) << files;
+        EXPECT_LT(said["worst_nmr"], same["worst_nmr"].get<double>() + 6) << files;
+    }
+}
+
+TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_it) {
+    const auto sound = noise(2 * 60000);
+    put("source.wav", wav(pcm(sound, 3), 2, 48000, 3));
+    put("later.wav", wav(pcm({sound.begin() + 2 * 5000, sound.end()}), 2, 48000));
+    put("other.wav", wav(pcm(noise(2 * 60000, 99)), 2, 48000));
+    std::vector<double> ratios;
+    for (const std::string options :
+         {"--layer 2 --bitrate 128", "--layer 2 --bitrate 384", "--layer 1 --bitrate 448"}) {
+        run("velaenc --quiet " + options + " later.wav x.mp2");
+        const auto compared = json_of("--source source.wav x.mp2")["comparison"];
+        // By hand: the filterbanks delay by 481 samples, and in Layer I the encoder looks back by 64 more.
+        EXPECT_EQ(compared["offset"], 5000 - 481 - (options.starts_with("--layer 1") ? 64 : 0))
+            << options;
+        ratios.push_back(compared["snr"]);
+    }
+    EXPECT_TRUE(ratios[0] > 1 && ratios[1] > ratios[0] + 3 && ratios[2] > ratios[0])
+        << testing::PrintToString(ratios);
+    std::vector<std::int16_t> loud(noise(2 * 48000));
+    for (auto &sample : loud)
+        sample = static_cast<std::int16_t>(sample < 0 ? -32768 : 32767);
+    put("loud.wav", wav(pcm(loud), 2, 48000));
+    run("velaenc --quiet --bitrate 192 loud.wav loud.mp2");
+    const auto clipped =
+        std::ranges::count_if(heard("loud.mp2"), [](float x) { return x > 0.99995F || x <= -1; });
+    const auto counted = json_of("--source loud.wav loud.mp2")["comparison"]["clipped"].get<int>();
+    EXPECT_TRUE(clipped > 1000 && std::abs(clipped - counted) < 10) << clipped << " " << counted;
+    // Two frames of 448 bytes that are gone do not move those behind them.
+    put("hole.mp2", get("x.mp2").replace(40 * 448, 2 * 448, 2 * 448, '\0'));
+    const double around_hole = json_of("--source source.wav hole.mp2", 3)["comparison"]["snr"];
+    EXPECT_NEAR(around_hole, ratios[2], 0.5);
+    // What is told of the whole is that of its frames.
+    tools::comparison_totals sums;
+    sums.worst_nmr = -1e9;
+    double ratio = 0;
+    std::array<double, 2> energy{};
+    const auto x = get("x.mp2");
+    const auto totals =
+        tools::compare_with_source(path("x.mp2"), report_of({x.begin(), x.end()}), path("source.wav"),
+                                   [&](const tools::compared_frame &frame) {
+                                       ++sums.frames;
+                                       for (int i = 0; i < 64; ++i) {
+                                           const double nmr = frame.nmr[i / 32][i % 32];
+                                           sums.worst_nmr = std::max(sums.worst_nmr, nmr);
+                                           ratio += std::pow(10, nmr / 10) / 64;
+                                           energy[0] += std::pow(10, frame.level[i / 32][i % 32] / 10);
+                                           energy[1] += std::pow(10, frame.error[i / 32][i % 32] / 10);
+                                       }
+                                   });
+    EXPECT_EQ(totals.frames, sums.frames);
+    EXPECT_NEAR(totals.worst_nmr, sums.worst_nmr, 1e-3);
+    EXPECT_NEAR(totals.mean_nmr, 10 * std::log10(ratio / static_cast<double>(sums.frames)), 1e-3);
+    EXPECT_NEAR(totals.snr, 10 * std::log10(energy[0] / energy[1]), 1e-3);
+    put("silent.wav", wav(std::string(96000, '\0'), 2, 48000));
+    put("silent.mp2", encoded("silent.wav"));
+    for (const auto &[files, words] : {std::pair{"other.wav x.mp2", "does not seem to be the source"},
+                                       {"silent.wav silent.mp2", "nothing to align"}})
+        run(std::string("velainfo --source ") + files, 2, words);
+}
+
+} // namespace
+} // namespace velaenc_test
