@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdlib>
 #include <cstring>
 
 namespace tools {
@@ -25,13 +24,17 @@ void add_floats(clip_count &count, std::span<const std::byte> pcm) noexcept {
 }
 
 /// The upper 16 bits of each sample, which tell its magnitude to a thousandth of a decibel where it matters.
-void add_integers(clip_count &count, std::span<const std::byte> pcm, std::size_t width) noexcept {
-    std::int32_t largest = 0;
+/// A width that is known and extremes of 16 bits let samples be compared in lanes.
+template <std::size_t width>
+void add_integers(clip_count &count, std::span<const std::byte> pcm) noexcept {
+    std::int16_t lowest = 0, highest = 0;
     for (std::size_t i = width - 2; i < pcm.size(); i += width) {
         std::int16_t value;
         std::memcpy(&value, &pcm[i], sizeof value);
-        largest = std::max(largest, std::abs(static_cast<std::int32_t>(value)));
+        lowest = std::min(lowest, value);
+        highest = std::max(highest, value);
     }
+    const int largest = std::max(-int{lowest}, int{highest});
     count.peak = std::max(count.peak, static_cast<float>(largest) * 0x1p-15f);
 }
 
@@ -40,8 +43,10 @@ void add_integers(clip_count &count, std::span<const std::byte> pcm, std::size_t
 void clip_count::add(std::span<const std::byte> pcm, sample_format format) noexcept {
     if (format == sample_format::f32)
         add_floats(*this, pcm);
+    else if (format == sample_format::s24)
+        add_integers<3>(*this, pcm);
     else
-        add_integers(*this, pcm, static_cast<std::size_t>(format));
+        add_integers<2>(*this, pcm);
 }
 
 void clip_count::add(const clip_count &other) noexcept {
