@@ -276,6 +276,9 @@ TEST_F(output_test, tags_of_any_format_stand_in_front_where_every_reader_skips_t
     run("velaenc in.flac --output-dir o --tags && velaenc in.flac --output-dir o --tags --resume", 0,
         "1 complete before");
     run("velaenc in.flac o/in.mp2 --tags", 0, "replaced");
+    // Half a tag is no stream, neither one that is complete nor one that may be replaced.
+    run("head -c 300 o/in.mp2 >cut && mv cut o/in.mp2");
+    run("velaenc in.flac --output-dir o --tags --resume", 6, "is not MPEG-1 audio");
     EXPECT_TRUE(encoded("bare.wav -q --tags") == bare);
     run("velaenc bare.wav --tags", 0, "--tags finds no tags");
     run("cat in.wav | velaenc - x.mp2 --tags", 0, "--tags finds no tags");
