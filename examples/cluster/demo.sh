@@ -16,8 +16,8 @@ mkdir "$work/bin"
 cat >"$work/bin/velaenc" <<WRAPPER
 #!/usr/bin/env bash
 case "\${VELA_NODE:-}\${SLURMD_NODENAME:-}" in */2 | n2) ;; *) exec "${PATH%%:*}/velaenc" "\$@" ;; esac
-"${PATH%%:*}/velaenc" "\$@" &
-sleep 0.05
+nice -n 19 "${PATH%%:*}/velaenc" "\$@" &
+while read -r name <"/proc/\$!/comm" && [ "\$name" != velaenc ]; do :; done
 kill -STOP \$!
 wait
 WRAPPER
