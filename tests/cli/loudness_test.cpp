@@ -53,6 +53,8 @@ TEST(loudness, is_that_of_tech_3341) {
         std::vector<tone> tones;
         int times;
     } whole_programmes[] = {
+        {1, {{-23, 20}}, 1},
+        {3, {{-36, 10}, {-23, 60}, {-36, 10}}, 1},
         {4, {{-72, 10}, {-36, 10}, {-23, 60}, {-36, 10}, {-72, 10}}, 1},
         {5, {{-26, 20}, {-20, 20.1}, {-26, 20}}, 1},
         {9, {{-20, 1.34}, {-30, 1.66}}, 5},
@@ -92,7 +94,7 @@ TEST(loudness, has_the_range_of_tech_3342) {
     const struct {
         std::vector<double> levels;
         double range;
-    } cases[] = {{{-20, -15}, 5}, {{-50, -35, -20, -35, -50}, 15}};
+    } cases[] = {{{-20, -30}, 10}, {{-20, -15}, 5}, {{-40, -20}, 20}, {{-50, -35, -20, -35, -50}, 15}};
     for (const auto &[levels, range] : cases) {
         std::vector<tone> tones;
         for (const double db : levels)

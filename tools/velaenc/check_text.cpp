@@ -3,20 +3,9 @@
 #include "common/counted.hpp"
 #include "jobs/progress.hpp"
 
-#include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace tools {
-namespace {
-
-std::string number_in_text(const char *format, double value) {
-    std::array<char, 48> text;
-    std::snprintf(text.data(), text.size(), format, value);
-    return text.data();
-}
-
-} // namespace
 
 std::optional<std::size_t> least_second(const check_result &checked) {
     std::optional<std::size_t> least;
@@ -35,9 +24,9 @@ double excess_of(const check_result &checked) {
 std::string check_text(const check_result &checked) {
     std::string text = "checked: libmpg123 decodes every frame";
     if (const auto whole = checked.whole())
-        text += number_in_text(", signal-to-noise ratio %.1f dB", *whole);
+        text += formatted(", signal-to-noise ratio %.1f dB", *whole);
     if (const auto least = least_second(checked))
-        text += number_in_text(", at least %.1f dB", *checked.second(*least)) + " (at "
+        text += formatted(", at least %.1f dB", *checked.second(*least)) + " (at "
                 + clock_text(static_cast<double>(*least), 0) + ")";
     return text;
 }
@@ -46,8 +35,8 @@ std::string overs_text(const check_result &checked, double gain_db) {
     const double excess = excess_of(checked);
     return counted(checked.overs.samples, "decoded sample")
            + (checked.overs.samples == 1 ? " lies" : " lie") + " beyond full scale, by up to "
-           + number_in_text("%.1f dB", 20 * std::log10(checked.overs.peak))
-           + "; players will clip them, unless --gain " + number_in_text("%.1f", gain_db - excess)
+           + formatted("%.1f dB", 20 * std::log10(checked.overs.peak))
+           + "; players will clip them, unless --gain " + formatted("%.1f", gain_db - excess)
            + " lowers all";
 }
 

@@ -1,20 +1,14 @@
 #include "velaenc/loudness_goal.hpp"
 
+#include "common/counted.hpp"
+
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
 namespace tools {
 namespace {
 
-std::string number_text(const char *format, double value) {
-    std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), format, value);
-    return text.data();
-}
-
 std::string level_text(const std::optional<double> &value, const char *unit) {
-    return value ? number_text("%.1f ", *value) + unit : "none";
+    return value ? formatted("%.1f ", *value) + unit : "none";
 }
 
 } // namespace
@@ -36,17 +30,17 @@ programme_loudness reach_goal(const loudness_figures &input, const sound_options
 std::string loudness_text(const programme_loudness &reached, const sound_options &wanted) {
     const loudness_figures &figures = reached.figures;
     std::string text = "loudness " + level_text(figures.integrated, "LUFS") + ", range "
-                       + number_text("%.1f LU", figures.range) + ", momentary at most "
+                       + formatted("%.1f LU", figures.range) + ", momentary at most "
                        + level_text(figures.momentary, "LUFS") + ", short-term at most "
                        + level_text(figures.short_term, "LUFS") + ", true peak "
                        + level_text(figures.true_peak, "dBTP");
     if (!wanted.loudness) return text;
     if (!figures.integrated)
         return text + "; too quiet or too short to have a loudness, so its level stays";
-    text += ", after a gain of " + number_text("%+.1f dB", reached.gain_db);
+    text += ", after a gain of " + formatted("%+.1f dB", reached.gain_db);
     if (reached.limited_by_peak)
-        text += "; --true-peak " + number_text("%g", wanted.true_peak) + " keeps it below the "
-                + number_text("%g LUFS", *wanted.loudness) + " of --loudness";
+        text += "; --true-peak " + formatted("%g", wanted.true_peak) + " keeps it below the "
+                + formatted("%g LUFS", *wanted.loudness) + " of --loudness";
     return text;
 }
 

@@ -10,9 +10,7 @@
 #include "settings/record.hpp"
 #include "settings/rules.hpp"
 
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <span>
 
@@ -31,9 +29,7 @@ int stream_rate(const options &wanted, int input_rate) {
 }
 
 std::string decibels(double value) {
-    std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), "%+.1f dB", value);
-    return text.data();
+    return formatted("%+.1f dB", value);
 }
 
 std::uint64_t samples_in(std::chrono::nanoseconds time, int rate) {
