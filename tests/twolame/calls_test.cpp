@@ -279,7 +279,7 @@ TEST(calls, nothing_is_lost_and_nothing_breaks_whatever_the_order_of_calls) {
                                                  count, room, size);
     };
     EXPECT_LT(put(0, 1152, 8192), 0) << "before twolame_init_params()";
-    EXPECT_LT(twolame_encode_flush(h.get(), room, 8192), 0);
+    EXPECT_EQ(twolame_encode_flush(h.get(), room, 8192), 0) << "there is nothing";
     ASSERT_EQ(twolame_init_params(h.get()), 0);
     EXPECT_EQ(twolame_get_framelength(h.get()), frame);
     EXPECT_STREQ(twolame_get_mode_name(h.get()), "stereo");
