@@ -1,10 +1,12 @@
 // Loudness by EBU R 128: the test signals of EBU Tech 3341 and 3342, made from their descriptions, and
 // what libebur128 says of other sound when it hears all of it in one go.
+#include "input/open_pcm.hpp"
 #include "jobs/loudness_pass.hpp"
 #include "loudness/loudness_meter.hpp"
 #include "workbench.hpp"
 
 #include <cmath>
+#include <ebur128.h>
 #include <nlohmann/json.hpp>
 #include <numbers>
 
@@ -35,8 +37,9 @@ std::vector<float> signal(const std::vector<tone> &tones, int times = 1) {
 }
 
 /// Heard in pieces of no particular size.
-tools::loudness_figures figures_of(std::span<const float> samples, int channels = 2) {
-    tools::programme_meter meter(channels, sound_rate);
+tools::loudness_figures figures_of(std::span<const float> samples, int channels = 2,
+                                   int rate = sound_rate) {
+    tools::programme_meter meter(channels, rate);
     for (std::size_t piece = 2; !samples.empty(); piece = piece * 7 % 30011 / 2 * 2 + 2) {
         const auto part = samples.first(std::min(piece, samples.size()));
         meter.add(part);
@@ -106,9 +109,9 @@ TEST(loudness, has_the_range_of_tech_3342) {
 class loudness_test : public workbench {
   protected:
     /// Twelve seconds of a sine in both channels, whose samples are all half as large as its peaks' bound.
-    void put_sine(const std::string &name, double db, double seconds = 12) const {
+    void put_sine(const std::string &name, double db) const {
         std::vector<std::int16_t> samples;
-        for (const float value : signal({{db, seconds}}))
+        for (const float value : signal({{db, 12}}))
             samples.push_back(static_cast<std::int16_t>(std::lround(value * 32767)));
         put(name, wav(pcm(samples), 2, sound_rate));
     }
@@ -128,15 +131,12 @@ TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
         expect_failure(start + " - out.mp2 --loudness -23", 1, "reads IN twice");
     expect_failure("velaenc in.wav out.mp2 --loudness 3", 1, "-60 to 0");
     expect_failure("velaenc in.wav out.mp2 --true-peak -3", 1, "--loudness");
-    put_sine("long.wav", -30, 61.5); // more than one part is heard at a time
     run("velaenc in.wav --loudness -20", 0, "after a gain of +10.0 dB");
     EXPECT_NEAR(measured("in.mp2", "I"), -20, 0.15);
     // A sine as loud as -10 LUFS has peaks of -10 dBTP.
     run("velaenc in.wav --loudness -5 --true-peak -12", 0,
         "--true-peak -12 keeps it below the -5 LUFS");
     EXPECT_NEAR(measured("in.mp2", "Peak"), -12, 0.3);
-    EXPECT_TRUE(encoded("long.wav -q --loudness -23 -j 1")
-                == encoded("long.wav -q --loudness -23 -j 3"));
     run("velaenc in.wav --measure", 0, "loudness -30.0 LUFS");
     run("cat in.wav | velaenc - piped.mp2 --measure -j 3", 0, "loudness -30.0 LUFS");
     EXPECT_TRUE(get("piped.mp2") == get("in.mp2"));
@@ -174,27 +174,34 @@ TEST_F(loudness_test, stands_in_the_report_and_in_the_broadcast_extension) {
     EXPECT_NEAR(line["loudness"]["integrated_lufs"].get<double>(), -23, 0.1);
     EXPECT_NEAR(line["loudness"]["gain_db"].get<double>(), 7, 0.1);
     EXPECT_FALSE(line["loudness"]["limited_by_true_peak"].get<bool>());
+    EXPECT_TRUE(encoded("in.wav --gain " + line["loudness"]["gain_db"].dump()) == get("o/in.mp2"));
 }
 
 /// Noise that swells and falls, with clicks, so that most of its values are far from the loudest.
-std::vector<float> swelling_noise(std::size_t instants, std::size_t channels) {
+std::vector<float> swelling_noise(std::size_t instants, std::size_t channels, int rate = sound_rate) {
     std::vector<float> samples;
     const auto source = noise(instants * channels);
     for (std::size_t i = 0; i < source.size(); ++i) {
-        const double t = static_cast<double>(i / channels) / sound_rate;
+        const double t = static_cast<double>(i / channels) / rate;
         const double level = 0.4 * std::abs(std::sin(t / 3)) * (i % 977 == 0 ? 1.9 : 0.3);
         samples.push_back(static_cast<float>(source[i] / 32768.0 * level));
     }
     return samples;
 }
 
-TEST(loudness, of_parts_is_that_of_the_whole_in_one_go) {
-    for (const std::size_t channels : {1u, 2u}) {
-        const std::size_t instants = 70 * sound_rate + 12345;
-        const auto samples = swelling_noise(instants, channels);
-        const auto heard = figures_of(samples, static_cast<int>(channels));
-        ebur128_state *whole = ebur128_init(static_cast<unsigned>(channels), sound_rate,
-                                            EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK);
+TEST(loudness, of_parts_is_what_libebur128_says_of_the_whole_in_one_go) {
+    const struct {
+        std::size_t channels;
+        int rate;
+        double tolerance; // ours has the response of 48 kHz, its is up to 0.02 dB higher at other rates
+    } cases[] = {{1, 48000, 0.001}, {2, 48000, 0.001}, {2, 44100, 0.005}, {1, 32000, 0.025}};
+    for (const auto &[channels, rate, tolerance] : cases) {
+        const std::size_t instants = static_cast<std::size_t>(70 * rate + 12345);
+        const auto samples = swelling_noise(instants, channels, rate);
+        const auto heard = figures_of(samples, static_cast<int>(channels), rate);
+        ebur128_state *whole =
+            ebur128_init(static_cast<unsigned>(channels), static_cast<unsigned long>(rate),
+                         EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK);
         ebur128_add_frames_float(whole, samples.data(), instants);
         double integrated = 0, range = 0, largest = 0;
         ebur128_loudness_global(whole, &integrated);
@@ -205,12 +212,34 @@ TEST(loudness, of_parts_is_that_of_the_whole_in_one_go) {
             largest = std::max(largest, peak);
         }
         ebur128_destroy(&whole);
-        EXPECT_NEAR(heard.integrated.value(), integrated, 0.001);
-        EXPECT_NEAR(heard.range, range, 0.2); // it looks once a second
-        EXPECT_DOUBLE_EQ(heard.true_peak.value(), 20 * std::log10(largest));
+        EXPECT_NEAR(heard.integrated.value(), integrated, tolerance) << rate;
+        EXPECT_NEAR(heard.range, range, 0.25); // it looks once a second
+        EXPECT_NEAR(heard.true_peak.value(), 20 * std::log10(largest), 1e-4) << rate;
     }
     EXPECT_FALSE(figures_of(std::vector<float>(sound_rate)).integrated);
     EXPECT_FALSE(figures_of(std::vector<float>(sound_rate)).true_peak);
+    auto broken = signal({{-23, 20}});
+    broken[99999] = NAN;
+    broken[199999] = INFINITY;
+    EXPECT_NEAR(figures_of(broken).integrated.value(), -23, 0.1);
+}
+
+TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
+    struct : tools::progress_listener {
+        void update(std::uint64_t) override {}
+    } nobody;
+    std::vector<std::int16_t> samples;
+    for (const float value : swelling_noise(125 * sound_rate, 2))
+        samples.push_back(static_cast<std::int16_t>(value * 32767));
+    put("in.wav", wav(pcm(samples), 2, sound_rate));
+    const auto heard = [&](int jobs) {
+        return tools::hear_source(*tools::open_pcm(tools::open_input(path("in.wav")), {}), jobs,
+                                  nobody);
+    };
+    const auto alone = heard(1), together = heard(3);
+    EXPECT_EQ(alone.energy, together.energy);
+    EXPECT_EQ(alone.peak, together.peak);
+    EXPECT_EQ(alone.energy.size(), 12500u);
 }
 
 } // namespace

@@ -47,6 +47,18 @@ gain_matrix unity_gains(int channels) {
     return gains;
 }
 
+namespace {
+
+/// What all channels are multiplied by, where none goes into another one.
+std::optional<double> gain_of_all(const gain_matrix &gains) {
+    auto plain = unity_gains(static_cast<int>(gains.size()));
+    for (std::size_t i = 0; i < plain.size(); ++i)
+        plain[i][i] = gains[0][0];
+    return gains == plain ? std::optional(gains[0][0]) : std::nullopt;
+}
+
+} // namespace
+
 gain_matrix own_gains(const std::vector<speaker> &from, std::span<const speaker_factor> own) {
     gain_matrix gains(2);
     for (const speaker each : from) {
@@ -74,7 +86,7 @@ gain_matrix bs775_gains(const std::vector<speaker> &from) {
 }
 
 channel_matrix::channel_matrix(std::unique_ptr<pcm_source> source, gain_matrix gains)
-    : source_filter(std::move(source)), gains_(std::move(gains)) {
+    : source_filter(std::move(source)), gains_(std::move(gains)), gain_(gain_of_all(gains_)) {
     shape_.channels = static_cast<int>(gains_.size());
     shape_.format = sample_format::f32;
 }
@@ -83,6 +95,11 @@ std::span<const std::byte> channel_matrix::next_block() {
     const auto block = source().next_block();
     const auto inputs = static_cast<std::size_t>(source().shape().channels);
     load_samples(block, source().shape().format, in_);
+    if (gain_) {
+        for (float &each : in_)
+            each = static_cast<float>(*gain_ * each);
+        return std::as_bytes(std::span(in_));
+    }
     out_.resize(in_.size() / inputs * gains_.size());
     float *to = out_.data();
     for (std::size_t at = 0; at < in_.size(); at += inputs)

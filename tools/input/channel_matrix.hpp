@@ -38,6 +38,7 @@ class channel_matrix final : public source_filter {
 
   private:
     gain_matrix gains_;
+    std::optional<double> gain_; ///< is all that there is to them
     std::vector<float> in_, out_;
 };
 

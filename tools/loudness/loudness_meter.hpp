@@ -1,12 +1,12 @@
-// Hears sound and writes down how loud it is, by libebur128.
+// Hears sound and writes down how loud it is.
 #pragma once
 
 #include "loudness/loudness_record.hpp"
+#include "loudness/true_peak.hpp"
+#include "loudness/weighting.hpp"
 
 #include <cstddef>
 #include <cstdint>
-#include <ebur128.h>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -21,7 +21,6 @@ class loudness_meter {
 
     /// @param channels  one or two; a single one counts once, as R 128 has it
     /// @param rate      Hz, a multiple of 100
-    /// @throws std::bad_alloc
     loudness_meter(int channels, int rate);
 
     /// What comes before the part: whole instants, interleaved, full scale 1.
@@ -35,20 +34,11 @@ class loudness_meter {
     loudness_record finish(bool is_end);
 
   private:
-    struct closes {
-        void operator()(ebur128_state *state) const noexcept;
-    };
-    using state = std::unique_ptr<ebur128_state, closes>;
-
-    void find_peak(std::span<const float> samples);
-    void look_between();
-
-    std::size_t channels_;
     std::size_t step_length_; ///< samples of all channels
     std::size_t in_step_ = 0;
-    state weighted_, interpolated_;
-    std::vector<float> near_; ///< the samples around which the interpolation looks next
-    bool follows_on_ = false; ///< it has heard those of them that it has looked at already
+    double step_instants_;
+    weighting weighting_;
+    true_peak peak_;
     loudness_record record_;
 };
 

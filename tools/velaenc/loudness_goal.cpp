@@ -3,9 +3,14 @@
 #include "common/counted.hpp"
 
 #include <algorithm>
+#include <cmath>
 
 namespace tools {
 namespace {
+
+/// A gain has two digits behind the point: as many as the report shows, and few enough that it does not depend on
+/// how a machine rounds its logarithms.
+constexpr double gain_steps = 100;
 
 std::string level_text(const std::optional<double> &value, const char *unit) {
     return value ? formatted("%.1f ", *value) + unit : "none";
@@ -16,8 +21,10 @@ std::string level_text(const std::optional<double> &value, const char *unit) {
 programme_loudness reach_goal(const loudness_figures &input, const sound_options &wanted) {
     programme_loudness reached{input};
     if (!wanted.loudness || !input.integrated) return reached;
-    reached.gain_db = *wanted.loudness - *input.integrated;
-    const double most = wanted.true_peak - input.true_peak.value_or(wanted.true_peak);
+    reached.gain_db = std::round((*wanted.loudness - *input.integrated) * gain_steps) / gain_steps;
+    const double most =
+        std::floor((wanted.true_peak - input.true_peak.value_or(wanted.true_peak)) * gain_steps)
+        / gain_steps;
     reached.limited_by_peak = input.true_peak && reached.gain_db > most;
     if (reached.limited_by_peak) reached.gain_db = most;
     auto &figures = reached.figures;

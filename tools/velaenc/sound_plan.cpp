@@ -112,9 +112,11 @@ std::unique_ptr<pcm_source> mix(std::unique_ptr<pcm_source> source, const sound_
         std::swap(gains[0], gains[1]);
     }
     if (wanted.gain_db != 0) notes.push_back("gain " + decibels(wanted.gain_db));
+    // As a float it is the same on every machine.
+    const auto factor = static_cast<float>(std::pow(10, wanted.gain_db / 20));
     for (auto &row : gains)
         for (double &gain : row)
-            gain *= std::pow(10, wanted.gain_db / 20);
+            gain *= factor;
     return std::make_unique<channel_matrix>(std::move(source), std::move(gains));
 }
 
