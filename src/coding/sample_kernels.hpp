@@ -41,11 +41,7 @@ void quantize_layer1(const part_samples &samples, const part_quantizer &q, int f
             const V base = select(positive, top, zero);
             // Not a number takes the lower branch, where the limit turns it into code 0.
             const V magnitude_bits = clamp(select(positive, y, y + one) * top, zero, limit - base);
-            std::int32_t low[lanes<V>], high[lanes<V>];
-            store_truncated(low, magnitude_bits);
-            store_truncated(high, base);
-            for (int i = 0; i < lanes<V>; ++i)
-                codes[j][sb + i] = low[i] + high[i];
+            store(codes[j] + sb, truncated(magnitude_bits) + truncated(base));
         }
     }
 }
@@ -60,8 +56,8 @@ void quantize_layer2(const part_samples &samples, const part_quantizer &q, int f
         const V limit = load<V>(q.limit + sb);
         for (int j = 0; j < 12; ++j) {
             const V x = load<V>(samples[j] + sb) * inverse;
-            store_truncated(codes[j] + sb,
-                            clamp((x + splat<V>(1.0)) * half_steps, splat<V>(0.0), limit));
+            store(codes[j] + sb,
+                  truncated(clamp((x + splat<V>(1.0)) * half_steps, splat<V>(0.0), limit)));
         }
     }
 }

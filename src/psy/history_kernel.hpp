@@ -14,17 +14,24 @@ struct earlier {
 
 /// Reads value i of the two passes before those in the lanes of `now`, and leaves the last two of all of
 /// them to the passes that follow.
-template <class V, int channels>
+/// @tparam width  lanes of a value; V may hold several, i and those after it
+template <class V, int channels, int width = lanes<V>>
 VELA_INLINE earlier<V> exchange(double *history, int i, V now) {
+    constexpr int L = lanes<V>;
     double *const kept = history + 2 * i * channels;
-    if constexpr (lanes<V> == channels) {
-        const V before2 = load<V>(kept), before1 = load<V>(kept + channels);
-        store(kept, before1);
-        store(kept + channels, now);
+    if constexpr (width == channels) {
+        V before2 = load<V>(kept), before1 = load<V>(kept + L);
+        separate<V, channels>(before2, before1);
+        V older = before1, newer = now;
+        interleave<V, channels>(older, newer);
+        store(kept, older);
+        store(kept + L, newer);
         return {before1, before2};
     } else {
-        const V before2 = joined<V, 2 * channels>(load_first<V, 2 * channels>(kept), now);
-        store_last<V, 2 * channels>(kept, now);
+        static_assert(width == L || width == 2 * channels);
+        constexpr int n = width == L ? 2 * channels : L;
+        const V before2 = joined<V, n>(load_first<V, n>(kept), now);
+        store_last<V, n>(kept, now);
         return {passed_on<V, channels>(before2, now), before2};
     }
 }

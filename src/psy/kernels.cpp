@@ -10,14 +10,18 @@ namespace vela::VELA_LEVEL {
 
 namespace {
 
+/// Where histories allow it, a level's lanes are filled with neighbouring lines or partitions.
+template <int width, int channels>
+using filled = lane_type<(width <= 2 * channels ? VELA_LANES : width)>;
+
 template <int width, int channels>
 constexpr psy_kernels arrangement{
     .lanes = width,
     .channels = channels,
     .transform = transform<lane_type<width>>,
-    .analyze_lines = analyze_lines<lane_type<width>, channels>,
-    .mask = mask<lane_type<width>>,
-    .ratios = ratios<lane_type<width>, channels>,
+    .analyze_lines = analyze_lines<filled<width, channels>, width, channels>,
+    .mask = mask<lane_type<VELA_LANES>, width>,
+    .ratios = ratios<lane_type<VELA_LANES>, width, channels>,
     .partition_energies = partition_energies<lane_type<width>>,
     .weigh_noise = weigh_noise<lane_type<width>, channels>,
 };

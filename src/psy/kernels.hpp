@@ -29,8 +29,9 @@ struct spectrum_sums {
 // the pass before. A history of one pass has the latter alone.
 
 /// What is kept of a pass for the prediction of later ones: of each line the cosine and the sine of its
-/// phase and twice its magnitude.
-inline constexpr int history_values = 3 * line_count;
+/// phase and twice its magnitude. Line 0 stands behind the others, with room for as many lines as lanes.
+inline constexpr int kept_lines = line_count - 1 + max_lanes;
+inline constexpr int history_values = 3 * kept_lines;
 
 /// The kernels for one arrangement of passes in lanes.
 struct psy_kernels {

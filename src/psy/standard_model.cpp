@@ -20,7 +20,7 @@ void standard_model::init(level which, int layer, int channels, int sample_rate)
 void standard_model::restart() noexcept {
     // Magnitude 0 and phase 0, whose cosine is 1.
     passes_.clear(history_[0], 2 * history_values, history_values,
-                  [](int value) { return value < line_count ? 1.0 : 0.0; });
+                  [](int value) { return value < kept_lines ? 1.0 : 0.0; });
     passes_.clear(thresholds_[0], line_count, line_count, [](int) { return no_threshold; });
 }
 

@@ -8,68 +8,77 @@
 
 namespace vela::VELA_LEVEL {
 
-/// Energy and weighted energy that a partition hears from all partitions.
-template <class V>
+// A partition has a lane for every pass, `width` of them. Where that leaves lanes free, neighbouring
+// partitions fill those.
+
+/// Energy and weighted energy that partitions hear from all partitions.
+template <class V, int width>
 struct spread_sums {
-    V energy[padded_partitions], weighted[padded_partitions];
+    static constexpr int neighbours = lanes<V> / width, size = padded_partitions / neighbours;
+
+    V energy[size], weighted[size];
 };
 
 /// Convolves the partitions with the spreading function.
-template <class V>
+template <class V, int width>
 VELA_INLINE void spread(const standard_tables &tables, const spectrum_sums &sums,
-                        spread_sums<V> &heard) {
-    constexpr int L = lanes<V>;
+                        spread_sums<V, width> &heard) {
+    constexpr int neighbours = spread_sums<V, width>::neighbours, size = spreading_group / neighbours;
     for (int group = 0; group < padded_partitions / spreading_group; ++group) {
-        V energy[spreading_group], weighted[spreading_group];
-        for (int i = 0; i < spreading_group; ++i)
+        V energy[size], weighted[size];
+        for (int i = 0; i < size; ++i)
             energy[i] = weighted[i] = splat<V>(0.0);
         const auto &gains = tables.spreading[group];
         for (int masker = tables.first_masker[group]; masker < tables.end_masker[group]; ++masker) {
-            const V e = load<V>(sums.energy + masker * L), w = load<V>(sums.weighted + masker * L);
+            const V e = load_first<V, width>(sums.energy + masker * width);
+            const V w = load_first<V, width>(sums.weighted + masker * width);
 #pragma GCC unroll 4
-            for (int i = 0; i < spreading_group; ++i) {
-                const V gain = splat<V>(gains[masker][i]);
+            for (int i = 0; i < size; ++i) {
+                const V gain = load_each<V, width>(gains[masker].begin() + i * neighbours);
                 energy[i] = energy[i] + e * gain;
                 weighted[i] = weighted[i] + gain * w;
             }
         }
-        for (int i = 0; i < spreading_group; ++i) {
-            heard.energy[group * spreading_group + i] = energy[i];
-            heard.weighted[group * spreading_group + i] = weighted[i];
+        for (int i = 0; i < size; ++i) {
+            heard.energy[group * size + i] = energy[i];
+            heard.weighted[group * size + i] = weighted[i];
         }
     }
 }
 
-/// From how far the partition is from predictable to how far in dB its masking threshold lies below its
+/// From how far a partition is from predictable to how far in dB its masking threshold lies below its
 /// energy.
+/// @param p  the first one of those in the lanes
 /// @param c  unpredictability, limited to 0.05 .. 0.5
-template <class V>
+template <class V, int width>
 VELA_INLINE V masking_offset(const standard_tables &tables, int p, V c) {
     // Tonality: 1 for c = 0.05 and below, 0 for 0.5 and above, -log10 c - log10 2 in between.
     const V tonality = splat<V>(-0.434294482) * logarithm(c) - splat<V>(0.301029996);
-    const V offset =
-        splat<V>(tables.tone_masking[p]) * tonality + splat<V>(5.5) * (splat<V>(1.0) - tonality);
-    return max_of(offset, splat<V>(tables.min_offset[p]));
+    const V offset = load_each<V, width>(tables.tone_masking.begin() + p) * tonality
+                     + splat<V>(5.5) * (splat<V>(1.0) - tonality);
+    return max_of(offset, load_each<V, width>(tables.min_offset.begin() + p));
 }
 
 /// Masking threshold per line of each partition: one step after the other for all partitions, because
 /// whole chains would be too long to overlap.
-template <class V>
+template <class V, int width>
 void mask(const standard_tables &tables, const spectrum_sums &sums, double *out) noexcept {
-    spread_sums<V> heard;
+    spread_sums<V, width> heard;
     spread(tables, sums, heard);
+    constexpr int size = heard.size, neighbours = heard.neighbours;
     const V zero = splat<V>(0.0);
-    V c[padded_partitions], offset[padded_partitions];
-    for (int p = 0; p < padded_partitions; ++p) {
-        const V energy = heard.energy[p];
-        const V unpredictability = select(energy == zero, zero, heard.weighted[p] / energy);
-        c[p] = clamp(unpredictability, splat<V>(0.05), splat<V>(0.5));
+    V c[size], offset[size];
+    for (int i = 0; i < size; ++i) {
+        const V energy = heard.energy[i];
+        const V unpredictability = select(energy == zero, zero, heard.weighted[i] / energy);
+        c[i] = clamp(unpredictability, splat<V>(0.05), splat<V>(0.5));
     }
-    for (int p = 0; p < padded_partitions; ++p)
-        offset[p] = masking_offset(tables, p, c[p]);
-    for (int p = 0; p < padded_partitions; ++p) {
-        const V base = heard.energy[p] / splat<V>(tables.spread_norm[p]);
-        store(out + p * lanes<V>, base * exponential(splat<V>(-ln10_by_10) * offset[p]));
+    for (int i = 0; i < size; ++i)
+        offset[i] = masking_offset<V, width>(tables, i * neighbours, c[i]);
+    for (int i = 0; i < size; ++i) {
+        const V base =
+            heard.energy[i] / load_each<V, width>(tables.spread_norm.begin() + i * neighbours);
+        store(out + i * lanes<V>, base * exponential(splat<V>(-ln10_by_10) * offset[i]));
     }
 }
 
@@ -88,27 +97,27 @@ VELA_INLINE V line_threshold(const standard_tables &tables, const double *mask, 
 
 /// A subband spans 17 lines: neighbours share one. Below subband 13 the least threshold of the lines
 /// counts for all of them, above that the sum.
-template <class V, int channels>
+template <class V, int width, int channels>
 void ratios(const standard_tables &tables, const spectrum_sums &sums, const double *mask,
             double *thresholds, double *ratio) noexcept {
-    constexpr int L = lanes<V>;
+    using S = lane_type<width>;
     constexpr int least_threshold_subbands = 13;
     // The limits matter for infinities in the input only: every ratio is finite.
-    const V highest = splat<V>(1e300);
-    V t = line_threshold<V, channels>(tables, mask, thresholds, 0);
+    const S highest = splat<S>(1e300);
+    S t = line_threshold<S, channels>(tables, mask, thresholds, 0);
     for (int sb = 0; sb < 32; ++sb) {
-        V sum = t, least = min_of(t, splat<V>(no_threshold));
+        S sum = t, least = min_of(t, splat<S>(no_threshold));
         for (int k = 16 * sb + 1; k <= 16 * sb + 16; ++k) {
-            t = line_threshold<V, channels>(tables, mask, thresholds, k);
+            t = line_threshold<S, channels>(tables, mask, thresholds, k);
             sum = sum + t;
             least = min_of(t, least);
         }
-        const V E = clamp(load<V>(sums.subband + sb * L), splat<V>(0.5), highest);
-        const V T = min_of(sb < least_threshold_subbands ? splat<V>(17.0) * least : sum, highest);
-        store(ratio + sb * L, E / T);
+        const S E = clamp(load<S>(sums.subband + sb * width), splat<S>(0.5), highest);
+        const S T = min_of(sb < least_threshold_subbands ? splat<S>(17.0) * least : sum, highest);
+        store(ratio + sb * width, E / T);
     }
-    for (int sb = 0; sb < 32; ++sb)
-        store(ratio + sb * L, splat<V>(4.342944819) * logarithm(load<V>(ratio + sb * L)));
+    for (int i = 0; i < 32 * width; i += lanes<V>)
+        store(ratio + i, splat<V>(4.342944819) * logarithm(load<V>(ratio + i)));
 }
 
 } // namespace vela::VELA_LEVEL

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace vela::VELA_LEVEL {
 
@@ -67,6 +68,27 @@ VELA_INLINE void store(double *p, V a) {
     std::memcpy(p, &a, sizeof a);
 }
 
+template <class V>
+VELA_INLINE V splat(double x) {
+    if constexpr (lanes<V> == 1) {
+        return x;
+    } else {
+        return {x - typename V::native{}};
+    }
+}
+
+// What follows moves lanes by a constant rule: lane i of the result is lane from(i) of a and b, those of b
+// counted from a's number of lanes on. `from` is a lambda without captures.
+
+template <class R, class A, class From, int... i>
+VELA_INLINE R lanes_from(A a, A b, From, std::integer_sequence<int, i...>) {
+    return {__builtin_shufflevector(a.v, b.v, From{}(i)...)};
+}
+template <class R, class A, class From>
+VELA_INLINE R arranged(A a, A b, From from) {
+    return lanes_from<R>(a, b, from, std::make_integer_sequence<int, lanes<R>>{});
+}
+
 /// The last n lanes.
 template <class V, int n>
 VELA_INLINE void store_last(double *p, V a) {
@@ -76,17 +98,7 @@ VELA_INLINE void store_last(double *p, V a) {
     } else if constexpr (n == 1) {
         *p = a.v[L - 1];
     } else {
-        static_assert(n == 2);
-        store(p, f64<2>{__builtin_shufflevector(a.v, a.v, L - 2, L - 1)});
-    }
-}
-
-template <class V>
-VELA_INLINE V splat(double x) {
-    if constexpr (lanes<V> == 1) {
-        return x;
-    } else {
-        return {x - typename V::native{}};
+        store(p, arranged<f64<n>>(a, a, [](int i) { return L - n + i; }));
     }
 }
 
@@ -98,9 +110,39 @@ VELA_INLINE V load_first(const double *p) {
     } else if constexpr (n == 1) {
         return splat<V>(*p);
     } else {
-        static_assert(n == 2 && lanes<V> == 4);
-        const auto first = load<f64<2>>(p).v;
-        return {__builtin_shufflevector(first, first, 0, 1, 0, 1)};
+        const auto first = load<f64<n>>(p);
+        return arranged<V>(first, first, [](int i) { return i % n; });
+    }
+}
+
+/// Consecutive numbers, each in n lanes.
+template <class V, int n>
+VELA_INLINE V load_each(const double *p) {
+    if constexpr (n == lanes<V>) {
+        return splat<V>(*p);
+    } else if constexpr (n == 1) {
+        return load<V>(p);
+    } else {
+        const auto numbers = load<f64<lanes<V> / n>>(p);
+        return arranged<V>(numbers, numbers, [](int i) { return i / n; });
+    }
+}
+
+/// Lanes in groups of n from several places: group i from address(i).
+template <class V, int n, class Address>
+VELA_INLINE V load_groups(Address address, int first = 0) {
+    constexpr int L = lanes<V>;
+    if constexpr (n == L) {
+        return load<V>(address(first));
+    } else {
+        using half = lane_type<L / 2>;
+        const half low = load_groups<half, n>(address, first);
+        const half high = load_groups<half, n>(address, first + L / 2 / n);
+        if constexpr (L == 2) {
+            return {typename V::native{low, high}};
+        } else {
+            return arranged<V>(low, high, [](int i) { return i; });
+        }
     }
 }
 
@@ -206,12 +248,8 @@ VELA_INLINE V joined(V first, V rest) {
     constexpr int L = lanes<V>;
     if constexpr (n == L) {
         return first;
-    } else if constexpr (L == 2) {
-        return {__builtin_shufflevector(first.v, rest.v, 0, 2)};
     } else {
-        static_assert(L == 4);
-        constexpr auto from = [](int i) { return i < n ? i : L + i - n; };
-        return {__builtin_shufflevector(first.v, rest.v, 0, from(1), from(2), from(3))};
+        return arranged<V>(first, rest, [](int i) { return i < n ? i : L + i - n; });
     }
 }
 
@@ -219,14 +257,29 @@ VELA_INLINE V joined(V first, V rest) {
 /// the first one gets the second one of `moved`.
 template <class V, int n>
 VELA_INLINE V passed_on(V moved, V now) {
-    constexpr int L = lanes<V>;
     // Every second group from either, so that no group of one lane leaves its pair.
-    constexpr auto from = [](int i) { return i / n % 2 == 0 ? i + n : L + i - n; };
-    if constexpr (L == 2) {
-        return {__builtin_shufflevector(moved.v, now.v, from(0), from(1))};
-    } else {
-        static_assert(L == 4);
-        return {__builtin_shufflevector(moved.v, now.v, from(0), from(1), from(2), from(3))};
+    return arranged<V>(moved, now, [](int i) { return i / n % 2 == 0 ? i + n : lanes<V> + i - n; });
+}
+
+/// Lanes in groups of n, those of b counted on from those of a: the even ones go to a, the odd ones to b.
+template <class V, int n>
+VELA_INLINE void separate(V &a, V &b) {
+    if constexpr (n < lanes<V>) {
+        const V even = arranged<V>(a, b, [](int i) { return i / n * 2 * n + i % n; });
+        b = arranged<V>(a, b, [](int i) { return i / n * 2 * n + n + i % n; });
+        a = even;
+    }
+}
+
+/// The reverse of separate.
+template <class V, int n>
+VELA_INLINE void interleave(V &a, V &b) {
+    constexpr int L = lanes<V>;
+    if constexpr (n < L) {
+        constexpr auto from = [](int i) { return i / n % 2 * L + i / n / 2 * n + i % n; };
+        const V first = arranged<V>(a, b, from);
+        b = arranged<V>(a, b, [](int i) { return decltype(from){}(L + i); });
+        a = first;
     }
 }
 
@@ -316,15 +369,30 @@ VELA_INLINE V magnitude(V a) {
 
 // ---- conversion to integers: truncation toward zero; the caller keeps the value within 32 bits ----
 
+/// As many integers as V has lanes.
 template <class V>
-VELA_INLINE void store_truncated(std::int32_t *p, V a) {
+struct integers_of {
+    typedef std::int32_t type __attribute__((vector_size(lanes<V> * sizeof(std::int32_t))));
+};
+template <>
+struct integers_of<double> {
+    using type = std::int32_t;
+};
+template <class V>
+using integers = typename integers_of<V>::type;
+
+template <class V>
+VELA_INLINE integers<V> truncated(V a) {
     if constexpr (lanes<V> == 1) {
-        *p = static_cast<std::int32_t>(a);
+        return static_cast<std::int32_t>(a);
     } else {
-        typedef std::int32_t ints __attribute__((vector_size(lanes<V> * sizeof(std::int32_t))));
-        const ints i = __builtin_convertvector(a.v, ints);
-        std::memcpy(p, &i, sizeof i);
+        return __builtin_convertvector(a.v, integers<V>);
     }
+}
+
+template <class Integers>
+VELA_INLINE void store(std::int32_t *p, Integers a) {
+    std::memcpy(p, &a, sizeof a);
 }
 
 } // namespace vela::VELA_LEVEL
