@@ -18,6 +18,10 @@ set(VELA_THOROUGH_BUILD $<$<CONFIG:Release>:-O3>) # a source of such a target th
 set(CMAKE_CXX_FLAGS_COVERAGE "-O0 --coverage -fprofile-update=atomic")
 
 add_compile_options(-ffp-contract=off -fno-math-errno -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wdate-time)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # As g++ understands -Wconversion in C++ and its own pragmas.
+    add_compile_options(-Wno-sign-conversion -Wno-unknown-pragmas)
+endif()
 if(VELA_WERROR)
     add_compile_options(-Werror)
 endif()

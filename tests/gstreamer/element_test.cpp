@@ -85,7 +85,7 @@ struct bench {
         return all;
     }
 
-    owned<GstElement, gst_object_unref> element() {
+    auto element() {
         return owned<GstElement, gst_object_unref>(gst_bin_get_by_name(GST_BIN(harness->element), "e"));
     }
 

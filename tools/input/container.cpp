@@ -168,7 +168,7 @@ std::vector<wav_chunk> read_wav_chunks(const input_file &input,
     std::uint64_t bytes = 0;
     const auto read = [&](std::string_view name, const chunk &there) {
         if (!is_name(name) || !wanted(name)) return;
-        auto &[kept, contents, is_whole] = chunks.emplace_back(std::string(name));
+        auto &[kept, contents, is_whole] = chunks.emplace_back(wav_chunk{std::string(name), {}});
         is_whole = there.bytes <= longest && (bytes += there.bytes) <= most;
         contents.resize(is_whole ? static_cast<std::size_t>(there.bytes) : 0);
         contents.resize(read_at(input, there.offset, contents));

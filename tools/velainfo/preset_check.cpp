@@ -67,7 +67,7 @@ std::vector<violation> check_preset(const stream_report &report, int preset) {
         settings.copyright = header[field::copyright];
         settings.original = header[field::original];
         find_violations(settings, preset, header[field::rate],
-                        [&](const std::string &text) { tell(use, text); });
+                        [&, &where = use](const std::string &text) { tell(where, text); });
         const std::string first = kind_of(headers.front().first), now = kind_of(header);
         if (now != first) tell(use, "The stream changes from " + first + " to " + now + '.');
     }
