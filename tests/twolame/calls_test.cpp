@@ -1,15 +1,18 @@
 // The calls of the interface, as a program makes them.
+#include "host/fake_output.hpp"
 #include "host/sanitizer.hpp"
 #include "vela_enc_mp1a/encoder.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
 #include <twolame.h>
+#include <type_traits>
 #include <vector>
 
 // Allocations of the whole program.
@@ -36,42 +39,37 @@ struct closing {
 };
 using handle = std::unique_ptr<twolame_options, closing>;
 
-handle opened() {
-    return handle(twolame_init());
+/// A call that sets something.
+using setter = std::function<int(twolame_options *)>;
+
+template <class Value>
+setter with(int (*set)(twolame_options *, Value), std::type_identity_t<Value> value) {
+    return [=](twolame_options *h) { return set(h, value); };
 }
 
-/// Interleaved pairs.
-std::vector<short> noise(int instants) {
-    std::vector<short> pcm(2 * static_cast<std::size_t>(instants));
-    std::mt19937 random(5);
+handle opened(const std::vector<setter> &setters = {}) {
+    handle h(twolame_init());
+    for (const setter &set : setters)
+        EXPECT_EQ(set(h.get()), 0);
+    return h;
+}
+
+std::vector<short> noise(int samples, unsigned seed) {
+    std::vector<short> pcm(static_cast<std::size_t>(samples));
+    std::mt19937 random(seed);
     std::ranges::generate(pcm, [&] { return static_cast<short>(random() % 20000 - 10000); });
     return pcm;
 }
 
 /// What the library itself makes of floats.
 bytes encoded(const std::vector<float> &pcm, mpeg_a_settings settings, int rate = 44100) {
-    struct output : bufstream {
-        bytes all;
-        unsigned char block[2048];
-    } out{};
-    out.request = [](bufstream *self, std::uint32_t) -> std::uint8_t * {
-        return static_cast<output *>(self)->block;
-    };
-    out.commit = [](bufstream *self, std::uint32_t n) {
-        auto &own = *static_cast<output *>(self);
-        own.all.insert(own.all.end(), own.block, own.block + n);
-        return n;
-    };
-    out.chunk_size = [](bufstream *) { return std::uint32_t{sizeof output::block}; };
-    out.auxinfo = [](bufstream *, std::uint32_t, std::uint32_t, const void *, std::uint32_t) {
-        return 0U;
-    };
+    mp1a_test::fake_output out;
     mpeg_a_encoder *const encoder = mpegOutAudioNew(nullptr, &settings, 0, 4, rate);
     mpegOutAudioInit(encoder, &out);
     mpegOutAudioPutBytes(encoder, pcm.data(), static_cast<std::uint32_t>(4 * pcm.size()));
     mpegOutAudioDone(encoder, 0);
     mpegOutAudioFree(encoder);
-    return out.all;
+    return out.stream;
 }
 
 /// The interface's defaults: stereo at 192 kbit/s, the tuned model, an original.
@@ -89,6 +87,36 @@ std::vector<float> floats(const std::vector<short> &pcm) {
     for (const short each : pcm)
         values.push_back(static_cast<float>(each) / 32768);
     return values;
+}
+
+/// A stream by two of the interface's functions, in pieces that grow: interleaved ones, and then the rest and
+/// the end as planes. Without a right channel there is one.
+template <class Sample>
+bytes encoded(twolame_options *h, const std::vector<Sample> &left, const std::vector<Sample> &right,
+              int (*pairs)(twolame_options *, const Sample *, int, unsigned char *, int),
+              int (*planes)(twolame_options *, const Sample *, const Sample *, int, unsigned char *,
+                            int)) {
+    bytes out(30000);
+    int filled = 0;
+    const int length = static_cast<int>(left.size());
+    for (int at = 0, size = 1; at < length; at += size, size = std::min(7 * size, length - at)) {
+        const auto i = static_cast<std::size_t>(at);
+        std::vector<Sample> piece;
+        for (auto k = i; k < i + static_cast<std::size_t>(size); ++k) {
+            piece.push_back(left[k]);
+            if (!right.empty()) piece.push_back(right[k]);
+        }
+        unsigned char *const to = out.data() + filled;
+        const int room = static_cast<int>(out.size()) - filled;
+        const int got = at < length / 4
+                            ? pairs(h, piece.data(), size, to, room)
+                            : planes(h, &left[i], right.empty() ? nullptr : &right[i], size, to, room);
+        EXPECT_GE(got, 0);
+        filled += got;
+    }
+    filled += twolame_encode_flush(h, out.data() + filled, static_cast<int>(out.size()) - filled);
+    out.resize(static_cast<std::size_t>(filled));
+    return out;
 }
 
 TEST(calls, get_returns_what_set_took_and_the_defaults_before) {
@@ -143,48 +171,34 @@ TEST(calls, get_returns_what_set_took_and_the_defaults_before) {
 
 // What this encoder does not have is an error with a line, which verbosity 0 silences; the rest goes on.
 TEST(calls, init_params_refuses_what_cannot_be_encoded) {
+    const auto rates = [](int in, int out) {
+        return std::vector{with(twolame_set_in_samplerate, in), with(twolame_set_out_samplerate, out)};
+    };
     const struct {
-        int (*set)(twolame_options *);
+        std::vector<setter> setters;
         const char *words; ///< none: it is encoded
     } rows[] = {
-        {[](twolame_options *) { return 0; }, ""},
-        {[](twolame_options *h) { return twolame_set_version(h, TWOLAME_MPEG2); }, "MPEG-2"},
-        {[](twolame_options *h) {
-             return twolame_set_in_samplerate(h, 24000) + twolame_set_out_samplerate(h, 24000);
-         },
-         "MPEG-2"},
-        {[](twolame_options *h) {
-             return twolame_set_in_samplerate(h, 96000) + twolame_set_out_samplerate(h, 96000);
-         },
-         "32000"},
-        {[](twolame_options *h) {
-             return twolame_set_in_samplerate(h, 0) + twolame_set_out_samplerate(h, 0);
-         },
-         "32000"},
-        {[](twolame_options *h) { return twolame_set_in_samplerate(h, 48000); }, "same sampling rate"},
-        {[](twolame_options *h) {
-             return twolame_set_in_samplerate(h, 48000) + twolame_set_out_samplerate(h, 0);
-         },
-         ""},
-        {[](twolame_options *h) { return twolame_set_VBR(h, 1); }, "variable"},
-        {[](twolame_options *h) { return twolame_set_energy_levels(h, 1); }, "energy"},
-        {[](twolame_options *h) { return twolame_set_num_ancillary_bits(h, 8); }, "ancillary"},
-        {[](twolame_options *h) { return twolame_set_DAB(h, 1); }, "DAB"},
-        {[](twolame_options *h) { return twolame_set_freeformat(h, 1); }, "free format"},
-        {[](twolame_options *h) { return twolame_set_bitrate(h, 100); }, "96, 112"},
-        {[](twolame_options *h) { return twolame_set_bitrate(h, 0); }, "32, 48"},
-        {[](twolame_options *h) { return twolame_set_bitrate(h, 48); }, "48 kbit/s is too little"},
-        {[](twolame_options *h) {
-             return twolame_set_bitrate(h, 48) + twolame_set_mode(h, TWOLAME_MONO);
-         },
-         ""},
-        {[](twolame_options *h) { return twolame_set_bitrate(h, 32) + twolame_set_num_channels(h, 1); },
-         ""},
+        {{}, ""},
+        {{with(twolame_set_version, TWOLAME_MPEG2)}, "MPEG-2"},
+        {rates(24000, 24000), "MPEG-2"},
+        {rates(96000, 96000), "32000"},
+        {rates(0, 0), "32000"},
+        {rates(48000, 44100), "same sampling rate"},
+        {rates(48000, 0), ""},
+        {{with(twolame_set_VBR, 1)}, "variable"},
+        {{with(twolame_set_energy_levels, 1)}, "energy"},
+        {{with(twolame_set_num_ancillary_bits, 8)}, "ancillary"},
+        {{with(twolame_set_DAB, 1)}, "DAB"},
+        {{with(twolame_set_freeformat, 1)}, "free format"},
+        {{with(twolame_set_bitrate, 100)}, "96, 112"},
+        {{with(twolame_set_bitrate, 0)}, "32, 48"},
+        {{with(twolame_set_bitrate, 48)}, "48 kbit/s is too little"},
+        {{with(twolame_set_bitrate, 48), with(twolame_set_mode, TWOLAME_MONO)}, ""},
+        {{with(twolame_set_bitrate, 32), with(twolame_set_num_channels, 1)}, ""},
     };
-    for (const auto &[set, words] : rows)
+    for (const auto &[setters, words] : rows)
         for (const int verbosity : {0, 1}) {
-            const handle h = opened();
-            EXPECT_EQ(set(h.get()), 0) << words;
+            const handle h = opened(setters);
             twolame_set_verbosity(h.get(), verbosity);
             testing::internal::CaptureStderr();
             const int result = twolame_init_params(h.get());
@@ -197,79 +211,87 @@ TEST(calls, init_params_refuses_what_cannot_be_encoded) {
         }
 }
 
-TEST(calls, every_form_of_the_samples_makes_the_librarys_own_stream) {
-    const std::vector<short> pcm = noise(5000);
-    const std::vector<float> values = floats(pcm);
-    std::vector<short> left, right;
-    std::vector<float> left_values, right_values;
-    for (std::size_t i = 0; i < pcm.size(); i += 2) {
-        left.push_back(pcm[i]), right.push_back(pcm[i + 1]);
-        left_values.push_back(values[i]), right_values.push_back(values[i + 1]);
-    }
-    enum form { pairs, planes, float_pairs, float_planes };
-    for (const form how : {pairs, planes, float_pairs, float_planes})
-        for (const int channels_in : {1, 2})
-            for (const TWOLAME_MPEG_mode mode :
-                 {TWOLAME_STEREO, TWOLAME_JOINT_STEREO, TWOLAME_DUAL_CHANNEL, TWOLAME_MONO})
-                for (const bool scaled : {false, true}) {
-                    const handle h = opened();
-                    twolame_set_mode(h.get(), mode);
-                    twolame_set_num_channels(h.get(), channels_in);
-                    if (scaled) {
-                        twolame_set_scale(h.get(), 2);
-                        twolame_set_scale_left(h.get(), 0.25F);
-                        twolame_set_scale_right(h.get(), 0.125F);
-                    }
-                    ASSERT_EQ(twolame_init_params(h.get()), 0);
-                    const float gain[] = {scaled ? 0.5F : 1, scaled ? 0.25F : 1};
-                    // One channel comes interleaved with nothing.
-                    const auto *in = channels_in == 1 ? left.data() : pcm.data();
-                    const auto *in_values = channels_in == 1 ? left_values.data() : values.data();
-                    const std::size_t step = static_cast<std::size_t>(channels_in);
-                    bytes out(30000);
-                    int filled = 0;
-                    for (int at = 0, size = 1; at < 5000;
-                         at += size, size = std::min(7 * size, 5000 - at)) {
-                        const auto i = static_cast<std::size_t>(at);
-                        const short *const second = channels_in == 1 ? nullptr : &right[i];
-                        const float *const second_value = channels_in == 1 ? nullptr : &right_values[i];
-                        unsigned char *const to = out.data() + filled;
-                        const int room = static_cast<int>(out.size()) - filled;
-                        const int got =
-                            how == pairs ? twolame_encode_buffer_interleaved(h.get(), in + step * i,
-                                                                             size, to, room)
-                            : how == planes
-                                ? twolame_encode_buffer(h.get(), &left[i], second, size, to, room)
-                            : how == float_pairs
-                                ? twolame_encode_buffer_float32_interleaved(
-                                    h.get(), in_values + step * i, size, to, room)
-                                : twolame_encode_buffer_float32(h.get(), &left_values[i], second_value,
-                                                                size, to, room);
-                        ASSERT_GE(got, 0);
-                        filled += got;
-                    }
-                    filled += twolame_encode_flush(h.get(), out.data() + filled,
-                                                   static_cast<int>(out.size()) - filled);
-                    out.resize(static_cast<std::size_t>(filled));
-                    std::vector<float> sound;
-                    for (std::size_t i = 0; i < left.size(); ++i) {
-                        const float first = gain[0] * left_values[i];
-                        const float second =
-                            gain[1] * (channels_in == 1 ? left_values : right_values)[i];
-                        if (mode == TWOLAME_MONO)
-                            sound.push_back(channels_in == 1 ? first : (first + second) / 2);
-                        else
-                            sound.insert(sound.end(), {first, second});
-                    }
-                    mpeg_a_settings settings = defaults();
-                    settings.audio_mode = mode;
-                    EXPECT_EQ(out, encoded(sound, settings)) << how << channels_in << mode << scaled;
-                }
+// The header's bits, the model, channels and gains, by the interface's names.
+TEST(calls, settings_reach_the_stream_in_every_form_of_the_samples) {
+    const std::vector<short> left = noise(5000, 5), right = noise(5000, 6);
+    const std::vector<float> left_values = floats(left), right_values = floats(right);
+    const std::vector<setter> scaled{with(twolame_set_scale, 2), with(twolame_set_scale_left, 0.25F),
+                                     with(twolame_set_scale_right, 0.125F)};
+    using record = mpeg_a_settings;
+    const struct {
+        std::vector<setter> setters;
+        std::int32_t record::*field = nullptr; ///< that differs from the defaults
+        std::int32_t value = 0;
+        const char *word = ""; ///< of VELA_MODEL
+        float gain[2] = {1, 1};
+        int rate = 44100;
+    } rows[] = {
+        {{with(twolame_set_mode, TWOLAME_STEREO)}, &record::audio_mode, 0},
+        {{with(twolame_set_mode, TWOLAME_JOINT_STEREO)}, &record::audio_mode, 1},
+        {{with(twolame_set_mode, TWOLAME_DUAL_CHANNEL)}, &record::audio_mode, 2},
+        {{with(twolame_set_mode, TWOLAME_MONO)}, &record::audio_mode, 3},
+        {scaled, nullptr, 0, "", {0.5F, 0.25F}},
+        {{with(twolame_set_scale, 0.5F), with(twolame_set_mode, TWOLAME_MONO)},
+         &record::audio_mode,
+         3,
+         "",
+         {0.5F, 0.5F}},
+        {{with(twolame_set_emphasis, TWOLAME_EMPHASIS_5)}, &record::emphasis, 1},
+        {{with(twolame_set_emphasis, TWOLAME_EMPHASIS_C)}, &record::emphasis, 3},
+        {{with(twolame_set_error_protection, 1)}, &record::error_protection, 1},
+        {{with(twolame_set_copyright, 1)}, &record::copyright, 1},
+        {{with(twolame_set_original, 0)}, &record::original, 0},
+        {{with(twolame_set_extension, 1)}, &record::extension, 1},
+        {{with(twolame_set_padding, TWOLAME_PAD_ALL), with(twolame_set_quick_mode, 1),
+          with(twolame_set_ATH_level, 9)}},
+        {{with(twolame_set_psymodel, 0)}},
+        {{with(twolame_set_psymodel, 1)}, &record::audio_model, MPEG_A_MODEL_STANDARD},
+        {{with(twolame_set_psymodel, 2)}, &record::audio_model, MPEG_A_MODEL_STANDARD},
+        {{with(twolame_set_psymodel, 2)}, nullptr, 0, "tuned"},
+        {{}, &record::audio_model, MPEG_A_MODEL_STANDARD, "standard"},
+        {{with(twolame_set_in_samplerate, 32000), with(twolame_set_out_samplerate, 0)},
+         nullptr,
+         0,
+         "",
+         {1, 1},
+         32000},
+    };
+    for (const auto &row : rows)
+        for (const bool one : {false, true}) {
+            ::setenv("VELA_MODEL", row.word, 1);
+            mpeg_a_settings settings = defaults();
+            if (one) settings.audio_mode = MPEG_A_MODE_MONO;
+            if (row.field != nullptr) settings.*row.field = row.value;
+            std::vector<float> sound;
+            for (std::size_t i = 0; i < left.size(); ++i) {
+                const float first = row.gain[0] * left_values[i];
+                const float second = row.gain[1] * (one ? left_values : right_values)[i];
+                if (settings.audio_mode == MPEG_A_MODE_MONO)
+                    sound.push_back(one ? first : (first + second) / 2);
+                else
+                    sound.insert(sound.end(), {first, second});
+            }
+            const bytes expected = encoded(sound, settings, row.rate);
+            const handle h = opened(row.setters);
+            twolame_set_num_channels(h.get(), one ? 1 : 2);
+            ASSERT_EQ(twolame_init_params(h.get()), 0);
+            EXPECT_EQ(expected, encoded(h.get(), left, one ? std::vector<short>{} : right,
+                                        twolame_encode_buffer_interleaved, twolame_encode_buffer))
+                << &row - rows << one;
+            ASSERT_EQ(twolame_init_params(h.get()), 0);
+            EXPECT_EQ(expected,
+                      encoded(h.get(), left_values, one ? std::vector<float>{} : right_values,
+                              twolame_encode_buffer_float32_interleaved, twolame_encode_buffer_float32))
+                << &row - rows << one;
+        }
+    ::setenv("VELA_MODEL", "Tuned", 1);
+    EXPECT_LT(twolame_init_params(opened().get()), 0);
+    ::unsetenv("VELA_MODEL");
 }
 
 // A room that is too small loses nothing, and no order of calls does harm.
 TEST(calls, nothing_is_lost_and_nothing_breaks_whatever_the_order_of_calls) {
-    const std::vector<short> pcm = noise(4 * 1152 + 100);
+    const std::vector<short> pcm = noise(2 * (4 * 1152 + 100), 5);
     const bytes whole = encoded(floats(pcm), defaults());
     const int frame = 627; // 144000 * 192 / 44100 is 626.9
     unsigned char room[8192];
@@ -330,64 +352,6 @@ TEST(calls, nothing_is_lost_and_nothing_breaks_whatever_the_order_of_calls) {
     EXPECT_LT(twolame_set_DAB_scf_crc(nullptr, room, 9), 0);
     EXPECT_EQ(twolame_get_framelength(nullptr), 0);
     twolame_print_config(nullptr);
-}
-
-// The header's bits and the model, by the interface's names.
-TEST(calls, settings_reach_the_stream) {
-    const std::vector<short> pcm = noise(3 * 1152);
-    const struct {
-        int (*set)(twolame_options *);
-        void (*expect)(mpeg_a_settings &);
-        int rate = 44100;
-        const char *model = "";
-    } rows[] = {
-        {[](twolame_options *h) { return twolame_set_emphasis(h, TWOLAME_EMPHASIS_5); },
-         [](mpeg_a_settings &s) { s.emphasis = 1; }},
-        {[](twolame_options *h) { return twolame_set_emphasis(h, TWOLAME_EMPHASIS_C); },
-         [](mpeg_a_settings &s) { s.emphasis = 3; }},
-        {[](twolame_options *h) { return twolame_set_error_protection(h, 1); },
-         [](mpeg_a_settings &s) { s.error_protection = 1; }},
-        {[](twolame_options *h) { return twolame_set_copyright(h, 1); },
-         [](mpeg_a_settings &s) { s.copyright = 1; }},
-        {[](twolame_options *h) { return twolame_set_original(h, 0); },
-         [](mpeg_a_settings &s) { s.original = 0; }},
-        {[](twolame_options *h) { return twolame_set_extension(h, 1); },
-         [](mpeg_a_settings &s) { s.extension = 1; }},
-        {[](twolame_options *h) { return twolame_set_padding(h, TWOLAME_PAD_ALL); },
-         [](mpeg_a_settings &) {}},
-        {[](twolame_options *h) { return twolame_set_quick_mode(h, 1) + twolame_set_ATH_level(h, 9); },
-         [](mpeg_a_settings &) {}},
-        {[](twolame_options *h) { return twolame_set_psymodel(h, 1); },
-         [](mpeg_a_settings &s) { s.audio_model = 0; }},
-        {[](twolame_options *h) { return twolame_set_psymodel(h, 2); },
-         [](mpeg_a_settings &s) { s.audio_model = 0; }},
-        {[](twolame_options *h) { return twolame_set_psymodel(h, 0); }, [](mpeg_a_settings &) {}},
-        {[](twolame_options *h) { return twolame_set_psymodel(h, 2); }, [](mpeg_a_settings &) {}, 44100,
-         "tuned"},
-        {[](twolame_options *) { return 0; }, [](mpeg_a_settings &s) { s.audio_model = 0; }, 44100,
-         "standard"},
-        {[](twolame_options *h) {
-             return twolame_set_in_samplerate(h, 32000) + twolame_set_out_samplerate(h, 32000);
-         },
-         [](mpeg_a_settings &) {}, 32000},
-    };
-    for (const auto &row : rows) {
-        ::setenv("VELA_MODEL", row.model, 1);
-        const handle h = opened();
-        EXPECT_EQ(row.set(h.get()), 0);
-        ASSERT_EQ(twolame_init_params(h.get()), 0);
-        bytes out(8192);
-        const int count =
-            twolame_encode_buffer_interleaved(h.get(), pcm.data(), 3 * 1152, out.data(), 8192);
-        ASSERT_GT(count, 0);
-        out.resize(static_cast<std::size_t>(count));
-        mpeg_a_settings settings = defaults();
-        row.expect(settings);
-        EXPECT_EQ(out, encoded(floats(pcm), settings, row.rate)) << &row - rows;
-    }
-    ::setenv("VELA_MODEL", "Tuned", 1);
-    EXPECT_LT(twolame_init_params(opened().get()), 0);
-    ::unsetenv("VELA_MODEL");
 }
 
 } // namespace
