@@ -60,18 +60,16 @@ wishes copy_wishes(GstAudioEncoder *enc) {
     return copy;
 }
 
-void on_set_property(GObject *object, guint id, const GValue *value, GParamSpec *property) {
+void on_set_property(GObject *object, guint id, const GValue *value, GParamSpec *) {
     GST_OBJECT_LOCK(object);
-    const bool known = velamp2::set_property(members_of(object).wished, id, value);
+    velamp2::set_property(members_of(object).wished, id, value);
     GST_OBJECT_UNLOCK(object);
-    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
 }
 
-void on_get_property(GObject *object, guint id, GValue *value, GParamSpec *property) {
+void on_get_property(GObject *object, guint id, GValue *value, GParamSpec *) {
     GST_OBJECT_LOCK(object);
-    const bool known = velamp2::get_property(members_of(object).wished, id, value);
+    velamp2::get_property(members_of(object).wished, id, value);
     GST_OBJECT_UNLOCK(object);
-    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
 }
 
 /// Counts everything that came in and no frame stands for as gone. The base class keeps it otherwise, and
@@ -276,7 +274,6 @@ static void gst_vela_mp2_enc_class_init(GstVelaMp2EncClass *klass) {
 
 static void gst_vela_mp2_enc_init(GstVelaMp2Enc *self) {
     self->members = new state;
-    gst_audio_encoder_set_drainable(&self->parent, TRUE);
     gst_pad_add_probe(GST_AUDIO_ENCODER_SINK_PAD(self), GST_PAD_PROBE_TYPE_BUFFER, on_buffer, nullptr,
                       nullptr);
     // Two channels without a mask are left and right.

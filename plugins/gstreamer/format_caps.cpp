@@ -34,7 +34,6 @@ void set_list(GstCaps *caps, const char *field, std::span<const int> values) {
         gst_value_list_append_value(&list, &value);
     }
     gst_caps_set_value(caps, field, &list);
-    g_value_unset(&value);
     g_value_unset(&list);
 }
 

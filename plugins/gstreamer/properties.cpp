@@ -44,10 +44,6 @@ constexpr struct row {
     {&wishes::private_bit}, {&wishes::model},    {&wishes::align},     {&wishes::flush_tail},
 };
 
-const row *find_row(guint id) noexcept {
-    return id >= 1 && id <= std::size(rows) ? &rows[id - 1] : nullptr;
-}
-
 } // namespace
 
 void install_properties(GObjectClass *object_class) {
@@ -84,27 +80,23 @@ void install_properties(GObjectClass *object_class) {
         gst_type_mark_as_plugin_api(type, static_cast<GstPluginAPIFlags>(0));
 }
 
-bool set_property(wishes &wished, guint id, const GValue *value) {
-    const row *const property = find_row(id);
-    if (property == nullptr) return false;
+void set_property(wishes &wished, guint id, const GValue *value) {
+    const row &property = rows[id - 1];
     const int number = G_VALUE_HOLDS_BOOLEAN(value) ? g_value_get_boolean(value)
                        : G_VALUE_HOLDS_ENUM(value)  ? g_value_get_enum(value)
                                                     : g_value_get_int(value);
-    wished.*property->wish = number == property->automatic ? wishes::wish() : number;
-    return true;
+    wished.*property.wish = number == property.automatic ? wishes::wish() : number;
 }
 
-bool get_property(const wishes &wished, guint id, GValue *value) {
-    const row *const property = find_row(id);
-    if (property == nullptr) return false;
-    const int number = (wished.*property->wish).value_or(property->automatic);
+void get_property(const wishes &wished, guint id, GValue *value) {
+    const row &property = rows[id - 1];
+    const int number = (wished.*property.wish).value_or(property.automatic);
     if (G_VALUE_HOLDS_BOOLEAN(value))
         g_value_set_boolean(value, number);
     else if (G_VALUE_HOLDS_ENUM(value))
         g_value_set_enum(value, number);
     else
         g_value_set_int(value, number);
-    return true;
 }
 
 } // namespace velamp2
