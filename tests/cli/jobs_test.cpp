@@ -1,10 +1,8 @@
 // Several threads: whatever their number and the segments, the stream and the list are those of one.
 #include "common/failure.hpp"
 #include "host/encoding.hpp"
-#include "host/sanitizer.hpp"
 #include "jobs/encode_loop.hpp"
 #include "jobs/parallel_loop.hpp"
-#include "jobs/segment_crew.hpp"
 #include "workbench.hpp"
 
 #include <algorithm>
@@ -16,10 +14,9 @@ namespace {
 class memory_source final : public tools::pcm_source {
   public:
     memory_source(const mp1a_test::stream &how, const std::vector<std::uint8_t> &pcm,
-                  std::size_t block_instants, bool endless = false)
+                  std::size_t block_instants)
         : shape_{how.rate, how.channels(), static_cast<tools::sample_format>(how.width)},
-          pcm_(std::as_bytes(std::span(pcm))), block_(block_instants * shape_.instant_bytes()),
-          endless_(endless) {}
+          pcm_(std::as_bytes(std::span(pcm))), block_(block_instants * shape_.instant_bytes()) {}
 
     const tools::pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override {
@@ -38,7 +35,7 @@ class memory_source final : public tools::pcm_source {
     std::span<const std::byte> next_block() override {
         if (fails_) throw tools::failure(tools::exit_code::input, "a damaged block");
         const auto block = pcm_.subspan(at_, std::min(block_, pcm_.size() - at_));
-        at_ = endless_ ? 0 : at_ + block.size();
+        at_ += block.size();
         return block;
     }
     /// How it looks to those who read in several places.
@@ -49,14 +46,14 @@ class memory_source final : public tools::pcm_source {
         return result;
     }
     bool ready_before(std::chrono::steady_clock::time_point) const override {
-        return endless_ || ++asked_ % 7 != 0;
+        return ++asked_ % 7 != 0;
     }
 
   private:
     tools::pcm_shape shape_;
     std::span<const std::byte> pcm_;
     std::size_t block_, at_ = 0;
-    bool endless_, fails_ = false;
+    bool fails_ = false;
     seeks seeks_ = seeks::nowhere;
     mutable unsigned asked_ = 0;
 };
@@ -130,66 +127,6 @@ TEST_F(jobs_test, a_source_that_seeks_to_other_samples_or_promises_too_many_is_r
         for (const std::size_t segment_frames : {6u, 16u})
             EXPECT_TRUE(encode(how, source.that_seeks(seeks), tools::division{3, segment_frames})
                         == expected);
-}
-
-TEST_F(jobs_test, a_failed_output_ends_the_reading_a_few_segments_on) {
-    const mp1a_test::stream how;
-    const std::vector<std::uint8_t> pcm(4 * 1152);
-    memory_source endless(how, pcm, 1152, true);
-    tools::output_file full("/dev/full", {});
-    tools::frame_writer writer(full, nullptr);
-    tools::progress hidden(how.rate, std::nullopt, false);
-    const auto samples = encode_in_parallel(endless, how.settings(), writer, hidden, {3, 8}).samples;
-    EXPECT_LE(samples, (2 * 3 + 1) * 8 * 1152u);
-    EXPECT_THROW(full.check(), tools::failure);
-}
-
-TEST_F(jobs_test, what_ends_a_worker_reaches_the_caller) {
-    const mp1a_test::stream how;
-    tools::segment too_long(1), other(1);
-    too_long.pcm.resize(8 * 4 * 1152);
-    other.pcm.resize(4 * 1152);
-    const memory_source unused(how, {}, 1152);
-    tools::segment_crew crew(how.settings(), unused, 2, 1);
-    crew.submit(too_long);
-    crew.submit(other); // starts the worker, which takes the first one
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_THROW(crew.finish(too_long), std::logic_error);
-}
-
-TEST_F(jobs_test, files_and_pipes_of_many_segments_are_the_same_with_any_number_of_jobs) {
-    const auto samples = noise(2 * 480000);
-    put("16.wav", wav(pcm(samples), 2, 48000));
-    put("24.wav", wav(pcm(samples, 3), 2, 44100, 3));
-    put("raw", pcm(samples, 4));
-    put("cut.wav", get("16.wav").substr(0, 1500000));
-    const struct {
-        std::string before, arguments;
-    } cases[] = {
-        {"", "16.wav"},
-        {"", "16.wav --mode mono"},
-        // No room for another thread's stack; sanitizers need theirs where it would be.
-        {HAS_OWN_MALLOC ? "" : "ulimit -s $((1 << 38)); ", "16.wav"},
-        {"", "24.wav --layer 1 --mode joint"},
-        {"", "- --raw --rate 32000 --channels 1 --format f32 --mode dual < raw"},
-        {"cat raw | ", "- --raw --rate 48000 --channels 2 --format f32"},
-        {"(head -c 700001; sleep 0.1; cat) < 16.wav | ", "-"},
-        {"cat cut.wav | ", "-"},
-        {"", "24.wav --preset dvd --mode mono"},
-        {"(head -c 700001; sleep 0.1; cat) < 16.wav | ", "- --to-rate 44100"},
-        {"", "- --raw --rate 22051 --channels 1 --format f32 < raw"},
-    };
-    for (const auto &each : cases) {
-        const auto with = [&](const std::string &jobs) {
-            const auto result = run(each.before + "velaenc --timestamps list.csv --quiet " + jobs + " "
-                                    + each.arguments + " -");
-            return result.out + result.err + get("list.csv");
-        };
-        const auto expected = with("-j 1");
-        EXPECT_GT(expected.size(), 100000u) << each.arguments;
-        for (const std::string jobs : {"-j 2", "--jobs 5", ""})
-            EXPECT_TRUE(with(jobs) == expected) << each.before << each.arguments << ' ' << jobs;
-    }
 }
 
 } // namespace

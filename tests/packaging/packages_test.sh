@@ -134,20 +134,24 @@ unset LD_LIBRARY_PATH
 "$build/bin/velaenc" --quiet /usr/share/sounds/alsa/Front_Center.wav "$work/built.mp2"
 cmp "$work/installed.mp2" "$work/built.mp2"
 zcat "$usr/share/man/man1/velaenc.1.gz" | sed 's/\\//g' >"$work/page"
-# shellcheck source=/dev/null
-. "$usr/share/bash-completion/completions/velaenc"
-_velaenc velaenc --p velaenc
-[[ " ${COMPREPLY[*]} " == *" --preset "* ]] || die "bash completes --p to ${COMPREPLY[*]}"
-_velaenc velaenc j --mode
-[ "${COMPREPLY[*]}" = joint ] || die "bash completes --mode j to ${COMPREPLY[*]}"
-COMP_WORDS=(velaenc --preset '=' v) COMP_CWORD=3
-_velaenc velaenc v =
-[ "${COMPREPLY[*]}" = vcd ] || die "bash completes --preset=v to ${COMPREPLY[*]}"
-_velaenc velaenc --preset=v velaenc
-[ "${COMPREPLY[*]}" = --preset=vcd ] || die "bash completes --preset=v, as one word, to ${COMPREPLY[*]}"
+# completes EXPECTED LINE ...: the words of a line, of which the last one is completed; `=` is a word of its own.
+completes() {
+    local expected=$1
+    shift
+    COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+    "_${1//-/_}" "$1" "${@: -1}" "${@: -2:1}"
+    [[ " ${COMPREPLY[*]} " == *" $expected "* ]] || die "bash completes $* to ${COMPREPLY[*]}"
+}
+for program in "$usr"/share/bash-completion/completions/*; do
+    # shellcheck source=/dev/null
+    . "$program"
+done
 mkdir "$work/built.d"
-_velaenc velaenc "$work/built." --output-dir
-[ "${COMPREPLY[*]}" = "$work/built.d" ] || die "bash completes --output-dir to ${COMPREPLY[*]}, no folder"
+completes --preset velaenc --p
+completes joint velaenc --mode j
+completes vcd velaenc --preset = v
+completes --preset=vcd velaenc --preset=v
+completes "$work/built.d" velaenc --output-dir "$work/built."
 for option in $("$usr/bin/velaenc" --help | grep -oE '^  (-.,)?--[a-z-]+' | sed 's/.*--//'); do
     for file in "$work/page" "$usr/share/zsh/vendor-completions/_velaenc"; do
         grep -q -e "--$option" "$file" || die "$file lacks --$option"
@@ -175,11 +179,7 @@ fi
 if [ -e "$usr/bin/vela-twolame" ]; then
     [ "$("$usr/bin/vela-twolame" printenv LD_LIBRARY_PATH)" = "$libs/vela-twolame" ] || die "vela-twolame has another folder"
     zcat "$usr/share/man/man1/vela-twolame.1.gz" | grep -q 'VELA_MODEL' || die "vela-twolame(1) is empty"
-    # shellcheck source=/dev/null
-    . "$usr/share/bash-completion/completions/vela-twolame"
-    COMP_WORDS=(vela-twolame --pri) COMP_CWORD=1
-    _vela_twolame
-    [ "${COMPREPLY[*]}" = --print-folder ] || die "bash completes --pri to ${COMPREPLY[*]}"
+    completes --print-folder vela-twolame --pri
 fi
 
 purge
