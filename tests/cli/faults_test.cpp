@@ -52,5 +52,13 @@ TEST_F(faults_test, a_failing_call_at_any_position_leaves_a_whole_stream_or_none
     }
 }
 
+TEST_F(faults_test, without_another_thread_one_does_the_work_of_all) {
+    put("in.wav", wav(pcm(noise(2 * 480000)), 2, 48000));
+    const auto alone =
+        run("FAULT_MARK=mark FAULT_CALL=pthread_create FAULT_ON=1 LD_PRELOAD=" VELAENC_FAULT_SHIM
+            " velaenc -q -j 3 in.wav - && rm mark");
+    EXPECT_TRUE(alone.out == encoded("-j 1 in.wav"));
+}
+
 } // namespace
 } // namespace velaenc_test

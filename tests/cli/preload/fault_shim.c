@@ -1,7 +1,7 @@
 /* Preloaded into velaenc: from the FAULT_AT-th call of FAULT_CALL on, that one only, or every FAULT_EVERY-th fails with
  * FAULT_ERRNO; 0 stands for a short one (half of the bytes) where there is such a thing. The first fault leaves the file
  * FAULT_MARK, so that the test knows when it has passed the last call. Neither the tools nor the libraries behind them
- * map files; the maps of the C library's own are those of large blocks and of threads, so these stand for mmap. */
+ * map files; the C library maps large blocks, which stand for mmap. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -87,7 +87,7 @@ void *malloc(size_t size) {
 }
 #endif
 int pthread_create(pthread_t *thread, const pthread_attr_t *how, void *(*run)(void *), void *of) {
-    return fails("mmap") ? EAGAIN : REAL(pthread_create)(thread, how, run, of);
+    return fails("pthread_create") ? EAGAIN : REAL(pthread_create)(thread, how, run, of);
 }
 int renameat2(int in, const char *from, int to_in, const char *to, unsigned flags) {
     return fails("rename") || fails("renameat2") ? -1 : REAL(renameat2)(in, from, to_in, to, flags);
