@@ -1,5 +1,6 @@
 // What happens to the sound before it is encoded: parts, delay, channels, rates, levels.
 #include "input/resampler.hpp"
+#include "memory_source.hpp"
 #include "workbench.hpp"
 
 #include <algorithm>
@@ -13,39 +14,23 @@ namespace {
 
 using samples = std::vector<std::int16_t>;
 
-/// One channel of floats from a function of time, in blocks of any size.
-class generated final : public tools::pcm_source {
-  public:
-    generated(int rate, std::uint64_t length, std::size_t block, double (*wave)(double second))
-        : shape_{rate, 1, tools::sample_format::f32}, length_(length), block_(block), wave_(wave) {}
-
-    const tools::pcm_shape &shape() const noexcept override { return shape_; }
-    std::optional<std::uint64_t> length() const noexcept override { return length_; }
-    std::span<const std::byte> next_block() override {
-        values_.clear();
-        for (; values_.size() < block_ && at_ < length_; ++at_)
-            values_.push_back(static_cast<float>(wave_(static_cast<double>(at_) / shape_.rate)));
-        return std::as_bytes(std::span(values_));
+/// One channel of a function of time, read in blocks of a given length, at another rate.
+std::vector<float> resampled(int to, int from, std::size_t length, std::size_t block,
+                             double (*wave)(double second)) {
+    std::vector<float> sound;
+    for (std::size_t i = 0; i < length; ++i)
+        sound.push_back(static_cast<float>(wave(static_cast<double>(i) / from)));
+    const mp1a_test::stream how{.mode = MPEG_A_MODE_MONO, .rate = from, .width = 4};
+    const auto bytes = mp1a_test::pcm_bytes(sound, how.width);
+    const auto source = memory_source(how, bytes, block).that_seeks(memory_source::seeks::exactly);
+    tools::resampler filter(std::make_unique<memory_source>(source), to);
+    sound.clear();
+    for (auto out = filter.next_block(); !out.empty(); out = filter.next_block()) {
+        const auto *const first = reinterpret_cast<const float *>(out.data());
+        sound.insert(sound.end(), first, first + out.size() / sizeof(float));
     }
-
-    /// All of it at another rate.
-    static std::vector<float> at(int rate, generated source) {
-        tools::resampler filter(std::make_unique<generated>(std::move(source)), rate);
-        std::vector<float> all;
-        for (auto block = filter.next_block(); !block.empty(); block = filter.next_block()) {
-            const auto *const first = reinterpret_cast<const float *>(block.data());
-            all.insert(all.end(), first, first + block.size() / sizeof(float));
-        }
-        return all;
-    }
-
-  private:
-    tools::pcm_shape shape_;
-    std::uint64_t length_, at_ = 0;
-    std::size_t block_;
-    double (*wave_)(double second);
-    std::vector<float> values_;
-};
+    return sound;
+}
 
 /// From 20 Hz to 19 kHz in seven seconds, faded in and out so that nothing lies above.
 double sweep(double second) {
@@ -206,14 +191,14 @@ TEST_F(sound_test, another_rate_loses_no_sample_and_adds_nothing) {
         for (const int to : {32000, 44100, 48000}) {
             const std::size_t block = blocks[(i + static_cast<std::size_t>(to)) % 5];
             const std::uint64_t in = block == 1 ? 900 : 9000 + 7 * i, from = rates[i];
-            const auto out = generated::at(to, {rates[i], in, block, [](double) { return 0.0; }});
+            const auto out = resampled(to, rates[i], in, block, [](double) { return 0.0; });
             EXPECT_EQ(out.size(), (2 * in * to + from) / (2 * from)) << from << " Hz to " << to;
         }
     // Three pieces, the last of them short.
     for (const auto &[from, to] :
          {std::pair{44100, 48000}, {48000, 44100}, {44101, 48000}, {96000, 44100}}) {
-        const auto swept = generated::at(to, {from, 7ul * from, 5000, sweep}),
-                   tone = generated::at(to, {from, 7ul * from, 5000, highest});
+        const auto swept = resampled(to, from, 7ul * from, 5000, sweep),
+                   tone = resampled(to, from, 7ul * from, 5000, highest);
         ASSERT_EQ(swept.size(), 7ul * to);
         double residue = 0, power = 0, gain = 0;
         for (std::size_t t = 0; t < swept.size(); ++t) {

@@ -52,20 +52,6 @@ struct frame {
     bool operator==(const frame &) const = default;
 };
 
-frame frame_of(GstBuffer *buffer) {
-    frame result{bytes(gst_buffer_get_size(buffer)), GST_BUFFER_PTS(buffer),
-                 GST_BUFFER_IS_DISCONT(buffer) != FALSE};
-    gst_buffer_extract(buffer, 0, result.data.data(), result.data.size());
-    return result;
-}
-
-bytes joined(const std::vector<frame> &frames) {
-    bytes all;
-    for (const frame &one : frames)
-        all.insert(all.end(), one.data.begin(), one.data.end());
-    return all;
-}
-
 struct bench {
     owned<GstHarness, gst_harness_teardown> harness;
     std::vector<frame> pulled;
@@ -85,11 +71,19 @@ struct bench {
 
     /// All that has come out so far.
     const std::vector<frame> &frames() {
-        while (const owned<GstBuffer, gst_buffer_unref> buffer{gst_harness_try_pull(harness.get())})
-            pulled.push_back(frame_of(buffer.get()));
+        while (const owned<GstBuffer, gst_buffer_unref> buffer{gst_harness_try_pull(harness.get())}) {
+            pulled.push_back({bytes(gst_buffer_get_size(buffer.get())), GST_BUFFER_PTS(buffer.get()),
+                              GST_BUFFER_IS_DISCONT(buffer.get()) != FALSE});
+            gst_buffer_extract(buffer.get(), 0, pulled.back().data.data(), pulled.back().data.size());
+        }
         return pulled;
     }
-    bytes stream() { return joined(frames()); }
+    bytes stream() {
+        bytes all;
+        for (const frame &one : frames())
+            all.insert(all.end(), one.data.begin(), one.data.end());
+        return all;
+    }
 
     auto element() {
         return owned<GstElement, gst_object_unref>(gst_bin_get_by_name(GST_BIN(harness->element), "e"));
@@ -304,24 +298,21 @@ TEST(element, takes_what_the_settings_can_encode_and_tells_its_bitrate) {
     }
 }
 
-/// What stands behind the element, and answers its k-th buffer with something else.
-struct downstream {
-    int at = 0;
-    GstFlowReturn answer = GST_FLOW_OK;
+/// Who stands behind the element and answers its k-th buffer with something else.
+struct refusal {
+    int at;
+    GstFlowReturn answer;
     int seen = 0;
-    std::vector<frame> taken{};
-
-    static GstFlowReturn chain(GstPad *pad, GstObject *, GstBuffer *raw) {
-        const owned<GstBuffer, gst_buffer_unref> buffer(raw);
-        auto &self = *static_cast<downstream *>(g_object_get_data(G_OBJECT(pad), "downstream"));
-        if (++self.seen == self.at) return self.answer;
-        self.taken.push_back(frame_of(raw));
-        return GST_FLOW_OK;
-    }
 
     void stand_behind(bench &on) {
-        g_object_set_data(G_OBJECT(on.harness->sinkpad), "downstream", this);
-        gst_pad_set_chain_function(on.harness->sinkpad, chain);
+        const auto look = [](GstPad *, GstPadProbeInfo *info, gpointer self) {
+            auto &own = *static_cast<refusal *>(self);
+            if (++own.seen != own.at) return GST_PAD_PROBE_OK;
+            gst_buffer_unref(GST_PAD_PROBE_INFO_BUFFER(info));
+            GST_PAD_PROBE_INFO_FLOW_RETURN(info) = own.answer;
+            return GST_PAD_PROBE_HANDLED;
+        };
+        gst_pad_add_probe(on.harness->sinkpad, GST_PAD_PROBE_TYPE_BUFFER, look, this, nullptr);
     }
 };
 
@@ -330,7 +321,7 @@ TEST(element, passes_on_what_downstream_answers_and_loses_no_more_than_the_buffe
     const std::size_t completed[] = {2, 5, 7, 10}; // frames, by four buffers of 2.5 each
     std::vector<frame> calm;
     for (int at = 0; at <= 11; ++at) {
-        downstream end{.at = at, .answer = at % 2 == 0 ? GST_FLOW_FLUSHING : GST_FLOW_ERROR};
+        refusal end{at, at % 2 == 0 ? GST_FLOW_FLUSHING : GST_FLOW_ERROR};
         bench on("");
         end.stand_behind(on);
         std::size_t before = 0;
@@ -346,8 +337,8 @@ TEST(element, passes_on_what_downstream_answers_and_loses_no_more_than_the_buffe
             before = completed[i];
         }
         gst_harness_push_event(on.harness.get(), gst_event_new_eos());
-        if (at == 0) calm = expected = end.taken;
-        EXPECT_EQ(end.taken, expected) << at;
+        if (at == 0) calm = expected = on.frames();
+        EXPECT_EQ(on.frames(), expected) << at;
     }
     EXPECT_EQ(calm.size(), 10U);
 }
@@ -357,13 +348,13 @@ TEST(element, survives_a_new_format_after_a_frame_that_nobody_took) {
     const bytes pcm = noise(4 * 4000);
     bench on("", 48000, 1);
     const owned<GstCaps, gst_caps_unref> stereo(s16(48000, 2));
-    downstream end{.at = 1, .answer = GST_FLOW_FLUSHING};
+    refusal end{1, GST_FLOW_FLUSHING};
     end.stand_behind(on);
     on.push(noise(2 * 980));
     gst_harness_push_event(on.harness.get(), gst_event_new_caps(stereo.get()));
     on.push(pcm, GST_SECOND);
     gst_harness_push_event(on.harness.get(), gst_event_new_eos());
-    EXPECT_EQ(joined(end.taken), stream_of(pcm));
+    EXPECT_EQ(on.stream(), stream_of(pcm));
 }
 
 TEST(element, without_memory_for_the_encoder_says_so_and_goes_on_when_there_is_some) {
