@@ -18,9 +18,10 @@ TEST_F(output_test, no_half_file_is_left_when_the_output_fails) {
     for (const std::string jobs : {"-j 1 ", "-j 3 "}) {
         const std::string velaenc = "velaenc in.wav " + jobs;
         // Nor is more of an endless input read.
-        expect_failure("velaenc --raw --rate 48000 --channels 2 --format s16 - /dev/full < /dev/zero "
-                           + jobs,
-                       3, "/dev/full: No space left");
+        expect_failure(
+            "timeout 20 velaenc --raw --rate 48000 --channels 2 --format s16 - /dev/full < /dev/zero "
+                + jobs,
+            3, "/dev/full: No space left");
         expect_failure(velaenc + "/dev/full", 3, "/dev/full: No space left");
         expect_failure(velaenc + "- > /dev/full", 3, "standard output: No space left");
         expect_failure(velaenc + "out.mp2 --timestamps /dev/full", 3, "/dev/full: No space left");
@@ -249,15 +250,13 @@ TEST_F(output_test, a_name_of_another_format_is_noted) {
     }
 }
 
-TEST_F(output_test, statistics_and_progress_go_to_standard_error_unless_quiet) {
+TEST_F(output_test, statistics_go_to_standard_error) {
     const auto result = shell("velaenc in.wav out.mp2");
     // 480000 samples at 48 kHz; no progress line where nobody looks.
     EXPECT_TRUE(result.err.starts_with("velaenc: 417 frames, 0:10.000, 224 kbit/s, ")) << result.err;
     EXPECT_TRUE(result.err.ends_with(" x real time\n")) << result.err;
     EXPECT_EQ(result.err.find('\r'), std::string::npos);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(shell("velaenc --quiet --mode mono in.wav out.mp2").err, "");
-    EXPECT_NE(shell("velaenc --quiet missing.wav out.mp2").err, "");
 }
 
 TEST_F(output_test, a_terminal_shows_the_position_in_a_line_of_its_width) {
