@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
 namespace vela {
 
@@ -42,8 +41,8 @@ void pcm_input::take(std::span<const std::uint8_t> &pcm, int wanted) noexcept {
     const int count = frames == 0 ? present : frames * frame_values - gathered_;
     if (count > 0 && gathered_ == 0) make_room();
     const auto sample_at = [&](int i) { return pcm.data() + static_cast<std::size_t>(i) * width; };
-    float *const first = buffer_[0] + newest_;
-    float *const second = buffer_[1] + newest_;
+    float *const first = buffer_ + newest_;
+    float *const second = first + room();
     if (channels_ == 1) {
         format_->convert(sample_at(0), count, first + gathered_);
     } else {
@@ -65,9 +64,10 @@ void pcm_input::take(std::span<const std::uint8_t> &pcm, int wanted) noexcept {
 void pcm_input::make_room() noexcept {
     newest_ += frames_ * frame_samples_;
     frames_ = 0;
-    if (newest_ + most_new_samples <= static_cast<int>(std::size(buffer_[0]))) return;
+    if (newest_ + most_new_values / channels_ <= room()) return;
     for (int c = 0; c < channels_; ++c) {
-        std::memmove(buffer_[c], buffer_[c] + newest_ - history_,
+        float *const channel = buffer_ + c * room();
+        std::memmove(channel, channel + newest_ - history_,
                      static_cast<std::size_t>(history_) * sizeof(float));
     }
     newest_ = history_;
@@ -75,7 +75,7 @@ void pcm_input::make_room() noexcept {
 
 void pcm_input::pad() noexcept {
     for (int c = 0; c < channels_; ++c) {
-        float *const newest = buffer_[c] + newest_;
+        float *const newest = buffer_ + c * room() + newest_;
         const int present = (gathered_ + channels_ - 1 - c) / channels_;
         std::fill(newest + present, newest + frame_samples_, 0.0F);
     }

@@ -26,9 +26,6 @@ namespace vela {
 /// samples, so the last 64 samples of each frame are analysed with the next one.
 class pcm_input {
   public:
-    /// Samples of new frames that it holds at once: four frames of Layer I or two of Layer II.
-    static constexpr int most_new_samples = 2304;
-
     /// @param sampling_bits  24: 24-bit integers; 32: floats with full scale 1.0; else 16-bit integers
     /// @param channels       1 or 2
     /// @param layer          1 or 2
@@ -50,17 +47,23 @@ class pcm_input {
     /// First samples of a new frame, per channel, as the later stages count; readable from -640 to +1151
     /// (Layer II) or +383 (Layer I), and on over the new frames behind it.
     table<const float *, 2> frame_start(int frame) const noexcept {
-        const int position = newest_ - lead_ + frame * frame_samples_;
-        return {buffer_[0] + position, buffer_[1] + position};
+        const float *const first = buffer_ + newest_ - lead_ + frame * frame_samples_;
+        return {first, first + (channels_ - 1) * room()};
     }
 
   private:
+    /// New values that it holds at once, of all channels: those of eight passes, which fill any level's lanes.
+    static constexpr int most_new_values = 4608;
+
+    /// Samples that a channel has room for; the second one stands behind the first.
+    int room() const noexcept { return buffer_size / channels_; }
     void take(std::span<const std::uint8_t> &pcm, int wanted) noexcept;
     void make_room() noexcept;
     void pad() noexcept;
 
     // Frames move through the buffer; only where it ends the history goes back to its front.
-    float buffer_[2][640 + 2 * most_new_samples];
+    static constexpr int buffer_size = 2 * (640 + most_new_values);
+    float buffer_[buffer_size];
     const pcm_kernels *format_;
     int channels_;
     int frame_samples_; ///< per channel

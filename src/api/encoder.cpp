@@ -91,6 +91,7 @@ mpeg_a_encoder *mpeg_a_encoder::create(resource_lookup lookup, const mpeg_a_sett
     // malloc gives.
     static_assert(std::is_trivially_copyable_v<
                       mpeg_a_encoder> && alignof(mpeg_a_encoder) <= alignof(std::max_align_t));
+    static_assert(sizeof(mpeg_a_encoder) < 160 * 1024, "docs/host-guide.md promises it");
     const allocator memory = allocator_of(lookup);
     void *const block = memory.allocate(sizeof(mpeg_a_encoder));
     if (block == nullptr) return nullptr;

@@ -10,17 +10,21 @@ namespace vela::VELA_LEVEL {
 
 namespace {
 
-/// Where histories allow it, a level's lanes are filled with neighbouring lines or partitions.
+/// Lanes that passes leave free are filled with neighbouring lines where histories allow it, or with the
+/// partitions of a group.
 template <int width, int channels>
-using filled = lane_type<(width <= 2 * channels ? VELA_LANES : width)>;
+using lines = lane_type<(width <= 2 * channels ? VELA_LANES : width)>;
+template <int width>
+using partitions =
+    lane_type<(width * spreading_group < VELA_LANES ? width * spreading_group : VELA_LANES)>;
 
 template <int width, int channels>
 constexpr psy_kernels arrangement{
     .lanes = width,
     .channels = channels,
     .transform = transform<lane_type<width>>,
-    .analyze_lines = analyze_lines<filled<width, channels>, width, channels>,
-    .mask = mask<lane_type<VELA_LANES>, width>,
+    .analyze_lines = analyze_lines<lines<width, channels>, width, channels>,
+    .mask = mask<partitions<width>, width>,
     .ratios = ratios<lane_type<VELA_LANES>, width, channels>,
     .partition_energies = partition_energies<lane_type<width>>,
     .weigh_noise = weigh_noise<lane_type<width>, channels>,

@@ -12,8 +12,8 @@
 namespace vela {
 
 inline constexpr int transform_length = 1024;
-inline constexpr int max_lanes = 4;
-inline constexpr int x_alignment = 32;
+inline constexpr int max_lanes = 8;
+inline constexpr int x_alignment = 64;
 
 /// What the model keeps of a spectrum, of all lanes.
 struct spectrum_sums {

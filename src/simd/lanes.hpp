@@ -102,6 +102,19 @@ VELA_INLINE void store_last(double *p, V a) {
     }
 }
 
+/// Half of V's lanes.
+template <class V>
+using half = lane_type<lanes<V> / 2>;
+
+template <class V>
+VELA_INLINE V halves(half<V> low, half<V> high) {
+    if constexpr (lanes<V> == 2) {
+        return {typename V::native{low, high}};
+    } else {
+        return arranged<V>(low, high, [](int i) { return i; });
+    }
+}
+
 /// The first n lanes; the others have the same numbers again.
 template <class V, int n>
 VELA_INLINE V load_first(const double *p) {
@@ -110,8 +123,8 @@ VELA_INLINE V load_first(const double *p) {
     } else if constexpr (n == 1) {
         return splat<V>(*p);
     } else {
-        const auto first = load<f64<n>>(p);
-        return arranged<V>(first, first, [](int i) { return i % n; });
+        const auto low = load_first<half<V>, n>(p);
+        return halves<V>(low, low);
     }
 }
 
@@ -122,6 +135,8 @@ VELA_INLINE V load_each(const double *p) {
         return splat<V>(*p);
     } else if constexpr (n == 1) {
         return load<V>(p);
+    } else if constexpr (2 * n == lanes<V>) {
+        return halves<V>(splat<half<V>>(p[0]), splat<half<V>>(p[1]));
     } else {
         const auto numbers = load<f64<lanes<V> / n>>(p);
         return arranged<V>(numbers, numbers, [](int i) { return i / n; });
@@ -131,25 +146,18 @@ VELA_INLINE V load_each(const double *p) {
 /// Lanes in groups of n from several places: group i from address(i).
 template <class V, int n, class Address>
 VELA_INLINE V load_groups(Address address, int first = 0) {
-    constexpr int L = lanes<V>;
-    if constexpr (n == L) {
+    if constexpr (n == lanes<V>) {
         return load<V>(address(first));
     } else {
-        using half = lane_type<L / 2>;
-        const half low = load_groups<half, n>(address, first);
-        const half high = load_groups<half, n>(address, first + L / 2 / n);
-        if constexpr (L == 2) {
-            return {typename V::native{low, high}};
-        } else {
-            return arranged<V>(low, high, [](int i) { return i; });
-        }
+        return halves<V>(load_groups<half<V>, n>(address, first),
+                         load_groups<half<V>, n>(address, first + lanes<V> / 2 / n));
     }
 }
 
 // ---- single precision ----
 
-// g++ for x86-64 splits the generic conversions of vectors into halves; the built-in functions are the
-// one instruction each.
+// g++ for x86-64 splits most generic conversions of vectors into halves; the built-in functions are one
+// instruction each.
 #if defined(__x86_64__) && !defined(__clang__)
 #define VELA_GENERIC_CONVERSION 0
 #else
@@ -187,7 +195,11 @@ VELA_INLINE single<V> to_single(V a) {
 #if VELA_GENERIC_CONVERSION
         return __builtin_convertvector(a.v, single<V>);
 #else
-        return __builtin_ia32_cvtpd2ps256(a.v);
+        if constexpr (lanes<V> == 4) {
+            return __builtin_ia32_cvtpd2ps256(a.v);
+        } else {
+            return __builtin_convertvector(a.v, single<V>);
+        }
 #endif
     }
 }
@@ -200,6 +212,10 @@ VELA_INLINE V widen(single<V> a) {
 #if !VELA_GENERIC_CONVERSION
     } else if constexpr (lanes<V> == 2) {
         return {__builtin_ia32_cvtps2pd(a)};
+#if defined(__AVX512F__)
+    } else if constexpr (lanes<V> == 8) {
+        return {__builtin_ia32_cvtps2pd512_mask(a, typename V::native{}, -1, 4)};
+#endif
     } else {
         return {__builtin_ia32_cvtps2pd256(a)};
 #else
@@ -223,22 +239,19 @@ VELA_INLINE V load_floats(const float *p) {
 
 // ---- rearrangement: values move between lanes, no arithmetic does ----
 
-/// Lane i of rows[j] becomes lane j of rows[i].
-template <class V>
+/// Lane i of rows[j] becomes lane j of rows[i]: numbers whose row and lane differ in one bit change places,
+/// bit by bit.
+template <class V, int bit = 1>
 VELA_INLINE void transpose(V (&rows)[lanes<V>]) {
-    if constexpr (lanes<V> == 2) {
-        const auto a = rows[0].v, b = rows[1].v;
-        rows[0].v = __builtin_shufflevector(a, b, 0, 2);
-        rows[1].v = __builtin_shufflevector(a, b, 1, 3);
-    } else if constexpr (lanes<V> == 4) {
-        const auto low02 = __builtin_shufflevector(rows[0].v, rows[1].v, 0, 4, 2, 6);
-        const auto low13 = __builtin_shufflevector(rows[0].v, rows[1].v, 1, 5, 3, 7);
-        const auto high02 = __builtin_shufflevector(rows[2].v, rows[3].v, 0, 4, 2, 6);
-        const auto high13 = __builtin_shufflevector(rows[2].v, rows[3].v, 1, 5, 3, 7);
-        rows[0].v = __builtin_shufflevector(low02, high02, 0, 1, 4, 5);
-        rows[1].v = __builtin_shufflevector(low13, high13, 0, 1, 4, 5);
-        rows[2].v = __builtin_shufflevector(low02, high02, 2, 3, 6, 7);
-        rows[3].v = __builtin_shufflevector(low13, high13, 2, 3, 6, 7);
+    constexpr int L = lanes<V>;
+    if constexpr (bit < L) {
+        for (int i = 0; i < L; ++i) {
+            if ((i & bit) != 0) continue;
+            const V a = rows[i], b = rows[i + bit];
+            rows[i] = arranged<V>(a, b, [](int l) { return (l & bit) == 0 ? l : L + l - bit; });
+            rows[i + bit] = arranged<V>(a, b, [](int l) { return (l & bit) == 0 ? l + bit : L + l; });
+        }
+        transpose<V, 2 * bit>(rows);
     }
 }
 

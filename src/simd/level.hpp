@@ -10,6 +10,7 @@ namespace vela {
 ///     reference   plain double, one lane: the readable original that every other level must equal
 ///     baseline    x86-64 as every machine has it (SSE2), two lanes
 ///     avx2        AVX2 and BMI2, four lanes
+///     avx512      AVX-512 as of the second generation of processors that have it, eight lanes
 ///     neon        AArch64 as every machine has it, two lanes
 ///
 /// src/CMakeLists.txt lists them, with what each needs of the processor.
