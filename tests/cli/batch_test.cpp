@@ -256,7 +256,8 @@ TEST_F(batch_test, shards_share_the_files_out_and_write_one_report_together) {
         put("in/" + std::to_string(i) + ".wav", wav(pcm(noise(2000, i)), 2, 48000));
     put("report", "{\"input\":\"cut");
     shell("for i in 1 2 3 4; do velaenc --quiet --output-dir out -r in --report report --shard $i/4 & "
-          "done; wait; velaenc --quiet --output-dir whole -r in; sed -i 1d report");
+          "done; wait; velaenc --quiet --output-dir whole -r in -j 1 --report order; sed -i 1d report");
+    run("grep -o '\"input\":[^,]*' order | LC_ALL=C sort -c");
     EXPECT_EQ(shell("diff -r out whole").out, "");
     std::set<std::string> outputs;
     for (const auto &line : report())

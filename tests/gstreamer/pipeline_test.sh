@@ -31,13 +31,14 @@ s16|48000|2|model=tuned mode=joint|--model tuned --mode joint
 ROWS
 }
 
-# Caps follow the settings; what is wrong with them is said.
+# Caps follow the settings; what is wrong with them is said; nothing stays alive behind the end.
 settings() {
     local properties words
     while IFS='|' read -r properties words; do
         read -ra properties <<<"$properties"
-        gst-launch-1.0 -v audiotestsrc num-buffers=9 ! audio/x-raw,rate=32000,channels=1 ! audioconvert \
+        GST_TRACERS=leaks GST_DEBUG=GST_TRACER:7 gst-launch-1.0 -v audiotestsrc num-buffers=9 ! audio/x-raw,rate=32000,channels=1 ! audioconvert \
             ! audioresample ! velamp2enc "${properties[@]}" ! fakesink async=false >"$work/log" 2>&1 || true
+        ! grep 'object-alive, type-name=(string)[A-Z]' "$work/log" || exit 1
         grep -q "$words" "$work/log" || { cat "$work/log" && echo "velamp2enc ${properties[*]}: no $words" && exit 1; }
     done <<'ROWS'
 preset=vcd|enc0.GstPad:src: caps = .*, layer=(int)2, channels=(int)2, rate=(int)44100
