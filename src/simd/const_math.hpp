@@ -13,14 +13,13 @@ inline constexpr long double ln2 = 0.693147180559945309417232121458176568L;
 
 /// cos x = sum (-1)^n x^(2n) / (2n)!, x in radians, |x| up to a few periods.
 constexpr double cosine(double radians) {
-    long double x = radians;
+    const auto magnitude = [](long double y) { return y < 0 ? -y : y; };
+    long double x = magnitude(radians);
     while (x > pi)
-        x -= 2 * pi;
-    while (x < -pi)
-        x += 2 * pi;
+        x = magnitude(x - 2 * pi);
     // cos x = -cos(pi - x) keeps the series' argument below pi/2.
-    const bool mirrored = x > pi / 2 || x < -pi / 2;
-    if (mirrored) x = pi - (x < 0 ? -x : x);
+    const bool mirrored = x > pi / 2;
+    if (mirrored) x = pi - x;
     long double term = 1, sum = 0;
     for (int n = 0; n < 30; n += 2) {
         sum += term;
