@@ -83,7 +83,7 @@ rank() {
 }
 may_include() { # FILE INCLUDED
     local file=$1 included=$2 from to
-    case $file in tests/* | bench/* | fuzz/* | soak/*) return 0 ;; esac
+    case $file in tests/* | bench/* | fuzz/*) return 0 ;; esac
     [[ " ${exceptions[*]} " != *" $file:$included "* ]] || return 0
     case $included in
         vela_enc_mp1a/*) return 0 ;;

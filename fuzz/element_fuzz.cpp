@@ -25,8 +25,9 @@ class host {
   public:
     explicit host(fuzz::byte_source &actions)
         : actions_(actions), harness_(gst_harness_new("velamp2enc")) {
+        // Not one that takes nothing of it all: GStreamer 1.22 loses the caps that it was offered.
         static constexpr std::array wanted{"audio/mpeg, layer = (int) 1", "audio/mpeg, layer = (int) 2",
-                                           "audio/mpeg, rate = (int) 48000", "video/x-raw"};
+                                           "audio/mpeg, rate = (int) 48000"};
         const unsigned downstream = actions_.below(16U);
         if (downstream < wanted.size()) gst_harness_set_sink_caps_str(harness_, wanted[downstream]);
         send_caps();
@@ -40,16 +41,16 @@ class host {
 
     void act() {
         constexpr void (host::*all[])() = {
-            &host::set_property, &host::set_property, &host::send_caps,     &host::send_samples,
-            &host::send_samples, &host::send_samples, &host::send_samples,  &host::send_gap,
-            &host::send_segment, &host::flush,        &host::end,           &host::query,
-            &host::restart,      &host::send_event,   &host::send_upstream, &host::refuse};
+            &host::set_property, &host::set_property, &host::send_caps,    &host::send_samples,
+            &host::send_samples, &host::send_samples, &host::send_samples, &host::send_gap,
+            &host::send_segment, &host::flush,        &host::end,          &host::query,
+            &host::restart,      &host::send_event,   &host::refuse};
         (this->*all[actions_.below(std::size(all))])();
         check_output();
     }
 
   private:
-    /// Any property, to any value of its range; what was written can be read.
+    /// Any property, to any value; what was written can be read.
     void set_property() {
         guint count = 0;
         GParamSpec **const all =
@@ -59,19 +60,11 @@ class host {
         if ((property->flags & G_PARAM_WRITABLE) == 0
             || G_PARAM_SPEC_VALUE_TYPE(property) == GST_TYPE_OBJECT)
             return;
+        const unsigned numbers[] = {actions_.below(2U), actions_.below(15U) * 32, actions_.below(500U)};
         GValue value = G_VALUE_INIT;
         g_value_init(&value, G_PARAM_SPEC_VALUE_TYPE(property));
-        if (G_VALUE_HOLDS_BOOLEAN(&value)) {
-            g_value_set_boolean(&value, static_cast<gboolean>(actions_.below(2U)));
-        } else if (G_VALUE_HOLDS_ENUM(&value)) {
-            const GEnumClass *const known = G_PARAM_SPEC_ENUM(property)->enum_class;
-            g_value_set_enum(&value, known->values[actions_.below(known->n_values)].value);
-        } else if (G_VALUE_HOLDS_INT(&value)) {
-            const bool is_bitrate = actions_.below(2U) != 0;
-            g_value_set_int(
-                &value, static_cast<int>(is_bitrate ? actions_.below(15U) * 32 : actions_.below(500U)));
-            g_param_value_validate(property, &value);
-        }
+        gst_value_deserialize(&value, std::to_string(numbers[actions_.below(3)]).c_str());
+        g_param_value_validate(property, &value);
         g_object_set_property(G_OBJECT(harness_->element), property->name, &value);
         g_object_get_property(G_OBJECT(harness_->element), property->name, &value);
         g_value_unset(&value);
@@ -80,20 +73,18 @@ class host {
     /// Those that the element takes, and at times others.
     void send_caps() {
         static constexpr std::array formats{"S16LE", "S24LE", "F32LE", "S16BE", "S32LE", "F64LE"};
-        static constexpr std::array rates{32000, 44100, 48000, 1, 22050, 96000};
+        static constexpr std::array rates{32000, 44100, 48000, 1, -1, 96000};
         const bool is_odd = actions_.below(8U) == 7;
         const unsigned choices = is_odd ? 6 : 3;
         const unsigned format = actions_.below(choices);
         const unsigned channels = 1 + actions_.below(is_odd ? 8U : 2U);
         rate_ = rates[actions_.below(choices)];
         bytes_of_sample_ = (format % 3 + 2) * channels;
-        GstCaps *const caps =
-            gst_caps_new_simple(is_odd && actions_.below(8U) == 7 ? "audio/mpeg" : "audio/x-raw",
-                                "format", G_TYPE_STRING, formats[format], "layout", G_TYPE_STRING,
-                                is_odd && actions_.below(4U) == 3 ? "non-interleaved" : "interleaved",
-                                "rate", G_TYPE_INT, rate_, "channels", G_TYPE_INT, channels, nullptr);
-        if (is_odd && actions_.below(4U) == 3)
-            gst_caps_set_simple(caps, "rate", G_TYPE_INT, -1, nullptr);
+        const unsigned other = is_odd ? actions_.below(8U) : 0;
+        GstCaps *const caps = gst_caps_new_simple(
+            other == 7 ? "audio/mpeg" : "audio/x-raw", "format", G_TYPE_STRING, formats[format],
+            "layout", G_TYPE_STRING, other == 6 ? "non-interleaved" : "interleaved", "rate", G_TYPE_INT,
+            rate_, "channels", G_TYPE_INT, channels, nullptr);
         if (std::exchange(has_caps_, true)) {
             gst_harness_push_event(harness_, gst_event_new_caps(caps));
             gst_caps_unref(caps);
@@ -153,11 +144,6 @@ class host {
     void query() {
         gst_harness_query_latency(harness_);
         gst_caps_unref(gst_pad_peer_query_caps(harness_->srcpad, nullptr));
-        gint64 result = 0;
-        gst_pad_peer_query_position(harness_->sinkpad, GST_FORMAT_TIME, &result);
-        gst_pad_peer_query_duration(harness_->sinkpad, GST_FORMAT_DEFAULT, &result);
-        gst_pad_peer_query_convert(harness_->sinkpad, GST_FORMAT_TIME, actions_.value<std::int32_t>(),
-                                   GST_FORMAT_BYTES, &result);
     }
 
     void restart() {
@@ -171,29 +157,13 @@ class host {
     }
 
     void send_event() {
-        switch (actions_.below(4U)) {
-        case 0:
-            gst_harness_push_event(harness_,
-                                   gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "T", nullptr)));
-            break;
-        case 1:
-            gst_harness_push_event(harness_, gst_event_new_stream_start("other"));
-            break;
-        case 2:
-            gst_harness_push_event(harness_, gst_event_new_segment_done(GST_FORMAT_TIME, 0));
-            break;
-        default:
-            gst_harness_push_event(harness_, gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM,
-                                                                  gst_structure_new_empty("anything")));
-        }
-    }
-
-    void send_upstream() {
-        GstEvent *const event = actions_.below(2U) != 0
-                                    ? gst_event_new_reconfigure()
-                                    : gst_event_new_seek(1, GST_FORMAT_TIME, GST_SEEK_FLAG_NONE,
-                                                         GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, -1);
-        gst_harness_push_upstream_event(harness_, event);
+        GstEvent *const events[] = {
+            gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "T", nullptr)),
+            gst_event_new_stream_start("other"), gst_event_new_segment_done(GST_FORMAT_TIME, 0),
+            gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM, gst_structure_new_empty("anything"))};
+        GstEvent *const sent = gst_event_ref(events[actions_.below(std::size(events))]);
+        gst_harness_push_event(harness_, sent);
+        std::for_each(std::begin(events), std::end(events), gst_event_unref);
     }
 
     /// Nobody takes what comes out of the next buffer.

@@ -1,18 +1,13 @@
 // Random hosts of the plug-in engine: keys, values and text in any order with data, bindings and commands;
 // sinks and streams that fail, call back, and give up the last reference from inside a call. Every frame
 // that comes out whole is one by the standard's syntax.
-#include "byte_source.hpp"
-#include "lent_blocks.hpp"
+#include "engine/engine_host.hpp"
+#include "judged_frame.hpp"
 #include "random_settings.hpp"
-#include "vela_enc_mp1a/engine.h"
-
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
+using namespace mp1a_test;
 using fuzz::expect;
 
 /// Every key and some that there are not.
@@ -32,83 +27,34 @@ std::vector<std::string> make_keys() {
 
 const std::vector<std::string> keys = make_keys();
 
-struct host;
-
-/// A sink whose frames must be whole. Nothing that it answers matters.
-struct sink final : PushData {
-    explicit sink(host &owner) : host_(owner) {}
-    std::int32_t AddRef() noexcept override { return ++references; }
-    std::int32_t Release() noexcept override { return --references; }
-    std::int32_t set_parameter(const char *, std::int32_t, double) noexcept override {
-        return call_back();
-    }
-    std::int32_t set_parameter_str(const char *, const void *value, std::int32_t size,
-                                   std::int32_t reserved) noexcept override {
-        expect(value != nullptr && size == sizeof(frame_header) && reserved == 0, "no header");
-        return call_back();
-    }
-    std::int32_t push_bytes(const std::uint8_t *bytes, std::int32_t length) noexcept override {
-        expect(length == announced && length >= 4, "another length than announced");
-        fuzz::judge_frame({bytes, static_cast<std::size_t>(length)});
-        return call_back();
-    }
-    std::int32_t begin_unit(std::int32_t length, std::int32_t) noexcept override {
-        announced = length;
-        return call_back();
-    }
-    std::int32_t end_unit() noexcept override {
-        announced = -1;
-        return call_back();
-    }
-    std::int32_t set_time_stamps(std::int64_t first, std::int64_t second) noexcept override {
-        expect(first == second, "two time stamps");
-        return call_back();
-    }
-    std::int32_t call_back() noexcept;
-
-    host &host_;
-    std::int32_t references = 1, announced = -1;
-};
-
-struct stream final : fuzz::lent_blocks {
-    explicit stream(host &owner) : host_(owner) {}
-    std::uint32_t next_chunk() override {
-        failed = false; // nobody else tells of a new stream
-        call_back();
-        return chunk;
-    }
-    bool refuses_request() override { return call_back() == 7; }
-    std::uint32_t accept(std::uint32_t n) override { return call_back() == 7 ? n / 2 : n; }
-    void inform() override { call_back(); }
-    std::int32_t call_back() noexcept;
-
-    host &host_;
-    std::uint32_t chunk = 2048;
-};
-
 struct host {
     explicit host(fuzz::byte_source &bytes) : from(bytes) {
-        engine->QueryInterface(iid_API_GetSetParamStr, params_holder);
-        engine->QueryInterface(iid_API_PutData, data_holder);
+        GTEST_FLAG_SET(break_on_failure, true); // the sinks expect much
+        for (sink &each : sinks)
+            each.hook = [&](char) { each.result = inside_call(); };
+        for (fake_output &each : streams)
+            each.hook = [&] {
+                if (inside_call() != 7) return;
+                each.refused_request = each.requests;
+                each.short_commit = each.commits;
+            };
     }
     host(const host &) = delete;
     host &operator=(const host &) = delete;
     ~host() {
-        if (!gone) release_all();
+        if (!gone()) user.set("command::done", 0);
         for (const sink &each : sinks)
-            expect(each.references == 1, "a sink's references were lost or kept");
+            for (const delivered_frame &frame : each.frames)
+                if (!frame.bytes.empty()) fuzz::judge_frame(frame.bytes);
+        for (const fake_output &each : streams)
+            fuzz::judge_frames(each, true);
     }
 
-    /// What the sinks get from then on is answered without the engine.
+    bool gone() const { return user.references <= 0; }
     void release_all() {
-        gone = true;
-        params_holder->Release();
-        data_holder->Release();
-        engine->Release();
+        while (user.references-- > 0)
+            call(user.data, 2);
     }
-
-    API_GetSetParamStr &params() { return *static_cast<API_GetSetParamStr *>(params_holder); }
-    API_PutData &data() { return *static_cast<API_PutData *>(data_holder); }
 
     const char *key() {
         const std::size_t pick = from.below(keys.size() + 5);
@@ -123,77 +69,71 @@ struct host {
         switch (from.below(10)) {
         case 0:
         case 1:
-            write_number();
-            break;
+            return write_number();
         case 2:
-            write_text();
-            break;
-        case 3: {
-            double value = 0;
-            params().get_parameter(key(), from.below(16) == 15 ? nullptr : &value, from.below(3) - 1);
-            break;
-        }
+            return write_text();
+        case 3:
+            return read_number();
         case 4:
-            params().set_parameter_str("init::output::PushData", &sinks[from.below(2)], 0);
-            break;
+            user.bind(sinks[from.below(2)]);
+            return;
         case 5:
-            bind_stream();
-            break;
+            return bind_stream();
         case 6:
-            params().set_parameter(from.below(4) == 0 ? "command::done" : "command::init", 0, 0);
-            break;
+            user.set(from.below(4) == 0 ? "command::done" : "command::init", 0);
+            return;
         default:
             put();
         }
     }
 
-    double number() { return from.below(4) == 0 ? from.value<double>() : from.about(0, 100); }
+    void read_number() {
+        double value = 0;
+        const char *const name = key();
+        double *const to = from.below(16) == 15 ? nullptr : &value;
+        call(user.params, 4, name, to, from.below(3) - 1);
+    }
 
     /// What was written can be read.
     void write_number() {
         const char *const name = key();
-        const std::int32_t index = from.below(16) == 15 ? from.value<std::int32_t>() : 0;
-        const bool is_command = name != nullptr && std::strncmp(name, "command::", 9) == 0;
-        const bool written = params().set_parameter(name, index, number()) == 0;
+        const i32 index = from.below(16) == 15 ? from.value<i32>() : 0;
+        const double number = from.below(4) == 0 ? from.value<double>() : from.about(0, 100);
+        const bool written = call(user.params, 3, name, index, number) == 0;
         double value = 0;
-        if (!written || is_command || gone) return;
-        expect(params().get_parameter(name, &value, index) == 0, "a field that cannot be read");
+        if (!written || std::strncmp(name, "command::", 9) == 0 || gone()) return;
+        expect(call(user.params, 4, name, &value, index) == 0, "a field that cannot be read");
     }
 
     void write_text() {
         const char *const picked = key();
-        if (picked == nullptr) {
-            expect(params().set_parameter_str(nullptr, "1", 1) == -1, "no key was taken");
-            return;
-        }
-        const std::string name = picked;
+        const std::string name = picked == nullptr ? "" : picked;
         if (name.starts_with("init::output")) return; // those take objects, not text
         if (name == "init::settings") {
             const mpeg_a_settings record = fuzz::read_settings(from);
-            const std::int32_t size =
-                from.below(8) == 7 ? from.about(0, 100) : std::int32_t{sizeof record};
-            params().set_parameter_str(name.c_str(), &record, size);
+            user.text(name.c_str(), &record,
+                      from.below(8) == 7 ? from.about(0, 100) : i32{sizeof record});
             return;
         }
-        std::string value;
-        for (const std::uint8_t byte : from.take(static_cast<std::size_t>(from.below(16))))
-            value += static_cast<char>(byte);
-        params().set_parameter_str(name.c_str(), from.below(16) == 15 ? nullptr : value.c_str(),
-                                   static_cast<std::int32_t>(value.size()));
+        const auto bytes = from.take(static_cast<std::size_t>(from.below(16)));
+        const std::string value(bytes.begin(), bytes.end());
+        user.text(picked, from.below(16) == 15 ? nullptr : value.c_str(),
+                  static_cast<i32>(value.size()));
     }
 
     void bind_stream() {
-        stream &bound = streams[from.below(2)];
-        bound.chunk = from.below(4) == 0 ? static_cast<std::uint32_t>(from.below(2100)) : 2048;
+        fake_output &bound = streams[from.below(2)];
+        bound.chunk = from.below(4) == 0 ? from.below(2100U) : 2048;
         bufstream *const slots = from.below(4) == 0 ? nullptr : &bound; // not what lies before them
-        params().set_parameter_str("init::output::bufstream", slots, 0);
+        user.text("init::output::bufstream", slots);
     }
 
     /// Elements of any size; nothing lies behind them.
     void put() {
         if (from.below(8) == 7) {
-            data().put_data(nullptr, from.about(0, 8), from.about(0, 100));
-            if (!gone) data().put_data(this, -1, 1 + from.below(100)); // no size: nothing is read
+            const i32 size = from.about(0, 8);
+            user.put(nullptr, from.about(0, 100), size);
+            if (!gone()) user.put(this, 1 + from.below(100), -1); // no size: nothing is read
             return;
         }
         const auto seed = from.take(1 + static_cast<std::size_t>(from.below(64)));
@@ -201,54 +141,41 @@ struct host {
         const auto pcm = std::make_unique<std::uint8_t[]>(size * count);
         for (std::size_t i = 0; i < size * count && !seed.empty(); ++i)
             pcm[i] = seed[i % seed.size()];
-        data().put_data(pcm.get(), static_cast<std::int32_t>(size), static_cast<std::int32_t>(count));
+        user.put(pcm.get(), static_cast<i32>(count), static_cast<i32>(size));
     }
 
     /// From inside a call: what is allowed there, and what has to be refused.
-    std::int32_t inside_call() {
-        if (gone || from.below(8) != 0) return 0;
-        const std::int32_t refused[] = {
-            params().set_parameter("command::done", 0, 0),
-            params().set_parameter("command::init", 0, 0),
-            params().set_parameter("settings::audio_mode", 0, 1),
-            params().set_parameter_str("settings::audio_mode", "1", 1),
-            params().set_parameter_str("init::output::PushData", &sinks[0], 0),
-            params().set_parameter_str("init::output::bufstream", nullptr, 0),
-            data().put_data(nullptr, 0, 0)};
-        for (const std::int32_t result : refused)
-            expect(result == -1, "a call back was not refused");
-        double mode = 0;
-        expect(params().get_parameter("settings::audio_mode", &mode, 0) == 0, "a question was refused");
-        IEngine *holder = nullptr;
-        const std::int32_t count = engine->AddRef();
-        engine->QueryInterface(iid_API_PutData, holder);
-        holder->Release();
-        expect(engine->Release() == count - 1, "counting went wrong");
+    i32 inside_call() {
+        if (gone()) call(user.data, 0), call(user.data, 2); // no end comes twice
+        if (gone() || from.below(8) != 0) return 0;
+        const i32 refused = user.set("command::done", 0) + user.set("command::init", 0)
+                            + user.set("settings::audio_mode", 1)
+                            + user.text("settings::audio_mode", "1") + user.bind(sinks[0])
+                            + user.text("init::output::bufstream", nullptr) + user.put(nullptr, 0);
+        expect(refused == -7, "a call back was not refused");
+        expect(user.get("settings::audio_mode") != -12345, "a question was refused");
+        const i32 count = call(user.engine, 0);
+        void *holder = nullptr;
+        call(user.engine, 1, data_identifier, &holder);
+        call(holder, 2);
+        expect(call(user.engine, 2) == count - 1, "counting went wrong");
         if (from.below(32) == 31) release_all();
         return from.below(8);
     }
 
     fuzz::byte_source &from;
-    IEngine *engine = get_encMP1A(), *params_holder = nullptr, *data_holder = nullptr;
-    sink sinks[2]{sink(*this), sink(*this)};
-    stream streams[2]{stream(*this), stream(*this)};
     std::string text;
-    bool gone = false; ///< the host's references
+    sink sinks[2];
+    fake_output streams[2]{fake_output(2048), fake_output(2048)};
+    mp1a_test::user user; // lets go of the sinks
 };
-
-std::int32_t sink::call_back() noexcept {
-    return host_.inside_call();
-}
-std::int32_t stream::call_back() noexcept {
-    return host_.inside_call();
-}
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     fuzz::byte_source from({data, size});
-    host user(from);
-    while (!from.empty() && !user.gone)
-        user.step();
+    host random(from);
+    while (!from.empty() && !random.gone())
+        random.step();
     return 0;
 }

@@ -1,6 +1,5 @@
 // The k-th allocation, request, commit or call of a sink fails, for every k, that one or all from it.
 #include "engine/engine_host.hpp"
-#include "host/encoding.hpp"
 #include "parser/frame_parser.hpp"
 
 #include <optional>
@@ -47,53 +46,44 @@ namespace {
 using bytes = std::span<const std::uint8_t>;
 using frames = std::vector<delivered_frame>;
 
-struct faulty_output : fake_output {
-    explicit faulty_output(std::uint32_t chunk_bytes) : fake_output(chunk_bytes) {
-        static const auto lend = request;
-        static const auto take = commit;
-        request = [](bufstream *s, std::uint32_t n) {
-            return plan.strikes(fault::request) ? nullptr : lend(s, n);
-        };
-        commit = [](bufstream *s, std::uint32_t n) {
-            if (!plan.strikes(fault::commit)) return take(s, n);
-            return n == 0 ? take(s, 0) + 1 : take(s, n - 1);
-        };
-    }
-};
-
 /// A host that goes on whatever the results are; its encoder makes one stream after the other.
 struct fault_host {
     stream how;
     std::uint32_t chunk;
+    bool good = true; ///< everything but the end of the first stream succeeded
+
     fault_host(const stream &settings, std::uint32_t chunk_bytes) : how(settings), chunk(chunk_bytes) {}
     virtual ~fault_host() = default;
-    virtual frames live(bytes pcm) = 0;
+    virtual frames live(bytes pcm, fake_output &output) = 0;
 
-    /// 4.5 frames, a flush, 1.5 frames. @return whether all of it succeeded
-    static bool feed(bytes pcm, const std::function<i32(bytes)> &put) {
+    frames live() {
+        fake_output output(chunk);
+        if (plan.kind == fault::request) output.refused_request = plan.at - 1;
+        if (plan.kind == fault::commit) output.short_commit = plan.at - 1;
+        output.for_good = plan.onwards;
+        const frames got = live(how.pcm(6 * how.frame_samples()), output);
+        EXPECT_FALSE(output.overrun);
+        if (output.failed) plan.seen = plan.at;
+        return got;
+    }
+
+    /// 4.5 frames, a flush, 1.5 frames.
+    void feed(bytes pcm, const std::function<i32(bytes)> &put) {
         const auto part = pcm.size() / 4;
-        bool good = true;
         for (const bytes &now : {pcm.first(part), pcm.subspan(part, 2 * part), bytes{}, pcm.last(part)})
             good &= put(now) == 0;
-        return good;
     }
-    bool good = true; ///< everything but the end of the first stream succeeded
 };
 
 struct function_host : fault_host {
     using fault_host::fault_host;
     encoder_pointer encoder{nullptr, mpegOutAudioFree};
 
-    frames live(bytes pcm) override {
-        faulty_output output(chunk);
+    frames live(bytes pcm, fake_output &output) override {
         if (encoder == nullptr) encoder = make_encoder(how, fake_host::lookup);
         good &= mpegOutAudioInit(encoder.get(), &output) == 0;
-        good &= feed(pcm, [&](bytes now) {
-            return mpegOutAudioPutBytes(encoder.get(), now.data(),
-                                        static_cast<std::uint32_t>(now.size()));
-        });
+        feed(pcm, [&](bytes now) { return put(encoder.get(), now); });
         mpegOutAudioDone(encoder.get(), 0);
-        EXPECT_FALSE(output.overrun);
         return output.frames;
     }
 };
@@ -103,21 +93,15 @@ struct engine_host : fault_host {
     using fault_host::fault_host;
     std::optional<user> engine;
 
-    frames live(bytes pcm) override {
-        faulty_output output(chunk);
+    frames live(bytes pcm, fake_output &output) override {
         sink taker;
         taker.hook = [&](char) { taker.result = plan.strikes(fault::call) ? -1 : 0; };
         if (!engine || engine->engine == nullptr) engine.emplace();
         if (engine->engine == nullptr) return good = false, frames{};
-        const mpeg_a_settings settings = how.settings();
-        engine->text("init::settings", &settings, sizeof settings);
-        engine->set("settings::sample_rate", how.rate);
-        engine->set("settings::sampling_bits", 8 * how.width);
+        engine->configure(how);
         good &= (pushes ? engine->bind(taker) : engine->text("init::output::bufstream", &output)) == 0;
-        good &=
-            feed(pcm, [&](bytes now) { return engine->put(now.data(), static_cast<i32>(now.size())); });
+        feed(pcm, [&](bytes now) { return engine->put(now.data(), static_cast<i32>(now.size())); });
         engine->set("command::done", 0);
-        EXPECT_FALSE(output.overrun);
         return pushes ? taker.frames : output.frames;
     }
 };
@@ -140,17 +124,16 @@ class faults : public testing::TestWithParam<way> {
   protected:
     /// @return whether the fault struck
     static bool survives(const stream &how, std::uint32_t chunk, const fault_plan &wanted) {
-        const auto pcm = how.pcm(6 * how.frame_samples());
         fake_host &seen = fake_host::reset();
         seen.has_malloc = seen.has_free = GetParam().has_malloc;
         const int before = blocks;
         {
             const auto host = GetParam().make(how, chunk);
             plan = wanted;
-            const frames first = host->live(pcm);
+            const frames first = host->live();
             plan.kind = fault::none;
             const bool reported = !host->good;
-            const frames second = host->live(pcm);
+            const frames second = host->live();
             judge(first, second, wanted, reported);
         }
         EXPECT_EQ(blocks, before) << "kept or freed twice";

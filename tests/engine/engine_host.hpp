@@ -1,7 +1,7 @@
 // A host: an engine whose operations it calls by number, and a sink that checks every call it gets.
 #pragma once
 
-#include "host/fake_output.hpp"
+#include "host/encoding.hpp"
 #include "vela_enc_mp1a/engine.h"
 
 #include <functional>
@@ -41,6 +41,13 @@ struct user {
         return value;
     }
     i32 text(const char *key, const void *value, i32 n = 0) { return call(params, 5, key, value, n); }
+    /// The stream's settings; its sample format and model have keys of their own.
+    void configure(const stream &how) {
+        const mpeg_a_settings settings = how.settings();
+        text("init::settings", &settings, sizeof settings);
+        set("settings::sample_rate", how.rate);
+        set("settings::sampling_bits", 8 * how.width);
+    }
     i32 bind(PushData &sink) { return text("init::output::PushData", &sink); }
     i32 put(const void *pcm, i32 count, i32 size = 1) { return call(data, 3, pcm, size, count); }
 

@@ -54,13 +54,17 @@ inline encoder_pointer make_encoder(const stream &how, resource_lookup lookup = 
     return {mpegOutAudioNew(lookup, &settings, 0, how.width, how.rate), mpegOutAudioFree};
 }
 
+inline std::int32_t put(mpeg_a_encoder *encoder, std::span<const std::uint8_t> pcm) {
+    return mpegOutAudioPutBytes(encoder, pcm.data(), static_cast<std::uint32_t>(pcm.size()));
+}
+
 /// Init, PutBytes in one piece, Done.
 inline std::vector<delivered_frame> encode(const stream &how, std::span<const std::uint8_t> pcm,
                                            vela::level level = vela::best_level()) {
     const encoder_pointer encoder = make_encoder(how);
     fake_output output;
     if (encoder == nullptr || encoder->init(&output, level) != 0) return {};
-    mpegOutAudioPutBytes(encoder.get(), pcm.data(), static_cast<std::uint32_t>(pcm.size()));
+    put(encoder.get(), pcm);
     mpegOutAudioDone(encoder.get(), 0);
     return output.overrun ? std::vector<delivered_frame>{} : output.frames;
 }

@@ -24,11 +24,15 @@ struct delivered_frame {
     }
 };
 
+/// Lends a block of its own for every request and takes it away at the commit, so that a sanitizer sees every byte
+/// that is written elsewhere or later.
 struct fake_output : bufstream {
-    std::uint32_t chunk;      ///< what chunk_size answers
-    int refused_request = -1; ///< counted from 0: no block
-    bool recording = true;    ///< false: keep nothing, allocate nothing
-    bool overrun = false;     ///< something was written behind the block
+    std::uint32_t chunk;                         ///< what chunk_size answers
+    int refused_request = -1, short_commit = -1; ///< counted from 0: no block; one byte is not taken
+    bool for_good = false;                       ///< from there on, instead of once
+    bool recording = true;                       ///< false: keep nothing, allocate nothing
+    bool failed = false;                         ///< one of those two struck
+    bool overrun = false; ///< another block was asked for, or something written behind it
     int requests = 0, commits = 0;
     std::vector<std::string> calls; ///< such as "request 4096", "commit 672", "header 0", "frame 0"
     std::vector<delivered_frame> frames;
@@ -39,7 +43,7 @@ struct fake_output : bufstream {
         : bufstream{}, chunk(chunk_bytes), block_(chunk_bytes + 64) {
         chunk_size = [](bufstream *s) {
             self(s).note("chunk_size", self(s).chunk);
-            return self(s).chunk;
+            return self(s).told_ = self(s).chunk;
         };
         request = [](bufstream *s, std::uint32_t n) { return self(s).lend(n); };
         commit = [](bufstream *s, std::uint32_t n) { return self(s).take(n); };
@@ -54,25 +58,34 @@ struct fake_output : bufstream {
 
     static fake_output &self(bufstream *stream) { return *static_cast<fake_output *>(stream); }
 
+    bool strikes(int now, int at) {
+        const bool now_too = at >= 0 && (now == at || (for_good && now > at));
+        failed |= now_too;
+        return now_too;
+    }
     void note(const char *name, std::uint32_t value) {
         if (recording) calls.push_back(std::string(name) + ' ' + std::to_string(value));
         if (hook) hook();
     }
     std::uint8_t *lend(std::uint32_t n) {
         note("request", n);
+        overrun |= n != told_;
+        if (recording) block_ = std::vector<std::uint8_t>(n + 64);
         std::ranges::fill(block_, untouched); // old contents must not pass for written bytes
-        return requests++ == refused_request || n > chunk ? nullptr : block_.data();
+        return strikes(requests++, refused_request) ? nullptr : block_.data();
     }
     std::uint32_t take(std::uint32_t n) {
         note("commit", n);
-        overrun |= n > chunk || std::any_of(block_.begin() + chunk, block_.end(), [](int b) {
-                       return b != untouched;
-                   });
-        if (recording && !overrun) {
-            current_.bytes.insert(current_.bytes.end(), block_.begin(), block_.begin() + n);
-            stream.insert(stream.end(), block_.begin(), block_.begin() + n);
-        }
-        return ++commits, n;
+        overrun |=
+            block_.empty() || n > told_
+            || std::any_of(block_.begin() + told_, block_.end(), [](int b) { return b != untouched; });
+        const std::uint32_t taken = strikes(commits++, short_commit) ? n - 1 : n;
+        if (!recording || overrun) return taken;
+        const auto end = block_.begin() + std::min(n, taken); // of nothing not even less is taken
+        current_.bytes.insert(current_.bytes.end(), block_.begin(), end);
+        stream.insert(stream.end(), block_.begin(), end);
+        block_ = std::vector<std::uint8_t>();
+        return taken;
     }
     std::uint32_t inform(std::uint32_t offset, std::uint32_t id, const void *data, std::uint32_t size) {
         const bool header = id == MPEG_A_HEADER_INFO && size == sizeof(header_info);
@@ -88,6 +101,7 @@ struct fake_output : bufstream {
     }
 
     std::vector<std::uint8_t> block_;
+    std::uint32_t told_ = 0;
     delivered_frame current_;
 };
 
