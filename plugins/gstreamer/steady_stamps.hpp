@@ -22,9 +22,9 @@ class steady_stamps {
     GstClockTime next(GstClockTime stamp, std::uint64_t bytes, GstClockTime tolerance) noexcept {
         if (bytes_per_second_ == 0) return stamp; // no format yet
         if (GST_CLOCK_TIME_IS_VALID(stamp)) {
-            const GstClockTime expected =
-                first_ + gst_util_uint64_scale(bytes_, GST_SECOND, bytes_per_second_);
             const bool is_first = !GST_CLOCK_TIME_IS_VALID(first_);
+            const GstClockTime expected =
+                (is_first ? 0 : first_) + gst_util_uint64_scale(bytes_, GST_SECOND, bytes_per_second_);
             if (is_first || (stamp > expected ? stamp - expected : expected - stamp) > tolerance) {
                 first_ = stamp;
                 bytes_ = 0;
