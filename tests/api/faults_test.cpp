@@ -46,78 +46,61 @@ namespace {
 using bytes = std::span<const std::uint8_t>;
 using frames = std::vector<delivered_frame>;
 
+/// The ways in; the second one brings malloc and free.
+enum way { functions, functions_with_an_allocator, engine, engine_with_a_sink };
+constexpr const char *names[] = {"functions", "functions_with_an_allocator", "engine",
+                                 "engine_with_a_sink"};
+const std::vector<fault> kinds[] = {{fault::allocation, fault::request, fault::commit},
+                                    {fault::allocation},
+                                    {fault::allocation, fault::request, fault::commit},
+                                    {fault::allocation, fault::call}};
+
 /// A host that goes on whatever the results are; its encoder makes one stream after the other.
 struct fault_host {
     stream how;
     std::uint32_t chunk;
+    encoder_pointer encoder{nullptr, mpegOutAudioFree};
+    std::optional<user> plugin;
     bool good = true; ///< everything but the end of the first stream succeeded
 
-    fault_host(const stream &settings, std::uint32_t chunk_bytes) : how(settings), chunk(chunk_bytes) {}
-    virtual ~fault_host() = default;
-    virtual frames live(bytes pcm, fake_output &output) = 0;
-
-    frames live() {
+    frames live(way by) {
         fake_output output(chunk);
         if (plan.kind == fault::request) output.refused_request = plan.at - 1;
         if (plan.kind == fault::commit) output.short_commit = plan.at - 1;
         output.for_good = plan.onwards;
-        const frames got = live(how.pcm(6 * how.frame_samples()), output);
+        const frames got = by < engine ? by_functions(output) : by_engine(output, by != engine);
         EXPECT_FALSE(output.overrun);
         if (output.failed) plan.seen = plan.at;
         return got;
     }
 
+  private:
+    frames by_functions(fake_output &output) {
+        if (encoder == nullptr) encoder = make_encoder(how, fake_host::lookup);
+        good &= mpegOutAudioInit(encoder.get(), &output) == 0;
+        feed([&](bytes now) { return put(encoder.get(), now); });
+        mpegOutAudioDone(encoder.get(), 0);
+        return output.frames;
+    }
+    frames by_engine(fake_output &output, bool pushes) {
+        sink taker;
+        taker.hook = [&](char) { taker.result = plan.strikes(fault::call) ? -1 : 0; };
+        if (!plugin || plugin->engine == nullptr) plugin.emplace();
+        if (plugin->engine == nullptr) return good = false, frames{};
+        plugin->configure(how);
+        good &= (pushes ? plugin->bind(taker) : plugin->text("init::output::bufstream", &output)) == 0;
+        feed([&](bytes now) { return plugin->put(now.data(), static_cast<i32>(now.size())); });
+        plugin->set("command::done", 0);
+        return pushes ? taker.frames : output.frames;
+    }
     /// 4.5 frames, a flush, 1.5 frames.
-    void feed(bytes pcm, const std::function<i32(bytes)> &put) {
+    void feed(const auto &put) {
+        const auto input = how.pcm(6 * how.frame_samples());
+        const bytes pcm = input;
         const auto part = pcm.size() / 4;
         for (const bytes &now : {pcm.first(part), pcm.subspan(part, 2 * part), bytes{}, pcm.last(part)})
             good &= put(now) == 0;
     }
-};
-
-struct function_host : fault_host {
-    using fault_host::fault_host;
-    encoder_pointer encoder{nullptr, mpegOutAudioFree};
-
-    frames live(bytes pcm, fake_output &output) override {
-        if (encoder == nullptr) encoder = make_encoder(how, fake_host::lookup);
-        good &= mpegOutAudioInit(encoder.get(), &output) == 0;
-        feed(pcm, [&](bytes now) { return put(encoder.get(), now); });
-        mpegOutAudioDone(encoder.get(), 0);
-        return output.frames;
-    }
-};
-
-template <bool pushes>
-struct engine_host : fault_host {
-    using fault_host::fault_host;
-    std::optional<user> engine;
-
-    frames live(bytes pcm, fake_output &output) override {
-        sink taker;
-        taker.hook = [&](char) { taker.result = plan.strikes(fault::call) ? -1 : 0; };
-        if (!engine || engine->engine == nullptr) engine.emplace();
-        if (engine->engine == nullptr) return good = false, frames{};
-        engine->configure(how);
-        good &= (pushes ? engine->bind(taker) : engine->text("init::output::bufstream", &output)) == 0;
-        feed(pcm, [&](bytes now) { return engine->put(now.data(), static_cast<i32>(now.size())); });
-        engine->set("command::done", 0);
-        return pushes ? taker.frames : output.frames;
-    }
-};
-
-template <class Host>
-std::unique_ptr<fault_host> make(const stream &how, std::uint32_t chunk) {
-    return std::make_unique<Host>(how, chunk);
-}
-
-const std::vector<fault> with_blocks{fault::allocation, fault::request, fault::commit};
-
-struct way {
-    const char *name;
-    std::unique_ptr<fault_host> (*make)(const stream &, std::uint32_t chunk);
-    bool has_malloc; ///< the host's own functions are used
-    std::vector<fault> kinds;
 };
 
 class faults : public testing::TestWithParam<way> {
@@ -125,15 +108,15 @@ class faults : public testing::TestWithParam<way> {
     /// @return whether the fault struck
     static bool survives(const stream &how, std::uint32_t chunk, const fault_plan &wanted) {
         fake_host &seen = fake_host::reset();
-        seen.has_malloc = seen.has_free = GetParam().has_malloc;
+        seen.has_malloc = seen.has_free = GetParam() == functions_with_an_allocator;
         const int before = blocks;
         {
-            const auto host = GetParam().make(how, chunk);
+            fault_host host{how, chunk};
             plan = wanted;
-            const frames first = host->live();
+            const frames first = host.live(GetParam());
             plan.kind = fault::none;
-            const bool reported = !host->good;
-            const frames second = host->live();
+            const bool reported = !host.good;
+            const frames second = host.live(GetParam());
             judge(first, second, wanted, reported);
         }
         EXPECT_EQ(blocks, before) << "kept or freed twice";
@@ -164,7 +147,7 @@ TEST_P(faults, at_any_position_leave_whole_frames_and_an_encoder_for_the_next_st
                                {1, MPEG_A_MODE_MONO, 9, 1, 44100, 4, 0, 0, MPEG_A_MODEL_TUNED}};
     for (const stream &how : settings)
         for (const std::uint32_t chunk : {4096U, 1025U})
-            for (const fault kind : GetParam().kinds)
+            for (const fault kind : kinds[GetParam()])
                 for (const bool onwards : {false, true}) {
                     int at = 1;
                     while (survives(how, chunk, {kind, at, onwards}) && !HasFailure())
@@ -176,14 +159,10 @@ TEST_P(faults, at_any_position_leave_whole_frames_and_an_encoder_for_the_next_st
                 }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    by, faults,
-    testing::Values(
-        way{"functions", make<function_host>, false, with_blocks},
-        way{"functions_with_an_allocator", make<function_host>, true, {fault::allocation}},
-        way{"engine", make<engine_host<false>>, false, with_blocks},
-        way{"engine_with_a_sink", make<engine_host<true>>, false, {fault::allocation, fault::call}}),
-    [](const auto &made) { return made.param.name; });
+INSTANTIATE_TEST_SUITE_P(by, faults,
+                         testing::Values(functions, functions_with_an_allocator, engine,
+                                         engine_with_a_sink),
+                         [](const auto &made) { return names[made.param]; });
 
 } // namespace
 } // namespace mp1a_test
