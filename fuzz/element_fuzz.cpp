@@ -25,9 +25,8 @@ class host {
   public:
     explicit host(fuzz::byte_source &actions)
         : actions_(actions), harness_(gst_harness_new("velamp2enc")) {
-        // Not one that takes nothing of it all: GStreamer 1.22 loses the caps that it was offered.
         static constexpr std::array wanted{"audio/mpeg, layer = (int) 1", "audio/mpeg, layer = (int) 2",
-                                           "audio/mpeg, rate = (int) 48000"};
+                                           "audio/mpeg, rate = (int) 48000", "video/x-raw"};
         const unsigned downstream = actions_.below(16U);
         if (downstream < wanted.size()) gst_harness_set_sink_caps_str(harness_, wanted[downstream]);
         send_caps();

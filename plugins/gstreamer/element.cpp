@@ -184,9 +184,12 @@ gboolean on_sink_event(GstAudioEncoder *enc, GstEvent *event) {
 }
 
 GstCaps *on_getcaps(GstAudioEncoder *enc, GstCaps *filter) {
+    // What is offered is not handed to the proxy, which loses it when downstream takes nothing (GStreamer 1.22).
+    GstCaps *const passing = gst_audio_encoder_proxy_getcaps(enc, nullptr, filter);
     GstCaps *const offered = velamp2::offered_caps(copy_wishes(enc));
-    GstCaps *const result = gst_audio_encoder_proxy_getcaps(enc, offered, filter);
+    GstCaps *const result = gst_caps_intersect_full(offered, passing, GST_CAPS_INTERSECT_FIRST);
     gst_caps_unref(offered);
+    gst_caps_unref(passing);
     return result;
 }
 
