@@ -63,6 +63,7 @@ struct fault_host {
     std::optional<user> plugin;
     bool good = true; ///< everything but the end of the first stream succeeded
 
+    fault_host(const stream &settings, std::uint32_t lent) : how(settings), chunk(lent) {}
     frames live(way by) {
         fake_output output(chunk);
         if (plan.kind == fault::request) output.refused_request = plan.at - 1;
@@ -111,7 +112,7 @@ class faults : public testing::TestWithParam<way> {
         seen.has_malloc = seen.has_free = GetParam() == functions_with_an_allocator;
         const int before = blocks;
         {
-            fault_host host{how, chunk};
+            fault_host host(how, chunk);
             plan = wanted;
             const frames first = host.live(GetParam());
             plan.kind = fault::none;

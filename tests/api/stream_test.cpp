@@ -19,12 +19,6 @@ using parsed_frames = std::vector<whole_frame>;
 
 constexpr int rates[] = {32000, 44100, 48000};
 
-std::vector<float> make_input(const stream &how, waveform kind, int frames) {
-    const int length = frames * how.frame_samples();
-    const auto left = make_signal(kind, length, 1);
-    return how.channels() == 1 ? left : interleave(left, make_signal(kind, length, 2));
-}
-
 /// Layer, mode, index, CRC, rate, width.
 std::string name_of(const stream &s) {
     return testing::PrintToString(std::tuple{s.layer, s.mode, s.bitrate, s.crc, s.rate, s.width});
@@ -62,7 +56,7 @@ TEST(stream, every_frame_of_every_setting_at_every_level_is_legal_and_of_exact_l
         const bool allowed = how.bitrate >= (how.channels() == 2 ? 4 : how.layer == 1 ? 3 : 1);
         const waveform kind = all_waveforms[i % 7];
         how.width = kind == waveform::broken ? 4 : 2 + i % 3;
-        const auto frames = encode(how, pcm_bytes(make_input(how, kind, 3), how.width),
+        const auto frames = encode(how, how.pcm(3 * how.frame_samples(), kind),
                                    levels()[static_cast<std::size_t>(i) % levels().size()]);
         EXPECT_EQ(expect_legal(how, frames).size(), allowed ? 3u : 0u) << name_of(how);
     }
@@ -192,7 +186,7 @@ TEST_P(literal, frames_carry_what_the_wording_gives) {
         const auto [bitrate, rate] = qualities[i / 4];
         const waveform kind = all_waveforms[std::array{1, 2, 3, 5}[i % 4]];
         const stream how{layer, mode, bitrate, bitrate % 2, rate, 2 + i % 3, 0, 0, model};
-        auto pcm = pcm_bytes(make_input(how, kind, 5), how.width);
+        auto pcm = how.pcm(5 * how.frame_samples(), kind);
         pcm.resize(pcm.size() - 120); // silence completes the last frame
         const auto parsed = expect_legal(how, encode(how, pcm));
         ASSERT_EQ(parsed.size(), 5u);

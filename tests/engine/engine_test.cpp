@@ -31,16 +31,6 @@ TEST(engine_slots, operations_have_their_numbers_and_interfaces_share_one_count)
     EXPECT_EQ(output.calls, "AARRdDtbpe");
 }
 
-TEST(engine_slots, interfaces_know_their_type_and_cannot_be_deleted) {
-    static_assert(
-        !std::is_destructible_v<
-            IEngine> && !std::is_destructible_v<API_PutData> && !std::is_destructible_v<API_GetSetParamStr> && !std::is_destructible_v<PushData>);
-    user host;
-    auto *const data = static_cast<IEngine *>(host.data);
-    EXPECT_EQ(dynamic_cast<API_PutData *>(data), data);
-    EXPECT_EQ(dynamic_cast<API_GetSetParamStr *>(data), nullptr);
-}
-
 TEST(engine_slots, a_query_moves_exactly_one_reference_into_the_holder) {
     user host, other;
     void *holder = nullptr;

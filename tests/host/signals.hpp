@@ -54,12 +54,4 @@ inline std::vector<std::uint8_t> pcm_bytes(const std::vector<float> &samples, in
     return out;
 }
 
-/// Channels side by side; both end with the shorter one.
-inline std::vector<float> interleave(const std::vector<float> &left, const std::vector<float> &right) {
-    std::vector<float> out;
-    for (std::size_t i = 0; i < std::min(left.size(), right.size()); ++i)
-        out.insert(out.end(), {left[i], right[i]});
-    return out;
-}
-
 } // namespace mp1a_test
