@@ -2,6 +2,7 @@
 // outside, hang or throw anything but a refusal.
 #include "byte_source.hpp"
 #include "common/failure.hpp"
+#include "velainfo/frame_difference.hpp"
 #include "velainfo/json_report.hpp"
 #include "velainfo/page.hpp"
 #include "velainfo/stream_input.hpp"
@@ -30,6 +31,8 @@ void report_on(tools::stream_input &input, std::size_t size) {
     tools::report_builder builder("fuzz", input.container());
     tools::stream_pictures pictures;
     std::uint64_t sum = 0;
+    std::vector<std::uint8_t> bytes[2];
+    tools::frame_contents last;
     while (const auto piece = scanner.next()) {
         expect(piece->offset == sum && piece->length > 0, "a gap between pieces");
         sum += piece->length;
@@ -41,6 +44,11 @@ void report_on(tools::stream_input &input, std::size_t size) {
         const tools::parsed_frame frame = tools::parse_frame(piece->bytes, &codes);
         expect(frame.faults == tools::parse_frame(piece->bytes).faults, "two verdicts on a frame");
         look_at(frame, codes);
+        bytes[0].assign(piece->bytes.begin(), piece->bytes.end());
+        const tools::frame_contents here{bytes[0], frame, codes};
+        if (!last.bytes.empty()) tools::differences_of(last, here);
+        bytes[0].swap(bytes[1]);
+        last = here;
         tools::frame_line(builder.so_far(), piece->offset, frame);
         tools::json_of(builder.so_far(), piece->offset, frame);
         pictures.add(builder.so_far().frames, frame);

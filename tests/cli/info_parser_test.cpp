@@ -1,4 +1,5 @@
 // The rules by which every other test judges a stream: one malformed frame a rule, written by hand.
+#include "velainfo/frame_difference.hpp"
 #include "workbench.hpp"
 #include "written_frame.hpp"
 
@@ -124,6 +125,45 @@ TEST(info_parser, layer_ii_has_bitrates_for_mono_only_and_for_two_channels_only)
                              "FFFD/16 F4C0/16", "FFFD/16 1CC0/16", "FEFD/16 14C0/16"})
         EXPECT_FALSE(tools::read_header(frame_of(none, 4))) << none;
     EXPECT_FALSE(tools::read_header(frame_of(layer2, 3)));
+}
+
+TEST(info_parser, frames_that_differ_do_so_in_a_field_at_its_first_place) {
+    const std::string mono = "FFFD/16 14C0/16", crc = "FFFC/16 14C0/16 ",
+                      alone = " 1/4 0/4 0/3*6 2/2 3E/6", parts = layer2 + "1/4 0/4 0/3*6 0/2 0/6*2 ";
+    const struct {
+        std::string first, second;
+        const char *expected;
+        std::size_t first_size = 96, second_size = 96;
+    } cases[] = {
+        {mono, "FFFD/16 15C0/16", "private: 0 1;"},
+        {mono, "FFFD/16 14DD/16",
+         "mode extension: 0 1;copyright: 0 1;original: 0 1;emphasis: none 50/15;"},
+        {mono, "FFFD/16 2640/16", "kbps: 32 48;padding: 0 1;mode: mono joint stereo;", 96, 145},
+        {mono, "FFFF/16 14C0/16", "layer: II I;", 96, 32},
+        {mono, "FFF5/16 14C0/16", "version: 1 2;kbps: 32 8;rate: 48000 24000;", 96, 48},
+        {layer2 + alone, crc + "B023/16" + alone, "crc: 0 1;"},
+        {crc + "B023/16" + alone, crc + "B022/16" + alone, "CRC: 45091 45090;"},
+        {only(1, ""), only(2, ""), "allocation, subband 0: 3 5;"},
+        {"FFFD/16 8400/16", "FFFD/16 8400/16 0/4 2/4", "allocation, right, subband 0: 0 7;", 384, 384},
+        {only(1, ""), layer2 + "1/4 0/4 0/3*6 1/2 3E/6*2", "scfsi, subband 0: 2 1;"},
+        {parts + "1/6", parts + "2/6 1/5",
+         "scale factors, subband 0, part 2: 1 2;samples, subband 0, sample 0: 0 1;"},
+        {only(4, "E/4 E/4 E/4"), only(4, "E/4 D/4 D/4"), "samples, subband 0, sample 1: 14 13;"},
+        {only(4, "F/4 E/4 E/4"), only(3, ""), "damage: forbidden code none;"},
+        {only(1, ""), only(1, "0/5*12 0/32*15 0/20 1/1"), "ancillary, bit 500: 0 1;"}};
+    for (const auto &[first, second, expected, first_size, second_size] : cases) {
+        const bytes both[] = {frame_of(first, first_size), frame_of(second, second_size)};
+        tools::frame_contents contents[2];
+        for (int i = 0; i < 2; ++i) {
+            contents[i].bytes = both[i];
+            contents[i].frame = tools::parse_frame(both[i], &contents[i].codes);
+        }
+        std::string said;
+        for (const auto &found : tools::differences_of(contents[0], contents[1]))
+            said += found.field + (found.place.empty() ? "" : ", " + found.place) + ": "
+                    + found.values[0] + " " + found.values[1] + ";";
+        EXPECT_EQ(said, expected) << second;
+    }
 }
 
 /// What the scanner makes of a stream: F for a frame, a dot for a gap with its length.

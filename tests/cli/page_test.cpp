@@ -78,12 +78,22 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
     std::string damaged = get("a.mp2");
     damaged.at(5 * 384 + 4) ^= 1; // the CRC of frame 5
     put("a.mp2", damaged);
-    run("velainfo --source a.wav --trace t.jsonl --html a.html a.mp2", 3);
+    // A name that looks like a place of the page's own.
+    run("mkdir -p 'x/*js*' && cp a.mp2 'x/*js*'; velainfo --source a.wav --trace t.jsonl --html a.html "
+        "'x/*js*/a.mp2'",
+        3);
+    run("velaenc --quiet --trace other.jsonl --bitrate 192 a.wav b.mp2; touch empty; (cat t.jsonl; "
+        "echo) >long");
     put("none.jsonl", "{}\n");
-    put("none.html", "<p>Somebody else's");
-    run("velainfo --html none.html a.mp2", 4);
-    run("velainfo --source a.wav --trace none.jsonl --html none.html a.mp2", 2,
-        "not what velaenc --trace writes: line 1");
+    put("none.html", "<!DOCTYPE html><html lang=\"en\"><head><title>velainfo</title></head></html>");
+    run("velainfo --html none.html a.mp2", 4, "exists and is not a page of velainfo's");
+    for (const auto &[trace, words] :
+         {std::pair{"none.jsonl", "not what velaenc --trace writes: line 1"},
+          {"other.jsonl", "is the trace of another stream: line 1"},
+          {".", "cannot read the trace ."},
+          {"empty", "ends after 0 frames"},
+          {"long", "which has only 84 frames"}})
+        run(std::string("velainfo --html a.html a.mp2 --trace ") + trace, 2, words);
     for (const bool dark : {false, true}) {
         const auto seen =
             browse("a.html", std::string("--blink-settings=preferredColorScheme=") + (dark ? "0" : "1")
@@ -110,7 +120,7 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
         EXPECT_EQ(seen["verdict"], "Damaged: 1 place, 1 frame; 0:02.016");
         EXPECT_EQ(seen["places"], (nlohmann::json{"0:00.120 CRC"}));
         EXPECT_TRUE(seen["jumped"][0] == 0.0 && seen["jumped"][1] == 1.0) << seen["jumped"];
-        EXPECT_EQ(seen["title"], "a.mp2 - velainfo");
+        EXPECT_EQ(seen["title"], "x/*js*/a.mp2 - velainfo");
         EXPECT_EQ(seen["sections"], seen["titles"].size()) << "a picture without its heading";
     }
 }

@@ -33,10 +33,16 @@ bool live_input::has_ended() const noexcept {
 }
 
 bool live_input::wait_for(int descriptor) const noexcept {
+    return wait_for(descriptor, -1) == outcome::readable;
+}
+
+live_input::outcome live_input::wait_for(int descriptor, int most) const noexcept {
     std::array<pollfd, 2> states{{{descriptor, POLLIN, 0}, {event_.get(), POLLIN, 0}}};
-    while (::poll(states.data(), states.size(), -1) < 0 && errno == EINTR) {
+    int ready = 0;
+    while ((ready = ::poll(states.data(), states.size(), most)) < 0 && errno == EINTR) {
     }
-    return states[1].revents == 0;
+    if (ready == 0) return outcome::nothing;
+    return states[1].revents == 0 ? outcome::readable : outcome::ended;
 }
 
 bool end_live_input(int signal) noexcept {

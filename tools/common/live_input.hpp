@@ -20,6 +20,10 @@ class live_input {
     /// has come.
     bool wait_for(int descriptor) const noexcept;
 
+    enum class outcome { readable, ended, nothing };
+    /// The same for at most so many milliseconds.
+    outcome wait_for(int descriptor, int most) const noexcept;
+
   private:
     file_handle event_; ///< readable when the signal has come
 };

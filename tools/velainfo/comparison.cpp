@@ -1,7 +1,7 @@
 #include "velainfo/comparison.hpp"
 
-#include "common/failure.hpp"
 #include "velainfo/alignment.hpp"
+#include "velainfo/decoded_source.hpp"
 #include "velainfo/frame_decoder.hpp"
 #include "velainfo/source_analysis.hpp"
 #include "velainfo/source_reader.hpp"
@@ -26,20 +26,26 @@ double decibel(double ratio) {
     return ratio > 1e-15 ? 10 * std::log10(ratio) : -150;
 }
 
+/// What a stream is held against.
+struct comparison_source {
+    std::string name;
+    std::function<std::unique_ptr<pcm_source>()> open;
+    bool has_masks = true; ///< an original, which the encoder's model may look at
+};
+
 class comparer {
   public:
-    comparer(const stream_name &stream, const stream_report &report, const std::string &source)
-        : stream_(stream), source_path_(source), layer_(report.usual(stream_report::layer)),
+    comparer(const stream_name &stream, const stream_report &report, comparison_source source)
+        : stream_(stream), source_from_(std::move(source)), layer_(report.usual(stream_report::layer)),
           channels_(report.usual(stream_report::mode) == 3 ? 1 : 2),
           rate_(report.usual(stream_report::rate)), samples_(layer_ == 1 ? 384 : 1152),
-          usual_bytes_(std::max(static_cast<int>(report.frame_bytes / report.frames), 1)),
-          all_frames_(report.frames) {
-        if (rate_ < 32000)
+          all_frames_(report.frames), report_(report) {
+        if (source_from_.has_masks && rate_ < 32000)
             throw failure(exit_code::input,
                           "--source needs 32000, 44100 or 48000 Hz: the psychoacoustic model"
                           " knows no lower rates");
-        source_ = std::make_unique<source_reader>(source, channels_, rate_);
-        total_.name = source;
+        source_ = std::make_unique<source_reader>(source_from_.open(), channels_, rate_);
+        total_.name = source_from_.name;
         total_.channels = channels_;
     }
 
@@ -64,7 +70,7 @@ class comparer {
     }
 
   private:
-    frame_decoder decode() const { return {stream_, usual_bytes_, samples_, channels_}; }
+    frame_decoder decode() const { return {stream_, report_}; }
 
     /// The first loud part of the stream, found in the source.
     void find_offset() {
@@ -88,12 +94,13 @@ class comparer {
                 decoded[ch].insert(decoded[ch].end(), pcm(ch).begin(), pcm(ch).end());
         }
         if (decoded.front().empty())
-            throw failure(exit_code::input, "the stream is silent: nothing to align the source by");
+            throw not_alike(exit_code::input, "the stream is silent: nothing to align the source by");
         const std::int64_t begin = std::max<std::int64_t>(0, skipped - searched_range);
-        source_reader reader(source_path_, channels_, rate_);
+        source_reader reader(source_from_.open(), channels_, rate_);
         const channel_sound source = reader.read_channels(
             begin, static_cast<std::size_t>(skipped - begin + searched_window + searched_range));
-        const std::int64_t delay = source_analysis::delay(layer_);
+        // What is decoded too is as late as the stream is.
+        const std::int64_t delay = source_from_.has_masks ? source_analysis::delay(layer_) : 0;
         const alignment found =
             align(decoded, source, skipped - delay - begin, skipped - searched_range - begin,
                   skipped + searched_range - begin);
@@ -102,9 +109,9 @@ class comparer {
         total_.swapped = found.swapped;
         total_.inverted = found.correlation < 0;
         if (total_.correlation < 0.3)
-            throw failure(exit_code::input, source_path_ + " does not seem to be the source of "
-                                                + stream_.path + ": they correlate by "
-                                                + std::to_string(total_.correlation) + " at best");
+            throw not_alike(exit_code::input, source_from_.name + " does not seem to be the source of "
+                                                  + stream_.path + ": they correlate by "
+                                                  + std::to_string(total_.correlation) + " at best");
         find_gain(decoded, source, found);
     }
 
@@ -195,7 +202,8 @@ class comparer {
     void analyze(std::int64_t position) {
         const auto instants = static_cast<std::size_t>(samples_);
         if (!analysis_ || position != next_position_) {
-            analysis_ = std::make_unique<source_analysis>(layer_, channels_, rate_);
+            analysis_ =
+                std::make_unique<source_analysis>(layer_, channels_, rate_, source_from_.has_masks);
             analysis_->analyze(source_->read(position - samples_, instants), subbands_, smr_);
         }
         analysis_->analyze(source_->read(position, instants), subbands_, smr_);
@@ -291,12 +299,13 @@ class comparer {
     }
 
     stream_name stream_;
-    std::string source_path_;
-    int layer_, channels_, rate_, samples_, usual_bytes_;
+    comparison_source source_from_;
+    int layer_, channels_, rate_, samples_;
     std::uint64_t all_frames_;
+    const stream_report &report_;
     std::unique_ptr<source_reader> source_;
     std::unique_ptr<source_analysis> analysis_;
-    double subbands_[2][36][32], smr_[2][32];
+    double subbands_[2][36][32] = {}, smr_[2][32] = {};
     std::int64_t offset_ = 0, next_position_ = 0, first_compared_ = 0, last_compared_ = 0;
     double usual_correlation_ = 0.9;
     std::size_t quiet_for_ = 0; ///< frames until the next search
@@ -309,7 +318,15 @@ class comparer {
 comparison_totals compare_with_source(const stream_name &stream, const stream_report &report,
                                       const std::string &source_path,
                                       const std::function<void(const compared_frame &)> &each) {
-    return comparer(stream, report, source_path).run(each);
+    const auto open = [&] { return open_source(source_path); };
+    return comparer(stream, report, {.name = source_path, .open = open}).run(each);
+}
+
+comparison_totals compare_with_stream(const stream_name &stream, const stream_report &report,
+                                      const stream_name &other, const stream_report &other_report,
+                                      const std::function<void(const compared_frame &)> &each) {
+    const auto open = [&] { return std::make_unique<decoded_source>(other, other_report); };
+    return comparer(stream, report, {.name = other.path, .open = open, .has_masks = false}).run(each);
 }
 
 } // namespace tools

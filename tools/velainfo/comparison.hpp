@@ -1,6 +1,7 @@
 // A stream beside its original: level, error and noise-to-mask ratio of every subband.
 #pragma once
 
+#include "common/failure.hpp"
 #include "velainfo/container_tracks.hpp"
 #include "velainfo/stream_report.hpp"
 
@@ -50,9 +51,20 @@ struct compared_frame {
 /// by subband sample. A constant gain, inverted polarity and exchanged channels are named and made up for.
 /// Frames that are damaged, of another kind or outside of the source are left out.
 /// @param each  gets every frame that is compared
-/// @throws failure when the source does not fit
+/// @throws failure when the source does not fit; not_alike when its sound does not
 comparison_totals compare_with_source(const stream_name &stream, const stream_report &report,
                                       const std::string &source_path,
+                                      const std::function<void(const compared_frame &)> &each);
+
+/// Two streams that cannot be compared by their sound; the text says why.
+struct not_alike : failure {
+    using failure::failure;
+};
+
+/// The same with another stream, decoded, in place of the source, and without a psychoacoustic model.
+/// @throws failure as above
+comparison_totals compare_with_stream(const stream_name &stream, const stream_report &report,
+                                      const stream_name &other, const stream_report &other_report,
                                       const std::function<void(const compared_frame &)> &each);
 
 } // namespace tools

@@ -3,7 +3,9 @@
 #include "common/child_process.hpp"
 #include "common/failure.hpp"
 #include "input/input_file.hpp"
+#include "parser/frame_scanner.hpp"
 #include "velainfo/container_kind.hpp"
+#include "velainfo/stream_input.hpp"
 
 #include <algorithm>
 #include <array>
@@ -28,6 +30,20 @@ bool is_container(const input_file &file) {
     std::array<char, 512> head;
     const std::size_t size = read_at(file, 0, std::as_writable_bytes(std::span(head)));
     return !container_of({head.data(), size}).name.empty();
+}
+
+/// MP4 and Flash have one name for all layers. @return whether the track's are I or II
+bool holds_frames(const stream_name &track) {
+    stream_input input(track);
+    std::size_t left = std::size_t{1} << 16; // all of Layer III would be searched
+    frame_scanner scanner([&](std::span<std::uint8_t> room) {
+        const std::size_t size = input.read(room.first(std::min(room.size(), left)));
+        left -= size;
+        return size;
+    });
+    while (const auto piece = scanner.next())
+        if (piece->is_frame) return true;
+    return false;
 }
 
 } // namespace
@@ -62,9 +78,10 @@ std::vector<stream_name> streams_of(const std::string &path) {
             std::string codec;
             char comma = 0;
             fields >> track >> comma >> codec;
-            const bool is_ours = codec.starts_with("mp1") || codec.starts_with("mp2");
             const bool is_known =
                 std::ranges::any_of(found, [&](const stream_name &s) { return s.track == track; });
+            const bool is_ours = codec.starts_with("mp1") || codec.starts_with("mp2")
+                                 || (codec.starts_with("mp3") && holds_frames({path, track}));
             if (is_ours && !is_known) found.emplace_back(path, track);
         }
         child.wait();

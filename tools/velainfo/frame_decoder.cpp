@@ -4,10 +4,10 @@
 
 namespace tools {
 
-frame_decoder::frame_decoder(const stream_name &stream, int usual_bytes, int usual_samples,
-                             int channels)
-    : input_(stream), usual_bytes_(static_cast<unsigned>(usual_bytes)), usual_samples_(usual_samples),
-      channels_(channels),
+frame_decoder::frame_decoder(const stream_name &stream, const stream_report &report)
+    : input_(stream), usual_bytes_(std::max<std::uint64_t>(report.frame_bytes / report.frames, 1)),
+      usual_samples_(report.usual(stream_report::layer) == 1 ? 384 : 1152),
+      channels_(report.usual(stream_report::mode) == 3 ? 1 : 2),
       scanner_([this](std::span<std::uint8_t> room) { return input_.read(room); }) {
 }
 

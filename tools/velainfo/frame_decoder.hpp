@@ -19,10 +19,8 @@ struct decoded_frame {
 
 class frame_decoder {
   public:
-    /// @param usual_bytes    of a frame
-    /// @param usual_samples  of a frame
-    /// @param channels       frames with another number are not decoded
-    frame_decoder(const stream_name &stream, int usual_bytes, int usual_samples, int channels);
+    /// @param report  of the whole stream; frames with another number of channels than most are not decoded
+    frame_decoder(const stream_name &stream, const stream_report &report);
 
     /// None at the end. What cannot be decoded is silent.
     bool next(decoded_frame &out);
@@ -31,7 +29,7 @@ class frame_decoder {
     void synthesize(decoded_frame &out);
 
     stream_input input_;
-    unsigned usual_bytes_;
+    std::uint64_t usual_bytes_; ///< of a frame
     int usual_samples_, channels_;
     frame_scanner scanner_;
     sample_codes codes_;

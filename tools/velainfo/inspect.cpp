@@ -6,11 +6,13 @@
 #include "velainfo/comparison.hpp"
 #include "velainfo/input_list.hpp"
 #include "velainfo/json_report.hpp"
+#include "velainfo/live_view.hpp"
 #include "velainfo/ordered_work.hpp"
 #include "velainfo/page.hpp"
 #include "velainfo/preset_check.hpp"
 #include "velainfo/sound_meter.hpp"
 #include "velainfo/standard_output.hpp"
+#include "velainfo/stream_difference.hpp"
 #include "velainfo/stream_input.hpp"
 #include "velainfo/text_report.hpp"
 #include "velainfo/trace_reader.hpp"
@@ -18,6 +20,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <unistd.h>
 
 namespace tools {
 namespace {
@@ -100,14 +103,24 @@ class inspector {
         std::optional<trace_reader> trace;
         if (!wanted_.trace.empty()) trace.emplace(wanted_.trace);
         frame_scanner scanner([&](std::span<std::uint8_t> room) { return input.read(room); });
+        std::optional<live_view> view;
+        if (input.is_live() && ::isatty(STDERR_FILENO)
+            && (frames_ == nullptr || !::isatty(STDOUT_FILENO)))
+            view.emplace();
+        const auto tick = [&] {
+            if (view) view->update(builder.so_far());
+            if (frames_ != nullptr) frames_->flush();
+        };
+        input.while_waiting(tick);
         if (frames_ != nullptr && !wanted_.json) frames_->print(frame_line_heading());
         while (const auto piece = scanner.next()) {
             if (!piece->is_frame) {
                 builder.add(*piece);
                 continue;
             }
-            const parsed_frame frame = parse_frame(piece->bytes, meter ? &codes_ : nullptr);
+            const parsed_frame frame = parse_frame(piece->bytes, meter || view ? &codes_ : nullptr);
             if (meter) meter->add(frame, codes_);
+            if (view) view->add(frame, codes_);
             const std::uint64_t offset = builder.offset_of(*piece);
             if (frames_ != nullptr)
                 frames_->print(wanted_.json ? json_of(builder.so_far(), offset, frame)
@@ -116,9 +129,10 @@ class inspector {
                 pictures.add(builder.so_far().frames, frame, meter ? &meter->subbands() : nullptr);
             if (trace) pictures.add(builder.so_far().frames, trace->next(frame));
             builder.add(*piece, frame);
+            if (view) view->update(builder.so_far());
         }
         if (trace) trace->finish();
-        return builder.finish(input.other_kind());
+        return builder.finish(input.other_kind(), input.was_interrupted());
     }
 
     const info_options &wanted_;
@@ -149,9 +163,32 @@ void write_page(const info_options &wanted, page &drawn) {
     file.publish();
 }
 
+/// Streams of both files in pairs.
+int inspect_difference(const info_options &wanted) {
+    const auto first = streams_of(wanted.inputs[0]), second = streams_of(wanted.inputs[1]);
+    if (first.size() != second.size())
+        throw failure(exit_code::input, wanted.inputs[0] + " has " + std::to_string(first.size())
+                                            + " streams of MPEG audio, " + wanted.inputs[1] + " has "
+                                            + std::to_string(second.size())
+                                            + "; take out those that belong together");
+    standard_output out;
+    bool same = true;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        const stream_difference found = compare_streams(first[i], second[i]);
+        const std::string text = text_of(found);
+        out.print(wanted.json    ? json_of(found)
+                  : wanted.brief ? text.substr(0, text.find('\n') + 1)
+                                 : text);
+        same &= found.is_same();
+    }
+    out.flush();
+    return static_cast<int>(same ? verdict::fits : verdict::broken);
+}
+
 } // namespace
 
 int inspect(const info_options &wanted) {
+    if (wanted.diff) return inspect_difference(wanted);
     const std::vector<std::string> inputs = list_inputs(wanted);
     if (!wanted.html.empty()) check_page_name(wanted, inputs);
     standard_output out;

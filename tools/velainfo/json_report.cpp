@@ -82,10 +82,14 @@ json events_of(const stream_report &r) {
     return events;
 }
 
-json comparison_of(const comparison_totals &c) {
+json jumps_of(const comparison_totals &c) {
     json jumps = json::array();
     for (const source_jump &jump : c.jumps)
         jumps.push_back({{"frame", jump.frame}, {"samples", jump.samples}});
+    return jumps;
+}
+
+json comparison_of(const comparison_totals &c) {
     return {{"source", c.name},
             {"gain_db", rounded(c.gain_db)},
             {"inverted", c.inverted},
@@ -95,7 +99,7 @@ json comparison_of(const comparison_totals &c) {
             {"source_seconds", c.source_seconds ? json(rounded(*c.source_seconds)) : json()},
             {"outside", c.outside},
             {"others", c.others},
-            {"jumps", jumps},
+            {"jumps", jumps_of(c)},
             {"offset", c.offset},
             {"correlation", rounded(c.correlation)},
             {"frames", c.frames},
@@ -196,6 +200,53 @@ std::string json_of(const stream_report &r, const comparison_totals *compared,
     if (r.track >= 0) object["track"] = r.track;
     if (sound != nullptr) object["measured"] = measured_of(*sound);
     if (compared != nullptr) object["comparison"] = comparison_of(*compared);
+    return line_of(object);
+}
+
+std::string json_of(const stream_difference &d) {
+    json files = json::array(), first = json::array(), fields = json::object(), places = json::array();
+    for (const stream_report &r : d.reports) {
+        files.push_back({{"file", r.name},
+                         {"container", r.container},
+                         {"bytes", r.bytes},
+                         {"frames", r.frames},
+                         {"seconds", rounded(r.seconds())},
+                         {"damage_count", r.damage_count},
+                         {"outside", r.bytes - r.frame_bytes}});
+        if (r.track >= 0) files.back()["track"] = r.track;
+    }
+    for (const field_difference &f : d.first)
+        first.push_back({{"field", f.field}, {"place", f.place}, {"values", f.values}});
+    for (const auto &[name, frames] : d.fields)
+        fields[name] = frames;
+    for (const difference_place &p : d.places)
+        places.push_back({{"kind", p.kind},
+                          {"frames", p.frames},
+                          {"frame", p.frame},
+                          {"offset", p.offset},
+                          {"seconds", {rounded(p.seconds[0]), rounded(p.seconds[1])}},
+                          {"fields", p.fields}});
+    json object{{"schema", json_schema}, {"tool", tool},
+                {"files", files},        {"same", d.is_same()},
+                {"equal", d.equal},      {"changed", d.changed},
+                {"alone", d.alone},      {"first", first},
+                {"fields", fields},      {"place_count", d.place_count},
+                {"places", places}};
+    const difference_noise &n = d.noise;
+    object["noise"] = {{"frames", n.frames}, {"noisy", n.noisy}};
+    if (n.noisy > 0)
+        object["noise"].update({{"level", rounded(n.level())},
+                                {"snr", rounded(n.snr())},
+                                {"worst", rounded(n.worst_level())},
+                                {"worst_frame", n.worst_frame}});
+    if (!d.unlike.empty()) object["unlike"] = d.unlike;
+    if (d.sound)
+        object["sound"] = {{"offset", d.sound->offset},
+                           {"correlation", rounded(d.sound->correlation)},
+                           {"gain_db", rounded(d.sound->gain_db)},
+                           {"inverted", d.sound->inverted},
+                           {"swapped", d.sound->swapped},
+                           {"jumps", jumps_of(*d.sound)}};
     return line_of(object);
 }
 

@@ -25,7 +25,7 @@ constexpr const char *footer =
     "  3  a stream is damaged, or does not conform to the preset\n"
     "  4  the output cannot be written\n"
     "  5  memory is out, or the program is at fault\n"
-    "  7  a stream is sound, and not what --expect asks for";
+    "  7  a stream is sound, and not what --expect asks for; two that --diff compares differ";
 
 void check(const info_options &wanted) {
     const bool reads_stdin = std::ranges::find(wanted.inputs, "-") != wanted.inputs.end();
@@ -44,6 +44,16 @@ void check(const info_options &wanted) {
                   "--trace belongs to one stream; give one FILE");
     refuse_unless(wanted.html != "-" || !(wanted.json || wanted.frames || wanted.brief),
                   "--html - and --json, --frames or --brief cannot both go to standard output");
+    refuse_unless(!wanted.diff
+                      || (wanted.inputs.size() == 2 && wanted.lists.empty() && !wanted.recursive),
+                  "--diff compares two streams; give two FILEs");
+    refuse_unless(!wanted.diff || !reads_stdin,
+                  "--diff may read a stream twice; give files instead of -");
+    refuse_unless(
+        !wanted.diff
+            || !(wanted.frames || wanted.sound || wanted.preset || !wanted.html.empty()
+                 || !wanted.expected.empty() || !wanted.source.empty()),
+        "--diff goes together with --json or --brief only; run velainfo once more for the rest");
     refuse_unless(!wanted.brief || !(wanted.json || wanted.frames),
                   "--brief is a line for people; leave it out beside --json or --frames");
     refuse_unless(wanted.html.empty() || wanted.inputs.size() <= most_drawn,
@@ -98,6 +108,9 @@ std::optional<info_options> read_info_options(int argc, char **argv) {
     app.add_flag(
         "--sound", wanted.sound,
         "Measure the sound: loudness, peaks, silence, phase; so do --html and --expect where it asks");
+    app.add_flag(
+        "--diff", wanted.diff,
+        "Compare two streams: which frames and fields differ, are lost or doubled, and the noise");
     app.add_option("--source", wanted.source, "The original, to compare the streams with")
         ->type_name("FILE");
     app.add_option("--trace", wanted.trace, "What velaenc --trace wrote, for the page")

@@ -206,7 +206,8 @@ void stream_pictures::add(const sound_report &sound, const stream_report &report
     loudness_.emplace(loudness_panels());
     const double step = report.seconds() / static_cast<double>(report.frames);
     for (std::uint64_t frame = 0; frame < report.frames; ++frame) {
-        const auto at = static_cast<std::size_t>(static_cast<double>(frame) * step * 100);
+        const auto at =
+            static_cast<std::size_t>(static_cast<double>(frame) * step / sound.step_seconds);
         if (at < sound.momentary.size()) loudness_->add(frame, std::span(&sound.momentary[at], 1));
     }
 }

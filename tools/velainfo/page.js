@@ -130,7 +130,9 @@ class Plot {
   }
 
   draw() {
-    const ratio = window.devicePixelRatio || 1, whole = this.box.clientWidth;
+    // Paper has a width of its own, which only the printer knows: the style sheet fits the picture into it.
+    const printed = document.documentElement.classList.contains('printed');
+    const ratio = printed ? 2 : window.devicePixelRatio || 1, whole = printed ? 740 : this.box.clientWidth;
     this.width = whole - gutter - 4;
     this.base = this.height - foot;
     this.canvas.width = Math.round(whole * ratio);
@@ -224,19 +226,31 @@ class Plot {
       g.fillRect(this.x(t), this.base, 1, 4);
       g.fillText(text, Math.min(this.x(t), gutter + this.width - half), this.height - 3);
     }
+    g.textAlign = 'left';
+    g.fillText('time', 0, this.height - 3);
     g.textAlign = 'right';
     const label = (text, y) => g.fillText(text, gutter - 4, y);
+    const each = p.kind === 'map' ? this.base / this.stream.channels : this.base;
     if (p.kind === 'map')
       for (let ch = 0; ch < this.stream.channels; ++ch) {
-        const each = this.base / this.stream.channels, bottom = this.base - ch * each;
-        const top = this.mapRows * this.stream.rate / 64000;
-        label('0 kHz', bottom - 1);
-        label(`${number(Math.round(top * 10) / 10)}`, bottom - each + 12);
+        const bottom = this.base - ch * each, top = this.mapRows * this.stream.rate / 64000;
+        label('0', bottom - 1);
+        label(number(Math.round(top * 10) / 10), bottom - each + 12);
         if (this.stream.channels > 1) label('LR'[ch], bottom - each / 2 + 4);
       }
     else if (p.kind !== 'marks') {
-      label(`${number(p.low)}`, this.base - 1);
-      label(`${number(p.high)} ${p.unit.length < 5 ? p.unit : ''}`, 11);
+      label(number(p.low), this.base - 1);
+      label(number(p.high), 11);
+    }
+    // What goes upwards, along the axis.
+    const name = {map: each < 80 ? 'kHz' : 'frequency, kHz', stack: 'share, %', lines: `${p.rows.length > 1 ? 'level' : p.rows[0]}, ${p.unit}`}[p.kind];
+    g.textAlign = 'center';
+    for (let middle = each / 2; name && middle < this.base; middle += each) {
+      g.save();
+      g.translate(10, middle);
+      g.rotate(-Math.PI / 2);
+      g.fillText(name, 0, 0, each);
+      g.restore();
     }
   }
 

@@ -18,8 +18,11 @@ void sound_meter::start(const parsed_frame &frame) {
     channels_ = report_.channels = frame.channels();
     rate_ = frame.rate;
     samples_ = silent_since_ = skipped_;
-    // The meter counts in steps of 10 ms.
-    if (rate_ % 100 == 0) loudness_ = std::make_unique<programme_meter>(channels_, rate_);
+    // The meter counts in whole samples a step of 10 ms. At 22050 Hz it is told 22100: a weighting that is off
+    // by a quarter of a percent of frequency changes no figure.
+    const int metered = (rate_ + 50) / 100 * 100;
+    report_.step_seconds = metered / 100.0 / rate_;
+    loudness_ = std::make_unique<programme_meter>(channels_, metered);
 }
 
 void sound_meter::add(const parsed_frame &frame, const sample_codes &codes) {
@@ -41,7 +44,7 @@ void sound_meter::add(const parsed_frame &frame, const sample_codes &codes) {
             banks_[ch].step(subbands_[ch][step], pcm[ch]);
         hear(pcm);
     }
-    if (loudness_) loudness_->add(heard_);
+    loudness_->add(heard_);
 }
 
 void sound_meter::hear(const float (&pcm)[2][32]) {
@@ -92,17 +95,15 @@ sound_report sound_meter::finish() {
     }
     if (channels_ == 2 && !r.is_dead[0] && !r.is_dead[1])
         r.correlation = product_ / std::sqrt(energy_[0] * energy_[1]);
-    if (loudness_) {
-        const loudness_record record = loudness_->finish();
-        r.loudness = record.figures();
-        // Momentary loudness: the mean of 400 ms.
-        constexpr std::size_t steps = 40;
-        double sum = 0;
-        for (std::size_t i = 0; i < record.energy.size(); ++i) {
-            sum += static_cast<double>(record.energy[i]);
-            if (i >= steps) sum -= static_cast<double>(record.energy[i - steps]);
-            r.momentary.push_back(static_cast<float>(-0.691 + decibels_of(std::max(sum, 0.0) / steps)));
-        }
+    const loudness_record record = loudness_->finish();
+    r.loudness = record.figures();
+    // Momentary loudness: the mean of 400 ms.
+    constexpr std::size_t steps = 40;
+    double sum = 0;
+    for (std::size_t i = 0; i < record.energy.size(); ++i) {
+        sum += static_cast<double>(record.energy[i]);
+        if (i >= steps) sum -= static_cast<double>(record.energy[i - steps]);
+        r.momentary.push_back(static_cast<float>(-0.691 + decibels_of(std::max(sum, 0.0) / steps)));
     }
     return r;
 }

@@ -20,8 +20,9 @@ struct sound_report {
     static constexpr std::size_t listed_stretches = 100;
 
     loudness_figures loudness;
-    std::vector<float> momentary;        ///< LUFS of the 400 ms up to each step of 10 ms
-    std::vector<silent_stretch> silence; ///< of all channels together, the first ones
+    std::vector<float> momentary; ///< LUFS of the 400 ms up to each step
+    double step_seconds = 0.01;
+    std::vector<silent_stretch> silence;                   ///< of all channels together, the first ones
     double longest_silence = 0, longest_silence_begin = 0; ///< seconds
     int channels = 0;
     std::array<double, 2> peak{}, rms{}; ///< dB of full scale, -120 for silence

@@ -8,7 +8,8 @@ namespace tools {
 
 class source_analysis {
   public:
-    source_analysis(int layer, int channels, int rate);
+    /// @param has_model  false: no signal-to-mask ratios, whatever the rate
+    source_analysis(int layer, int channels, int rate, bool has_model);
     ~source_analysis();
 
     /// Source sample at which the encoder's first frame begins, less the source sample that decoded sample
@@ -17,7 +18,7 @@ class source_analysis {
 
     /// @param pcm       interleaved, full scale 1.0, of one frame
     /// @param subbands  [channel][step][subband]
-    /// @param smr       dB
+    /// @param smr       dB; left alone without a model
     void analyze(std::span<const float> pcm, double (&subbands)[2][36][32], double (&smr)[2][32]);
 
   private:

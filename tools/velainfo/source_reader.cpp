@@ -24,8 +24,14 @@ std::unique_ptr<pcm_source> mixed_down(std::unique_ptr<pcm_source> source, const
 
 } // namespace
 
-source_reader::source_reader(const std::string &path, int channels, int rate)
-    : source_(mixed_down(open_pcm(open_input(path), input_wishes{}), path)) {
+std::unique_ptr<pcm_source> open_source(const std::string &path) {
+    input_wishes wishes;
+    wishes.asks_ffmpeg = true;
+    return mixed_down(open_pcm(open_input(path), wishes), path);
+}
+
+source_reader::source_reader(std::unique_ptr<pcm_source> source, int channels, int rate)
+    : source_(std::move(source)) {
     // The fewer channels, the less there is to resample.
     if (channels < source_->shape().channels) source_ = fit_channels(std::move(source_), channels);
     if (source_->shape().rate != rate) source_ = std::make_unique<resampler>(std::move(source_), rate);

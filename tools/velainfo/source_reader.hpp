@@ -11,14 +11,19 @@
 
 namespace tools {
 
+/// A source as velaenc takes it: what nobody here reads is left to ffmpeg, and of more than two channels a mixdown
+/// to two is made.
+/// @throws failure
+std::unique_ptr<pcm_source> open_source(const std::string &path);
+
 class source_reader {
   public:
     /// How far behind the furthest place that was read one may begin, in instants.
     static constexpr std::int64_t reach = std::int64_t{1} << 20;
 
+    /// @param source          one or two channels
     /// @param channels, rate  of the stream; the source is mixed and resampled to them as velaenc does it
-    /// @throws failure
-    source_reader(const std::string &path, int channels, int rate);
+    source_reader(std::unique_ptr<pcm_source> source, int channels, int rate);
 
     int channels() const { return source_->shape().channels; }
 

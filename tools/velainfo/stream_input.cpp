@@ -44,6 +44,7 @@ std::string quoted(const std::string &name) {
 } // namespace
 
 stream_input::stream_input(const stream_name &stream) : file_(open_input(stream.path)) {
+    if (stream.path == "-" && !file_.seekable()) live_.emplace();
     read_head();
     if (head_.empty()) throw failure(exit_code::input, file_.name + " is empty");
     const container_kind kind = container_of(text_of(head_));
@@ -62,8 +63,25 @@ void stream_input::read_head() {
     head_.resize(head_bytes);
     std::size_t filled = 0, got = 1;
     for (; got > 0 && filled < head_.size(); filled += got)
-        got = read_some(file_, std::span(head_).subspan(filled));
+        got = read_now(std::span(head_).subspan(filled));
     head_.resize(filled);
+}
+
+/// What has come, at the latest when the user ends a live input.
+std::size_t stream_input::read_now(std::span<std::byte> room) {
+    constexpr int tick_milliseconds = 200;
+    for (bool waits = live_.has_value(); waits;) {
+        switch (live_->wait_for(file_.handle.get(), tick_milliseconds)) {
+        case live_input::outcome::ended:
+            return 0;
+        case live_input::outcome::readable:
+            waits = false;
+            break;
+        case live_input::outcome::nothing:
+            if (tick_) tick_();
+        }
+    }
+    return read_some(file_, room);
 }
 
 void stream_input::start_copying(int track) {
@@ -87,6 +105,7 @@ std::size_t stream_input::read_copy(std::span<std::byte> room) {
 }
 
 void stream_input::enter_wav() {
+    live_.reset(); // all of it is wanted before anything can be said
     if (!file_.seekable()) file_ = spool(std::move(file_), head_);
     const auto fetch = fetch_from(file_);
     const auto format = wav_format(fetch);
@@ -127,7 +146,7 @@ std::size_t stream_input::read(std::span<std::uint8_t> room) {
     const auto wanted = std::as_writable_bytes(room).first(std::min<std::uint64_t>(room.size(), left_));
     if (wanted.empty()) return 0;
     if (ffmpeg_ != nullptr) return read_copy(wanted);
-    if (!in_wav_) return read_some(file_, wanted);
+    if (!in_wav_) return read_now(wanted);
     const std::size_t size = read_at(file_, container_.base + head_used_ - head_.size(), wanted);
     head_used_ += size;
     left_ -= size;

@@ -2,11 +2,14 @@
 #pragma once
 
 #include "common/child_process.hpp"
+#include "common/live_input.hpp"
 #include "input/input_file.hpp"
 #include "velainfo/container_tracks.hpp"
 #include "velainfo/stream_report.hpp"
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,12 @@ class stream_input {
     const std::string &name() const noexcept { return file_.name; }
     const container_facts &container() const noexcept { return container_; }
 
+    /// Whether it comes through a pipe on standard input, where Ctrl-C ends it instead of the program.
+    bool is_live() const noexcept { return live_.has_value(); }
+    bool was_interrupted() const noexcept { return live_ && live_->has_ended(); }
+    /// For a live input: is called several times a second while nothing comes.
+    void while_waiting(std::function<void()> tick) { tick_ = std::move(tick); }
+
     /// Fills the front of `room`; returns the bytes read, 0 at the end.
     std::size_t read(std::span<std::uint8_t> room);
 
@@ -31,8 +40,11 @@ class stream_input {
     void enter_wav();
     void start_copying(int track);
     std::size_t read_copy(std::span<std::byte> room);
+    std::size_t read_now(std::span<std::byte> room);
 
     input_file file_;
+    std::optional<live_input> live_;
+    std::function<void()> tick_;
     std::vector<std::byte> head_; ///< the first bytes
     std::size_t head_used_ = 0;
     container_facts container_;

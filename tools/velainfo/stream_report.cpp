@@ -192,7 +192,12 @@ void report_builder::close_gap(bool at_end) {
     } else if (r.frames == 0 || at_end) {
         event.kind = r.frames == 0 ? "leading" : "trailing";
     }
-    r.lost_bytes += gap_->length;
+    if (at_end && was_interrupted_ && event.kind == "cut") {
+        event.is_damage = false;
+        event.text += ", where it was interrupted";
+    } else {
+        r.lost_bytes += gap_->length;
+    }
     gap_.reset();
     r.padding.restart();
     note(std::move(event));
@@ -254,8 +259,9 @@ void report_builder::note_fault(stream_event event) {
     note(std::move(event));
 }
 
-stream_report report_builder::finish(const std::string &other_kind) {
+stream_report report_builder::finish(const std::string &other_kind, bool was_interrupted) {
     stream_report &r = report_;
+    was_interrupted_ = was_interrupted;
     if (r.frames == 0)
         throw failure(exit_code::input,
                       r.name + " has no frame of MPEG audio, Layer I or II"

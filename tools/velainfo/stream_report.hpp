@@ -145,9 +145,10 @@ class report_builder {
     void add(const stream_piece &piece);
     /// The same for a frame that is parsed already.
     void add(const stream_piece &piece, const parsed_frame &frame);
-    /// @param other_kind  what the file seems to be instead
+    /// @param other_kind      what the file seems to be instead
+    /// @param was_interrupted  the user ended it: a frame that is cut there is no damage
     /// @throws failure when there was no frame
-    stream_report finish(const std::string &other_kind);
+    stream_report finish(const std::string &other_kind, bool was_interrupted = false);
 
     /// Where a piece begins in the file.
     std::uint64_t offset_of(const stream_piece &piece) const { return container_.base + piece.offset; }
@@ -175,7 +176,7 @@ class report_builder {
     std::optional<stream_piece> gap_; ///< the last piece, whose meaning depends on the next
     std::optional<tag_run> tags_;
     std::optional<stream_header> last_;
-    bool has_sound_frame_ = false;
+    bool has_sound_frame_ = false, was_interrupted_ = false;
 };
 
 } // namespace tools

@@ -216,13 +216,25 @@ std::string sound_rows(const sound_report &s) {
     return text + row("silence", silence);
 }
 
+/// How else it differs from what it is compared with than by noise.
+/// @param who  differs
+std::string deviation_rows(const comparison_totals &c, const std::string &who) {
+    std::string text;
+    if (c.gain_db != 0) text += row("", "the gain of " + who + format(" is %+.2f dB", c.gain_db));
+    if (c.inverted) text += row("", "the polarity of " + who + " is inverted");
+    if (c.swapped) text += row("", "left and right are exchanged");
+    for (const source_jump &jump : c.jumps)
+        text += row("", format("from frame %llu on %lld samples ", static_cast<number>(jump.frame),
+                               static_cast<long long>(std::abs(jump.samples)))
+                            + (jump.samples > 0 ? "are missing" : "are doubled"));
+    return text;
+}
+
 std::string comparison_rows(const comparison_totals &c) {
     std::string text =
         row("source", printable(c.name) + format(", %+lld samples", static_cast<long long>(c.offset))
-                          + format(", correlation %.4f", c.correlation));
-    if (c.gain_db != 0) text += row("", format("the stream is %+.2f dB from its level", c.gain_db));
-    if (c.inverted) text += row("", "the stream's polarity is inverted");
-    if (c.swapped) text += row("", "left and right are exchanged");
+                          + format(", correlation %.4f", c.correlation))
+        + deviation_rows(c, "the stream");
     text += row(
         "",
         "compared from " + clock_text(c.source_begin) + " to " + clock_text(c.source_end)
@@ -231,10 +243,6 @@ std::string comparison_rows(const comparison_totals &c) {
                              : "")
             + (c.others > 0 ? format("; %llu frames are of another kind", static_cast<number>(c.others))
                             : ""));
-    for (const source_jump &jump : c.jumps)
-        text += row("", format("from frame %llu on %lld samples ", static_cast<number>(jump.frame),
-                               static_cast<long long>(std::abs(jump.samples)))
-                            + (jump.samples > 0 ? "are missing" : "are doubled"));
     text += row("error",
                 format("%.1f dB below the source over %llu frames; noise-to-mask %.1f dB on average, "
                        "%.1f dB at worst",
@@ -248,7 +256,91 @@ std::string comparison_rows(const comparison_totals &c) {
     return text;
 }
 
+std::string count_text(std::uint64_t count, const char *what) {
+    return format("%llu %s%s", static_cast<number>(count), what, count == 1 ? "" : "s");
+}
+
+/// "lost: frames 50 to 51 of A, 1.200 s, byte 28800 (B: frame 50, 1.200 s, byte 28800)"
+std::string place_text(const difference_place &p) {
+    const std::size_t side = p.kind == "doubled" || p.kind == "added" ? 1 : 0, other = 1 - side;
+    std::string text = p.kind + ": "
+                       + place_text(p.frame[side], p.frames, p.seconds[side], p.offset[side]) + " of "
+                       + "AB"[side] + " (" + "AB"[other] + ": "
+                       + place_text(p.frame[other], 1, p.seconds[other], p.offset[other]) + ")";
+    for (std::size_t i = 0; i < p.fields.size(); ++i)
+        text += (i == 0 ? " in " : ", ") + p.fields[i];
+    return text;
+}
+
+std::string noise_rows(const stream_difference &d) {
+    const difference_noise &n = d.noise;
+    std::string text;
+    if (!d.unlike.empty()) text += row("sound", d.unlike);
+    if (d.sound) {
+        const comparison_totals &s = *d.sound;
+        text += row("sound", format("B is A's from sample %+lld on, correlation %.4f",
+                                    static_cast<long long>(s.offset), s.correlation));
+        text += deviation_rows(s, "B");
+    }
+    if (n.frames == 0) return text;
+    if (n.noisy == 0) return text + row("noise", "none in " + count_text(n.frames, "frame"));
+    return text
+           + row("noise", format("%.1f dB of full scale over ", n.level())
+                              + count_text(n.frames, "frame")
+                              + format(", %.1f dB in frame %llu of B; %.1f dB below the sound in ",
+                                       n.worst_level(), static_cast<number>(n.worst_frame), n.snr())
+                              + count_text(n.noisy, "frame"));
+}
+
 } // namespace
+
+std::string text_of(const stream_difference &d) {
+    const auto &[a, b] = d.reports;
+    std::string text = printable(a.name) + " and " + printable(b.name);
+    if (d.is_same())
+        text += " have the same " + count_text(d.equal, "frame") + "\n";
+    else
+        text += " differ: " + count_text(d.changed, "frame") + " changed, "
+                + format("%llu only in the first, %llu only in the second, %llu the same\n",
+                         static_cast<number>(d.alone[0]), static_cast<number>(d.alone[1]),
+                         static_cast<number>(d.equal));
+    for (std::size_t side = 0; side < 2; ++side) {
+        const stream_report &r = d.reports[side];
+        std::string line = heading(r);
+        line.pop_back();
+        text += row(side == 0 ? "A" : "B",
+                    line + ", " + clock_text(r.seconds()) + ", " + count_text(r.frames, "frame")
+                        + (r.is_sound() ? "" : ", damage in " + count_text(r.damage_count, "place"))
+                        + (r.bytes == r.frame_bytes ? ""
+                                                    : ", " + count_text(r.bytes - r.frame_bytes, "byte")
+                                                          + " outside of frames"));
+    }
+    if (d.first_place) {
+        const difference_place &p = *d.first_place;
+        for (const field_difference &field : d.first)
+            text += row(&field == &d.first.front() ? "first" : "",
+                        (&field == &d.first.front()
+                             ? place_text(p.frame[0], 1, p.seconds[0], p.offset[0]) + " of A: "
+                             : "")
+                            + field.field + (field.place.empty() ? "" : ", " + field.place)
+                            + (field.values[0].empty()
+                                   ? ""
+                                   : ": " + field.values[0] + " in A, " + field.values[1] + " in B"));
+        std::string fields;
+        for (const auto &[name, frames] : d.fields)
+            fields +=
+                (fields.empty() ? "" : ", ") + name + format(" (%llu)", static_cast<number>(frames));
+        text += row("fields", fields);
+    }
+    text += noise_rows(d);
+    if (d.places.empty()) return text;
+    text += row("places", std::to_string(d.place_count));
+    for (const difference_place &p : d.places)
+        text += "    " + place_text(p) + "\n";
+    if (d.place_count > d.places.size())
+        text += format("    and %llu more\n", static_cast<number>(d.place_count - d.places.size()));
+    return text;
+}
 
 std::string text_of(const stream_report &r, const comparison_totals *compared,
                     const sound_report *sound) {

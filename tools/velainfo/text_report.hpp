@@ -3,6 +3,7 @@
 
 #include "velainfo/comparison.hpp"
 #include "velainfo/sound_report.hpp"
+#include "velainfo/stream_difference.hpp"
 #include "velainfo/stream_report.hpp"
 
 #include <string>
@@ -16,6 +17,9 @@ std::string text_of(const stream_report &report, const comparison_totals *compar
 
 /// One line: the verdict, what it is, its length, what is wrong first.
 std::string brief_of(const stream_report &report);
+
+/// How two streams differ; its first line is all that --brief prints.
+std::string text_of(const stream_difference &difference);
 
 /// The heading of --frames, and a frame's line below it.
 std::string frame_line_heading();

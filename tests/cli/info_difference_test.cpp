@@ -1,0 +1,135 @@
+// Two streams side by side, and one that does not end.
+#include "info_workbench.hpp"
+
+#include <cmath>
+
+namespace velaenc_test {
+namespace {
+
+TEST_F(info_test, two_streams_are_matched_frame_by_frame) {
+    put("a.wav", wav(pcm(noise(2 * 48000 * 30)), 2, 48000));
+    const std::string a = encoded("--bitrate 192 a.wav");
+    const auto part = [&](unsigned from, unsigned to) {
+        return a.substr(576 * from, 576 * (to - from));
+    };
+    std::string flag = a, bit = part(0, 50) + part(52, 1250);
+    flag[40 * 576 + 3] ^= 8;
+    bit[48 * 576 + 400] ^= 1;
+    const std::pair<std::string, const char *> cases[] = {
+        {a, R"({"same":true,"equal":1250,"place_count":0,"noise":{"frames":1250,"noisy":0}})"},
+        {"TAG" + std::string(125, ' ') + a, R"({"same":true,"equal":1250,"places":[]})"},
+        {flag, R"({"equal":1249,"changed":1,"fields":{"copyright":1},"noise":{"frames":1250,"noisy":0},
+                   "first":[{"field":"copyright","place":"","values":["0","1"]}]})"},
+        {part(0, 50) + part(52, 1250),
+         R"({"equal":1248,"alone":[2,0],"places":[{"kind":"lost","frames":2,
+          "frame":[50,50],"offset":[28800,28800],"seconds":[1.2,1.2],"fields":[]}]})"},
+        {part(0, 120) + part(110, 1250),
+         R"({"equal":1250,"alone":[0,10],"places":[{"kind":"doubled","frames":10,
+          "frame":[120,120],"offset":[69120,69120],"seconds":[2.88,2.88],"fields":[]}]})"},
+        {part(0, 120) + part(700, 703) + part(120, 1250),
+         R"({"equal":1250,"alone":[0,3],"place_count":1})"},
+        {part(0, 50) + std::string(576, 'x') + part(51, 1250),
+         R"({"equal":1249,"alone":[1,0],"changed":0})"},
+        {bit, R"({"equal":1247,"changed":1,"alone":[2,0],"fields":{"samples":1},"place_count":2})"},
+        {part(1100, 1250), R"({"equal":150,"alone":[1100,0],"changed":0,"place_count":1})"},
+        {part(0, 1000), R"({"equal":1000,"alone":[250,0],"changed":0,"place_count":1})"}};
+    put("a.mp2", a);
+    for (const auto &[other, fields] : cases) {
+        put("b.mp2", other);
+        const auto expected = nlohmann::json::parse(fields);
+        const bool same = expected.contains("same");
+        const auto said = json_of("--diff a.mp2 b.mp2", same ? 0 : 7),
+                   turned = json_of("--diff b.mp2 a.mp2", same ? 0 : 7);
+        for (const auto &[name, value] : expected.items())
+            EXPECT_EQ(said[name], value) << fields;
+        EXPECT_TRUE(turned["equal"] == said["equal"] && turned["alone"][0] == said["alone"][1])
+            << turned;
+    }
+    put("b.mp2", bit);
+    const std::string text = run("velainfo --diff a.mp2 b.mp2", 7).out;
+    for (const char *words :
+         {"a.mp2 and b.mp2 differ: 1 frame changed, 2 only in the first, 0 only in the second, ",
+          "first         frame 48, 1.152 s, byte 27648 of A: samples, ",
+          "lost: frames 50 to 51, 1.200 s, byte 28800 of A (B: frame 50,", "dB in frame 48 of B"})
+        EXPECT_NE(text.find(words), std::string::npos) << words << text;
+    EXPECT_EQ(run("velainfo --brief --diff a.mp2 a.mp2").out,
+              "a.mp2 and a.mp2 have the same 1250 frames\n");
+}
+
+TEST_F(info_test, two_encodings_are_matched_by_their_sound) {
+    auto sound = noise(2 * 48000 * 5);
+    for (std::size_t i = 2; i < sound.size(); ++i)
+        sound[i] = static_cast<std::int16_t>(0.95 * sound[i - 2] + 0.15 * sound[i]);
+    const auto file = [&](const std::string &name, std::size_t from, double gain,
+                          const std::string &options) {
+        auto part = std::vector(sound.begin() + static_cast<std::ptrdiff_t>(2 * from), sound.end());
+        for (auto &sample : part)
+            sample = static_cast<std::int16_t>(gain * sample);
+        put("x.wav", wav(pcm(part), 2, 48000));
+        put(name + ".mp2", encoded(options + " x.wav"));
+    };
+    file("a", 0, 1, "--bitrate 256");
+    file("frames", 3 * 1152, 1, "--bitrate 128");
+    file("samples", 1000, 1, "--bitrate 128");
+    file("inverted", 0, -0.5, "--bitrate 256");
+    file("layer", 0, 1, "--layer 1 --bitrate 384");
+    file("mono", 0, 1, "--mode mono --bitrate 128");
+    const std::string other = get("frames.mp2");
+    put("jump.mp2", other.substr(0, 100 * 384) + other.substr(102 * 384));
+    const std::pair<const char *, const char *> cases[] = {
+        {"frames", R"({"offset":3456})"},
+        {"samples", R"({"offset":1000})"},
+        {"inverted", R"({"offset":0,"inverted":true,"gain_db":-6.0})"},
+        {"layer", R"({"offset":-64})"},
+        {"mono", R"({"offset":0})"},
+        {"jump", R"({"offset":3456,"jumps":[{"frame":100,"samples":2304}]})"}};
+    const auto heard_first = heard("a.mp2");
+    for (const auto &[name, fields] : cases) {
+        const auto said = json_of(std::string("--diff a.mp2 ") + name + ".mp2", 7);
+        nlohmann::json expected{{"inverted", false},
+                                {"swapped", false},
+                                {"gain_db", 0.0},
+                                {"jumps", nlohmann::json::array()}};
+        expected.update(nlohmann::json::parse(fields));
+        for (const auto &[field, value] : expected.items()) {
+            auto found = said["sound"][field];
+            if (field == "gain_db") found = std::round(found.get<double>() * 10) / 10;
+            EXPECT_EQ(found, value) << name << ": " << field;
+        }
+        if (std::string(name) != "frames" && std::string(name) != "samples") continue;
+        // ffmpeg hears as much noise between them.
+        const auto second = heard(std::string(name) + ".mp2");
+        const std::size_t begin = 2 * expected["offset"].get<std::size_t>();
+        double power = 0;
+        for (std::size_t i = 0; i < second.size(); ++i)
+            power += std::pow(second[i] - heard_first[begin + i], 2);
+        EXPECT_NEAR(said["noise"]["level"], 10 * std::log10(power / static_cast<double>(second.size())),
+                    0.3)
+            << name;
+    }
+    EXPECT_EQ(json_of("--diff a.mp2 frames.mp2", 7)["alone"][0], 3);
+    put("x.wav", wav(pcm(noise(96000, 5)), 2, 48000));
+    put("unlike.mp2", encoded("x.wav"));
+    EXPECT_TRUE(json_of("--diff a.mp2 unlike.mp2", 7)["unlike"].is_string());
+}
+
+TEST_F(info_test, standard_input_that_goes_on_has_a_line_a_second_and_its_report_at_ctrl_c) {
+    put("x.mp2", encoded("48000.wav"));
+    // The pipe's end stays open behind a frame that is cut.
+    const std::string
+        feed = "rm -f pipe; mkfifo pipe; exec 3<>pipe; cat x.mp2 >&3; head -c 300 x.mp2 >&3; ",
+        stop = "timeout --preserve-status -s INT ";
+    run(feed + "script -qec '" + stop + "3.2 velainfo --json - <pipe >out' screen >screen.out");
+    const std::string screen = get("screen");
+    for (const char *line :
+         {"0:00, 10 frames, 48000 Hz, 224 kbit/s, no damage, level -", "nothing for 2 s"})
+        EXPECT_NE(screen.find(line), std::string::npos) << line << screen;
+    const auto said = nlohmann::json::parse(get("out"), nullptr, false);
+    EXPECT_TRUE(said["frames"] == 21 && said["damage_count"] == 0 && said["event_count"] == 1) << said;
+    const auto quiet = run(feed + stop + "1.3 velainfo --frames - <pipe");
+    EXPECT_EQ(quiet.err, "") << "a line that nobody sees";
+    EXPECT_EQ(std::ranges::count(quiet.out, '\n'), 22);
+}
+
+} // namespace
+} // namespace velaenc_test
