@@ -1,4 +1,6 @@
 // Input that ffmpeg decodes: films and formats that libsndfile does not read.
+#include "input/open_pcm.hpp"
+#include "input/sample_value.hpp"
 #include "workbench.hpp"
 
 namespace velaenc_test {
@@ -64,7 +66,48 @@ TEST_F(any_source_test, batches_take_films_and_skip_the_complete_ones) {
     run(batch, 6, "2 encoded, 0 complete before, 1 failed, 1 other");
     run(batch, 6, "0 encoded, 2 complete before, 1 failed, 1 other");
     EXPECT_NE(get("lines").find("File ended prematurely"), std::string::npos);
-    run("truncate -s -100 out/film.mp2; " + batch, 6, "1 encoded, 1 complete");
+    // A whole frame less: how long a film is says the report only.
+    run("truncate -s -672 out/film.mp2; " + batch, 6, "1 encoded, 1 complete");
+}
+
+/// Has the page at a place say that it is the last one. RFC 3533: its checksum is a CRC without reflection.
+void end_at_page(std::string &ogg, std::size_t at) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(ogg[at + i]); };
+    std::size_t size = 27 + std::size_t{byte(26)};
+    for (std::size_t i = 27; i < std::size_t{27} + byte(26); ++i)
+        size += byte(i);
+    ogg[at + 5] |= 4;
+    ogg.replace(at + 22, 4, 4, '\0');
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < 8 * size; ++i)
+        sum = sum << 1 ^ ((sum >> 31 ^ (byte(i / 8) >> (7 - i % 8) & 1u)) != 0 ? 0x04C11DB7u : 0);
+    ogg.replace(at + 22, 4, little_endian(sum, 4));
+}
+
+TEST_F(any_source_test, an_ogg_stream_that_goes_on_behind_its_end_is_read_by_ffmpeg) {
+    put("whole.ogg", "");
+    run("ffmpeg -v error -y -i two.wav -page_duration 200000 -c:a libvorbis whole.ogg");
+    std::string early = get("whole.ogg");
+    std::size_t page = early.size();
+    for (int i = 0; i < 4; ++i)
+        page = early.rfind("OggS", page - 1);
+    end_at_page(early, page);
+    put("early.ogg", early);
+    const auto samples = [&](const std::string &name) {
+        const auto source = tools::open_pcm(tools::open_input(path(name)), {.asks_ffmpeg = true});
+        std::vector<float> all, block;
+        do {
+            tools::load_samples(source->next_block(), source->shape().format, block);
+            all.insert(all.end(), block.begin(), block.end());
+        } while (!block.empty());
+        return all;
+    };
+    const auto expected = samples("whole.ogg"), read = samples("early.ogg");
+    ASSERT_EQ(read.size(), expected.size());
+    for (std::size_t i = 0; i < read.size(); ++i)
+        ASSERT_NEAR(read[i], expected[i], 1e-4) << i;
+    run("velaenc early.ogg -", 0, "of 96000; ffmpeg reads the rest");
+    expect_failure("PATH=none $(which velaenc) early.ogg out.mp2", 2, "can be read; ffmpeg, which may");
 }
 
 } // namespace

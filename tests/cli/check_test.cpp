@@ -181,6 +181,13 @@ TEST_F(check_test, a_stream_that_fails_gets_no_name_and_a_report_has_the_figures
     run("velaenc --check --output-dir out2 low.wav --report softer --gain "
         + std::to_string(softer - 0.1));
     EXPECT_EQ(nlohmann::json::parse(get("softer"))["check"]["clipped_samples"], 0);
+    const std::string bounded = "velaenc --check low.wav o.mp2 --loudness 0 --true-peak ",
+                      advice = "clip them, unless --true-peak ";
+    const std::string said = run(bounded + "0", 0, advice).err;
+    const auto bound = said.find(advice) + advice.size();
+    EXPECT_EQ(run(bounded + said.substr(bound, said.find(' ', bound) - bound)).err.find("clip them"),
+              std::string::npos)
+        << said;
     run(corrupt + "-j 1 --check --output-dir failed in.wav --report failed.jsonl", 6, "1 failed");
     EXPECT_EQ(shell("ls -A failed").out, "");
     EXPECT_EQ(nlohmann::json::parse(get("failed.jsonl"))["status"], "failed");

@@ -146,6 +146,11 @@ TEST_F(output_test, a_file_is_replaced_with_its_links_protection_and_owner) {
         EXPECT_EQ(result.out, "280224\n") << out;
     }
     run(nobody + "more.mp2", 3, "cannot create more.mp2: Permission");
+    // Another group than the file had gets what everybody has.
+    EXPECT_EQ(run("mkdir own; : > own/out.mp2; chmod 664 own/out.mp2; chown -R 65534:4 own; " + nobody
+                  + "own/out.mp2; stat -c %a own/out.mp2")
+                  .out,
+              "644\n");
     run("TMPDIR=/nonexistent " + nobody + "out.mp2", 3,
         "/nonexistent: No such file or directory; set TMPDIR");
     // Where nobody can tell what the folder's whole name is.

@@ -5,6 +5,7 @@
 #include "input/check_complete.hpp"
 #include "input/container.hpp"
 #include "input/ffmpeg_source.hpp"
+#include "input/sample_range.hpp"
 #include "input/sndfile_source.hpp"
 #include "input/stream_source.hpp"
 
@@ -108,17 +109,37 @@ std::unique_ptr<pcm_source> ask_ffmpeg(input_file input, const input_wishes &wis
     }
 }
 
+/// ffmpeg, where libsndfile has left off.
+std::unique_ptr<pcm_source> rest_by_ffmpeg(const input_file &input, length_rule rule,
+                                           std::uint64_t from, std::string &why_not) {
+    try {
+        return std::make_unique<sample_range>(ffmpeg_source::open(same_file(input), 1, rule),
+                                              sample_range::extent{from}, input.name + " ends there");
+    } catch (const failure &) {
+        return nullptr; // what libsndfile has found wrong is said
+    } catch (const std::system_error &error) {
+        if (error.code() == std::errc::no_such_file_or_directory)
+            why_not =
+                "; ffmpeg, which may read the rest, is not installed (Debian: apt install ffmpeg)";
+        return nullptr;
+    }
+}
+
 /// Sound that somebody else decodes.
 std::unique_ptr<pcm_source> decode(input_file input, const input_wishes &wishes, length_rule rule) {
     if (wishes.stream > 1)
         return ask_ffmpeg(std::move(input), wishes, rule,
                           "for --stream " + std::to_string(wishes.stream) + " ");
     check_complete(input, rule);
-    input_file again = same_file(input);
+    const auto again = std::make_shared<input_file>(same_file(input));
     try {
-        return std::make_unique<sndfile_source>(std::move(input), rule);
+        return std::make_unique<sndfile_source>(
+            std::move(input), rule,
+            [again, rule, asks = wishes.asks_ffmpeg](std::uint64_t from, std::string &why_not) {
+                return asks ? rest_by_ffmpeg(*again, rule, from, why_not) : nullptr;
+            });
     } catch (const unknown_format &error) {
-        return ask_ffmpeg(std::move(again), wishes, rule, error.what() + std::string(" "));
+        return ask_ffmpeg(std::move(*again), wishes, rule, error.what() + std::string(" "));
     }
 }
 

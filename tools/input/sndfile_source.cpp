@@ -152,8 +152,9 @@ struct sndfile_source::view {
     static sndfile_source &of(void *self) { return *static_cast<sndfile_source *>(self); }
 };
 
-sndfile_source::sndfile_source(input_file input, length_rule rule)
-    : input_(std::move(input)), corrected_(corrected_size(input_)), rule_(rule) {
+sndfile_source::sndfile_source(input_file input, length_rule rule, other_reader other)
+    : input_(std::move(input)), corrected_(corrected_size(input_)), rule_(rule),
+      other_(std::move(other)) {
     SF_INFO info{};
     SF_VIRTUAL_IO access{view::size, view::seek, view::read, nullptr, view::tell};
     const auto fetch = fetch_from(input_);
@@ -192,9 +193,11 @@ std::unique_ptr<pcm_source> sndfile_source::another() const {
 }
 
 std::span<const std::byte> sndfile_source::next_block() {
+    if (rest_) return next_of_rest();
     const auto instants = static_cast<std::uint64_t>(read_instants());
     if (read_error_) std::rethrow_exception(read_error_);
     if (error_ == SF_ERR_NO_ERROR) error_ = sf_error(file_.get()); // the next read forgets it
+    if (instants == 0 && goes_on_elsewhere()) return next_of_rest();
     if (instants == 0 || (strict_ && error_ != SF_ERR_NO_ERROR)) check_end();
     handed_out_ += instants;
     return std::span(buffer_).first(static_cast<std::size_t>(instants) * shape_.instant_bytes());
@@ -261,14 +264,41 @@ void sndfile_source::pack_s24(std::size_t samples) noexcept {
     }
 }
 
+bool sndfile_source::ends_early() const noexcept {
+    return exact_length_ && length_ && handed_out_ < *length_;
+}
+
+bool sndfile_source::goes_on_elsewhere() {
+    if (error_ != SF_ERR_NO_ERROR || !ends_early() || rule_ == length_rule::ignored || !other_)
+        return false;
+    rest_ = other_(handed_out_, why_not_);
+    if (rest_ && rest_->shape().instant_bytes() != shape_.instant_bytes()) rest_.reset();
+    if (!rest_) return false;
+    input_.note("ends for libsndfile at sample " + std::to_string(handed_out_) + " of "
+                + std::to_string(*length_) + "; ffmpeg reads the rest");
+    return true;
+}
+
+std::span<const std::byte> sndfile_source::next_of_rest() {
+    auto block = rest_->next_block();
+    // ffmpeg does not always leave out what lies behind the end that the last page names.
+    while (!block.empty() && handed_out_ == *length_)
+        block = rest_->next_block();
+    if (block.empty()) check_end();
+    const std::uint64_t taken =
+        std::min<std::uint64_t>(block.size() / shape_.instant_bytes(), *length_ - handed_out_);
+    handed_out_ += taken;
+    return block.first(static_cast<std::size_t>(taken) * shape_.instant_bytes());
+}
+
 void sndfile_source::check_end() const {
     const bool failed = error_ != SF_ERR_NO_ERROR;
-    const bool short_of_promise = exact_length_ && length_ && handed_out_ < *length_;
-    if (!failed && !short_of_promise) return;
+    if (!failed && !ends_early()) return;
     std::string text = "is truncated or damaged: ";
-    if (short_of_promise) text += std::to_string(*length_) + " samples a channel were promised, ";
+    if (ends_early()) text += std::to_string(*length_) + " samples a channel were promised, ";
     text += std::to_string(handed_out_) + " can be read";
     if (failed) text += std::string(" (") + sf_error_number(error_) + ")";
+    text += why_not_;
     // A writer to a pipe may have guessed the length, but not written damaged sound.
     report_incomplete(input_, text,
                       failed && rule_ == length_rule::hint ? length_rule::promise : rule_);

@@ -21,9 +21,16 @@ class unknown_format : public failure {
 
 class sndfile_source final : public pcm_source {
   public:
+    /// Another reader of the same file, from a sample on.
+    /// @param why_not  set where there is none, for the user, if there is something to say
+    using other_reader =
+        std::function<std::unique_ptr<pcm_source>(std::uint64_t from, std::string &why_not)>;
+
     /// @param input  seekable
+    /// @param other  asked where libsndfile ends before the length that the file has, without an error: an Ogg
+    ///               stream may go on behind a page that calls itself the last one
     /// @throws failure, unknown_format
-    sndfile_source(input_file input, length_rule rule);
+    sndfile_source(input_file input, length_rule rule, other_reader other = nullptr);
 
     const pcm_shape &shape() const noexcept override { return shape_; }
     std::optional<std::uint64_t> length() const noexcept override { return length_; }
@@ -38,6 +45,9 @@ class sndfile_source final : public pcm_source {
     void hide_texts(std::uint64_t start, std::span<std::byte> bytes) const;
     std::int64_t read_instants();
     void pack_s24(std::size_t samples) noexcept;
+    bool ends_early() const noexcept;
+    bool goes_on_elsewhere();
+    std::span<const std::byte> next_of_rest();
     void check_end() const;
 
     struct closer {
@@ -59,6 +69,9 @@ class sndfile_source final : public pcm_source {
     bool seeks_exactly_ = false;
     bool strict_ = false; ///< an error ends the reading at once
     std::uint64_t handed_out_ = 0;
+    other_reader other_;
+    std::string why_not_;
+    std::unique_ptr<pcm_source> rest_; ///< by the other reader
     std::vector<std::byte> buffer_;
     std::vector<int> wide_; ///< 24-bit samples as libsndfile gives them, in the upper bits
 };

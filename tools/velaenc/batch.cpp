@@ -122,7 +122,7 @@ class batch_run {
         entry.wall_seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         // What was complete is compared with an earlier line where there is one.
-        const bool is_new = !entry.was_complete || !report_ || !report_->has_same_options(entry.output);
+        const bool is_new = !entry.was_complete || !report_ || !report_->earlier(entry.output);
         if (report_ && is_new) report_->add(entry);
         if (entry.was_complete && is_new) ++half_known_;
         if (!entry.result)
@@ -138,7 +138,9 @@ class batch_run {
         wanted.input = entry.input;
         wanted.output = entry.output;
         try {
-            if (batch_.resume && !has_other_options(entry.output)) entry.result = find_complete(wanted);
+            const auto before = report_ ? report_->earlier(entry.output) : std::nullopt;
+            if (batch_.resume && (!before || before->same_options))
+                entry.result = find_complete(wanted, before ? before->frames : std::nullopt);
             entry.was_complete = entry.result.has_value();
             if (entry.was_complete) return;
             std::filesystem::create_directories(std::filesystem::path(entry.output).parent_path());
@@ -157,10 +159,6 @@ class batch_run {
                  error.code() == exit_code::rules && warning != entry.warnings.rend(); ++warning)
                 entry.error.insert(0, *warning + "; ");
         }
-    }
-
-    bool has_other_options(const std::string &output) const {
-        return report_ && report_->has_same_options(output) == false;
     }
 
     /// What a run that was killed has left behind.

@@ -147,11 +147,14 @@ void batch_report::load() {
         if (!line.is_object()) continue;
         const auto output = text_in(line, "output"), bytes = text_in(line, "output_hex");
         if (!output || text_in(line, "status").value_or("failed") == "failed") continue;
-        earlier_[bytes.value_or(*output)] = texts_in(line, "options") == options_;
+        earlier_stream &stream = earlier_[bytes.value_or(*output)];
+        stream = {texts_in(line, "options") == options_, std::nullopt};
+        const auto frames = line.find("frames");
+        if (frames != line.end() && frames->is_number_unsigned()) stream.frames = *frames;
     }
 }
 
-std::optional<bool> batch_report::has_same_options(const std::string &output) const {
+std::optional<batch_report::earlier_stream> batch_report::earlier(const std::string &output) const {
     const auto found = earlier_.find(key_of(output));
     return found == earlier_.end() ? std::nullopt : std::optional(found->second);
 }

@@ -32,8 +32,12 @@ class batch_report {
     /// Reads what earlier runs wrote. Lines that are none of ours, or cut short, are passed over.
     void load();
 
-    /// Whether an earlier run encoded this output, and with the same options; none: no line tells.
-    std::optional<bool> has_same_options(const std::string &output) const;
+    /// What the last line of an earlier run says of an output that it encoded.
+    struct earlier_stream {
+        bool same_options = false;
+        std::optional<std::uint64_t> frames;
+    };
+    std::optional<earlier_stream> earlier(const std::string &output) const;
 
     /// Any thread may call it. The output is read again for its digest.
     /// @throws failure
@@ -44,7 +48,7 @@ class batch_report {
 
     std::string path_;
     std::vector<std::string> options_;
-    std::map<std::string, bool> earlier_; ///< by output: the options were the same
+    std::map<std::string, earlier_stream> earlier_; ///< by output
     shared_log log_;
 };
 

@@ -31,13 +31,18 @@ std::string check_text(const check_result &checked) {
     return text;
 }
 
-std::string overs_text(const check_result &checked, double gain_db) {
+std::string overs_text(const check_result &checked, const sound_options &encoded,
+                       const std::optional<programme_loudness> &loudness) {
     const double excess = excess_of(checked);
+    // --loudness sets the gain; what it heeds is the true peak.
+    const bool by_peak = encoded.loudness && loudness && loudness->figures.integrated;
+    const double most =
+        by_peak ? std::floor(10 * loudness->figures.true_peak.value()) / 10 : encoded.gain_db;
     return counted(checked.overs.samples, "decoded sample")
            + (checked.overs.samples == 1 ? " lies" : " lie") + " beyond full scale, by up to "
            + formatted("%.1f dB", 20 * std::log10(checked.overs.peak))
-           + "; players will clip them, unless --gain " + formatted("%.1f", gain_db - excess)
-           + " lowers all";
+           + "; players will clip them, unless " + (by_peak ? "--true-peak " : "--gain ")
+           + formatted("%.1f", most - excess) + " lowers all";
 }
 
 } // namespace tools

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/stream_check.hpp"
+#include "velaenc/loudness_goal.hpp"
 
 #include <string>
 
@@ -15,7 +16,10 @@ double excess_of(const check_result &checked);
 
 std::string check_text(const check_result &checked);
 
-/// @param gain_db  by which the sound was raised
-std::string overs_text(const check_result &checked, double gain_db);
+/// Which option, and with what value, keeps the sound within full scale.
+/// @param encoded   how the sound was raised
+/// @param loudness  where it was measured
+std::string overs_text(const check_result &checked, const sound_options &encoded,
+                       const std::optional<programme_loudness> &loudness);
 
 } // namespace tools

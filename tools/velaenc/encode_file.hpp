@@ -59,7 +59,8 @@ file_result encode_file(const options &wanted, run_listener &listener, thread_bu
 
 /// What encode_file() would return, when its output is there already: newer than the input and, as far
 /// as can be told without decoding, the same stream. None when anything else is there.
+/// @param recorded  frames that it had when it was made; they count where the input does not tell its length
 /// @throws failure when the input cannot be opened or the settings do not fit it
-std::optional<file_result> find_complete(const options &wanted);
+std::optional<file_result> find_complete(const options &wanted, std::optional<std::uint64_t> recorded);
 
 } // namespace tools
