@@ -112,14 +112,8 @@ TEST_F(broadcast_wave_test, the_extension_of_the_input_is_carried_over) {
         EXPECT_EQ(number(bext, 338, 8), time) << arguments;
         EXPECT_EQ(bext.substr(412, 10), loudness) << arguments;
     }
-    const auto shown =
-        shell("ffprobe -v error -of csv=p=0 -show_entries stream=codec_name,sample_rate,bit_rate:"
-              "format_tags=comment,originator_reference,date,time_reference,coding_history out.wav; "
-              "mpg123 -q -t out.wav && mpg123 -q -w - out.wav | wc -c")
-            .out;
-    for (const std::string words : {"mp2,48000,224000", "Morning", "X1", "2026-01-02", "9600000000",
-                                    ",T=desk", "A=MPEG1L2,F=48000,B=224,M=stereo,T=velaenc"})
-        EXPECT_NE(shown.find(words), std::string::npos) << words << shown;
+    EXPECT_NE(after.find(",T=desk\r\nA=MPEG1L2,F=48000,B=224,M=stereo,T=velaenc\r\n"), after.npos);
+    run("ffprobe -v error -show_entries format_tags out.wav | grep 9600000000 && mpg123 -q -t out.wav");
 }
 
 /// Four characters, a size, the contents and a byte of padding.

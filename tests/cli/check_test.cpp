@@ -70,9 +70,21 @@ TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
     const auto with = [&](std::size_t at, const std::string &bytes) {
         return stream.substr(0, at) + bytes + stream.substr(at + bytes.size());
     };
+    // A slow tone with a slower swell: a few samples late it is nearly the same.
+    std::vector<std::int16_t> tone(20);
+    for (int i = 0; i < 5 * 48000; ++i)
+        tone.push_back(static_cast<std::int16_t>(
+            20000 * std::sin(2 * std::numbers::pi * 200 * i / 48000) * std::sin(1e-9 * i * i)));
+    put("late.wav", wav(pcm(std::vector(tone.begin(), tone.end() - 20)), 1, 48000));
+    put("tone.wav", wav(pcm(std::vector(tone.begin() + 20, tone.end())), 1, 48000));
+    const std::string late = encoded("late.wav --bitrate 192"),
+                      soon = encoded("tone.wav --bitrate 192");
     const struct {
-        std::string what, stream, words;
+        std::string what, stream, words, source = "in.wav";
     } cases[] = {
+        {"a tone", soon, "", "tone.wav"},
+        {"a tone too late", late, "lies 20 samples too late", "tone.wav"},
+        {"a tone too soon", soon, "lies 20 samples too early", "late.wav"},
         {"whole", stream, ""},
         {"tuned", encoded("--model tuned in.wav"), ""},
         {"joint", encoded("--mode joint --bitrate 64 in.wav"), ""},
@@ -91,8 +103,8 @@ TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
         {"swapped", encoded("--swap-channels in.wav"), "from 0:00"},
         {"too soon", encoded("--align in.wav"), "lies 481 samples too early"},
     };
-    for (const auto &[what, bytes, words] : cases) {
-        const auto said = complaint(bytes);
+    for (const auto &[what, bytes, words, source] : cases) {
+        const auto said = complaint(bytes, source);
         if (words.empty())
             EXPECT_EQ(said, "") << what;
         else
@@ -100,52 +112,32 @@ TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
     }
 }
 
-TEST_F(check_test, sound_that_comes_at_another_time_is_found_where_its_error_is_small) {
-    // A slow tone with a slower swell: a few samples late it is nearly the same.
-    std::vector<std::int16_t> tone;
-    for (int i = 0; i < 5 * 48000; ++i)
-        tone.push_back(static_cast<std::int16_t>(
-            20000 * std::sin(2 * std::numbers::pi * 200 * i / 48000) * std::sin(1e-9 * i * i)));
-    put("in.wav", wav(pcm(tone), 1, 48000));
-    put("late.wav",
-        wav(pcm(std::vector<std::int16_t>(20)) + pcm(std::vector(tone.begin(), tone.end() - 20)), 1,
-            48000));
-    EXPECT_EQ(complaint(encoded("in.wav --mode mono --bitrate 192")), "");
-    EXPECT_NE(complaint(encoded("late.wav --mode mono --bitrate 192")).find("lies 20 samples too late"),
-              std::string::npos);
-    EXPECT_NE(complaint(encoded("in.wav --mode mono --bitrate 192"), "late.wav")
-                  .find("lies 20 samples too early"),
-              std::string::npos);
-}
-
 TEST_F(check_test, figures_are_those_of_another_decoder_whatever_the_number_of_jobs) {
-    const auto sound = noise(2 * 65 * 48000);
-    put("in.wav", wav(pcm(sound), 2, 48000));
-    const auto stream = encoded("in.wav --bitrate 384 --gain 6");
+    auto sound = noise(2 * 65 * 48000);
+    for (auto &each : sound)
+        each = static_cast<std::int16_t>(2 * each);
+    put("in.wav", wav(pcm(sound, 4), 2, 48000, 4));
+    const auto stream = encoded("in.wav --bitrate 384");
     put("out.mp2", stream);
-    put("louder.wav", "");
-    run("ffmpeg -y -v error -i in.wav -filter:a volume=1.9952623149688795:precision=double -c:a "
-        "pcm_f32le louder.wav");
-    EXPECT_EQ(complaint(stream, "louder.wav", 1), "");
+    EXPECT_EQ(complaint(stream, "in.wav", 1), "");
     const auto one = result_;
-    EXPECT_EQ(complaint(stream, "louder.wav", 3), "");
+    EXPECT_EQ(complaint(stream, "in.wav", 3), "");
     ASSERT_EQ(one.count(), 65u);
     for (std::size_t i = 0; i < one.count(); ++i)
         EXPECT_EQ(one.second(i), result_.second(i)) << i;
+    // The integer decoder of ffmpeg, which heard() may get, clips.
     const auto bytes = shell("ffmpeg -v error -c:a mp2float -i out.mp2 -f f32le -").out;
     std::vector<float> decoded(bytes.size() / sizeof(float));
-    std::memcpy(decoded.data(), bytes.data(), decoded.size() * sizeof(float));
-    std::uint64_t overs = 0;
-    for (const float each : decoded)
-        overs += std::abs(each) > 1;
+    std::memcpy(decoded.data(), bytes.data(), bytes.size());
+    const auto overs = std::ranges::count_if(decoded, [](float each) { return std::abs(each) > 1; });
     // The two decoders round a few samples to another side.
-    EXPECT_GT(overs, 1000u);
+    EXPECT_GT(overs, 1000);
     EXPECT_NEAR(static_cast<double>(one.overs.samples), static_cast<double>(overs), 3);
     EXPECT_EQ(result_.overs.samples, one.overs.samples);
     double signal = 0, noise_sum = 0;
     const std::size_t from = 40 * 96000;
     for (std::size_t i = from; i < from + 96000; ++i) {
-        const double x = sound[i] / 32768.0 * std::pow(10, 0.3), y = decoded[i + std::size_t{2 * 481}];
+        const double x = sound[i] / 32768.0, y = decoded[i + std::size_t{2 * 481}];
         signal += x * x;
         noise_sum += (x - y) * (x - y);
     }

@@ -5,7 +5,9 @@
 #include "loudness/loudness_meter.hpp"
 #include "workbench.hpp"
 
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <ebur128.h>
 #include <nlohmann/json.hpp>
 #include <numbers>
@@ -94,26 +96,23 @@ TEST(loudness, is_that_of_tech_3341) {
 }
 
 TEST(loudness, has_the_range_of_tech_3342) {
-    const struct {
-        std::vector<double> levels;
-        double range;
-    } cases[] = {{{-20, -30}, 10}, {{-20, -15}, 5}, {{-40, -20}, 20}, {{-50, -35, -20, -35, -50}, 15}};
-    for (const auto &[levels, range] : cases) {
-        std::vector<tone> tones;
-        for (const double db : levels)
-            tones.push_back({db, 20});
+    const std::pair<std::vector<tone>, double> cases[] = {
+        {{{-20, 20}, {-30, 20}}, 10},
+        {{{-20, 20}, {-15, 20}}, 5},
+        {{{-40, 20}, {-20, 20}}, 20},
+        {{{-50, 20}, {-35, 20}, {-20, 20}, {-35, 20}, {-50, 20}}, 15}};
+    for (const auto &[tones, range] : cases)
         EXPECT_NEAR(figures_of(signal(tones)).range, range, 1);
-    }
 }
 
 class loudness_test : public workbench {
   protected:
-    /// Twelve seconds of a sine in both channels, whose samples are all half as large as its peaks' bound.
-    void put_sine(const std::string &name, double db) const {
-        std::vector<std::int16_t> samples;
-        for (const float value : signal({{db, 12}}))
-            samples.push_back(static_cast<std::int16_t>(std::lround(value * 32767)));
-        put(name, wav(pcm(samples), 2, sound_rate));
+    void put_sound(const std::string &name, const std::vector<float> &values, int channels = 2,
+                   int rate = sound_rate) const {
+        std::string bytes;
+        for (const float value : values)
+            bytes += little_endian(std::bit_cast<std::uint32_t>(value), 4);
+        put(name, wav(bytes, channels, rate, 4));
     }
 
     /// What another meter says of a file: integrated loudness in LUFS, or the true peak in dBTP.
@@ -126,9 +125,8 @@ class loudness_test : public workbench {
 };
 
 TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
-    put_sine("in.wav", -30);
-    for (const std::string start : {"cat in.wav | velaenc", "velaenc < in.wav"})
-        expect_failure(start + " - out.mp2 --loudness -23", 1, "reads IN twice");
+    put_sound("in.wav", signal({{-30, 12}}));
+    expect_failure("velaenc < in.wav - out.mp2 --loudness -23", 1, "reads IN twice");
     expect_failure("velaenc in.wav out.mp2 --loudness 3", 1, "-60 to 0");
     expect_failure("velaenc in.wav out.mp2 --true-peak -3", 1, "--loudness");
     run("velaenc in.wav --loudness -20", 0, "after a gain of +10.0 dB");
@@ -143,31 +141,26 @@ TEST_F(loudness_test, is_reached_by_one_gain_that_keeps_the_true_peak) {
     put("silence.wav", wav(std::string(96000, 0), 2, sound_rate));
     run("velaenc silence.wav --loudness -23", 0, "its level stays");
     // After mixing down and resampling: three channels of which one is heard in both.
-    std::vector<std::int16_t> surround;
+    std::vector<float> surround;
     for (const float value : signal({{-30, 4}}))
-        if (surround.size() % 3 == 0)
-            surround.insert(surround.end(), {0, 0, static_cast<std::int16_t>(value * 32767)});
-    put("centre.wav", wav(pcm(surround), 3, 44100));
+        surround.insert(surround.end(), {0, 0, value});
+    put_sound("centre.wav", surround, 3, 44100);
     run("velaenc centre.wav centre.mp2 --to-rate 48000 --loudness -23");
     EXPECT_NEAR(measured("centre.mp2", "I"), -23, 0.2);
 }
 
 TEST_F(loudness_test, stands_in_the_report_and_in_the_broadcast_extension) {
-    put_sine("in.wav", -30);
+    put_sound("in.wav", signal({{-30, 12}}));
     run("velaenc in.wav out.wav --loudness -23 && cat in.wav | velaenc - end.wav --measure");
-    const auto value = [&](const std::string &name, std::size_t index) {
-        const std::string file = get(name),
-                          bytes = file.substr(file.find("bext") + 8 + 412 + 2 * index, 2);
-        return static_cast<std::int16_t>(static_cast<unsigned char>(bytes[0])
-                                         | static_cast<unsigned char>(bytes[1]) << 8);
-    };
-    const std::string out = get("out.wav");
-    EXPECT_EQ(out[out.find("bext") + 8 + 346], 2);
-    const int expected[] = {-2300, 0, -2300, -2300,
-                            -2300}; // a sine has one loudness, and its peak is that
-    for (std::size_t i = 0; i < 5; ++i) {
-        EXPECT_NEAR(value("out.wav", i), expected[i], 8) << i;
-        EXPECT_NEAR(value("end.wav", i), i == 1 ? 0 : -3000, 8) << i;
+    // A sine has one loudness, and its peak is that; both channels together are 3 dB louder.
+    for (const auto &[name, level] : {std::pair{"out.wav", -2300}, {"end.wav", -3000}}) {
+        const std::string bext = get(name).substr(get(name).find("bext") + 8);
+        EXPECT_EQ(bext[346], 2) << name;
+        for (std::size_t i = 0; i < 5; ++i) {
+            std::int16_t value = 0;
+            std::memcpy(&value, &bext[412 + 2 * i], sizeof value);
+            EXPECT_NEAR(value, i == 1 ? 0 : level, 8) << name << i;
+        }
     }
     run("velaenc in.wav --output-dir o --loudness -23 --report r");
     const auto line = nlohmann::json::parse(get("r"));
@@ -228,10 +221,7 @@ TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
     struct : tools::progress_listener {
         void update(std::uint64_t) override {}
     } nobody;
-    std::vector<std::int16_t> samples;
-    for (const float value : swelling_noise(125 * sound_rate, 2))
-        samples.push_back(static_cast<std::int16_t>(value * 32767));
-    put("in.wav", wav(pcm(samples), 2, sound_rate));
+    put_sound("in.wav", swelling_noise(125 * sound_rate, 2));
     const auto heard = [&](int jobs) {
         return tools::hear_source(*tools::open_pcm(tools::open_input(path("in.wav")), {}), jobs,
                                   nobody);
