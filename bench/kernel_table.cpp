@@ -175,36 +175,103 @@ kernel_run quantize(level which, numbers kind, unsigned seed) {
     });
 }
 
+/// Two channels of a frame on the way from samples to an allocation.
 struct noise_data {
-    part_samples samples, shared;
-    part_scalefactors scalefactors, shared_scalefactors;
-    double weight[32];
+    part_samples samples[3], shared;
+    part_scalefactors peaks[3], normal;
+    part_values weight, energy;
+    shared_fit fit;
+    double half[32];
     part_noise noise;
+    unit_costs costs[2];
+    unit_choices from;
     struct {
         double sum[32];
-        part_noise noise;
+        part_values parts;
+        part_scalefactors used[3];
+        part_samples decoded;
+        part_noise noise[2];
         noise_costs costs;
+        sent_scalefactors sent;
+        unit_choices choices[2];
+        unit_steps steps;
     } out;
 };
 
+std::shared_ptr<noise_data> make_noise(numbers kind, unsigned seed) {
+    const auto data = std::make_shared<noise_data>();
+    source numbers(kind, seed);
+    numbers.fill<double>(*data);
+    for (int sb = 0; sb < 32; ++sb) {
+        for (auto &part : data->peaks)
+            part.index[sb] = numbers.below(63);
+        data->half[sb] = numbers.below(12) + 0.5;
+        data->out.sent.scfsi[sb] = numbers.below(4);
+        data->from.bits[sb] = numbers.below(300);
+        for (unit_costs &costs : data->costs) {
+            costs.set = &table_b2a.set;
+            costs.opening[sb] = 8 + 6 * numbers.below(3);
+            costs.ternary_opening[sb] = 8 + 6 * numbers.below(3);
+        }
+    }
+    return data;
+}
+
 void sum_products(const coding_kernels &kernels, noise_data &d) {
-    kernels.sum_products(d.samples, d.shared, d.out.sum);
+    kernels.sum_products(d.samples[0], d.shared, 0, 32, d.out.sum);
+}
+void choose_ternary(const coding_kernels &kernels, noise_data &d) {
+    kernels.choose_ternary(d.samples, 3, d.peaks, d.weight, 28, d.out.sent, d.out.sum, d.out.parts);
+}
+void choose_finer(const coding_kernels &kernels, noise_data &d) {
+    kernels.choose_finer(d.peaks, d.weight, d.out.sent, d.out.used);
+}
+void refine(const coding_kernels &kernels, noise_data &d) {
+    kernels.refine(d.samples, 3, d.peaks, d.weight, d.energy, d.half, 0, 28, d.out.sent);
+}
+void fit(const coding_kernels &kernels, noise_data &d) {
+    kernels.fit(d.fit, d.weight, 4.0 / 81, 4, 28, d.out.sent);
+}
+void fit_again(const coding_kernels &kernels, noise_data &d) {
+    kernels.fit_again(d.fit, d.weight, 4, 28, d.out.sent);
+}
+void decode(const coding_kernels &kernels, noise_data &d) {
+    kernels.decode(d.shared, d.normal, d.half, 4, 28, d.out.decoded);
 }
 void own_noise(const coding_kernels &kernels, noise_data &d) {
-    kernels.own_noise(d.samples, d.scalefactors, d.out.noise);
+    kernels.own_noise(d.samples[0], d.peaks[0], 0, 28, d.out.noise[0]);
 }
 void shared_noise(const coding_kernels &kernels, noise_data &d) {
-    kernels.shared_noise(d.samples, d.scalefactors, d.shared, d.shared_scalefactors, d.out.noise);
+    kernels.shared_noise(d.samples[0], d.samples[1], {d.peaks[0], d.peaks[1]}, d.shared, d.normal, 4,
+                         28, d.out.noise);
 }
 void add_noise_costs(const coding_kernels &kernels, noise_data &d) {
-    kernels.add_noise_costs(d.noise, d.weight, d.out.costs);
+    kernels.add_noise_costs(d.noise, d.weight[0], 0, 28, d.out.costs);
+}
+void finish_costs(const coding_kernels &kernels, noise_data &d) {
+    unit_costs costs = d.costs[0];
+    kernels.finish_costs(0, 28, costs);
+    d.out.costs = costs;
+}
+void reach(const coding_kernels &kernels, noise_data &d) {
+    const reached all = kernels.reach(d.costs, 2, 0.002, 0, 28, d.out.choices);
+    d.out.sum[0] = all.bits + 0.001 * all.subbands;
+}
+void first_slopes(const coding_kernels &kernels, noise_data &d) {
+    kernels.first_slopes(d.costs[0], 0, 28, d.out.sum);
+}
+void favour(const coding_kernels &kernels, noise_data &d) {
+    unit_costs costs = d.costs[0];
+    kernels.favour(costs, d.half, 0, 28);
+    d.out.costs = costs;
+}
+void best_steps(const coding_kernels &kernels, noise_data &d) {
+    kernels.best_steps(d.costs[0], d.from, 400, 0, 28, d.out.steps);
 }
 
 template <auto step>
 kernel_run noise(level which, numbers kind, unsigned seed) {
-    const auto data = std::make_shared<noise_data>();
-    source(kind, seed).fill<double>(*data);
-    return bind<double>(data,
+    return bind<double>(make_noise(kind, seed),
                         [&kernels = coding_kernels_of(which)](noise_data &d) { step(kernels, d); });
 }
 
@@ -254,9 +321,20 @@ constexpr kernel kernels[] = {
     {"tuned_psychoacoustics_layer2_mono", psychoacoustics<tuned_model, 2, 1>},
     {"tuned_psychoacoustics_layer2_stereo", psychoacoustics<tuned_model, 2, 2>},
     {"sum_products", noise<sum_products>},
+    {"choose_ternary", noise<choose_ternary>},
+    {"choose_finer", noise<choose_finer>},
+    {"refine", noise<refine>},
+    {"fit", noise<fit>},
+    {"fit_again", noise<fit_again>},
+    {"decode", noise<decode>},
     {"own_noise", noise<own_noise>},
     {"shared_noise", noise<shared_noise>},
     {"add_noise_costs", noise<add_noise_costs>},
+    {"finish_costs", noise<finish_costs>},
+    {"reach", noise<reach>},
+    {"first_slopes", noise<first_slopes>},
+    {"favour", noise<favour>},
+    {"best_steps", noise<best_steps>},
     {"peaks", peaks},
     {"combine", combine},
     {"quantize_layer1", quantize<1>},

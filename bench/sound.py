@@ -8,6 +8,9 @@ ones. Encodes each with both models, decodes with mpg123, and prints for each ra
   disturbed  share of its frames in which some band's noise is 1.5 dB above its mask
   short      the same ratio with windows of 512 samples: pre-echo counts more
   SNR        mean signal-to-noise ratio of segments of 20 ms in dB, higher is better
+  on/off     how often a second a subband gets bits or loses them, summed over subbands, mean of the channels
+  blips      of those, subbands that differ from both their neighbours in time for one frame
+  bound      how often a second the bound of joint stereo changes
 """
 import argparse
 import pathlib
@@ -87,13 +90,39 @@ def segmental_snr(original, coded):
     return np.clip(10 * np.log10(signal[loud] / (noise[loud] + 1e-14)), -10, 80).mean()
 
 
+def restlessness(stream):
+    """Changes a second in a Layer II stream of 48 kHz: subbands with bits, those for one frame, bounds."""
+    kbps = (0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384)
+    on, bounds, at = [], [], 0
+    while at + 4 <= len(stream):
+        mode, extension = stream[at + 3] >> 6, stream[at + 3] >> 4 & 3
+        rate, channels = kbps[stream[at + 2] >> 4], 1 if mode == 3 else 2
+        widths = [4] * 11 + [3] * 12 + [2] * 4 if rate / channels >= 56 else [4] * 2 + [3] * 6
+        frame = stream[at : at + 3 * rate]
+        bits = int.from_bytes(frame, "big")
+        left = 8 * len(frame) - (32 if stream[at + 1] & 1 else 48)
+        bounds.append(4 * extension + 4 if mode == 1 else 32)
+        now = np.zeros((channels, 32), bool)
+        for subband, width in enumerate(widths):
+            shared = subband >= bounds[-1]
+            for channel in range(1 if shared else channels):
+                left -= width
+                now[slice(None) if shared else channel, subband] = bits >> left & (1 << width) - 1
+        on.append(now)
+        at += len(frame)
+    changed = np.diff(np.array(on), axis=0)
+    a_second = RATE / 1152
+    blips = (changed[1:] & changed[:-1]).mean(axis=(0, 1)).sum()
+    return changed.mean(axis=(0, 1)).sum() * a_second, blips * a_second, np.mean(np.diff(bounds) != 0) * a_second
+
+
 def judge(encoder, source, folder, options):
     original, coded = encoded(encoder, source, folder, options)
     rows = []
     for x, y in zip(original.T, coded.T):
         (nmr, disturbed), (short, _) = LONG.compare(x, y), SHORT.compare(x, y)
         rows.append((nmr, 100 * disturbed, short, segmental_snr(x, y)))
-    return np.mean(rows, axis=0)
+    return *np.mean(rows, axis=0), *restlessness((folder / "coded.mp2").read_bytes())
 
 
 def main():
@@ -108,13 +137,14 @@ def main():
         folder = pathlib.Path(name)
         for number, samples in enumerate(clips.values()):
             write_wav(folder / f"{number}.wav", samples)
-        print(f"{wanted.mode}, means of {len(clips)} files     NMR  disturbed   short     SNR")
+        print(f"{wanted.mode}, means of {len(clips)} files     NMR  disturbed   short     SNR  on/off  blips  bound")
         for rate in wanted.rates.split(","):
             for model in ("standard", "tuned"):
                 options = ["--mode", wanted.mode, "--bitrate", rate, "--model", model]
                 sources = [folder / f"{number}.wav" for number in range(len(clips))]
                 rows = [judge(wanted.encoder, source, folder, options) for source in sources]
-                print("%4s kbit/s  %-8s  %9.2f dB  %6.1f %%  %6.2f  %6.2f" % (rate, model, *np.mean(rows, axis=0)))
+                means = np.mean(rows, axis=0)
+                print("%4s kbit/s  %-8s  %9.2f dB  %6.1f %%  %6.2f  %6.2f  %6.1f  %5.1f  %5.1f" % (rate, model, *means))
 
 
 if __name__ == "__main__":

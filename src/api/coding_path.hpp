@@ -26,10 +26,10 @@ class coding_path {
         memory_ = {};
     }
 
-    /// How many of the latest frames restart() and look() must see for the next one to be coded as if
-    /// all before it had been. Windows reach further back: up to 448 samples before a Layer II frame,
-    /// less than a frame, and 704 before a Layer I frame, less than two.
-    int remembered_frames() const noexcept { return model_.remembered_frames(); }
+    /// How many of the latest frames must be looked at and passed after restart() for the next one to be
+    /// coded as if all before it had been. Windows reach further back: up to 448 samples before a Layer
+    /// II frame, less than a frame, and 704 before a Layer I frame, less than two.
+    int remembered_frames() const noexcept { return model_.remembered_frames() + Memory::frames; }
 
     /// How many of the next frames, looked at together, fill the model's lanes.
     int frames_at_once() const noexcept { return model_.frames_at_once(); }
@@ -38,6 +38,12 @@ class coding_path {
     /// @param frame_start  of the first one, see frame_passes
     void look(const float *const *frame_start, int frames) noexcept {
         model_.analyze(frame_start, frames, found_);
+    }
+
+    /// Passes over one of the frames looked at last, as if it had been coded. They are passed or coded in
+    /// order.
+    void pass(frame_coder &coder, int frame, int frame_bits, const subband_samples &samples) noexcept {
+        coder.pass_frame(frame_bits, samples, found_[frame], memory_);
     }
 
     /// Codes one of the frames looked at last. They are coded in order.

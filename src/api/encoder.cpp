@@ -141,16 +141,22 @@ void mpeg_a_encoder::position(std::int64_t frame, std::span<const std::uint8_t> 
     const float_environment environment;
     // Padding and time are sums of rounded steps: only the same steps give the same values.
     for (; frames_passed_ < frame; ++frames_passed_) {
-        timer_.decide_padding();
+        header_.padding = static_cast<std::uint8_t>(timer_.decide_padding());
         timer_.advance_time();
     }
     // Everything else reaches back a few frames only.
-    input_.init(*analysis_, sampling_bits_, coder_.config().channels, header_.layer);
+    const coder_config &config = coder_.config();
+    input_.init(*analysis_, sampling_bits_, config.channels, header_.layer);
     const auto look = [&](auto &path) {
         path.restart();
         for (auto left = static_cast<int>(history.size() / input_.frame_bytes()); left > 0; --left) {
             input_.fill_frames(history, false);
-            if (left <= path.remembered_frames()) path.look(input_.frame_start(0).begin(), 1);
+            if (left > path.remembered_frames()) continue;
+            const auto frame_start = input_.frame_start(0);
+            subband_samples samples;
+            analyze_frame(*analysis_, frame_start.begin(), config.channels, config.parts(), samples);
+            path.look(frame_start.begin(), 1);
+            path.pass(coder_, 0, timer_.frame_bits(), samples);
         }
     };
     vela::visit(look, path_);

@@ -27,9 +27,9 @@ struct mpeg_a_encoder {
     /// As mpegOutAudioDone(): 0 or 2.
     std::int32_t done(bool abort) noexcept;
 
-    /// Frames that position() wants to see before the one it goes to: Layer I needs five of them,
-    /// Layer II two.
-    static constexpr int history_frames = 5;
+    /// Frames that position() wants to see before the one it goes to: the tuned model needs twelve of
+    /// them in Layer I, ten in Layer II, the standard's five and two.
+    static constexpr int history_frames = 12;
 
     /// Moves an initialised encoder forward to a later frame of its stream without encoding the frames
     /// in between: it goes on exactly as if it had encoded them, in bytes, padding and time stamps. So

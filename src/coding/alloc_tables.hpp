@@ -49,6 +49,7 @@ struct alloc_row {
     table<std::int16_t, 16> sample_bits; ///< of the subband's samples in a frame
     table<std::int16_t, 16> refine_bits; ///< more of them one index further, if any
     table<std::uint8_t, 16> classes;     ///< among quant_classes; unused at index 0
+    table<std::uint8_t, quantizer_count> index_of_class; ///< 0 of those that there are not
     table<quantizer, 16> quantizers;
     table<code_layout, 16> layouts;
     /// First index with an SNR of at least i - 0.5 dB, at most `last`.
@@ -98,6 +99,7 @@ constexpr alloc_row make_row(int alloc_bits, int samples, const int (&classes)[N
         const quant_class &q = quant_classes[classes[n - 1]];
         row.snr[n] = q.snr;
         row.classes[n] = static_cast<std::uint8_t>(classes[n - 1]);
+        row.index_of_class[classes[n - 1]] = static_cast<std::uint8_t>(n);
         // Layer I never groups: a code word of its own for each of its samples.
         if (samples == 12) {
             row.sample_bits[n] = static_cast<std::int16_t>(12 * (n + 1));
@@ -146,6 +148,7 @@ inline constexpr alloc_row c_high = detail::make_row(3, 36, {0, 1, 3, 4, 5, 6, 7
 struct alloc_table {
     int sblimit;
     table<const alloc_row *, 32> rows;
+    quantizer_set set; ///< the same by class
 
     constexpr const alloc_row &row(int sb) const noexcept { return *rows[sb]; }
 };
@@ -157,11 +160,27 @@ struct row_run {
 };
 template <int N>
 consteval alloc_table make_alloc_table(const row_run (&runs)[N]) {
-    alloc_table made{runs[N - 1].end, {}};
+    alloc_table made{runs[N - 1].end, {}, {}};
+    quantizer_set &set = made.set;
+    for (auto &of_class : set.barred)
+        std::fill(of_class.begin(), of_class.end(), 1e200);
     int sb = 0;
     for (const row_run &run : runs) {
-        for (; sb < run.end; ++sb)
+        for (; sb < run.end; ++sb) {
             made.rows[sb] = run.row;
+            for (int n = 1; n <= run.row->last; ++n) {
+                set.barred[run.row->classes[n]][sb] = 0;
+                set.sample_bits[run.row->classes[n]] = run.row->sample_bits[n];
+            }
+        }
+    }
+    for (int i = 0; i < 8; ++i) {
+        auto &[count, quantizers] = set.groups[i];
+        for (int q = 0; q < quantizer_count; ++q) {
+            const double *const barred = set.barred[q].begin() + 4 * i;
+            if (std::find(barred, barred + 4, 0.0) == barred + 4) continue;
+            quantizers[count++] = static_cast<std::uint8_t>(q);
+        }
     }
     return made;
 }

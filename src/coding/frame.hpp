@@ -20,6 +20,8 @@ struct coder_config {
     const alloc_table *table;
 
     int parts() const noexcept { return layer == 1 ? 1 : 3; }
+    /// sblimit in whole groups of lanes.
+    int lane_end() const noexcept { return (sblimit + 3) / 4 * 4; }
 };
 
 coder_config make_coder_config(const frame_header &header) noexcept;

@@ -5,7 +5,6 @@
 #include "coding/quantize.hpp"
 #include "coding/scalefactors.hpp"
 #include "coding/tuned_allocation.hpp"
-#include "coding/tuned_scalefactors.hpp"
 #include "stream/frame_header.hpp"
 
 namespace vela {
@@ -56,12 +55,24 @@ void frame_coder::encode_frame(int frame_bits, const subband_samples &samples,
     side_info side{};
     part_samples joint[3];
     sample_codes codes;
+    tuned_frame weighed;
     find_scalefactors(samples, side, joint);
-    if (config_.layer == 2) choose_tuned_scfsi(config_, weights, side);
     const weighed_frame frame{*kernels_, config_, samples, joint, weights};
-    const int stuffing = allocate_tuned(frame, frame_bits, *header_, side, memory.slope_hint);
+    weigh_frame(frame, side, weighed);
+    const int stuffing = allocate_tuned(frame, frame_bits, *header_, weighed, side, memory);
     quantize_samples(*kernels_, config_, side, samples, joint, codes);
     write_frame(side, codes, stuffing);
+}
+
+void frame_coder::pass_frame(int frame_bits, const subband_samples &samples,
+                             const noise_weights &weights, tuned_memory &memory) noexcept {
+    side_info side{};
+    part_samples joint[3];
+    tuned_frame weighed;
+    find_scalefactors(samples, side, joint);
+    const weighed_frame frame{*kernels_, config_, samples, joint, weights};
+    weigh_frame(frame, side, weighed);
+    pass_tuned(frame, frame_bits, *header_, weighed, memory);
 }
 
 void frame_coder::write_frame(const side_info &side, const sample_codes &codes, int stuffing) noexcept {

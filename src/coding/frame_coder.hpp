@@ -3,16 +3,18 @@
 
 #include "coding/frame.hpp"
 #include "coding/kernels.hpp"
+#include "coding/tuned_memory.hpp"
 #include "stream/bit_writer.hpp"
 
 namespace vela {
 
-/// What passes from one frame of a stream to the next; a fresh one is as good at its start.
+/// What passes from one frame of a stream to the next with the standard's allocation; a fresh one is as good
+/// at its start.
 struct standard_memory {
     double ratio_hint = 0.0; ///< see allocate_bits
-};
-struct tuned_memory {
-    double slope_hint = 1.0; ///< see allocate_tuned
+
+    /// Frames that the next one depends on.
+    static constexpr int frames = 0;
 };
 
 /// Codes the frames of one stream.
@@ -29,6 +31,12 @@ class frame_coder {
     /// The same with the tuned allocation.
     void encode_frame(int frame_bits, const subband_samples &samples, const noise_weights &weights,
                       tuned_memory &memory) noexcept;
+
+    /// What encode_frame() would make of the memory, without a frame written.
+    /// @param frame_bits  as the header says, with padding or without
+    void pass_frame(int, const subband_samples &, const smr_table &, standard_memory &) noexcept {}
+    void pass_frame(int frame_bits, const subband_samples &samples, const noise_weights &weights,
+                    tuned_memory &memory) noexcept;
 
     /// From now on until the next init().
     void observe(const frame_observer &observer) noexcept { observer_ = observer; }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "simd/level.hpp"
+#include "simd/table.hpp"
 #include "stream/bit_buffer.hpp"
 
 #include <cstdint>
@@ -52,9 +53,29 @@ inline constexpr int quantizer_count = 17;
 inline constexpr int coarse_count = 4;
 inline constexpr int coarse_steps[coarse_count] = {3, 5, 7, 9};
 
-/// Scale factors of one part of a channel.
+/// Scale factors of one part of a channel, and their indexes as numbers that fit into lanes.
 struct part_scalefactors {
-    double value[32], inverse[32];
+    double value[32], inverse[32], index[32];
+};
+
+/// Weights, or energies, of the parts of a channel.
+using part_values = double[3][32];
+
+/// How a channel's scale factors are sent: scfsi and the index of each part.
+struct sent_scalefactors {
+    double scfsi[32];
+    part_values index;
+};
+
+/// Scale factors that are tried, from some steps above a given one downwards: with the quantizer of three
+/// steps, and with finer ones.
+inline constexpr int ternary_scales = 6, ternary_above = 2;
+inline constexpr int refined_scales = 4, refined_above = 1;
+
+/// What each part of a channel has in common with the samples z that the channels share: with a scale
+/// factor s its noise is energy - 2 s product + s^2 square.
+struct shared_fit {
+    part_values energy, product, square;
 };
 
 /// Energies of what a part of a channel loses, per subband.
@@ -71,6 +92,41 @@ struct noise_costs {
     double quantized[quantizer_count][32];
 };
 
+/// The quantizers that subbands may have, and their bits.
+struct quantizer_set {
+    table<double, quantizer_count> sample_bits; ///< of the samples of a subband
+    /// Of four subbands those that any of them has, in order.
+    struct group {
+        int count;
+        table<std::uint8_t, quantizer_count> quantizers;
+    };
+    table<group, 8> groups;
+    /// A cost above every other one for those that a subband does not have, else 0.
+    table<table<double, 32>, quantizer_count> barred;
+};
+
+/// What the quantizers of 32 subbands cost in noise and in bits: those of samples, and what opens a subband
+/// with three steps or with more.
+struct unit_costs : noise_costs {
+    double ternary_opening[32], opening[32];
+    const quantizer_set *set;
+};
+
+/// A quantizer for each subband, from 1 on or 0 for no bits, and what it costs.
+struct unit_choices {
+    double quantizer[32], bits[32], cost[32];
+};
+
+/// Bits of choices, and how many subbands have any.
+struct reached {
+    int bits, subbands;
+};
+
+/// The best step from a choice: cost taken away by each bit, 0 when there is no such step.
+struct unit_steps {
+    double slope[32], quantizer[32];
+};
+
 struct coding_kernels {
     /// Largest magnitude of each subband's twelve samples.
     void (*peaks)(const part_samples &samples, double (&peak)[32]) noexcept;
@@ -84,17 +140,65 @@ struct coding_kernels {
     void (*quantize_layer2)(const part_samples &samples, const part_quantizer &quantizer, int first,
                             int end, part_codes &codes) noexcept;
 
-    /// Sums of a part's products, per subband.
-    void (*sum_products)(const part_samples &a, const part_samples &b, double (&sum)[32]) noexcept;
+    /// Sums of a part's products, of subbands first .. end - 1.
+    void (*sum_products)(const part_samples &a, const part_samples &b, int first, int end,
+                         double (&sum)[32]) noexcept;
 
-    /// Noise of a subband with samples of its own, and of one channel of a shared one.
-    void (*own_noise)(const part_samples &samples, const part_scalefactors &scalefactors,
-                      part_noise &noise) noexcept;
-    void (*shared_noise)(const part_samples &samples, const part_scalefactors &scalefactors,
-                         const part_samples &shared, const part_scalefactors &shared_scalefactors,
-                         part_noise &noise) noexcept;
-    void (*add_noise_costs)(const part_noise &noise, const double (&weight)[32],
+    /// Choose the scale factors that a channel sends, by noise and bits: with the quantizer of three steps,
+    /// by its exact noise, and with finer ones, by a uniform error. A part that there is not has weights
+    /// of 0 and the index 62.
+    /// @param energy  of the parts' samples
+    /// @param cost    weighted noise
+    void (*choose_ternary)(const part_samples *samples, int parts, const part_scalefactors (&peaks)[3],
+                           const part_values &weight, int end, sent_scalefactors &sent,
+                           double (&cost)[32], part_values &energy) noexcept;
+    void (*choose_finer)(const part_scalefactors (&peaks)[3], const part_values &weight,
+                         sent_scalefactors &sent, part_scalefactors (&used)[3]) noexcept;
+
+    /// Moves the scale factors of quantizers of more than three steps to the least exact noise, in as many
+    /// bits as before.
+    /// @param half  of the steps
+    void (*refine)(const part_samples *samples, int parts, const part_scalefactors (&peaks)[3],
+                   const part_values &weight, const part_values &energy, const double (&half)[32],
+                   int first, int end, sent_scalefactors &sent) noexcept;
+
+    /// Chooses the scale factors of a channel's shared subbands, nearest to the least squares.
+    /// @param quantizer  noise of a part for a scale factor of 1
+    void (*fit)(const shared_fit &fit, const part_values &weight, double quantizer, int first, int end,
+                sent_scalefactors &sent) noexcept;
+    /// The same in as many bits as before.
+    void (*fit_again)(const shared_fit &fit, const part_values &weight, int first, int end,
+                      sent_scalefactors &sent) noexcept;
+
+    /// What is decoded of shared samples before a channel's scale factor.
+    void (*decode)(const part_samples &samples, const part_scalefactors &scalefactors,
+                   const double (&half)[32], int first, int end, part_samples &decoded) noexcept;
+
+    /// Noise of a subband with samples of its own, but for three steps, and of both channels of a shared one.
+    void (*own_noise)(const part_samples &samples, const part_scalefactors &scalefactors, int first,
+                      int end, part_noise &noise) noexcept;
+    void (*shared_noise)(const part_samples &left, const part_samples &right,
+                         const part_scalefactors (&scalefactors)[2], const part_samples &shared,
+                         const part_scalefactors &shared_scalefactors, int first, int end,
+                         part_noise (&noise)[2]) noexcept;
+    void (*add_noise_costs)(const part_noise &noise, const double (&weight)[32], int first, int end,
                             noise_costs &costs) noexcept;
+    /// Takes what refining scale factors will leave of the costs, and bars quantizers.
+    void (*finish_costs)(int first, int end, unit_costs &costs) noexcept;
+
+    // Of the subbands first .. end - 1, multiples of 4, of one or two rows of costs:
+
+    /// The quantizers up to which every bit takes away more than `slope` of the cost.
+    reached (*reach)(const unit_costs *costs, int rows, double slope, int first, int end,
+                     unit_choices *choices) noexcept;
+    /// The slopes below which there are bits.
+    void (*first_slopes)(const unit_costs &costs, int first, int end, double (&slope)[32]) noexcept;
+    /// Makes no bits cost so much that those slopes are multiplied with a factor above 0.
+    void (*favour)(unit_costs &costs, const double (&factor)[32], int first, int end) noexcept;
+    /// Of the steps that take away cost and want no more bits than that, those with the greatest slope,
+    /// the shortest ones of equals.
+    void (*best_steps)(const unit_costs &costs, const unit_choices &from, double affordable, int first,
+                       int end, unit_steps &steps) noexcept;
 
     /// Write the samples of `count` subbands, sample by sample or granule by granule.
     void (*pack_layer1)(const coded_subband *coded, int count, bit_cursor &bits) noexcept;

@@ -1,109 +1,79 @@
 #include "coding/tuned_allocation.hpp"
 
-#include "coding/bit_allocation.hpp"
-#include "coding/tuned_scalefactors.hpp"
+#include "coding/frame_bits.hpp"
 #include "coding/tuned_search.hpp"
-#include "psy/tuned_parameters.hpp"
-#include "simd/math.hpp"
 #include "vela_enc_mp1a/settings.h"
-
-#include <algorithm>
 
 namespace vela {
 
 namespace {
 
-double decibels(double power) noexcept {
-    return 4.342944819032518 * VELA_LEVEL::logarithm(std::max(power, 1e-200));
+/// Frames are looked at by themselves without padding: which of them have it depends on all before.
+int unpadded(const coder_config &config, int frame_bits, const frame_header &header) noexcept {
+    const int slot_bits = config.layer == 1 ? 32 : 8;
+    return frame_bits - header.padding * slot_bits;
 }
 
-/// Tries the bounds in joint stereo against the search so far, which becomes the best one.
-void try_bounds(const weighed_frame &frame, const frame_ladders &ladders, int frame_bits,
-                frame_header &header, double &slope_hint, tuned_search &best) noexcept {
-    header.mode = MPEG_A_MODE_STEREO;
-    header.mode_extension = 0;
-    for (int extension = 3; extension >= 0; --extension) {
-        // A bound beyond sblimit shares nothing.
-        const int bound = joint_bounds[extension];
-        if (bound >= frame.config.sblimit) continue;
-        tuned_search search(frame.config, ladders, bound, frame_bits);
-        const double limit = best.cost() * tuned::less;
-        if (search.least_cost_at(slope_hint) >= limit) continue;
-        search.take_common_slope(slope_hint);
-        if (search.least_cost() >= limit) continue;
-        search.take_single_steps();
-        if (search.cost() >= limit) continue;
-        best = search;
-        header.mode = MPEG_A_MODE_JOINT_STEREO;
-        header.mode_extension = static_cast<std::uint8_t>(extension);
-    }
+void set_mode(int joint_bound, const coder_config &config, frame_header &header) noexcept {
+    const bool shares = joint_bound < config.sblimit;
+    header.mode = shares ? MPEG_A_MODE_JOINT_STEREO : MPEG_A_MODE_STEREO;
+    header.mode_extension = static_cast<std::uint8_t>(shares ? joint_bound / 4 - 1 : 0);
 }
 
-void use_shared_scalefactors(const coder_config &config, const channel_scalefactors &shared,
-                             side_info &side) noexcept {
-    for (int ch = 0; ch < config.channels; ++ch) {
-        for (int sb = side.joint_bound; sb < config.sblimit; ++sb) {
-            side.scfsi[ch][sb] = shared.scfsi[ch][sb];
-            for (int part = 0; part < config.parts(); ++part)
-                side.scalefactor[ch][part][sb] = shared.scalefactor[ch][part][sb];
+void store_allocation(const coder_config &config, const tuned_search &search,
+                      side_info &side) noexcept {
+    for (int sb = 0; sb < config.sblimit; ++sb) {
+        for (int ch = 0; ch < config.channels; ++ch) {
+            const int row = sb < side.joint_bound ? ch : frame_costs::shared;
+            const int quantizer = search.quantizer(row, sb);
+            side.allocation[ch][sb] =
+                quantizer == 0 ? std::uint8_t{0} : config.table->row(sb).index_of_class[quantizer - 1];
         }
-    }
-}
-
-/// Allocates by the least mask-to-noise ratio, with the cost of no bits for a signal-to-mask ratio.
-/// @param slope  benefit a bit where the bits run out, for a first guess
-int allocate_by_ratio(const coder_config &config, const tuned_search &search, double slope,
-                      int frame_bits, side_info &side) noexcept {
-    smr_table smr{};
-    for (const allocation_unit &u : search.units()) {
-        smr[u.ch][u.sb] = decibels(u.quantizers->cost(0));
-        if (u.sb >= search.joint_bound()) smr[1][u.sb] = smr[0][u.sb];
-    }
-    // A bit for each of n samples quarters the noise: of the cost C, it takes away C ln 4 / n.
-    double hint = -decibels(slope * 12.0 * config.parts() / tuned::noise_a_bit);
-    return allocate_bits(config, smr, frame_bits, side, hint);
-}
-
-/// What the units cost as allocated.
-double cost_of(const tuned_search &search, const side_info &side) noexcept {
-    double sum = 0;
-    for (const allocation_unit &u : search.units())
-        sum += u.quantizers->cost(side.allocation[u.ch][u.sb]);
-    return sum;
-}
-
-void store_allocation(const tuned_search &search, side_info &side) noexcept {
-    for (const allocation_unit &u : search.units()) {
-        side.allocation[u.ch][u.sb] = u.index;
-        if (u.sb >= search.joint_bound()) side.allocation[1][u.sb] = u.index;
     }
 }
 
 } // namespace
 
-int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header, side_info &side,
-                   double &slope_hint) noexcept {
+void weigh_frame(const weighed_frame &frame, const side_info &side, tuned_frame &found) noexcept {
     const coder_config &config = frame.config;
-    frame_ladders ladders;
-    ladders.build_own(frame, side);
-    tuned_search best(config, ladders, config.sblimit, frame_bits);
-    best.take_common_slope(slope_hint);
-    best.take_single_steps();
-    // Below the first bound none are chosen, but the kernels look there too.
-    channel_scalefactors shared{};
-    if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
-        choose_shared_scalefactors(frame, side.joint_index, shared);
-        ladders.build_shared(frame, shared, side.joint_index);
-        try_bounds(frame, ladders, frame_bits, header, slope_hint, best);
+    for (int ch = 0; ch < config.channels; ++ch) {
+        choose_own_scalefactors(frame, ch, side.scalefactor[ch], found.own[ch]);
+        found.costs.find_own(frame, ch, found.own[ch]);
     }
-    side.joint_bound = best.joint_bound();
-    use_shared_scalefactors(config, shared, side);
-    // Where a frame has bits for a few steps only, the search may get stuck between them, and be worse
-    // than one that takes small steps.
-    const int left = allocate_by_ratio(config, best, slope_hint, frame_bits, side);
-    if (cost_of(best, side) < best.cost() * tuned::less) return left;
-    store_allocation(best, side);
-    return best.available();
+    if (config.mode != MPEG_A_MODE_JOINT_STEREO) return;
+    for (int part = 0; part < config.parts(); ++part)
+        look_up(side.joint_index[part], found.normal[part]);
+    choose_shared_scalefactors(frame, found.own, found.normal, found.shared);
+    found.costs.find_shared(frame, found.shared, found.normal);
+}
+
+int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header,
+                   tuned_frame &weighed, side_info &side, tuned_memory &memory) noexcept {
+    const coder_config &config = frame.config;
+    double slope = memory.slope_hint;
+    const int bits = unpadded(config, frame_bits, header);
+    const frame_by_itself now = look_by_itself(frame, weighed.costs, bits, slope);
+    memory.slope_hint = slope;
+    favour_the_past(frame, bits, memory, weighed.costs);
+    side.joint_bound = config.sblimit;
+    if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
+        side.joint_bound = choose_bound(config, now, memory);
+        set_mode(side.joint_bound, config, header);
+    }
+    remember(now, memory);
+    tuned_search search(frame, weighed.costs, side.joint_bound,
+                        frame_bits - fixed_bits(config, side.joint_bound));
+    search.take_common_slope(slope);
+    search.take_single_steps();
+    store_allocation(config, search, side);
+    refine_scalefactors(frame, weighed.own, weighed.normal, weighed.shared, side);
+    return search.available();
+}
+
+void pass_tuned(const weighed_frame &frame, int frame_bits, const frame_header &header,
+                const tuned_frame &weighed, tuned_memory &memory) noexcept {
+    const int bits = unpadded(frame.config, frame_bits, header);
+    remember(look_by_itself(frame, weighed.costs, bits, memory.slope_hint), memory);
 }
 
 } // namespace vela

@@ -1,137 +1,121 @@
 #include "coding/tuned_scalefactors.hpp"
 
 #include "coding/scalefactor_table.hpp"
-#include "coding/scalefactors.hpp"
 #include "psy/tuned_parameters.hpp"
 
 #include <algorithm>
-#include <iterator>
-#include <limits>
+#include <cstring>
 
 namespace vela {
 
 namespace {
 
-/// In the order in which the selections are tried: of equals the one with the fewest bits wins.
-constexpr unsigned selections[] = {2, 1, 3, 0};
-
-/// Parts that may share a scale factor: from the first one up to the one before the end.
-struct range {
-    int first, end;
-};
-constexpr range ranges[] = {{0, 1}, {1, 2}, {2, 3}, {0, 2}, {1, 3}, {0, 3}};
-/// The range of a part's scale factor, by scfsi and part.
-constexpr unsigned range_of[4][3] = {{0, 1, 2}, {3, 3, 2}, {5, 5, 5}, {0, 4, 4}};
-
-/// A channel's part of a shared subband: the noise with a scale factor s is
-/// weight (energy - 2 s product + s^2 square) and that of the quantizer.
-struct shared_part {
-    double weight, energy, product, square;
-};
-
-double squared_scale(std::uint8_t index) noexcept {
-    return scalefactor_table[index] * scalefactor_table[index];
+/// Half the steps of each subband's quantizer; 1/2 where there are no bits.
+void find_half_steps(const coder_config &config, const std::uint8_t (&allocation)[32],
+                     double (&half)[32]) noexcept {
+    std::ranges::fill(half, 0.5);
+    for (int sb = 0; sb < config.sblimit; ++sb) {
+        const int n = allocation[sb];
+        if (n > 0) half[sb] = quant_classes[config.table->row(sb).classes[n]].steps * 0.5;
+    }
 }
 
-/// Index of the scale factor that is nearest to a ratio of samples, by proportion.
-std::uint8_t nearest_index(double product, double square) noexcept {
-    constexpr double half_step = 0.8908987181403393; // 2^(-1/6)
-    if (!(product > 0)) return 62;
-    return static_cast<std::uint8_t>(std::min(scalefactor_index(product / square * half_step), 62));
+void store(const coder_config &config, const sent_scalefactors &from, int ch, int sb,
+           side_info &side) noexcept {
+    if (config.layer == 2) side.scfsi[ch][sb] = static_cast<std::uint8_t>(from.scfsi[sb]);
+    for (int part = 0; part < config.parts(); ++part)
+        side.scalefactor[ch][part][sb] = static_cast<std::uint8_t>(from.index[part][sb]);
 }
 
-struct selection {
-    std::uint8_t scfsi, index[3];
-};
-
-selection choose_shared(const shared_part (&parts)[3], int count) noexcept {
-    std::uint8_t nearest[std::size(ranges)];
-    for (unsigned i = 0; i < (count == 1 ? 1 : std::size(ranges)); ++i) {
-        double product = 0, square = 0;
-        for (int part = ranges[i].first; part < ranges[i].end; ++part) {
-            product += parts[part].weight * parts[part].product;
-            square += parts[part].weight * parts[part].square;
-        }
-        nearest[i] = nearest_index(product, square);
-    }
-    selection best{};
-    double least = std::numeric_limits<double>::max();
-    for (const unsigned scfsi : selections) {
-        if (count == 1 && scfsi != 0) continue;
-        selection tried{static_cast<std::uint8_t>(scfsi), {}};
-        const double quantizer = tuned::middle_quantizer_noise
-                                 * (1 + tuned::shared_selection_price * scalefactors_per_scfsi[scfsi]);
-        double noise = 0;
-        for (int part = 0; part < count; ++part) {
-            tried.index[part] = nearest[range_of[scfsi][part]];
-            const shared_part &p = parts[part];
-            const double s = scalefactor_table[tried.index[part]];
-            noise += p.weight * (p.energy - 2 * s * p.product + s * s * (p.square + quantizer));
-        }
-        if (noise < least) {
-            least = noise;
-            best = tried;
-        }
-    }
-    return best;
+void compare(const weighed_frame &frame, int ch, const part_samples *decoded, int first,
+             shared_fit &fit) noexcept {
+    for (int part = 0; part < frame.config.parts(); ++part)
+        frame.kernels.sum_products(frame.samples[ch][part], decoded[part], first,
+                                   frame.config.lane_end(), fit.product[part]);
 }
 
 } // namespace
 
-void choose_tuned_scfsi(const coder_config &config, const noise_weights &weights,
-                        channel_scalefactors &chosen) noexcept {
-    for (int ch = 0; ch < config.channels; ++ch) {
-        auto &index = chosen.scalefactor[ch];
-        const auto &weight = weights[ch];
-        for (int sb = 0; sb < config.sblimit; ++sb) {
-            // Parts take the largest of the scale factors that they share, which is the smallest index.
-            const std::uint8_t i0 = index[0][sb], i1 = index[1][sb], i2 = index[2][sb];
-            const std::uint8_t early = std::min(i0, i1), late = std::min(i1, i2);
-            const std::uint8_t all = std::min(early, i2);
-            const std::uint8_t used[4][3] = {
-                {i0, i1, i2}, {early, early, i2}, {all, all, all}, {i0, late, late}};
-            unsigned best = selections[0];
-            double least = std::numeric_limits<double>::max();
-            for (const unsigned scfsi : selections) {
-                const double noise = (weight[0][sb] * squared_scale(used[scfsi][0])
-                                      + weight[1][sb] * squared_scale(used[scfsi][1])
-                                      + weight[2][sb] * squared_scale(used[scfsi][2]))
-                                     * tuned::selection_price[scfsi];
-                best = noise < least ? scfsi : best;
-                least = std::min(noise, least);
-            }
-            chosen.scfsi[ch][sb] = static_cast<std::uint8_t>(best);
-            for (unsigned part = 0; part < 3; ++part)
-                index[part][sb] = used[best][part];
-        }
+void look_up(const std::uint8_t (&index)[32], part_scalefactors &values) noexcept {
+    for (int sb = 0; sb < 32; ++sb) {
+        values.value[sb] = scalefactor_table[index[sb]];
+        values.inverse[sb] = inverse_scalefactor[index[sb]];
+        values.index[sb] = index[sb];
     }
 }
 
-void choose_shared_scalefactors(const weighed_frame &frame, const std::uint8_t (&joint_index)[3][32],
-                                channel_scalefactors &chosen) noexcept {
+void choose_own_scalefactors(const weighed_frame &frame, int ch, const std::uint8_t (&peaks)[3][32],
+                             own_scalefactors &chosen) noexcept {
+    const int parts = frame.config.parts();
+    std::ranges::fill(chosen.weight[1], 0.0);
+    std::ranges::fill(chosen.weight[2], 0.0);
+    static constexpr table<std::uint8_t, 32> softest = [] {
+        table<std::uint8_t, 32> made{};
+        std::fill(made.begin(), made.end(), std::uint8_t{62});
+        return made;
+    }();
+    for (int part = 0; part < 3; ++part) {
+        look_up(part < parts ? peaks[part] : softest.values, chosen.peaks[part]);
+        if (part < parts) std::ranges::copy(frame.weights[ch][part], chosen.weight[part]);
+    }
+    frame.kernels.choose_ternary(frame.samples[ch], parts, chosen.peaks, chosen.weight,
+                                 frame.config.lane_end(), chosen.ternary, chosen.ternary_cost,
+                                 chosen.energy);
+    frame.kernels.choose_finer(chosen.peaks, chosen.weight, chosen.finer, chosen.used);
+}
+
+void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                                const part_scalefactors (&normal)[3],
+                                sent_scalefactors (&chosen)[2]) noexcept {
     const coder_config &config = frame.config;
-    double square[3][32], product[2][3][32], energy[2][3][32];
-    for (int part = 0; part < config.parts(); ++part) {
-        frame.kernels.sum_products(frame.joint[part], frame.joint[part], square[part]);
-        for (int ch = 0; ch < 2; ++ch) {
-            const part_samples &own = frame.samples[ch][part];
-            frame.kernels.sum_products(own, frame.joint[part], product[ch][part]);
-            frame.kernels.sum_products(own, own, energy[ch][part]);
+    const int first = joint_bounds[0], end = config.lane_end();
+    shared_fit fit{};
+    part_values square{};
+    for (int part = 0; part < config.parts(); ++part)
+        frame.kernels.sum_products(frame.joint[part], frame.joint[part], first, end, square[part]);
+    for (int ch = 0; ch < 2; ++ch) {
+        compare(frame, ch, frame.joint, first, fit);
+        for (int part = 0; part < config.parts(); ++part) {
+            for (int sb = first; sb < end; ++sb) {
+                const double scale = normal[part].inverse[sb];
+                fit.product[part][sb] *= scale;
+                fit.square[part][sb] = square[part][sb] * (scale * scale);
+                fit.energy[part][sb] = own[ch].energy[part][sb];
+            }
         }
+        frame.kernels.fit(fit, own[ch].weight, tuned::middle_quantizer_noise, first, end, chosen[ch]);
+    }
+}
+
+void refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                         const part_scalefactors (&normal)[3], const sent_scalefactors (&shared)[2],
+                         side_info &side) noexcept {
+    const coder_config &config = frame.config;
+    const int parts = config.parts(), bound = side.joint_bound;
+    const int end = config.lane_end(), own_end = bound < config.sblimit ? bound : end;
+    double half[32];
+    for (int ch = 0; ch < config.channels; ++ch) {
+        find_half_steps(config, side.allocation[ch], half);
+        sent_scalefactors refined = own[ch].finer;
+        frame.kernels.refine(frame.samples[ch], parts, own[ch].peaks, own[ch].weight, own[ch].energy,
+                             half, 0, own_end, refined);
+        for (int sb = 0; sb < bound; ++sb)
+            store(config, side.allocation[ch][sb] == 1 ? own[ch].ternary : refined, ch, sb, side);
+    }
+    if (bound == config.sblimit) return;
+    part_samples decoded[3];
+    shared_fit fit{};
+    for (int part = 0; part < parts; ++part) {
+        frame.kernels.decode(frame.joint[part], normal[part], half, bound, end, decoded[part]);
+        frame.kernels.sum_products(decoded[part], decoded[part], bound, end, fit.square[part]);
     }
     for (int ch = 0; ch < 2; ++ch) {
-        for (int sb = joint_bounds[0]; sb < config.sblimit; ++sb) {
-            shared_part parts[3] = {};
-            for (int part = 0; part < config.parts(); ++part) {
-                const double normal = inverse_scalefactor[joint_index[part][sb]];
-                parts[part] = {frame.weights[ch][part][sb], energy[ch][part][sb],
-                               product[ch][part][sb] * normal, square[part][sb] * (normal * normal)};
-            }
-            const selection best = choose_shared(parts, config.parts());
-            chosen.scfsi[ch][sb] = best.scfsi;
-            for (int part = 0; part < config.parts(); ++part)
-                chosen.scalefactor[ch][part][sb] = best.index[part];
-        }
+        compare(frame, ch, decoded, bound, fit);
+        std::memcpy(fit.energy, own[ch].energy, sizeof fit.energy);
+        sent_scalefactors refined = shared[ch];
+        frame.kernels.fit_again(fit, own[ch].weight, bound, end, refined);
+        for (int sb = bound; sb < config.sblimit; ++sb)
+            store(config, side.allocation[ch][sb] == 0 ? shared[ch] : refined, ch, sb, side);
     }
 }
 

@@ -1,8 +1,5 @@
 #include "coding/tuned_search.hpp"
 
-#include "coding/bracket.hpp"
-#include "coding/frame_bits.hpp"
-
 #include <algorithm>
 #include <bit>
 #include <limits>
@@ -11,96 +8,128 @@ namespace vela {
 
 namespace {
 
-// Slopes as the bits of their doubles: evenly spaced there means evenly spaced on a scale that is as good
-// as logarithmic. Downwards, as the search goes.
-constexpr std::int64_t octave = std::int64_t{1} << 52;
-std::int64_t place_of_slope(double slope) noexcept {
-    return -std::bit_cast<std::int64_t>(slope);
+// Slopes on a grid of 8 an octave, as good as logarithmic: the top bits of their doubles. Downwards, as
+// the search goes. Few steps lie between neighbours, and what lies above one of them does not depend on
+// where one looked first.
+constexpr int octave = 8, grid_shift = 52 - 3;
+int place_of(double slope) noexcept {
+    return -static_cast<int>(std::bit_cast<std::int64_t>(slope) >> grid_shift);
 }
-double slope_at(std::int64_t place) noexcept {
-    return std::bit_cast<double>(-place);
+double slope_at(int place) noexcept {
+    return std::bit_cast<double>(std::int64_t{-place} << grid_shift);
+}
+
+/// Slopes are looked for above that.
+constexpr double below_all = 0x1p-400;
+
+/// The best step of a single subband.
+struct single_step {
+    double slope;
+    int quantizer;
+};
+
+double bits_of(const unit_costs &costs, int q, int sb) noexcept {
+    return costs.set->sample_bits[q] + (q == 0 ? costs.ternary_opening : costs.opening)[sb];
+}
+
+single_step best_step(const unit_costs &costs, const unit_choices &from, double affordable,
+                      int sb) noexcept {
+    single_step best{0, 0};
+    const quantizer_set::group &group = costs.set->groups[sb / 4];
+    for (int i = 0; i < group.count; ++i) {
+        const int q = group.quantizers[i];
+        if (q < from.quantizer[sb]) continue;
+        const double more = bits_of(costs, q, sb) - from.bits[sb];
+        if (more > affordable) break;
+        const double less = from.cost[sb] - costs.quantized[q][sb];
+        if (less > best.slope * more) {
+            const double slope = less / more;
+            if (slope > best.slope) best = {slope, q + 1};
+        }
+    }
+    return best;
 }
 
 } // namespace
 
-tuned_search::tuned_search(const coder_config &config, const frame_ladders &ladders, int joint_bound,
-                           int frame_bits) noexcept
-    : joint_bound_(joint_bound), available_(frame_bits - fixed_bits(config, joint_bound)),
-      slope_(std::numeric_limits<double>::max()) {
-    for (int ch = 0; ch < config.channels; ++ch) {
-        for (int sb = 0; sb < joint_bound; ++sb)
-            add(ch, sb, ladders.own[ch][sb]);
-    }
-    for (int sb = joint_bound; sb < config.sblimit; ++sb)
-        add(0, sb, ladders.shared[sb]);
+bool tuned_search::is_least(double slope) noexcept {
+    return place_of(slope) == place_of(below_all) - 1;
 }
 
-void tuned_search::add(int ch, int sb, const ladder &quantizers) noexcept {
-    units_[count_++] = {&quantizers, static_cast<std::uint8_t>(ch), static_cast<std::uint8_t>(sb), 0};
-}
-
-double tuned_search::least_cost_at(double slope) const noexcept {
-    double sum = 0;
-    int bits = 0;
-    for (const allocation_unit &u : units()) {
-        const int corner = u.quantizers->corner_reaching(slope);
-        sum += u.quantizers->cost(corner);
-        bits += u.quantizers->bits(corner);
+reached tuned_search::reach(double slope) noexcept {
+    reached all{};
+    for (const auto &[row, rows, first, end] : rows_) {
+        const reached some = kernels_.reach(&costs_.rows[row], rows, slope, first, end, &choices_[row]);
+        all.bits += some.bits;
+        all.subbands += some.subbands;
     }
-    return sum + slope * (bits - std::max(available_, 0));
+    return all;
 }
 
 void tuned_search::take_common_slope(double &hint) noexcept {
-    int spent = 0;
-    // Within 1/32 of an octave, few steps are left.
-    const auto ends = narrowed<std::int64_t>(
-        {place_of_slope(slope_), 0}, place_of_slope(hint), octave / 8, octave / 32,
-        [&](std::int64_t place) {
-            int bits = 0;
-            for (const allocation_unit &u : units())
-                bits += u.quantizers->bits(u.quantizers->corner_reaching(slope_at(place)));
-            const bool affordable = bits <= available_;
-            if (affordable) spent = bits;
-            return affordable;
-        });
-    slope_ = hint = slope_at(ends.affordable);
+    int affordable = place_of(std::numeric_limits<double>::max()), beyond = place_of(below_all);
+    int place = place_of(hint), spent = 0;
+    for (int tries = 1;; ++tries) {
+        // Where guesses do not help, by halves.
+        if (tries > 6) place = affordable + (beyond - affordable) / 2;
+        place = std::clamp(place, affordable + 1, beyond - 1);
+        const auto [bits, subbands] = reach(slope_at(place));
+        const int left = available_ - bits;
+        if (left >= 0) spent = bits;
+        (left >= 0 ? affordable : beyond) = place;
+        if (beyond - affordable <= 1) break;
+        // Half the slope is half the noise: half a bit more for each sample.
+        const int bits_an_octave = (subbands + 1) * samples_ / 2;
+        const int way = left * octave / bits_an_octave;
+        place += left < 0 ? std::min(way, -1) : std::max(way, 1);
+    }
+    if (place != affordable) reach(slope_at(affordable));
+    hint = slope_at(affordable);
     available_ -= spent;
-    for (allocation_unit &u : units())
-        u.index = static_cast<std::uint8_t>(u.quantizers->corner_reaching(slope_));
 }
 
-void tuned_search::take_single_steps() noexcept {
-    ladder::step best[64];
-    for (int i = 0; i < count_; ++i)
-        best[i] = units_[i].quantizers->best_step(units_[i].index, available_);
-    while (true) {
-        double greatest = 0;
-        int found = -1;
-        for (int i = 0; i < count_; ++i) {
-            found = best[i].slope > greatest ? i : found;
-            greatest = std::max(best[i].slope, greatest);
-        }
-        if (found < 0) return;
-        allocation_unit &u = units_[found];
-        const int more = u.quantizers->bits(best[found].to) - u.quantizers->bits(u.index);
-        if (more <= available_) {
-            available_ -= more;
-            u.index = static_cast<std::uint8_t>(best[found].to);
-        }
-        // What has become too dear is looked at again when its turn has come.
-        best[found] = u.quantizers->best_step(u.index, available_);
+void tuned_search::find_steps(unit_steps *steps) const noexcept {
+    for (const auto &[first_row, rows, first, end] : rows_) {
+        for (int row = first_row; row < first_row + rows; ++row)
+            kernels_.best_steps(costs_.rows[row], choices_[row], available_, first, end, steps[row]);
     }
 }
 
-double tuned_search::cost() const noexcept {
-    double sum = 0;
-    for (const allocation_unit &u : units())
-        sum += u.quantizers->cost(u.index);
-    return sum;
-}
-
-double tuned_search::least_cost() const noexcept {
-    return cost() - std::max(available_, 0) * slope_;
+void tuned_search::take_single_steps() noexcept {
+    unit_steps steps[3];
+    find_steps(steps);
+    while (true) {
+        double greatest = 0;
+        int found = -1;
+        for (const auto &[first_row, rows, first, end] : rows_) {
+            for (int row = first_row; row < first_row + rows; ++row) {
+                for (int sb = first; sb < end; ++sb) {
+                    const bool is_greater = steps[row].slope[sb] > greatest;
+                    found = is_greater ? 32 * row + sb : found;
+                    greatest = std::max(steps[row].slope[sb], greatest);
+                }
+            }
+        }
+        if (found < 0) return;
+        const int row = found / 32, sb = found % 32;
+        const unit_costs &costs = costs_.rows[row];
+        unit_choices &choices = choices_[row];
+        const int to = static_cast<int>(steps[row].quantizer[sb]) - 1;
+        const double bits = bits_of(costs, to, sb);
+        const int more = static_cast<int>(bits - choices.bits[sb]);
+        if (more > available_) {
+            // Where one has become too dear, others have.
+            find_steps(steps);
+            continue;
+        }
+        available_ -= more;
+        choices.quantizer[sb] = to + 1;
+        choices.bits[sb] = bits;
+        choices.cost[sb] = costs.quantized[to][sb];
+        const single_step next = best_step(costs, choices, available_, sb);
+        steps[row].slope[sb] = next.slope;
+        steps[row].quantizer[sb] = next.quantizer;
+    }
 }
 
 } // namespace vela

@@ -1,37 +1,28 @@
 // The search for the allocation of a frame with the least cost.
 #pragma once
 
-#include "coding/frame.hpp"
-#include "coding/noise_ladder.hpp"
-
-#include <span>
+#include "coding/tuned_costs.hpp"
 
 namespace vela {
 
-/// What one allocation field decides about: a channel's subband, or one that both channels share.
-struct allocation_unit {
-    const ladder *quantizers;
-    std::uint8_t ch, sb; ///< channel 0 where they share
-    std::uint8_t index;  ///< the allocation so far
-};
-
 /// The search over one frame with one bound.
 ///
-/// The step with the greatest benefit a bit leads from one corner of a ladder's hull to the next, and
-/// benefits only fall from there. So as long as bits last, the search takes, in some order, every step
-/// between corners that brings more than some common slope.
+/// The step with the greatest benefit a bit leads from one corner of a subband's lower convex hull of
+/// (bits, cost) to the next, and benefits only fall from there. So as long as bits last, the search takes,
+/// in some order, every step between corners that brings more than some common slope.
 class tuned_search {
   public:
-    /// @param frame_bits  the whole frame
-    tuned_search(const coder_config &config, const frame_ladders &ladders, int joint_bound,
-                 int frame_bits) noexcept;
+    /// True for the common slope of frames in which bits do not run out.
+    static bool is_least(double slope) noexcept;
 
-    /// What no allocation costs less than, by Lagrange: sum of (cost + slope bits) - slope available. The
-    /// nearer the slope to the common one, the closer.
-    double least_cost_at(double slope) const noexcept;
+    /// @param available  bits beside header and allocation fields
+    tuned_search(const weighed_frame &frame, const frame_costs &costs, int joint_bound,
+                 int available) noexcept
+        : kernels_(frame.kernels), costs_(costs), rows_(frame.config, joint_bound),
+          available_(available), samples_(12 * frame.config.parts()) {}
 
     /// Takes in one go what the search would take for certain: every step down to a slope whose steps
-    /// all together are affordable.
+    /// all together are affordable, the last such slope of 8 an octave.
     /// @param hint  where to look for that slope first; receives it
     void take_common_slope(double &hint) noexcept;
 
@@ -39,24 +30,22 @@ class tuned_search {
     void take_single_steps() noexcept;
 
     int available() const noexcept { return available_; }
-    int joint_bound() const noexcept { return joint_bound_; }
-    double cost() const noexcept;
-    /// What the cost will not fall below, whatever single steps there are.
-    double least_cost() const noexcept;
-    std::span<const allocation_unit> units() const noexcept {
-        return {units_, static_cast<std::size_t>(count_)};
+
+    /// The quantizer of a subband, from 1 on, or 0: [row].
+    int quantizer(int row, int sb) const noexcept {
+        return static_cast<int>(choices_[row].quantizer[sb]);
     }
 
   private:
-    void add(int ch, int sb, const ladder &quantizers) noexcept;
+    reached reach(double slope) noexcept;
+    void find_steps(unit_steps *steps) const noexcept; ///< [row]
 
-    std::span<allocation_unit> units() noexcept { return {units_, static_cast<std::size_t>(count_)}; }
-
-    int count_ = 0;
-    int joint_bound_;
+    const coding_kernels &kernels_;
+    const frame_costs &costs_;
+    frame_rows rows_;
     int available_;
-    double slope_; ///< what brings as much a bit has been taken
-    allocation_unit units_[64];
+    int samples_; ///< of a subband
+    unit_choices choices_[3];
 };
 
 } // namespace vela

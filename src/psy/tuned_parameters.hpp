@@ -26,8 +26,6 @@ inline constexpr double weight_exponent = 0.95;
 
 // ---- scale factors and allocation ----
 
-/// What a bit more for each sample of a subband takes away of the logarithm of its noise: ln 4.
-inline constexpr double noise_a_bit = 1.3862943611198906;
 /// Six bits, a scale factor, weigh as much as noise of 36 samples grown by 4^(6 / 36): by scfsi.
 inline constexpr double selection_price[4] = {2.0, 1.5874010519681994, 1.2599210498948732,
                                               1.5874010519681994};
@@ -37,8 +35,28 @@ inline constexpr double shared_selection_price = 0.231;
 /// of 1.
 inline constexpr double middle_quantizer_noise = 4.0 / 81;
 
-/// A cost counts as less than another one below that part of it: where bits buy nothing, rounding must
-/// not decide.
+/// What moving scale factors to the least exact error leaves, on average, of the noise of those that go
+/// by the largest sample.
+inline constexpr double left_by_refining = 0.95;
+
+/// Noise counts as less than other noise below that part of it: where there is a choice of equals, rounding
+/// must not decide.
 inline constexpr double less = 1 - 1e-9;
+
+// ---- memory ----
+
+/// Frames before one that it depends on.
+inline constexpr int remembered_frames = 8;
+
+/// What a subband's first bits must take away, in that what bits take away where a frame's run out, to have
+/// bits where it had none; where the other channel had bits, it is 1.
+inline constexpr double strong = 1.3;
+/// And to keep them: so much for each bit that there is for a sample, from a place on, within limits. Where
+/// bits are many, fewer subbands change.
+inline constexpr double weak_a_bit = 0.42, weak_from_bits = 0.7, least_weak = 0.35, most_weak = 0.7;
+
+/// How much each frame before counts of the one after it when a bound is chosen, and the most that any
+/// counts: an attack gets its bound.
+inline constexpr double bound_memory = 0.85, most_bound_memory = 0.05;
 
 } // namespace vela::tuned

@@ -141,10 +141,16 @@ class literal_encoder {
         p_.joint = how_.mode == 1;
         p_.table = tools::table_of(how_.rate, got.kbps / how_.channels());
         p_.budget = slots * (how_.layer == 1 ? 32 : 8);
+        p_.padding = got.padding * (how_.layer == 1 ? 32 : 8);
     }
 
     oracle::tuned_answer answer() {
-        if (how_.model == MPEG_A_MODEL_TUNED) return oracle::allocate(p_);
+        if (how_.model == MPEG_A_MODEL_TUNED) {
+            const oracle::tuned_answer answer = oracle::allocate(p_);
+            p_.before.insert(p_.before.begin(), answer.now);
+            if (p_.before.size() > vela::tuned::remembered_frames) p_.before.pop_back();
+            return answer;
+        }
         oracle::tuned_answer answer;
         std::copy_n(&p_.index[0][0][0], 2 * 32 * 3, &answer.index[0][0][0]);
         for (int i = 0; i < 64 && how_.layer == 2; ++i)

@@ -121,7 +121,8 @@ TEST(bit_allocation, bound_picks_ties_and_rest_equal_the_search_as_worded) {
 
 /// Samples whose levels differ between subbands, parts and channels, which may be alike.
 oracle::tuned_problem random_problem(int layer, int mode, int bitrate) {
-    oracle::tuned_problem p{{layer, mode == MPEG_A_MODE_MONO ? 1 : 2, below(2) == 1, mode == 1}};
+    oracle::tuned_problem p{
+        {layer, mode == MPEG_A_MODE_MONO ? 1 : 2, below(2) == 1, mode == 1}, {}, {}, {}, 0, {}};
     p.table = tools::table_of(48000, tools::bitrate_of(layer, bitrate) / p.channels);
     p.budget = 8 * (40 + below(below(3) == 0 ? 200 : 1000));
     std::normal_distribution<double> normal;
@@ -139,6 +140,18 @@ oracle::tuned_problem random_problem(int layer, int mode, int bitrate) {
         }
         p.index[ch][sb][part] = oracle::scalefactor_index(peak);
     }
+    p.padding = below(2) * (layer == 1 ? 32 : 8);
+    p.budget += p.padding;
+    p.before.resize(tuned::remembered_frames);
+    for (oracle::tuned_past &past : p.before) {
+        for (int k = 0; k < 3 * 32; ++k) {
+            if (k / 32 == 2 ? !p.joint : k / 32 >= p.channels) continue;
+            past.weak[k / 32][k % 32] = below(4) > 0;
+            past.strong[k / 32][k % 32] = below(8) == 0;
+        }
+        for (double &excess : past.excess)
+            excess = below(100) / 1000.0;
+    }
     return p;
 }
 
@@ -155,12 +168,27 @@ oracle::tuned_answer answer_of(const coder_config &config, const oracle::tuned_p
         (ch == 2 ? side.joint_index[part] : side.scalefactor[ch][part])[sb] =
             static_cast<std::uint8_t>(p.index[ch][sb][part]);
     }
-    if (config.layer == 2) choose_tuned_scfsi(config, p.weights, side);
     frame_header header{};
-    double hint = std::exp2(below(60) - 30);
+    header.padding = p.padding > 0;
+    tuned_memory memory{.slope_hint = std::exp2(below(60) - 30)};
+    for (std::size_t k = 0; k < p.before.size(); ++k) {
+        for (int i = 0; i < 3 * 32; ++i) {
+            const int row = i / 32, sb = i % 32;
+            memory.before[k].strong[row] |= std::uint32_t{p.before[k].strong[row][sb]} << sb;
+            memory.before[k].weak[row] |= std::uint32_t{p.before[k].weak[row][sb]} << sb;
+        }
+        std::ranges::copy(p.before[k].excess, memory.before[k].excess);
+    }
+    const weighed_frame frame{coding_kernels_of(which), config, samples, joint, p.weights};
+    tuned_frame weighed;
+    weigh_frame(frame, side, weighed);
     oracle::tuned_answer answer;
-    answer.left = allocate_tuned({coding_kernels_of(which), config, samples, joint, p.weights},
-                                 p.budget, header, side, hint);
+    answer.left = allocate_tuned(frame, p.budget, header, weighed, side, memory);
+    for (int i = 0; i < 3 * 32; ++i) {
+        const int row = i / 32, sb = i % 32;
+        answer.now.strong[row][sb] = memory.before[0].strong[row] >> sb & 1;
+        answer.now.weak[row][sb] = memory.before[0].weak[row] >> sb & 1;
+    }
     answer.mode = header.mode;
     answer.extension = header.mode_extension;
     answer.bound = side.joint_bound;

@@ -36,7 +36,8 @@ int quantize(int layer, double x, int steps) {
     // A and B of Layer I are printed to nine decimals; they may add up to a little below -1.
     const auto printed = [layer](double v) { return layer == 1 ? std::floor(v * 1e9 + 0.5) / 1e9 : v; };
     const long double a = printed(1.0 * steps / range), b = -printed(1.0 * (range - steps) / range);
-    const long double y = std::max(a * static_cast<long double>(x) + b, -1.0L);
+    const long double y =
+        std::clamp(a * static_cast<long double>(x) + b, -1.0L, 1 - std::ldexp(1.0L, -bits));
     const int top_bits = static_cast<int>(std::floor(std::ldexp(y, bits - 1))) & (range - 1);
     return std::min(top_bits ^ range / 2, steps - 1);
 }

@@ -3,6 +3,8 @@
 
 #include "oracle/steps.hpp"
 
+#include <algorithm>
+#include <span>
 #include <vector>
 
 namespace oracle {
@@ -33,15 +35,29 @@ class tuned_model {
     std::vector<std::vector<double>> before_; ///< the latest first
 };
 
+/// What later frames remember of one: by channels, and what they share, and subbands; by bounds.
+struct tuned_past {
+    bool strong[3][32] = {}, weak[3][32] = {};
+    double excess[5] = {};
+
+    bool operator==(const tuned_past &other) const {
+        return std::ranges::equal(std::span(&strong[0][0], 96), std::span(&other.strong[0][0], 96))
+               && std::ranges::equal(std::span(&weak[0][0], 96), std::span(&other.weak[0][0], 96));
+    }
+};
+
 /// Left, right and what subbands share, half their sum: samples, and the scale factors of their maxima.
 struct tuned_problem : allocation_problem {
     double weights[2][3][32] = {}, samples[3][36][32] = {};
     int index[3][32][3] = {};
+    int padding = 0;                ///< bits of the budget
+    std::vector<tuned_past> before; ///< the latest frame first
 };
 
-/// With what is sent of scale factors.
+/// With what is sent of scale factors, and remembered.
 struct tuned_answer : allocation_answer {
     int scfsi[2][32] = {}, index[2][32][3] = {};
+    tuned_past now;
 
     bool operator==(const tuned_answer &) const = default;
 };

@@ -14,6 +14,9 @@ using namespace tools;
 constexpr double infinite = std::numeric_limits<double>::infinity();
 constexpr double less = 1 - 1e-9; ///< so much less that no rounding decides
 
+/// What the first bits must take away, in that what bits take away where they run out, where there were none.
+constexpr double begin = 1.3;
+
 double scale_of(int index) {
     static const std::vector<double> all = [] {
         std::vector<double> scales;
@@ -24,23 +27,53 @@ double scale_of(int index) {
     return all[index];
 }
 
+/// Parts that a selection has sent together.
+bool is_together(int scfsi, int part, int other) {
+    const int early = std::min(part, other), late = std::max(part, other);
+    return early == late || scfsi == 2 || (scfsi == 1 && late < 2) || (scfsi == 3 && early > 0);
+}
+
+/// How a subband's scale factors are sent.
+struct choice {
+    int scfsi = 0, index[3] = {};
+};
+
 /// What one allocation field decides about.
 struct unit {
-    int ch, sb;
-    bool shared;
-    std::vector<double> cost;
+    int row = 0, sb = 0; ///< row 2: what the channels share
+    std::span<const int> steps;
     std::vector<int> bits;
+    std::vector<double> cost;
+    choice ternary, finer[2];
     int at = 0;
+
+    bool is_shared() const { return row == 2; }
+    /// The slope below which there are bits.
+    double first_slope() const {
+        double slope = 0;
+        for (std::size_t n = 1; n < cost.size(); ++n)
+            slope = std::max(slope, (cost[0] - cost[n]) / bits[n]);
+        return slope;
+    }
+    /// What to have where every bit is worth a slope.
+    std::size_t reached(double slope) const {
+        std::size_t best = 0;
+        for (std::size_t n = 1; n < cost.size(); ++n)
+            if (cost[n] + slope * bits[n] < cost[best] + slope * bits[best]) best = n;
+        return best;
+    }
 };
 
 struct coder {
     const tuned_problem &p;
-    int bound;
-    tuned_answer a{};
     int sblimit = sblimit_of(p.layer, p.table), parts = p.layer == 1 ? 1 : 3;
-    std::vector<unit> units{};
+    unit made[3][32];
 
-    bool is_shared(int sb) const { return p.joint && sb >= bound; }
+    /// And to stay.
+    double stay() const {
+        const double bits_a_sample = (p.budget - p.padding) / (12.0 * parts * p.channels * sblimit);
+        return std::clamp(0.42 * (bits_a_sample - 0.7), 0.35, 0.7);
+    }
 
     double sum(int one, int other, int part, int sb) const {
         double products = 0;
@@ -48,189 +81,332 @@ struct coder {
             products += p.samples[one][j][sb] * p.samples[other][j][sb];
         return products;
     }
-
-    /// The scale factor nearest to the least squares' one over the parts for which `in` holds.
-    int fitted(int ch, int sb, const auto &in) const {
-        double product = 0, square = 0;
-        for (int part = 0; part < parts; ++part) {
-            if (!in(part)) continue;
-            const double scale = scale_of(p.index[2][sb][part]);
-            product += p.weights[ch][part][sb] * sum(ch, 2, part, sb) / scale;
-            square += p.weights[ch][part][sb] * sum(2, 2, part, sb) / scale / scale;
-        }
-        if (product <= 0) return 62;
-        // Scale factors are 2^(1 - i / 3).
-        return static_cast<int>(std::clamp(std::round(3 - 3 * std::log2(product / square)), 0.0, 62.0));
+    double energy(int ch, int part, int sb) const {
+        return p.weights[ch][part][sb] * sum(ch, ch, part, sb);
     }
 
-    /// Weighted noise of a choice of scale factors, without what its bits cost; of a shared subband with a
-    /// quantizer of 9 steps.
-    double noise(int ch, int sb, const int (&index)[3], double price) const {
-        double total = 0;
-        for (int part = 0; part < parts; ++part) {
-            const double s = scale_of(index[part]), scale = scale_of(p.index[2][sb][part]);
-            double part_noise = s * s;
-            if (is_shared(sb))
-                part_noise = sum(ch, ch, part, sb) - 2 * s * sum(ch, 2, part, sb) / scale
-                             + s * s * (sum(2, 2, part, sb) / scale / scale + 4.0 / 81 * price);
-            total += p.weights[ch][part][sb] * part_noise;
-        }
-        return is_shared(sb) ? total : total * price;
-    }
-
-    /// Parts that the selection has sent together take one scale factor.
-    void choose_scalefactors(int ch, int sb) {
+    /// The choice with the least of value(choice), of equals the one with the fewest bits.
+    /// @param index_of  (in): the scale factor of the parts for which `in` holds
+    choice least(const auto &index_of, const auto &value) const {
         double least = infinite;
+        choice best;
         for (const int scfsi : {2, 1, 3, 0}) {
             if (p.layer == 1 && scfsi != 0) continue;
-            int index[3] = {};
-            for (int part = 0; part < parts; ++part) {
-                const auto together = [&](int other) {
-                    const int early = std::min(part, other), late = std::max(part, other);
-                    return early == late || scfsi == 2 || (scfsi == 1 && late < 2)
-                           || (scfsi == 3 && early > 0);
-                };
-                index[part] = p.index[ch][sb][part];
-                for (int other = 0; other < parts; ++other)
-                    if (together(other)) index[part] = std::min(index[part], p.index[ch][sb][other]);
-                if (is_shared(sb)) index[part] = fitted(ch, sb, together);
-            }
-            const int sent = sent_per_scfsi[scfsi];
-            const double value =
-                noise(ch, sb, index, is_shared(sb) ? 1 + 0.231 * sent : std::pow(4, 6 * sent / 36.0));
-            if (value >= least * less) continue;
-            least = value;
-            a.scfsi[ch][sb] = scfsi;
-            std::copy_n(index, 3, a.index[ch][sb]);
+            choice tried{scfsi, {}};
+            for (int part = 0; part < parts; ++part)
+                tried.index[part] =
+                    index_of([&](int other) { return is_together(scfsi, part, other); });
+            const double now = value(tried);
+            if (now >= least * less) continue;
+            least = now;
+            best = tried;
         }
+        return best;
     }
-
-    /// Weighted noise of one channel's subband with a quantizer.
-    double cost(int ch, int sb, int steps) const {
+    double total(const choice &c, const auto &noise) const {
         double total = 0;
-        for (int part = 0; part < parts; ++part) {
-            const double scale = scale_of(a.index[ch][sb][part]);
-            const double normal = is_shared(sb) ? scale_of(p.index[2][sb][part]) : scale;
-            double lost = 0, energy = 0;
-            for (int j = 12 * part; j < 12 * part + 12; ++j) {
-                const double x = p.samples[ch][j][sb];
-                const double z = p.samples[is_shared(sb) ? 2 : ch][j][sb] / normal;
-                double decoded = steps > 9 ? z : infinite;
-                for (int i = 0; i < steps && steps <= 9; ++i) {
-                    const double level = (2.0 * i + 1) / steps - 1;
-                    if (std::abs(z - level) < std::abs(z - decoded)) decoded = level;
-                }
-                energy += x * x;
-                lost += std::pow(x - scale * decoded, 2);
-            }
-            if (steps > 9) lost += 4 * scale * scale / steps / steps;
-            if (steps > 9 && !is_shared(sb)) lost = std::min(lost, energy);
-            total += p.weights[ch][part][sb] * (steps == 0 ? energy : lost);
-        }
+        for (int part = 0; part < parts; ++part)
+            total += noise(part, c.index[part]);
         return total;
     }
+    static double growth(const choice &c) { return std::pow(4, 6 * sent_per_scfsi[c.scfsi] / 36.0); }
 
-    int side_bits(int ch, int sb) const {
-        return p.layer == 1 ? 6 : 2 + 6 * sent_per_scfsi[a.scfsi[ch][sb]];
+    int loudest(int ch, int sb, const auto &in) const {
+        int index = 62;
+        for (int part = 0; part < parts; ++part)
+            if (in(part)) index = std::min(index, p.index[ch][sb][part]);
+        return index;
+    }
+    /// Of the scale factors from `above` steps above the loudest part's to `below` steps below it the one
+    /// with the least noise(part, index).
+    int nearby(int ch, int sb, const auto &in, int above, int below, const auto &noise) const {
+        const int middle = loudest(ch, sb, in);
+        double least = infinite;
+        int best = middle;
+        for (int i = std::max(middle - above, 0); i <= std::min(middle + below, 62); ++i) {
+            double sum = 0;
+            for (int part = 0; part < parts; ++part)
+                sum += in(part) ? noise(part, i) : 0;
+            if (sum >= least * less) continue;
+            least = sum;
+            best = i;
+        }
+        return best;
     }
 
-    void list_units() {
-        a.left = p.budget - 32 - (p.crc ? 16 : 0);
-        for (int sb = 0; sb < sblimit; ++sb) {
-            const quantizers &row = quantizers_of(p.layer, p.table, sb);
-            for (int ch = 0; ch < p.channels; ++ch)
-                choose_scalefactors(ch, sb);
-            for (int ch = 0; ch < (is_shared(sb) ? 1 : p.channels); ++ch) {
-                unit u{ch, sb, is_shared(sb), {}, {}};
-                a.left -= row.alloc_bits;
-                for (const int steps : row.steps) {
-                    const int words = p.layer == 1 || is_grouped(2, steps) ? 12 : 36;
-                    const int opening = side_bits(ch, sb) + (u.shared ? side_bits(1, sb) : 0);
-                    u.bits.push_back(steps == 0 ? 0 : words * code_bits_of(p.layer, steps) + opening);
-                    u.cost.push_back(cost(ch, sb, steps) + (u.shared ? cost(1, sb, steps) : 0));
-                }
-                units.push_back(u);
+    static double decoded(double normalised, int steps) {
+        const double most = (steps - 1) / 2.0;
+        return std::clamp(std::round(normalised * steps / 2), -most, most) * 2 / steps;
+    }
+    /// The exact weighted noise of one part, scaled by `index` after decoding.
+    double exact(int ch, int part, int sb, int steps, int index, bool shared) const {
+        const double scale = scale_of(index);
+        const double normal = shared ? scale_of(p.index[2][sb][part]) : scale;
+        double lost = 0;
+        for (int j = 12 * part; j < 12 * part + 12; ++j) {
+            const double z = decoded(p.samples[shared ? 2 : ch][j][sb] / normal, steps);
+            lost += std::pow(p.samples[ch][j][sb] - scale * z, 2);
+        }
+        return p.weights[ch][part][sb] * lost;
+    }
+
+    /// With three steps: a scale factor more than two steps above a part's leaves nothing of it.
+    auto ternary_noise(int ch, int sb) const {
+        return [this, ch, sb](int part, int index) {
+            return index < p.index[ch][sb][part] - 2 ? energy(ch, part, sb)
+                                                     : exact(ch, part, sb, 3, index, false);
+        };
+    }
+    choice ternary(int ch, int sb) const {
+        const auto noise = ternary_noise(ch, sb);
+        return least([&](const auto &in) { return nearby(ch, sb, in, 2, 3, noise); },
+                     [&](const choice &c) { return total(c, noise) * growth(c); });
+    }
+    choice finer(int ch, int sb) const {
+        const auto uniform = [&](int part, int index) {
+            return p.weights[ch][part][sb] * std::pow(scale_of(index), 2);
+        };
+        return least([&](const auto &in) { return loudest(ch, sb, in); },
+                     [&](const choice &c) { return total(c, uniform) * growth(c); });
+    }
+
+    /// The scale factor, 2^(1 - i / 3), nearest to the least squares' one over the parts for which `in`
+    /// holds, of shared samples as they are decoded.
+    int fitted(int ch, int sb, int steps, const auto &in) const {
+        double product = 0, square = 0;
+        for (int j = 0; j < 12 * parts; ++j) {
+            if (!in(j / 12)) continue;
+            double z = p.samples[2][j][sb] / scale_of(p.index[2][sb][j / 12]);
+            if (steps > 0) z = decoded(z, steps);
+            product += p.weights[ch][j / 12][sb] * p.samples[ch][j][sb] * z;
+            square += p.weights[ch][j / 12][sb] * z * z;
+        }
+        if (product <= 0) return 62;
+        return static_cast<int>(std::clamp(std::round(3 - 3 * std::log2(product / square)), 0.0, 62.0));
+    }
+    double residue(int ch, int part, int sb, int index) const {
+        const double ratio = scale_of(index) / scale_of(p.index[2][sb][part]);
+        return sum(ch, ch, part, sb) - 2 * ratio * sum(ch, 2, part, sb)
+               + ratio * ratio * sum(2, 2, part, sb);
+    }
+    /// The quantizer counts as one of 9 steps.
+    choice shared(int ch, int sb) const {
+        const auto value = [&](const choice &c) {
+            return total(c, [&](int part, int index) {
+                const double quantizer = 4.0 / 81 * (1 + 0.231 * sent_per_scfsi[c.scfsi]);
+                return p.weights[ch][part][sb]
+                       * (residue(ch, part, sb, index) + std::pow(scale_of(index), 2) * quantizer);
+            });
+        };
+        return least([&](const auto &in) { return fitted(ch, sb, 0, in); }, value);
+    }
+
+    /// That scale factors of quantized samples are refined later counts 5 %.
+    double cost(const unit &u, int ch, int steps) const {
+        if (steps == 3 && !u.is_shared()) return total(u.ternary, ternary_noise(ch, u.sb));
+        return total(u.finer[ch], [&](int part, int index) {
+            if (steps == 0) return energy(ch, part, u.sb);
+            if (steps <= 9) return 0.95 * exact(ch, part, u.sb, steps, index, u.is_shared());
+            double lost = 4 * std::pow(scale_of(index) / steps, 2);
+            lost += u.is_shared() ? residue(ch, part, u.sb, index) : 0;
+            if (!u.is_shared()) lost = std::min(lost, sum(ch, ch, part, u.sb));
+            return 0.95 * p.weights[ch][part][u.sb] * lost;
+        });
+    }
+    int side_bits(const choice &c) const { return p.layer == 1 ? 6 : 2 + 6 * sent_per_scfsi[c.scfsi]; }
+
+    unit make_unit(int row, int sb) const {
+        unit u{row, sb, quantizers_of(p.layer, p.table, sb).steps, {}, {}, {}, {}};
+        const int first = u.is_shared() ? 0 : row, last = u.is_shared() ? 1 : row;
+        for (int ch = first; ch <= last; ++ch)
+            u.finer[ch] = u.is_shared() ? shared(ch, sb) : finer(ch, sb);
+        if (!u.is_shared()) u.ternary = ternary(row, sb);
+        for (const int steps : u.steps) {
+            double cost_of_all = 0;
+            int bits = (p.layer == 1 || is_grouped(2, steps) ? 12 : 36) * code_bits_of(p.layer, steps);
+            for (int ch = first; ch <= last; ++ch) {
+                bits += side_bits(steps == 3 && !u.is_shared() ? u.ternary : u.finer[ch]);
+                cost_of_all += cost(u, ch, steps);
             }
+            u.bits.push_back(steps == 0 ? 0 : bits);
+            u.cost.push_back(cost_of_all);
+        }
+        return u;
+    }
+
+    explicit coder(const tuned_problem &problem) : p(problem) {
+        for (int sb = 0; sb < sblimit; ++sb) {
+            for (int ch = 0; ch < p.channels; ++ch)
+                made[ch][sb] = make_unit(ch, sb);
+            if (p.joint) made[2][sb] = make_unit(2, sb);
         }
     }
+    std::vector<unit> units(int bound) const {
+        std::vector<unit> all;
+        for (int sb = 0; sb < sblimit; ++sb) {
+            if (p.joint && sb >= bound) all.push_back(made[2][sb]);
+            for (int ch = 0; ch < p.channels && !(p.joint && sb >= bound); ++ch)
+                all.push_back(made[ch][sb]);
+        }
+        return all;
+    }
+    int available(const std::vector<unit> &all) const {
+        int bits = p.budget - 32 - (p.crc ? 16 : 0);
+        for (const unit &u : all)
+            bits -= quantizers_of(p.layer, p.table, u.sb).alloc_bits;
+        return bits;
+    }
 
-    double total() const {
-        double sum = 0;
-        for (const unit &u : units)
-            sum += u.cost[u.at];
-        return sum;
+    /// The least of the slopes, 8 an octave, with which a frame without padding has bits for what is
+    /// reached.
+    double common_slope(const std::vector<unit> &all) const {
+        int affordable = 8 * 400, beyond = -8 * 400;
+        const auto slope_at = [](int place) { return std::ldexp(8 + (place & 7), (place >> 3) - 3); };
+        while (affordable - beyond > 1) {
+            const int place = beyond + (affordable - beyond) / 2;
+            int spent = p.padding;
+            for (const unit &u : all)
+                spent += u.bits[u.reached(slope_at(place))];
+            (spent <= available(all) ? affordable : beyond) = place;
+        }
+        return slope_at(affordable);
+    }
+    /// How much more bounds cost than the best one, with a common slope.
+    void weigh_bounds(double slope, double (&excess)[5]) const {
+        double least = infinite;
+        for (int i = 0; i < 5; ++i) {
+            const std::vector<unit> all = units(i < 4 ? 4 * i + 4 : 32);
+            excess[i] = slope * (p.budget - available(all));
+            for (const unit &u : all)
+                excess[i] += u.cost[u.reached(slope)] + slope * u.bits[u.reached(slope)];
+            least = std::min(least, excess[i]);
+        }
+        for (double &e : excess)
+            e = e / least - 1;
+    }
+    tuned_past by_itself() const {
+        tuned_past now;
+        double slope = common_slope(units(8));
+        if (p.joint) {
+            weigh_bounds(slope, now.excess);
+            const auto best = std::min_element(now.excess, now.excess + 5) - now.excess;
+            slope = common_slope(units(best < 4 ? 4 * static_cast<int>(best) + 4 : 32));
+            weigh_bounds(slope, now.excess);
+            // Where bits do not run out, all bounds are alike.
+            if (slope < std::exp2(-399.8)) std::fill_n(now.excess, 5, 0);
+        }
+        for (int row = 0; row < 3; ++row) {
+            if (row < 2 ? row >= p.channels : !p.joint) continue;
+            for (int sb = row == 2 ? 4 : 0; sb < sblimit; ++sb) {
+                const double first = made[row][sb].first_slope();
+                now.strong[row][sb] = first > begin * slope;
+                now.weak[row][sb] = first > stay() * slope;
+            }
+        }
+        return now;
+    }
+    int bound_after(const tuned_past &now) const {
+        int best = 32;
+        double least = infinite;
+        for (const int bound : {32, 16, 12, 8, 4}) {
+            if (!p.joint || (bound < 32 && bound >= sblimit)) continue;
+            const int i = bound == 32 ? 4 : bound / 4 - 1;
+            double sum = now.excess[i];
+            for (std::size_t k = 0; k < p.before.size(); ++k)
+                sum += std::pow(0.85, k + 1) * std::min(0.05, p.before[k].excess[i]);
+            if (sum >= least) continue;
+            least = sum;
+            best = bound;
+        }
+        return best;
+    }
+
+    /// Bits that come cheaper or dearer than by itself: as if the first slope were greater or lesser.
+    void favour(std::vector<unit> &all) const {
+        bool on[3][32] = {};
+        for (auto past = p.before.rbegin(); past != p.before.rend(); ++past) {
+            for (int i = 0; i < 3 * 32; ++i) {
+                bool &o = on[i / 32][i % 32];
+                o = past->strong[i / 32][i % 32] || (past->weak[i / 32][i % 32] && o);
+            }
+        }
+        for (unit &u : all) {
+            const double without = u.row < 2 && on[1 - u.row][u.sb] ? 1 : begin;
+            const double slope = u.first_slope() / (on[u.row][u.sb] ? stay() : without);
+            u.cost[0] = infinite;
+            for (std::size_t n = 1; n < u.cost.size(); ++n)
+                u.cost[0] = std::min(u.cost[0], u.cost[n] + slope * u.bits[n]);
+        }
     }
 
     /// Again and again the best of all steps that fit.
-    void climb() {
+    static void climb(std::vector<unit> &all, int &left) {
         while (true) {
             double best = 0;
             unit *who = nullptr;
             int where = 0;
-            for (unit &u : units) {
+            for (unit &u : all) {
                 for (int n = u.at + 1; n < static_cast<int>(u.cost.size()); ++n) {
                     const int more = u.bits[n] - u.bits[u.at];
                     const double slope = (u.cost[u.at] - u.cost[n]) / more;
-                    if (more > a.left || slope <= best) continue;
+                    if (more > left || slope <= best) continue;
                     best = slope;
                     who = &u;
                     where = n;
                 }
             }
             if (who == nullptr) return;
-            a.left -= who->bits[where] - who->bits[who->at];
+            left -= who->bits[where] - who->bits[who->at];
             who->at = where;
         }
     }
 
-    /// The default's search on costs of no bits for ratios, where that comes to less.
-    void try_ratios() {
-        const double before = total();
-        allocation_problem plain = p;
-        allocation_answer answer;
-        answer.bound = std::min(bound, sblimit);
-        for (unit &u : units) {
-            plain.smr[u.ch][u.sb] = 10 * std::log10(std::max(u.cost[0], 1e-200));
-            if (u.shared) plain.smr[1][u.sb] = plain.smr[0][u.sb];
-        }
-        std::copy_n(&a.scfsi[0][0], 64, &plain.scfsi[0][0]);
-        grant(plain, answer);
-        const std::vector<unit> climbed = units;
-        for (unit &u : units)
-            u.at = answer.allocation[u.ch][u.sb];
-        if (total() < before * less) {
-            a.left = answer.left;
-        } else {
-            units = climbed;
-        }
+    /// To the least exact noise, in as many bits.
+    choice refined(const unit &u, int ch) const {
+        const int steps = u.steps[static_cast<unsigned>(u.at)], sb = u.sb;
+        const choice &chosen = u.finer[ch];
+        if (steps == 3 && !u.is_shared()) return u.ternary;
+        if (steps == 0) return chosen;
+        const auto noise = [&](int part, int index) {
+            if (u.is_shared() || index >= p.index[ch][sb][part] - 1)
+                return exact(ch, part, sb, steps, index, u.is_shared());
+            const double uniform = 4 * std::pow(scale_of(index) / steps, 2);
+            return std::min(p.weights[ch][part][sb] * uniform, energy(ch, part, sb));
+        };
+        return least(
+            [&](const auto &in) {
+                return u.is_shared() ? fitted(ch, sb, steps, in) : nearby(ch, sb, in, 1, 2, noise);
+            },
+            [&](const choice &c) {
+                const bool as_many = sent_per_scfsi[c.scfsi] == sent_per_scfsi[chosen.scfsi];
+                return as_many ? total(c, noise) : infinite;
+            });
     }
 };
 
 } // namespace
 
 tuned_answer allocate(const tuned_problem &p) {
-    coder best{p, 32};
-    best.list_units();
-    best.climb();
-    for (const int bound : {16, 12, 8, 4}) {
-        if (!p.joint || bound >= best.sblimit) continue;
-        coder tried{p, bound};
-        tried.list_units();
-        tried.climb();
-        if (tried.total() >= best.total() * less) continue;
-        best.bound = bound;
-        best.a = tried.a;
-        best.units = tried.units;
-        best.a.mode = 1;
-        best.a.extension = bound / 4 - 1;
+    const coder c{p};
+    tuned_answer a;
+    a.now = c.by_itself();
+    const int bound = c.bound_after(a.now);
+    a.bound = std::min(bound, c.sblimit);
+    a.mode = bound < c.sblimit;
+    a.extension = a.mode == 1 ? bound / 4 - 1 : 0;
+    std::vector<unit> all = c.units(bound);
+    a.left = c.available(all);
+    c.favour(all);
+    coder::climb(all, a.left);
+    for (const unit &u : all) {
+        for (int ch = u.is_shared() ? 0 : u.row; ch <= (u.is_shared() ? 1 : u.row); ++ch) {
+            const choice sent = c.refined(u, ch);
+            a.allocation[ch][u.sb] = u.at;
+            a.scfsi[ch][u.sb] = sent.scfsi;
+            std::copy_n(sent.index, 3, a.index[ch][u.sb]);
+        }
     }
-    best.try_ratios();
-    best.a.bound = std::min(best.bound, best.sblimit);
-    for (const unit &u : best.units) {
-        best.a.allocation[u.ch][u.sb] = u.at;
-        if (u.shared) best.a.allocation[1][u.sb] = u.at;
-    }
-    return best.a;
+    return a;
 }
 
 } // namespace oracle

@@ -1,0 +1,152 @@
+#include "coding/tuned_memory.hpp"
+
+#include "coding/frame_bits.hpp"
+#include "coding/tuned_search.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+
+namespace vela {
+
+namespace {
+
+constexpr int bound_8 = 1, stereo = 4; ///< choices
+
+/// Joint bounds, the last one for stereo.
+int bound_of(const coder_config &config, int choice) noexcept {
+    return choice == stereo ? config.sblimit : std::min(joint_bounds[choice], config.sblimit);
+}
+
+int first_subband(int row) noexcept {
+    return row == frame_costs::shared ? joint_bounds[0] : 0;
+}
+
+/// What first bits must take away to be kept.
+/// @param frame_bits  without padding
+double weak_share(const coder_config &config, int frame_bits) noexcept {
+    const int samples = 12 * config.parts() * config.channels * config.sblimit;
+    return std::clamp(tuned::weak_a_bit * (1.0 * frame_bits / samples - tuned::weak_from_bits),
+                      tuned::least_weak, tuned::most_weak);
+}
+
+std::uint32_t above(const double (&slope)[32], double limit, int first, int end) noexcept {
+    std::uint32_t found = 0;
+    for (int sb = first; sb < end; ++sb)
+        found |= std::uint32_t{slope[sb] > limit} << sb;
+    return found;
+}
+
+/// How much more a frame costs with each bound than with the best one, after Lagrange: by sums of
+/// (cost + slope bits).
+void weigh_bounds(const weighed_frame &frame, const frame_costs &costs, double slope,
+                  double (&excess)[5]) noexcept {
+    const coder_config &config = frame.config;
+    double whole[3][32];
+    for (int row = 0; row < 3; ++row) {
+        const int first = first_subband(row);
+        unit_choices choices;
+        frame.kernels.reach(&costs.rows[row], 1, slope, first, config.lane_end(), &choices);
+        for (int sb = first; sb < config.sblimit; ++sb)
+            whole[row][sb] = choices.cost[sb] + slope * choices.bits[sb];
+    }
+    for (int choice = 0; choice <= stereo; ++choice) {
+        const int bound = bound_of(config, choice);
+        excess[choice] = slope * fixed_bits(config, bound);
+        for (int sb = 0; sb < config.sblimit; ++sb)
+            excess[choice] += sb < bound ? whole[0][sb] + whole[1][sb] : whole[frame_costs::shared][sb];
+    }
+    const double least = *std::min_element(std::begin(excess), std::end(excess));
+    for (double &e : excess)
+        e = e / least - 1;
+}
+
+/// The common slope of a frame by itself.
+void find_slope(const weighed_frame &frame, const frame_costs &costs, int choice, int frame_bits,
+                double &slope) noexcept {
+    const int bound = bound_of(frame.config, choice);
+    tuned_search search(frame, costs, bound, frame_bits - fixed_bits(frame.config, bound));
+    search.take_common_slope(slope);
+}
+
+/// The same with the best bound.
+void find_bound(const weighed_frame &frame, const frame_costs &costs, int frame_bits, double &slope,
+                double (&excess)[5]) noexcept {
+    find_slope(frame, costs, bound_8, frame_bits, slope);
+    weigh_bounds(frame, costs, slope, excess);
+    const auto best = std::min_element(std::begin(excess), std::end(excess)) - std::begin(excess);
+    if (best != bound_8) {
+        find_slope(frame, costs, static_cast<int>(best), frame_bits, slope);
+        weigh_bounds(frame, costs, slope, excess);
+    }
+    // Where bits do not run out, all bounds are alike.
+    if (tuned_search::is_least(slope)) std::ranges::fill(excess, 0.0);
+}
+
+} // namespace
+
+frame_by_itself look_by_itself(const weighed_frame &frame, const frame_costs &costs, int frame_bits,
+                               double &slope) noexcept {
+    const coder_config &config = frame.config;
+    frame_by_itself found{};
+    if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
+        find_bound(frame, costs, frame_bits, slope, found.excess);
+    } else {
+        find_slope(frame, costs, stereo, frame_bits, slope);
+    }
+    for (int row = 0; row < frame_costs::count(config); ++row) {
+        const int first = first_subband(row);
+        double slopes[32];
+        frame.kernels.first_slopes(costs.rows[row], first, config.lane_end(), slopes);
+        found.strong[row] = above(slopes, slope * tuned::strong, first, config.sblimit);
+        found.weak[row] = above(slopes, slope * weak_share(config, frame_bits), first, config.sblimit);
+    }
+    return found;
+}
+
+void remember(const frame_by_itself &frame, tuned_memory &memory) noexcept {
+    std::copy_backward(std::begin(memory.before), std::end(memory.before) - 1, std::end(memory.before));
+    memory.before[0] = frame;
+}
+
+void favour_the_past(const weighed_frame &frame, int frame_bits, const tuned_memory &memory,
+                     frame_costs &costs) noexcept {
+    const coder_config &config = frame.config;
+    const double weak = weak_share(config, frame_bits);
+    std::uint32_t on[3] = {};
+    for (int row = 0; row < frame_costs::count(config); ++row) {
+        for (int k = tuned::remembered_frames - 1; k >= 0; --k)
+            on[row] = memory.before[k].strong[row] | (memory.before[k].weak[row] & on[row]);
+    }
+    for (int row = 0; row < frame_costs::count(config); ++row) {
+        const std::uint32_t beside = row == frame_costs::shared ? 0 : on[1 - row];
+        double factor[32];
+        for (int sb = 0; sb < 32; ++sb) {
+            const bool is_on = (on[row] >> sb & 1) != 0, is_beside = (beside >> sb & 1) != 0;
+            factor[sb] = is_on ? 1 / weak : is_beside ? 1 : 1 / tuned::strong;
+        }
+        frame.kernels.favour(costs.rows[row], factor, first_subband(row), config.lane_end());
+    }
+}
+
+int choose_bound(const coder_config &config, const frame_by_itself &frame,
+                 const tuned_memory &memory) noexcept {
+    int best = stereo;
+    double least = std::numeric_limits<double>::max();
+    for (int choice = stereo; choice >= 0; --choice) {
+        // A bound beyond sblimit shares nothing.
+        if (choice != stereo && joint_bounds[choice] >= config.sblimit) continue;
+        double sum = frame.excess[choice], share = 1;
+        for (const frame_by_itself &before : memory.before) {
+            share *= tuned::bound_memory;
+            sum += share * std::min(before.excess[choice], tuned::most_bound_memory);
+        }
+        // Sums of infinite samples are not numbers.
+        if (!(sum < least)) continue;
+        least = sum;
+        best = choice;
+    }
+    return bound_of(config, best);
+}
+
+} // namespace vela
