@@ -96,6 +96,10 @@ TEST_F(any_source_test, an_ogg_stream_that_goes_on_behind_its_end_is_read_by_ffm
         ASSERT_NEAR(read[i], expected[i], 0.05) << i;
     expect_failure("rm *.mp2; PATH=none $(which velaenc) early.ogg out.mp2", 2,
                    "can be read; ffmpeg, which may");
+    // One that reads another sound cannot go on with this one.
+    put("other.wav", wav(pcm(noise(2 * 96000, 5), 4), 2, 48000, 4));
+    put("ffmpeg", "#!/bin/bash\ncat other.wav\n");
+    expect_failure("chmod +x ffmpeg; PATH=.:$PATH; velaenc early.ogg out.mp2", 2, "can be read;");
 }
 
 } // namespace

@@ -46,6 +46,7 @@ class sndfile_source final : public pcm_source {
     std::int64_t read_instants();
     void pack_s24(std::size_t samples) noexcept;
     bool ends_early() const noexcept;
+    bool is_known_elsewhere();
     bool goes_on_elsewhere();
     std::span<const std::byte> next_of_rest();
     void check_end() const;
@@ -69,6 +70,7 @@ class sndfile_source final : public pcm_source {
     bool seeks_exactly_ = false;
     bool strict_ = false; ///< an error ends the reading at once
     std::uint64_t handed_out_ = 0;
+    std::vector<std::byte> tail_; ///< of what was handed out, for comparison with the other reader's
     other_reader other_;
     std::string why_not_;
     std::unique_ptr<pcm_source> rest_; ///< by the other reader
