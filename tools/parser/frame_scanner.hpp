@@ -47,7 +47,7 @@ class frame_scanner {
     std::optional<stream_piece> next();
 
   private:
-    static constexpr std::size_t window_bytes = 1 << 20;
+    static constexpr std::size_t window_bytes = 1 << 18;
     static constexpr std::size_t id3v1_bytes = 128;
     static constexpr std::size_t look_ahead = 8192; ///< four frames and a header
 

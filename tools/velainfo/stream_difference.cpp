@@ -220,7 +220,11 @@ class difference_finder {
     /// Looks for the second stream's sound in the first one's.
     void listen() {
         difference_noise heard;
-        const int channels = d_.reports[1].channels;
+        const auto &reports = d_.reports;
+        const auto is_like = [&](stream_report::field which) {
+            return reports[0].usual(which) == reports[1].usual(which);
+        };
+        const int channels = reports[1].usual(stream_report::mode) == 3 ? 1 : 2;
         const auto add = [&](const compared_frame &frame) {
             double signal = 0, noise = 0;
             for (int ch = 0; ch < channels; ++ch) {
@@ -239,9 +243,10 @@ class difference_finder {
             d_.noise = {};
             return;
         }
-        const std::int64_t frame = d_.reports[0].usual(stream_report::layer) == 1 ? 384 : 1152,
+        const std::int64_t frame = reports[0].usual(stream_report::layer) == 1 ? 384 : 1152,
                            frames = sound->offset / frame;
-        if (frames != 0 && sound->offset % frame == 0)
+        const bool is_one_grid = is_like(stream_report::layer) && is_like(stream_report::rate);
+        if (frames != 0 && sound->offset % frame == 0 && is_one_grid)
             match({static_cast<std::uint64_t>(std::max<std::int64_t>(frames, 0)),
                    static_cast<std::uint64_t>(std::max<std::int64_t>(-frames, 0))});
         // Frames that lie side by side are compared as they are, without filterbanks in between.
