@@ -150,7 +150,8 @@ TEST(info_parser, frames_that_differ_do_so_in_a_field_at_its_first_place) {
          "scale factors, subband 0, part 2: 1 2;samples, subband 0, sample 0: 0 1;"},
         {only(4, "E/4 E/4 E/4"), only(4, "E/4 D/4 D/4"), "samples, subband 0, sample 1: 14 13;"},
         {only(4, "F/4 E/4 E/4"), only(3, ""), "damage: forbidden code none;"},
-        {only(1, ""), only(1, "0/5*12 0/32*15 0/20 1/1"), "ancillary, bit 500: 0 1;"}};
+        {only(1, ""), only(1, "0/5*12 0/32*15 0/20 1/1"), "ancillary, bit 500: 0 1;"},
+        {only(1, ""), only(1, "0/5*12 1/1"), "ancillary, bit 0: 0 1;"}};
     for (const auto &[first, second, expected, first_size, second_size] : cases) {
         const bytes both[] = {frame_of(first, first_size), frame_of(second, second_size)};
         tools::frame_contents contents[2];

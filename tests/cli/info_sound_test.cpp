@@ -54,10 +54,8 @@ TEST_F(info_test, the_sound_is_measured_as_ffmpeg_measures_it) {
     EXPECT_NEAR(said["silence"][0]["begin"], 3, 0.03);
     EXPECT_NEAR(said["silence"][0]["seconds"], 2, 0.05);
     EXPECT_EQ(json_of("--sound dead.mp2")["measured"]["dead"], (nlohmann::json{true, false}));
-    EXPECT_EQ(json_of("--expect silence=1s,dead-channels=0,loudness=-23+-30,true-peak=..0 dead.mp2",
-                      7)["broken"]
-                  .size(),
-              2u);
+    const std::string policy = "--expect silence=1s,dead-channels=0,loudness=-23+-30,true-peak=..0 ";
+    EXPECT_EQ(json_of(policy + "dead.mp2", 7)["broken"].size(), 2u);
     // A stereo signal in phase: a policy of its own.
     EXPECT_EQ(json_of("--expect correlation=0.1,clipped=0,range=..20 a.mp2")["broken"].size(), 0u);
 }
@@ -137,11 +135,7 @@ TEST_F(info_test, a_source_that_differs_by_more_than_the_coding_is_named_and_com
                                 {"source_seconds", std::string(files).starts_with("slow") ? 6.0 : 4.0}};
         expected.update(nlohmann::json::parse(fields));
         EXPECT_EQ(said["offset"], offset) << files;
-        for (const auto &[name, value] : expected.items()) {
-            auto heard_value = said[name];
-            if (name == "gain_db") heard_value = std::round(heard_value.get<double>() * 10) / 10;
-            EXPECT_EQ(heard_value, value) << files << ": " << name;
-        }
+        expect_fields(said, expected, files);
         // None of the figures suffers.
         if (!same.is_object()) same = said;
         if (std::string(files).find("tone") != std::string::npos) continue;
@@ -150,23 +144,15 @@ TEST_F(info_test, a_source_that_differs_by_more_than_the_coding_is_named_and_com
     }
 }
 
-TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_it) {
+TEST_F(info_test, the_source_is_found_at_its_place_and_its_figures_are_those_of_the_frames) {
     const auto sound = noise(2 * 60000);
     put("source.wav", wav(pcm(sound, 3), 2, 48000, 3));
     put("later.wav", wav(pcm({sound.begin() + 2 * 5000, sound.end()}), 2, 48000));
     put("other.wav", wav(pcm(noise(2 * 60000, 99)), 2, 48000));
-    std::vector<double> ratios;
-    for (const std::string options :
-         {"--layer 2 --bitrate 128", "--layer 2 --bitrate 384", "--layer 1 --bitrate 448"}) {
-        run("velaenc --quiet " + options + " later.wav x.mp2");
-        const auto compared = json_of("--source source.wav x.mp2")["comparison"];
-        // By hand: the filterbanks delay by 481 samples, and in Layer I the encoder looks back by 64 more.
-        EXPECT_EQ(compared["offset"], 5000 - 481 - (options.starts_with("--layer 1") ? 64 : 0))
-            << options;
-        ratios.push_back(compared["snr"]);
-    }
-    EXPECT_TRUE(ratios[0] > 1 && ratios[1] > ratios[0] + 3 && ratios[2] > ratios[0])
-        << testing::PrintToString(ratios);
+    run("velaenc --quiet --layer 1 --bitrate 448 later.wav x.mp2");
+    // By hand: the filterbanks delay by 481 samples, and in Layer I the encoder looks back by 64 more.
+    const auto whole = json_of("--source source.wav x.mp2")["comparison"];
+    EXPECT_EQ(whole["offset"], 5000 - 481 - 64);
     std::vector<std::int16_t> loud(noise(2 * 48000));
     for (auto &sample : loud)
         sample = static_cast<std::int16_t>(sample < 0 ? -32768 : 32767);
@@ -178,8 +164,7 @@ TEST_F(info_test, the_source_is_found_at_its_place_and_more_bits_come_closer_to_
     EXPECT_TRUE(clipped > 1000 && std::abs(clipped - counted) < 10) << clipped << " " << counted;
     // Two frames of 448 bytes that are gone do not move those behind them.
     put("hole.mp2", get("x.mp2").replace(40 * 448, 2 * 448, 2 * 448, '\0'));
-    const double around_hole = json_of("--source source.wav hole.mp2", 3)["comparison"]["snr"];
-    EXPECT_NEAR(around_hole, ratios[2], 0.5);
+    EXPECT_NEAR(json_of("--source source.wav hole.mp2", 3)["comparison"]["snr"], whole["snr"], 0.5);
     // What is told of the whole is that of its frames.
     std::uint64_t frames = 0;
     double worst = -1e9, ratio = 0, energy[2] = {};

@@ -29,26 +29,20 @@ damage harm(bytes &stream, const std::vector<std::size_t> &frames, unsigned kind
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const std::size_t frame = frames[2 + below(frames.size() - 4)], place = frame + below(frames[1]),
                       size = 1 + below(200);
-    const auto at = stream.begin() + static_cast<std::ptrdiff_t>(place);
-    switch (kind) {
-    case 0: { // a bit of the header, the CRC or the first allocations
+    if (kind == 0) { // a bit of the header, the CRC or the first allocations
         const std::size_t bit = below(8 * 9);
         stream[frame + bit / 8] ^= static_cast<std::uint8_t>(0x80 >> bit % 8);
         return {frame + bit / 8, 1};
     }
-    case 1:
-        stream.erase(at, at + static_cast<std::ptrdiff_t>(size));
-        return {place, size, -static_cast<std::ptrdiff_t>(size)};
-    case 2: {
-        bytes noise(size);
-        std::ranges::generate(noise, random);
-        stream.insert(at, noise.begin(), noise.end());
-        return {place, 0, static_cast<std::ptrdiff_t>(size)};
-    }
-    default: // a sector that was never written, or another one's
-        std::generate_n(at, size, [&] { return kind == 3 ? 0 : random(); });
-        return {place, size, 0, false};
-    }
+    // Bytes are lost, or come in between, or a sector was never written or is another one's.
+    const auto at = stream.begin() + static_cast<std::ptrdiff_t>(place);
+    const std::size_t gone = kind == 2 ? 0 : size;
+    bytes come(kind == 1 ? 0 : size);
+    if (kind != 3) std::ranges::generate(come, random);
+    const auto behind = stream.erase(at, at + static_cast<std::ptrdiff_t>(gone));
+    stream.insert(behind, come.begin(), come.end());
+    return {place, gone, static_cast<std::ptrdiff_t>(come.size()) - static_cast<std::ptrdiff_t>(gone),
+            kind < 3};
 }
 
 TEST(info, a_thousand_damaged_streams_hide_nothing_and_take_no_whole_frame_along) {
@@ -69,14 +63,10 @@ TEST(info, a_thousand_damaged_streams_hide_nothing_and_take_no_whole_frame_along
         bytes stream = original;
         const damage done = harm(stream, starts, i / 4 % 5, random);
         std::vector<std::size_t> sound;
-        std::size_t sum = 0;
         for_each_piece(stream, [&](const tools::stream_piece &piece) {
-            EXPECT_EQ(piece.offset, sum);
-            sum += piece.length;
             if (piece.is_frame && tools::parse_frame(piece.bytes).faults == 0)
                 sound.push_back(piece.offset);
         });
-        EXPECT_EQ(sum, stream.size());
         for (std::size_t f = 0; f < starts.size(); ++f) {
             const std::size_t end = f + 1 < starts.size() ? starts[f + 1] : original.size();
             const bool is_behind = starts[f] >= done.place + done.changed;
@@ -159,50 +149,41 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
                + ",";
     };
     const struct {
-        const char *fault;
         std::string bytes;
         int status;
         std::string word;
     } cases[] = {
-        {"nothing", stream, 0, "\"events\":[]"},
-        {"in WAV", riff, 0, "\"container\":\"wav\",\"bytes\":14112"},
-        {"a chunk behind it", riff + "LIST" + little_endian(stream.size(), 4) + stream, 0,
+        {stream, 0, "\"events\":[]"},
+        {riff, 0, "\"container\":\"wav\",\"bytes\":14112"},
+        {riff + "LIST" + little_endian(stream.size(), 4) + stream, 0,
          "\"container\":\"wav\",\"bytes\":14112"},
-        {"tag before", id3 + stream, 0, "bytes of a tag (ID3)"},
-        {"tags behind", stream + ape + lyrics + id3v1, 0, event("trailing", false, 14112, 251)},
-        {"more than the tag says", id3 + "x" + stream, 3, event("leading", true, 64, 1)},
-        {"more behind the tag", stream + id3v1 + std::string(500, 'x'), 3,
-         event("trailing", true, 14240, 500)},
-        {"half a tag", stream + ape.substr(0, 50), 3, "a tag (APETAGEX) of 92 bytes ends after 50"},
-        {"first frame cut behind a tag", id3 + stream.substr(0, 600) + stream, 3,
-         "a frame of 672 bytes ends after 600"},
-        {"last frame cut before a tag", stream.substr(0, 14000) + id3v1, 3,
-         "a frame of 672 bytes ends after 560"},
-        {"two files", id3 + stream + id3v1 + id3 + stream + id3v1, 3,
-         event("joined", true, 14176, 192)},
-        {"WAV that promises more", riff.substr(0, riff.size() - 672), 3,
-         "14112 bytes of sound, 672 are"},
-        {"WAV of another rate", std::string(riff).replace(24, 2, "\x44\xAC"), 3,
-         "says 44100 Hz, its frames have 48000"},
-        {"WAV of one channel", std::string(riff).replace(22, 1, "\1"), 3, "says 1 channels"},
-        {"WAV without a size", std::string(riff).replace(40, 4, 4, '\0'), 3, "there is no sound in it"},
-        {"WAV of open size", std::string(riff).replace(4, 4, 4, '\xFF').replace(40, 4, 4, '\xFF'), 0,
-         "\"events\":[]"},
-        {"bytes before", "abc" + stream, 3, event("leading", true, 0, 3)},
-        {"bytes behind", stream + "abc", 3, event("trailing", true, 14112, 3)},
-        {"another stream behind", stream + encoded("--layer 1 48000.wav - | cat"), 0,
-         "another kind of stream begins"},
-        {"cut", stream.substr(0, stream.size() - 100), 3, "a frame of 672 bytes ends after 572"},
-        {"bytes within", stream.substr(0, 1344) + "abcde" + stream.substr(1344), 3,
+        {id3 + stream, 0, "bytes of a tag (ID3)"},
+        {stream + ape + lyrics + id3v1, 0, event("trailing", false, 14112, 251)},
+        {id3 + "x" + stream, 3, event("leading", true, 64, 1)},
+        {stream + id3v1 + std::string(500, 'x'), 3, event("trailing", true, 14240, 500)},
+        {stream + ape.substr(0, 50), 3, "a tag (APETAGEX) of 92 bytes ends after 50"},
+        {id3 + stream.substr(0, 600) + stream, 3, "a frame of 672 bytes ends after 600"},
+        {stream.substr(0, 14000) + id3v1, 3, "a frame of 672 bytes ends after 560"},
+        {id3 + stream + id3v1 + id3 + stream + id3v1, 3, event("joined", true, 14176, 192)},
+        {riff.substr(0, riff.size() - 672), 3, "14112 bytes of sound, 672 are"},
+        {std::string(riff).replace(24, 2, "\x44\xAC"), 3, "says 44100 Hz, its frames have 48000"},
+        {std::string(riff).replace(22, 1, "\1"), 3, "says 1 channels"},
+        {std::string(riff).replace(40, 4, 4, '\0'), 3, "there is no sound in it"},
+        {std::string(riff).replace(4, 4, 4, '\xFF').replace(40, 4, 4, '\xFF'), 0, "\"events\":[]"},
+        {"abc" + stream, 3, event("leading", true, 0, 3)},
+        {stream + "abc", 3, event("trailing", true, 14112, 3)},
+        {stream + encoded("--layer 1 48000.wav - | cat"), 0, "another kind of stream begins"},
+        {stream.substr(0, stream.size() - 100), 3, "a frame of 672 bytes ends after 572"},
+        {stream.substr(0, 1344) + "abcde" + stream.substr(1344), 3,
          "\"damage_count\":1,\"damaged_frames\":0,\"lost_bytes\":5"},
-        {"PCM", wav(stream, 2, 48000), 2, "WAV file of PCM"},
-        {"Layer III", "\xFF\xFB\x90\x44" + std::string(2000, 'x'), 2, "MPEG Layer III"},
-        {"free format", "\xFF\xFD\x04\x44" + std::string(2000, 'x'), 2, "free format"},
-        {"empty", "", 2, "is empty"},
-        {"words", std::string(5000, 'x'), 2, "no frame of MPEG audio"}};
-    for (const auto &[fault, content, status, word] : cases) {
+        {wav(stream, 2, 48000), 2, "WAV file of PCM"},
+        {"\xFF\xFB\x90\x44" + std::string(2000, 'x'), 2, "MPEG Layer III"},
+        {"\xFF\xFD\x04\x44" + std::string(2000, 'x'), 2, "free format"},
+        {"", 2, "is empty"},
+        {std::string(5000, 'x'), 2, "no frame of MPEG audio"}};
+    for (const auto &[content, status, word] : cases) {
         put("x", content);
-        SCOPED_TRACE(fault);
+        SCOPED_TRACE(word);
         for (const char *arguments : {"x", "- <x", "- < <(cat x)"}) {
             const auto result = run(std::string("velainfo --json ") + arguments, status);
             const std::string said = result.out + result.err;

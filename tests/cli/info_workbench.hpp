@@ -5,6 +5,7 @@
 #include "workbench.hpp"
 #include "written_frame.hpp"
 
+#include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -31,6 +32,18 @@ class info_test : public workbench {
 
     nlohmann::json json_of(const std::string &arguments, int status = 0) const {
         return parsed(run("velainfo --json " + arguments, status).out);
+    }
+
+    /// Numbers that are no whole ones have a digit behind the point.
+    static void expect_fields(const nlohmann::json &said, const nlohmann::json &expected,
+                              const std::string &what) {
+        for (const auto &[name, value] : expected.items()) {
+            const bool is_rough = value.is_number_float() && said[name].is_number();
+            EXPECT_EQ(is_rough ? nlohmann::json(std::round(said[name].get<double>() * 10) / 10)
+                               : said[name],
+                      value)
+                << what << ": " << name;
+        }
     }
 
   private:
