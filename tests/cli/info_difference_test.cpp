@@ -104,6 +104,7 @@ TEST_F(info_test, two_encodings_are_matched_by_their_sound) {
             << name;
     }
     EXPECT_EQ(json_of("--diff a.mp2 frames.mp2", 7)["alone"][0], 3);
+    EXPECT_EQ(json_of("--diff a.mp2 none.mp2", 2)["file"], "none.mp2");
     put("x.wav", wav(pcm(noise(96000, 5)), 2, 48000));
     put("unlike.mp2", encoded("x.wav"));
     EXPECT_TRUE(json_of("--diff a.mp2 unlike.mp2", 7)["unlike"].is_string());

@@ -165,13 +165,25 @@ void write_page(const info_options &wanted, page &drawn) {
 
 /// Streams of both files in pairs.
 int inspect_difference(const info_options &wanted) {
-    const auto first = streams_of(wanted.inputs[0]), second = streams_of(wanted.inputs[1]);
+    standard_output out;
+    const auto opened = [&](const std::string &path) {
+        try {
+            auto streams = streams_of(path);
+            for (const stream_name &stream : streams)
+                stream_input{stream};
+            return streams;
+        } catch (const failure &error) {
+            if (wanted.json) out.print(json_of_unreadable(path, error.what()));
+            out.flush();
+            throw;
+        }
+    };
+    const auto first = opened(wanted.inputs[0]), second = opened(wanted.inputs[1]);
     if (first.size() != second.size())
         throw failure(exit_code::input, wanted.inputs[0] + " has " + std::to_string(first.size())
                                             + " streams of MPEG audio, " + wanted.inputs[1] + " has "
                                             + std::to_string(second.size())
                                             + "; take out those that belong together");
-    standard_output out;
     bool same = true;
     for (std::size_t i = 0; i < first.size(); ++i) {
         const stream_difference found = compare_streams(first[i], second[i]);
