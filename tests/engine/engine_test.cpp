@@ -116,21 +116,21 @@ TEST(engine_output, settings_count_from_the_next_opening_and_what_fails_is_repor
     fake_output output;
     host.text("init::output::bufstream", &output);
     output.refused_request = 3;
-    enum operation { init, done, bitrate, put, flush };
+    enum operation { init, done, bitrate, give, flush };
     const char *const keys[] = {"command::init", "command::done", "settings::audio_bitrate"};
     const struct {
         operation key;
-        i32 number, count, result;  ///< of put: bytes of an element, elements
+        i32 number, count, result;  ///< of give: bytes of an element, elements
         std::size_t frames, length; ///< length of the last frame
     } steps[] = {
-        {put, 65536, 32768, -1, 0, 0},     {put, 65536, -32769, -1, 0, 0}, {put, -1, 4608, 0, 0, 0},
-        {bitrate, 14, 0, 0, 0, 0},         {put, 2, 2304, 0, 1, 672},      {put, 2, 2305, 0, 2, 672},
-        {flush, -65536, 32768, 0, 3, 672}, {done, 0, 0, 0, 3, 672},        {put, 4608, 1, -1, 3, 672},
-        {put, 4608, 1, -1, 3, 672},        {init, 0, 0, 0, 3, 672},        {put, 4608, 1, 0, 4, 1152},
-        {done, 0, 0, 0, 4, 1152},          {bitrate, 15, 0, 0, 4, 1152},   {init, 0, 0, -1, 4, 1152},
-        {put, 2, 1, -1, 4, 1152}};
+        {give, 65536, 32768, -1, 0, 0},    {give, 65536, -32769, -1, 0, 0}, {give, -1, 4608, 0, 0, 0},
+        {bitrate, 14, 0, 0, 0, 0},         {give, 2, 2304, 0, 1, 672},      {give, 2, 2305, 0, 2, 672},
+        {flush, -65536, 32768, 0, 3, 672}, {done, 0, 0, 0, 3, 672},         {give, 4608, 1, -1, 3, 672},
+        {give, 4608, 1, -1, 3, 672},       {init, 0, 0, 0, 3, 672},         {give, 4608, 1, 0, 4, 1152},
+        {done, 0, 0, 0, 4, 1152},          {bitrate, 15, 0, 0, 4, 1152},    {init, 0, 0, -1, 4, 1152},
+        {give, 2, 1, -1, 4, 1152}};
     for (const auto &[key, number, count, result, frames, length] : steps) {
-        const i32 got = key == put     ? host.put(pcm.data(), count, number)
+        const i32 got = key == give    ? host.put(pcm.data(), count, number)
                         : key == flush ? host.put(nullptr, count, number)
                                        : host.set(keys[key], number);
         EXPECT_EQ(got, result) << key << ' ' << number << " after " << output.frames.size();
