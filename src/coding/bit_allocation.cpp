@@ -72,15 +72,15 @@ struct pair {
 /// The greedy search over one frame.
 ///
 /// It grants the least mask-to-noise ratio first, so as long as bits last it grants, in some order,
-/// every step that starts from a ratio below some level.
+/// every step that starts from below some common ratio.
 class search {
   public:
     search(const coder_config &config, const smr_table &smr, int available, side_info &side) noexcept;
 
-    /// Grants in one go what the search would grant for certain: every step from below a level whose
-    /// steps all together are affordable.
-    /// @param hint  where to look for that level first; receives it
-    void grant_common_level(double &hint) noexcept;
+    /// Grants in one go what the search would grant for certain: every step from below a ratio, the
+    /// highest below which all steps together are affordable.
+    /// @param hint  where to look for that ratio first; receives it
+    void grant_common_ratio(double &hint) noexcept;
 
     /// Goes on step by step from there, exactly as the search would.
     void grant_step_by_step() noexcept;
@@ -150,15 +150,15 @@ void search::add_pair(int ch, int sb) noexcept {
     p.sb = static_cast<std::uint8_t>(sb);
 }
 
-void search::grant_common_level(double &hint) noexcept {
+void search::grant_common_ratio(double &hint) noexcept {
     const std::span pairs(pairs_, static_cast<std::size_t>(count_));
-    const auto cost_of = [&](double level) {
+    const auto cost_of = [&](double ratio) {
         int cost = 0;
         for (const pair &p : pairs)
-            cost += p.cost(p.steps_below(level));
+            cost += p.cost(p.steps_below(ratio));
         return cost;
     };
-    // Nothing starts below the least ratio without bits, so that level is affordable. The upper end is
+    // Nothing starts below the least ratio without bits, so that one is affordable. The upper end is
     // more than the finest quantizer's SNR; in Layer I the search ends where the first subband ends.
     double low = infinite;
     for (const pair &p : pairs)
@@ -168,10 +168,10 @@ void search::grant_common_level(double &hint) noexcept {
         const alloc_row &row = config_.table->row(0);
         high = std::min(high, (row.snr[row.last] - smr_[0][0]) + 1.0);
     }
-    // Trying a level costs about as much as three steps of the search; 1 dB apart, few are left.
+    // Trying a ratio costs about as much as three steps of the search; 1 dB apart, few are left.
     int spent = 0;
-    const auto ends = narrowed<double>({low, high}, hint, 1.0, 1.0, [&](double level) {
-        const int cost = cost_of(level);
+    const auto ends = narrowed<double>({low, high}, hint, 1.0, 1.0, [&](double ratio) {
+        const int cost = cost_of(ratio);
         const bool affordable = cost <= available_;
         if (affordable) spent = cost;
         return affordable;
@@ -218,7 +218,7 @@ bool search::grant_listed(double below) noexcept {
 }
 
 void search::grant_step_by_step() noexcept {
-    // The bits run out among the few pairs that start from just above the common level.
+    // The bits run out among the few pairs that start from just above the common ratio.
     list_open(high_, std::numeric_limits<int>::max());
     grant_listed(high_);
     // From then on, what is too dear stays so: bits only become fewer, and a step's price does not
@@ -263,7 +263,7 @@ void choose_joint_bound(const coder_config &config, const smr_table &smr, int fr
 int allocate_bits(const coder_config &config, const smr_table &smr, int frame_bits, side_info &side,
                   double &ratio_hint) noexcept {
     search greedy(config, smr, frame_bits - fixed_bits(config, side.joint_bound), side);
-    greedy.grant_common_level(ratio_hint);
+    greedy.grant_common_ratio(ratio_hint);
     greedy.grant_step_by_step();
     return greedy.available();
 }
