@@ -119,9 +119,10 @@ std::string child_process::last_words(std::string_view beside) const {
     std::string_view words(text.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     while (!words.empty()) {
         const auto end = words.find_last_of("\r\n");
-        const auto line = words.substr(end + 1);
+        const bool is_first = end == words.npos;
+        const auto line = is_first ? words : words.substr(end + 1);
         if (!line.empty() && line != beside) return printable(line);
-        words = words.substr(0, end == words.npos ? 0 : end);
+        words = words.substr(0, is_first ? 0 : end);
     }
     return "";
 }
