@@ -55,15 +55,26 @@ watchers() {
         [ "$(ps -o comm= -p "$pid")" != slurmstepd ] || printf '%s\n' "$pid"
     done
 }
+take_power() {
+    # The one that watches a task goes first: it must not live to tell that the task has failed.
+    # shellcheck disable=SC2046 # numbers
+    kill -9 $(watchers $(marked "$1")) $(marked "$1") $(descendants "$2") 2>/dev/null || true
+}
+# What was being started meanwhile goes as well: an encode that stands still would be waited for.
+is_dead() {
+    [ -z "$(marked "$1")" ] || {
+        take_power "$@"
+        false
+    }
+}
 has_streams() { [ -n "$(find "$1" -name '*.mp2')" ]; }
 kill_busy_node() {
     local finished
     until_true 60 is_busy "$1" || die "node 2 encodes nothing"
     until_true 60 has_streams "$3" || die "node 1 encodes nothing"
-    # The one that watches a task goes first: it must not live to tell that the task has failed.
-    # shellcheck disable=SC2046 # numbers
-    kill -9 $(watchers $(marked "$1")) $(marked "$1") $(descendants "$2") 2>/dev/null || true
+    take_power "$1" "$2"
     finished=$(find "$3" -name '*.mp2' 2>/dev/null | wc -l)
+    until_true 20 is_dead "$1" "$2" || die "node 2 lives on"
     [ "$finished" -lt "$files" ] || die "all was over before the node could be killed"
     say "killed node 2 after $finished of $files files"
 }
