@@ -18,7 +18,7 @@ std::size_t character_bytes(std::string_view text) {
     std::uint32_t code = ones == 0 ? first : first & 0xFFu >> (ones + 1);
     for (const char next : text.substr(1, bytes - 1)) {
         if ((next & 0xC0) != 0x80) return 0;
-        code = code << 6 | (next & 0x3Fu);
+        code = code << 6 | (static_cast<std::uint8_t>(next) & 0x3Fu);
     }
     const bool surrogate = code >= 0xD800 && code < 0xE000;
     return code < smallest.at(bytes) || code == 0x7F || surrogate || code > 0x10FFFF ? 0 : bytes;

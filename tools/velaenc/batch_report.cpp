@@ -26,8 +26,10 @@ void add_name(json &line, const std::string &field, const std::string &name) {
     if (json::parse(text_of(name)) == name) return;
     constexpr const char *digits = "0123456789abcdef";
     std::string bytes;
-    for (const unsigned char each : name)
-        (bytes += digits[each >> 4]) += digits[each & 15];
+    for (const char each : name) {
+        const auto byte = static_cast<unsigned char>(each);
+        (bytes += digits[byte >> 4]) += digits[byte & 15];
+    }
     line[field + "_hex"] = bytes;
 }
 
