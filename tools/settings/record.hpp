@@ -24,10 +24,13 @@ inline int kbit_of(const mpeg_a_settings &settings) noexcept {
     return mpeg_a_bitrates[settings.audio_layer - 1][settings.audio_bitrate];
 }
 
-/// Samples by which a decoder's output lags behind the encoder's input: the analysis and synthesis
-/// filterbanks, and in Layer I two blocks that the encoder looks ahead.
+/// Samples by which sound is late after the analysis and synthesis filterbanks.
+inline constexpr int filterbank_delay = 481;
+
+/// Samples by which a decoder's output lags behind the encoder's input: in Layer I the encoder looks two
+/// blocks ahead.
 constexpr int decoder_delay(int layer) noexcept {
-    return layer == 1 ? 545 : 481;
+    return layer == 1 ? filterbank_delay + 64 : filterbank_delay;
 }
 
 /// What was asked for in place of a preset's values. Empty: the preset's value, or what fits the sound.

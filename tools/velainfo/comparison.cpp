@@ -1,5 +1,6 @@
 #include "velainfo/comparison.hpp"
 
+#include "settings/record.hpp"
 #include "velainfo/alignment.hpp"
 #include "velainfo/decoded_source.hpp"
 #include "velainfo/frame_decoder.hpp"
@@ -100,7 +101,7 @@ class comparer {
         const channel_sound source = reader.read_channels(
             begin, static_cast<std::size_t>(skipped - begin + searched_window + searched_range));
         // What is decoded too is as late as the stream is.
-        const std::int64_t delay = source_from_.has_masks ? source_analysis::delay(layer_) : 0;
+        const std::int64_t delay = source_from_.has_masks ? decoder_delay(layer_) : 0;
         const alignment found =
             align(decoded, source, skipped - delay - begin, skipped - searched_range - begin,
                   skipped + searched_range - begin);
@@ -228,7 +229,8 @@ class comparer {
                 std::count_if(decoded.pcm[ch], decoded.pcm[ch] + decoded.samples,
                               [](float x) { return x >= 1.0F || x < -1.0F; }));
         const parsed_frame &f = decoded.frame;
-        const std::int64_t position = at + offset_ + source_analysis::delay(layer_);
+        // Where the encoder's frame begins in the source.
+        const std::int64_t position = at + offset_ + decoder_delay(layer_);
         if (decoded.is_frame && (f.layer != layer_ || f.rate != rate_ || f.channels() != channels_)) {
             ++total_.others;
         } else if (decoded.samples == samples_ && !lies_inside(position, decoded.number)) {

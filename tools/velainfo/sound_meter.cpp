@@ -1,5 +1,7 @@
 #include "velainfo/sound_meter.hpp"
 
+#include "settings/record.hpp"
+
 #include <algorithm>
 #include <cmath>
 
@@ -69,8 +71,7 @@ void sound_meter::hear(const float (&pcm)[2][32]) {
 
 /// Silence up to here, if there is any.
 void sound_meter::end_silence() {
-    // A decoder's sound is late by the filterbanks' delay.
-    constexpr double delay = 481;
+    constexpr double delay = filterbank_delay;
     const double begin = std::max(0.0, static_cast<double>(silent_since_) - delay) / rate_,
                  seconds = std::max(0.0, static_cast<double>(samples_) - delay) / rate_ - begin;
     if (seconds > report_.longest_silence) {

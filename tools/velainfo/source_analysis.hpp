@@ -12,10 +12,6 @@ class source_analysis {
     source_analysis(int layer, int channels, int rate, bool has_model);
     ~source_analysis();
 
-    /// Source sample at which the encoder's first frame begins, less the source sample that decoded sample
-    /// 0 is like: analysis and synthesis delay by 481, and in Layer I the encoder looks 64 back.
-    static int delay(int layer) { return layer == 1 ? 481 + 64 : 481; }
-
     /// @param pcm       interleaved, full scale 1.0, of one frame
     /// @param subbands  [channel][step][subband]
     /// @param smr       dB; left alone without a model
