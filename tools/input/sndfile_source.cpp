@@ -171,6 +171,7 @@ sndfile_source::sndfile_source(input_file input, length_rule rule, other_reader 
         length_ = static_cast<std::uint64_t>(info.frames);
     seeks_exactly_ = length_ && seeks_exactly(info);
     exact_length_ = (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;
+    is_ogg_ = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
     const std::size_t instants = block_bytes / shape_.instant_bytes();
     buffer_.resize(instants * shape_.instant_bytes());
     if (shape_.format == sample_format::s24)
@@ -198,8 +199,13 @@ std::span<const std::byte> sndfile_source::next_block() {
     if (rest_) return next_of_rest();
     const auto instants = static_cast<std::uint64_t>(read_instants());
     if (read_error_) std::rethrow_exception(read_error_);
-    if (error_ == SF_ERR_NO_ERROR) error_ = sf_error(file_.get()); // the next read forgets it
-    if (instants == 0 && goes_on_elsewhere()) return next_of_rest();
+    const int error = sf_error(file_.get()); // the next read forgets it
+    if (error_ == SF_ERR_NO_ERROR) {
+        // Behind its first error it leaves out packets; where pages have proven whole, that is its own fault.
+        if ((error == SF_ERR_NO_ERROR ? instants == 0 : is_ogg_) && goes_on_elsewhere())
+            return next_of_rest();
+        error_ = error;
+    }
     if (instants == 0 || (strict_ && error_ != SF_ERR_NO_ERROR)) check_end();
     handed_out_ += instants;
     const auto block =
@@ -278,7 +284,8 @@ bool sndfile_source::ends_early() const noexcept {
 // differ by much less than that.
 bool sndfile_source::is_known_elsewhere() {
     const auto there = other_(handed_out_ - tail_.size() / shape_.instant_bytes(), why_not_);
-    if (!there || there->shape().format != shape_.format || there->shape().channels != shape_.channels)
+    if (!there || there->shape().format != shape_.format || there->shape().channels != shape_.channels
+        || there->shape().rate != shape_.rate)
         return false;
     std::vector<float> x, y, more;
     load_samples(tail_, shape_.format, x);
@@ -296,12 +303,12 @@ bool sndfile_source::is_known_elsewhere() {
 }
 
 bool sndfile_source::goes_on_elsewhere() {
-    if (error_ != SF_ERR_NO_ERROR || !ends_early() || rule_ == length_rule::ignored || !other_
-        || shape_.format != sample_format::f32 || !is_known_elsewhere())
+    if (!ends_early() || rule_ == length_rule::ignored || !other_ || shape_.format != sample_format::f32
+        || !is_known_elsewhere())
         return false;
     rest_ = other_(handed_out_, why_not_);
     if (!rest_) return false;
-    input_.note("ends for libsndfile at sample " + std::to_string(handed_out_) + " of "
+    input_.note("is read by libsndfile up to sample " + std::to_string(handed_out_) + " of "
                 + std::to_string(*length_) + "; ffmpeg reads the rest");
     return true;
 }

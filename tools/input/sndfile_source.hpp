@@ -27,8 +27,9 @@ class sndfile_source final : public pcm_source {
         std::function<std::unique_ptr<pcm_source>(std::uint64_t from, std::string &why_not)>;
 
     /// @param input  seekable
-    /// @param other  asked where libsndfile ends before the length that the file has, without an error: an Ogg
-    ///               stream may go on behind a page that calls itself the last one
+    /// @param other  asked where libsndfile ends before the length that the file has, or finds an error, in an
+    ///               Ogg stream, which may go on behind a page that calls itself the last one, and whose pages
+    ///               may count more or fewer samples than their packets have
     /// @throws failure, unknown_format
     sndfile_source(input_file input, length_rule rule, other_reader other = nullptr);
 
@@ -66,6 +67,7 @@ class sndfile_source final : public pcm_source {
     std::optional<std::uint64_t> length_;
     length_rule rule_;
     bool exact_length_ = true; ///< the length is more than an estimate
+    bool is_ogg_ = false;      ///< whose pages were checked, so that no error is damage in them
     int error_ = 0;            ///< libsndfile's first one
     bool seeks_exactly_ = false;
     bool strict_ = false; ///< an error ends the reading at once
