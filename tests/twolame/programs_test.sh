@@ -140,7 +140,7 @@ launcher_test() {
         [ "$result" = "$status" ] || die "${arguments[*]}: $result: $(cat "$work/log")"
     done <<ROWS
 0|^$build/lib/vela-twolame\$|-u LD_LIBRARY_PATH $build/bin/vela-twolame printenv LD_LIBRARY_PATH
-0|^$build/lib/vela-twolame:/there\$|LD_LIBRARY_PATH=/there $build/bin/vela-twolame printenv LD_LIBRARY_PATH
+0|^$build/lib/vela-twolame:/there\$|LD_LIBRARY_PATH=/there $build/bin/vela-twolame -- printenv LD_LIBRARY_PATH
 0|Usage: vela-twolame|$build/bin/vela-twolame --help
 1|PROGRAM is required|$build/bin/vela-twolame
 1|--no is no option|$build/bin/vela-twolame --no
