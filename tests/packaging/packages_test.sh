@@ -72,6 +72,9 @@ done
 for holder in 'University of Cincinnati' 'Niels Lohmann'; do
     grep -q "$holder" "$work/all/usr/share/doc/velaenc/copyright" || die "the tools contain code of $holder and do not say so"
 done
+while IFS=: read -r file link; do
+    [ -e "${file%/*}/$link" ] || die "$file links to $link, which is not beside it"
+done < <(grep -roP --include='*.md' '\]\(\K(?!https:|#)[^)]+' "$work/all/usr/share/doc")
 closed=$(find "$work/all" -mindepth 1 -type d -not -perm 755)
 [ -z "$closed" ] || die "not everybody may look into $closed"
 
