@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     expect(::write(file, data, size) == static_cast<ssize_t>(size), "no room");
     ::lseek(file, 0, SEEK_SET);
     try {
-        tools::stream_input input("/proc/self/fd/" + std::to_string(file));
+        tools::stream_input input(tools::stream_name("/proc/self/fd/" + std::to_string(file)));
         report_on(input, size);
     } catch (const tools::failure &refused) { // no stream at all
         expect(refused.code() == tools::exit_code::input && *refused.what() != '\0',

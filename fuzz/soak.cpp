@@ -58,6 +58,7 @@ class voice {
         }
         auto &frames = by_engine_ ? pushed_.frames : lent_.frames;
         std::vector<bool> padding;
+        padding.reserve(frames.size());
         for (const delivered_frame &frame : frames)
             padding.push_back(judge(frame));
         // The first segment has nothing before it, all others have the segment itself.

@@ -10,7 +10,8 @@ frame_source::frame_source(const mpeg_a_settings &settings, int sample_bytes, in
                            sound_shift shift)
     : bufstream{}, shift_(shift), block_{},
       encoder_(mpegOutAudioNew(nullptr, &settings, 0, sample_bytes, rate)) {
-    const auto bytes = static_cast<std::size_t>(tools::channels_of(settings) * sample_bytes);
+    const auto bytes =
+        static_cast<std::size_t>(tools::channels_of(settings)) * static_cast<std::size_t>(sample_bytes);
     frame_input_ = bytes * static_cast<std::size_t>(tools::samples_of_frame(settings));
     delay_input_ = bytes * static_cast<std::size_t>(tools::decoder_delay(settings.audio_layer));
     request = lend;

@@ -16,6 +16,7 @@ GType enum_type(const char *type, std::span<const tools::named_value> names,
     if (automatic != nullptr) *next++ = *automatic;
     for (const auto &[name, value, text] : names)
         *next++ = {value, text, name};
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): they are kept, as said above
     return g_enum_register_static(type, values);
 }
 

@@ -46,7 +46,7 @@ using namespace vela_twolame;
 /// A pair of functions over a field.
 #define VELA_PAIR(NAME, TYPE, FIELD, IS_RIGHT)                                                         \
     int twolame_set_##NAME(twolame_options *glopts, TYPE value) {                                      \
-        if (glopts == nullptr || !IS_RIGHT(value)) return -1;                                          \
+        if (glopts == nullptr || !(IS_RIGHT)(value)) return -1;                                        \
         glopts->wishes.FIELD = value;                                                                  \
         return 0;                                                                                      \
     }                                                                                                  \

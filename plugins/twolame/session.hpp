@@ -39,7 +39,7 @@ class session : private bufstream {
     int take(unsigned char *room, int size);
 
   private:
-    session(const sound_shape &shape);
+    explicit session(const sound_shape &shape);
     static uint8_t *lend(bufstream *self, uint32_t n);
     static uint32_t accept(bufstream *self, uint32_t n);
 

@@ -4,12 +4,14 @@
 #include "analysis/filterbank_kernel.hpp"
 #include "analysis/pcm_kernel.hpp"
 
+#include <algorithm>
+
 namespace vela::VELA_LEVEL {
 
 extern const analysis_kernels analysis_table;
 
 /// A part's twelve time steps are three groups of four lanes.
-using step_lanes = lane_type<(VELA_LANES < 4 ? VELA_LANES : 4)>;
+using step_lanes = lane_type<std::min(VELA_LANES, 4)>;
 
 const analysis_kernels analysis_table{
     .s16 = kernels_for<pcm_s16>,

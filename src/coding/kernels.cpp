@@ -7,11 +7,13 @@
 #include "coding/tuned_scale_kernels.hpp"
 #include "coding/tuned_search_kernels.hpp"
 
+#include <algorithm>
+
 namespace vela::VELA_LEVEL {
 
 using V = lane_type<VELA_LANES>;
 /// Subbands that are shared begin at any multiple of four.
-using grouped_lanes = lane_type<(VELA_LANES < 4 ? VELA_LANES : 4)>;
+using grouped_lanes = lane_type<std::min(VELA_LANES, 4)>;
 
 extern const coding_kernels coding_table;
 const coding_kernels coding_table{

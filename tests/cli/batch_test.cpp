@@ -17,7 +17,7 @@ class batch_test : public workbench {
         for (const std::string name : {"in/one.wav", "in/a/two.wav", "in/a/b/three", "in/a/b/four.wav"})
             put(name, wav(pcm(noise(9600, ++seed)), 2, 48000));
         put("in/a/empty", "");
-        put("in/a/letter", "\xFF\xFEL\0e\0t\0"); // begins as a frame might
+        put("in/a/letter", std::string("\xFF\xFEL\0e\0t\0", 8)); // begins as a frame might
         shell("ln -s a in/link; ln -s nowhere in/dangling; "
               "touch -d '1 hour ago' $(find in -type f)");
     }

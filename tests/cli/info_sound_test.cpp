@@ -169,8 +169,9 @@ TEST_F(info_test, the_source_is_found_at_its_place_and_its_figures_are_those_of_
     std::uint64_t frames = 0;
     double worst = -1e9, ratio = 0, energy[2] = {};
     const auto x = get("x.mp2");
+    const tools::stream_name stream(path("x.mp2"));
     const auto totals = tools::compare_with_source(
-        path("x.mp2"), report_of({x.begin(), x.end()}), path("source.wav"), [&](const auto &frame) {
+        stream, report_of({x.begin(), x.end()}), path("source.wav"), [&](const auto &frame) {
             ++frames;
             for (int i = 0; i < 64; ++i) {
                 const int ch = i / 32, sb = i % 32;

@@ -317,8 +317,8 @@ TEST(element, passes_on_what_downstream_answers_and_loses_no_more_than_the_buffe
             EXPECT_EQ(on.push(pcm, i * 60 * GST_MSECOND), hit ? end.answer : GST_FLOW_OK)
                 << at << ' ' << i;
             if (at > 0)
-                expected.insert(expected.end(), calm.begin() + before,
-                                calm.begin() + (hit ? refused - 1 : completed[i]));
+                expected.insert(expected.end(), calm.data() + before,
+                                calm.data() + (hit ? refused - 1 : completed[i]));
             before = completed[i];
         }
         gst_harness_push_event(on.harness.get(), gst_event_new_eos());

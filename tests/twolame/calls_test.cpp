@@ -24,8 +24,8 @@ extern "C" void *__libc_realloc(void *old, std::size_t size);
 extern "C" __attribute__((visibility("default"))) void *malloc(std::size_t size) {
     return allocations_left-- > 0 ? __libc_malloc(size) : nullptr;
 }
-extern "C" __attribute__((visibility("default"))) void *realloc(void *old, std::size_t size) {
-    return allocations_left-- > 0 ? __libc_realloc(old, size) : nullptr;
+extern "C" __attribute__((visibility("default"))) void *realloc(void *ptr, std::size_t size) {
+    return allocations_left-- > 0 ? __libc_realloc(ptr, size) : nullptr;
 }
 #endif
 
@@ -114,7 +114,8 @@ bytes encoded(twolame_options *h, const std::vector<Sample> &left, const std::ve
     const int got = planes(h, &left[begin], right.empty() ? nullptr : &right[begin],
                            static_cast<int>(left.size()) - begin, out.data(), 30000);
     EXPECT_GE(got, 0);
-    out.resize(static_cast<std::size_t>(got + twolame_encode_flush(h, out.data() + got, 30000 - got)));
+    out.resize(static_cast<std::size_t>(got)
+               + static_cast<std::size_t>(twolame_encode_flush(h, out.data() + got, 30000 - got)));
     return out;
 }
 

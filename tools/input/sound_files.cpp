@@ -27,7 +27,7 @@ constexpr std::array<std::string_view, 45> extensions{
 struct beginning {
     std::string_view text;
     std::size_t second_at = 0;
-    std::string_view second = "";
+    std::string_view second{};
 };
 
 constexpr std::array<beginning, 14> beginnings{{{"RIFF", 8, "WAVE"},

@@ -81,7 +81,8 @@ void add_part(CLI::App &app, sound_options &wanted) {
 
 /// A level in dB of some kind, within bounds.
 CLI::Option *add_level(CLI::App &app, const std::string &option, const std::string &type, double lowest,
-                       double highest, const std::string &help, std::function<void(double)> store) {
+                       double highest, const std::string &help,
+                       const std::function<void(double)> &store) {
     const auto check = [=](const std::string &text) {
         const bool plus = text.starts_with('+') && !text.starts_with("+-");
         const auto level = number_in<double>(std::string_view(text).substr(plus ? 1 : 0));

@@ -56,9 +56,9 @@ std::vector<std::string> copy_command(const std::string &file, const std::string
 std::vector<stream_name> streams_of(const std::string &path) {
     std::vector<stream_name> found;
     try {
-        if (path == "-") return {path};
+        if (path == "-") return {stream_name(path)};
         const input_file file = open_input(path);
-        if (!file.seekable() || !is_container(file)) return {path};
+        if (!file.seekable() || !is_container(file)) return {stream_name(path)};
         const std::vector<std::string> words{"ffprobe",
                                              "-v",
                                              "error",
@@ -80,15 +80,16 @@ std::vector<stream_name> streams_of(const std::string &path) {
             fields >> track >> comma >> codec;
             const bool is_known =
                 std::ranges::any_of(found, [&](const stream_name &s) { return s.track == track; });
-            const bool is_ours = codec.starts_with("mp1") || codec.starts_with("mp2")
-                                 || (codec.starts_with("mp3") && holds_frames({path, track}));
+            const bool is_ours =
+                codec.starts_with("mp1") || codec.starts_with("mp2")
+                || (codec.starts_with("mp3") && holds_frames(stream_name(path, track)));
             if (is_ours && !is_known) found.emplace_back(path, track);
         }
         child.wait();
     } catch (const failure &) {
     } catch (const std::system_error &) { // no ffprobe
     }
-    return found.empty() ? std::vector<stream_name>{path} : found;
+    return found.empty() ? std::vector{stream_name(path)} : found;
 }
 
 } // namespace tools

@@ -11,7 +11,7 @@ struct stream_name {
     std::string path; ///< "-" is standard input
     int track = -1;   ///< as ffmpeg counts; -1: the file itself
 
-    stream_name(std::string file, int number = -1) : path(std::move(file)), track(number) {}
+    explicit stream_name(std::string file, int number = -1) : path(std::move(file)), track(number) {}
 };
 
 /// Every track of MPEG audio, Layer I or II, where the file is a container that ffprobe can tell; the file

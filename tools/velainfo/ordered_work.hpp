@@ -14,6 +14,22 @@
 
 namespace tools {
 
+/// A result, or why there is none.
+template <class Result>
+struct outcome {
+    std::optional<Result> result;
+    std::exception_ptr error;
+
+    template <class Work, class Name>
+    static outcome of(Work &work, const Name &name) {
+        try {
+            return {work(name), nullptr};
+        } catch (...) {
+            return {std::nullopt, std::current_exception()};
+        }
+    }
+};
+
 /// @param threads  0: one for every processor
 /// @param work     makes a Result of a name; called by several threads at once
 /// @param take     gets the results; called by this thread only
@@ -27,13 +43,9 @@ void in_order(const std::vector<Name> &names, unsigned threads, Work work, Take 
             take(work(name));
         return;
     }
-    struct outcome {
-        std::optional<Result> result;
-        std::exception_ptr error;
-    };
     std::mutex mutex;
     std::condition_variable changed;
-    std::map<std::size_t, outcome> finished;
+    std::map<std::size_t, outcome<Result>> finished;
     std::size_t next = 0, taken = 0;
     bool stop = false;
     // Results that wait for an earlier one must not pile up.
@@ -46,12 +58,7 @@ void in_order(const std::vector<Name> &names, unsigned threads, Work work, Take 
             if (stop || next >= names.size()) return;
             const std::size_t mine = next++;
             lock.unlock();
-            outcome done;
-            try {
-                done.result.emplace(work(names[mine]));
-            } catch (...) {
-                done.error = std::current_exception();
-            }
+            auto done = outcome<Result>::of(work, names[mine]);
             lock.lock();
             finished.emplace(mine, std::move(done));
             changed.notify_all();
@@ -76,7 +83,7 @@ void in_order(const std::vector<Name> &names, unsigned threads, Work work, Take 
     for (std::size_t i = 0; i < names.size(); ++i) {
         std::unique_lock lock(mutex);
         changed.wait(lock, [&] { return finished.contains(i); });
-        outcome done = std::move(finished.at(i));
+        outcome<Result> done = std::move(finished.at(i));
         finished.erase(i);
         ++taken;
         changed.notify_all();

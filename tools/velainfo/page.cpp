@@ -153,6 +153,28 @@ std::string escaped(std::string text) {
     return text;
 }
 
+/// What the page says of a stream beside its pictures.
+nlohmann::ordered_json head_of(const stream_report &r, const std::string &text) {
+    nlohmann::ordered_json events = nlohmann::ordered_json::array();
+    for (const stream_event &event : r.events)
+        events.push_back(
+            {{"seconds", event.seconds}, {"damage", event.is_damage}, {"text", event.text}});
+    nlohmann::ordered_json violations = nlohmann::ordered_json::array();
+    for (const violation &broken : r.violations)
+        violations.push_back({{"seconds", broken.seconds}, {"text", broken.text}});
+    return {{"name", r.name},
+            {"text", text},
+            {"frames", r.frames},
+            {"seconds", r.seconds()},
+            {"frame_seconds", r.seconds() / static_cast<double>(r.frames)},
+            {"rate", r.usual(stream_report::rate)},
+            {"channels", r.channels},
+            {"damage_count", r.damage_count},
+            {"damaged_frames", r.damaged_frames},
+            {"violations", violations},
+            {"events", events}};
+}
+
 } // namespace
 
 stream_pictures::stream_pictures() : stream_(stream_panels()) {
@@ -263,29 +285,10 @@ std::string page::html() {
     std::string streams(1, '['), names, texts;
     for (const entry &e : entries_) {
         const stream_report &r = e.report;
-        nlohmann::ordered_json events = nlohmann::ordered_json::array();
-        for (const stream_event &event : r.events)
-            events.push_back(
-                {{"seconds", event.seconds}, {"damage", event.is_damage}, {"text", event.text}});
         names += (names.empty() ? "" : ", ") + printable(r.name);
         texts += e.text + '\n';
-        nlohmann::ordered_json violations = nlohmann::ordered_json::array();
-        for (const violation &broken : r.violations)
-            violations.push_back({{"seconds", broken.seconds}, {"text", broken.text}});
-        const nlohmann::ordered_json head{
-            {"name", r.name},
-            {"text", e.text},
-            {"frames", r.frames},
-            {"seconds", r.seconds()},
-            {"frame_seconds", r.seconds() / static_cast<double>(r.frames)},
-            {"rate", r.usual(stream_report::rate)},
-            {"channels", r.channels},
-            {"damage_count", r.damage_count},
-            {"damaged_frames", r.damaged_frames},
-            {"violations", violations},
-            {"events", events}};
         std::string object =
-            head.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+            head_of(r, e.text).dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
         object.back() = ',';
         object += "\"panels\":[";
         const stream_pictures &p = e.pictures;

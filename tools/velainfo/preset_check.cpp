@@ -69,7 +69,9 @@ std::vector<violation> check_preset(const stream_report &report, int preset) {
         find_violations(settings, preset, header[field::rate],
                         [&, &where = use](const std::string &text) { tell(where, text); });
         const std::string first = kind_of(headers.front().first), now = kind_of(header);
-        if (now != first) tell(use, "The stream changes from " + first + " to " + now + '.');
+        if (now != first)
+            tell(use, std::string("The stream changes from ").append(first).append(" to ").append(now)
+                          + '.');
     }
     return violations;
 }
