@@ -165,6 +165,7 @@ TEST_F(batch_test, what_stops_a_batch_and_what_does_not) {
     batch("in/one.wav --report /dev/full", 3, "report /dev/full: No space");
     batch("in/one.wav --report in/one.wav", 3, "in/one.wav is no report");
     batch("in/one.wav --report json", 3, "json is no report");
+    run("velaenc --output-dir out in/one.wav --report lines 2>&-; grep -v '^{' lines", 1);
     batch("-r none", 2, "none has no sound file below it");
     batch("--files-from none", 2);
     batch("in/one.wav", 0, "1 file: 1 encoded, 0 failed; ");

@@ -222,9 +222,13 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
     }
     std::array<std::byte, 8> header{};
     const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
-    if (rule != length_rule::ignored || read_at(input, behind, header) < header.size()
-        || begins_chunk(header))
+    if (read_at(input, behind, header) < header.size() || begins_chunk(header)) return sound.bytes;
+    if (rule != length_rule::ignored) {
+        input.note("has " + std::to_string(input.size() - behind)
+                   + " bytes behind its sound that are no chunk and are left out; --ignore-length takes"
+                     " them for sound");
         return sound.bytes;
+    }
     input.note("goes on where its header ends it; all of it is encoded");
     return there;
 }

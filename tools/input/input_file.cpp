@@ -28,9 +28,10 @@ namespace {
 
 void report_incomplete(const input_file &input, const std::string &text, length_rule rule) {
     if (rule == length_rule::promise)
-        throw failure(exit_code::input,
-                      input.name + ' ' + text
-                          + "; the complete file is needed, or --ignore-length for what is there");
+        throw failure(
+            exit_code::input,
+            input.name + ' ' + text
+                + "; the complete file is needed, or velaenc --ignore-length for what is there");
     input.note(text);
 }
 

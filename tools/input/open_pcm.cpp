@@ -86,7 +86,7 @@ std::optional<chunk> plain_sound(const fetch_function &fetch, std::optional<pcm_
 
 constexpr const char *advice =
     "An audio file is needed (WAV, W64, RF64, AIFF, FLAC, Ogg, ...); for headerless"
-    " PCM give --raw";
+    " PCM there is velaenc --raw";
 
 /// @param reason  why nobody here reads it
 std::unique_ptr<pcm_source> ask_ffmpeg(input_file input, const input_wishes &wishes, length_rule rule,
@@ -148,6 +148,9 @@ std::unique_ptr<pcm_source> open_file(input_file input, const input_wishes &wish
     if (wishes.stream > 1) return decode(std::move(input), wishes, rule);
     if (const auto sound = plain_sound(fetch_from(input), shape)) {
         const std::uint64_t bytes = sound_bytes(input, *sound, rule);
+        if (const std::uint64_t rest = bytes % shape->instant_bytes())
+            input.note("ends inside a sample: the last " + std::to_string(rest) + " of "
+                       + std::to_string(shape->instant_bytes()) + " bytes are dropped");
         move_in(input, static_cast<off_t>(sound->offset), SEEK_SET);
         return std::make_unique<stream_source>(std::move(input), *shape, std::span<const std::byte>{},
                                                bytes - bytes % shape->instant_bytes(),
@@ -205,8 +208,8 @@ std::unique_ptr<pcm_source> open_pcm(input_file input, const input_wishes &wishe
                              : input.seekable()   ? length_rule::promise
                                                   : length_rule::hint;
     if (wishes.raw) return open_raw(std::move(input), *wishes.raw, rule);
-    return input.seekable() ? open_file(std::move(input), wishes, rule)
-                            : open_pipe(std::move(input), wishes, rule);
+    if (input.seekable()) return open_file(std::move(input), wishes, rule);
+    return open_pipe(std::move(input), wishes, rule);
 }
 
 std::unique_ptr<pcm_source> open_streamed_wav(input_file pipe) {

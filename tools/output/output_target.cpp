@@ -145,6 +145,14 @@ void look_again(output_target &target, const struct stat &input, const output_ru
     if (S_ISREG(present.st_mode)) check_replaceable(target, rules);
 }
 
+void occupy_closed_descriptors() {
+    // For reading only: what is written to it fails as it would without.
+    for (int opened = 0; opened >= 0 && opened <= STDERR_FILENO;) {
+        opened = ::open("/dev/null", O_RDONLY); // NOLINT(android-cloexec-open): children need them too
+        if (opened > STDERR_FILENO) ::close(opened);
+    }
+}
+
 std::string explain_errno(int error) {
     std::string reason = std::strerror(error);
     switch (error) {

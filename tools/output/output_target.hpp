@@ -56,6 +56,9 @@ output_target find_target(const std::string &path, const struct stat &input, con
 /// @throws failure  when it must not be replaced
 void look_again(output_target &target, const struct stat &input, const output_rules &rules);
 
+/// Descriptors 0 to 2 that are closed become ones that fail, so that no file is opened in their place.
+void occupy_closed_descriptors();
+
 /// What is wrong, and what would help.
 std::string explain_errno(int error);
 

@@ -1,6 +1,7 @@
 #include "velaenc/loudness_goal.hpp"
 
 #include "common/counted.hpp"
+#include "common/failure.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -13,7 +14,8 @@ namespace {
 constexpr double gain_steps = 100;
 
 std::string level_text(const std::optional<double> &value, const char *unit) {
-    return value ? formatted("%.1f ", *value) + unit : "none";
+    if (!value) return "none";
+    return std::isfinite(*value) ? formatted("%.1f ", *value) + unit : "beyond measure";
 }
 
 } // namespace
@@ -21,6 +23,11 @@ std::string level_text(const std::optional<double> &value, const char *unit) {
 programme_loudness reach_goal(const loudness_figures &input, const sound_options &wanted) {
     programme_loudness reached{input};
     if (!wanted.loudness || !input.integrated) return reached;
+    if (!std::isfinite(*input.integrated) || !std::isfinite(input.true_peak.value_or(0)))
+        throw failure(
+            exit_code::input,
+            "the input has samples that are infinite or far beyond any scale, so that its loudness"
+            " cannot be measured; repair them, or leave --loudness out");
     reached.gain_db = std::round((*wanted.loudness - *input.integrated) * gain_steps) / gain_steps;
     const double most =
         std::floor((wanted.true_peak - input.true_peak.value_or(wanted.true_peak)) * gain_steps)

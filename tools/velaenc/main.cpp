@@ -4,6 +4,7 @@
 #include "common/failure.hpp"
 #include "common/printable.hpp"
 #include "jobs/progress.hpp"
+#include "output/output_target.hpp"
 #include "output/unfinished_files.hpp"
 #include "settings/record.hpp"
 #include "velaenc/batch.hpp"
@@ -86,6 +87,7 @@ exit_code run_safely(int argc, char **argv) {
 } // namespace tools
 
 int main(int argc, char **argv) {
+    tools::occupy_closed_descriptors();
     tools::catch_signals();
     // What one file of a batch has used serves the next one: pages given back and asked for again cost two
     // threads more than encoding does.

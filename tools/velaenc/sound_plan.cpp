@@ -170,8 +170,13 @@ std::uint64_t samples_before(const options &wanted, int rate) {
 std::string clip_text(const clip_count &clipped) {
     // Rounded up, so that the gain is enough.
     const double excess = std::ceil(200 * std::log10(clipped.peak)) / 10;
-    const std::string lie = clipped.samples == 1 ? " lies" : " lie";
-    return counted(clipped.samples, "sample") + lie + " beyond full scale, by up to " + decibels(excess)
+    const std::string text =
+        counted(clipped.samples, "sample") + (clipped.samples == 1 ? " lies" : " lie");
+    if (!std::isfinite(excess))
+        return text
+               + " beyond full scale, and some are infinite or no numbers; players make noise or"
+                 " silence of those";
+    return text + " beyond full scale, by up to " + decibels(excess)
            + "; players will clip them, unless --gain lowers all by as much";
 }
 

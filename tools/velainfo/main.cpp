@@ -2,10 +2,10 @@
 
 #include "common/failure.hpp"
 #include "common/printable.hpp"
+#include "output/output_target.hpp"
 #include "output/unfinished_files.hpp"
 #include "velainfo/inspect.hpp"
 #include "velainfo/options.hpp"
-#include "velainfo/standard_output.hpp"
 
 #include <cstdio>
 #include <new>

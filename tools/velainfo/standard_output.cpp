@@ -4,18 +4,9 @@
 #include "output/output_target.hpp"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace tools {
-
-void occupy_closed_descriptors() {
-    // For reading only: what is written to it fails as it would without.
-    for (int opened = 0; opened >= 0 && opened <= STDERR_FILENO;) {
-        opened = ::open("/dev/null", O_RDONLY); // NOLINT(android-cloexec-open): children need them too
-        if (opened > STDERR_FILENO) ::close(opened);
-    }
-}
 
 void standard_output::print(std::string_view text) {
     constexpr std::size_t piece = 1 << 16;

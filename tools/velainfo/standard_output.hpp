@@ -6,9 +6,6 @@
 
 namespace tools {
 
-/// Descriptors 0 to 2 that are closed become ones that fail, so that no file is opened in their place.
-void occupy_closed_descriptors();
-
 /// Standard output, gathered into large pieces.
 class standard_output {
   public:
