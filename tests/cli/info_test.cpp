@@ -365,6 +365,7 @@ TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_
           "--diff -r dvd.mp2 low.mp2"})
         run(std::string("velainfo ") + wrong, 1);
     run("velainfo dvd.mp2 none.mp2", 2);
+    run("velainfo dvd.mp2 --files-from .", 2, "cannot read the list");
     run("velainfo --diff dvd.mp2 none.mp2", 2, "cannot read none.mp2");
     // The last one counts, and 23 frames are 15456 bytes in 0.552 s, a quotient that is no whole number in binary.
     run("velainfo --preset vcd --preset dvd dvd.mp2 && cat dvd.mp2 dvd.mp2 | head -c 15456 >some.mp2");

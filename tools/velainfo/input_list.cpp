@@ -51,10 +51,11 @@ std::vector<std::string> list_inputs(const info_options &wanted) {
     for (const std::string &list : wanted.lists) {
         std::ifstream file;
         if (list != "-") file.open(list);
-        if (!file) throw failure(exit_code::input, "cannot read the list " + list);
         std::istream &lines = list == "-" ? std::cin : file;
         for (std::string name; std::getline(lines, name);)
             if (!name.empty()) names.push_back(name);
+        if (!lines.eof() || lines.bad())
+            throw failure(exit_code::input, "cannot read the list " + list);
     }
     for (const std::string &name : names) {
         if (wanted.recursive && fs::is_directory(name))
