@@ -145,8 +145,7 @@ std::shared_ptr<part_data> make_part(numbers kind, unsigned seed, int layer) {
     data->first = 4 * numbers.below(4);
     for (int sb = 0; sb < 32; ++sb) {
         const alloc_row &row = layer == 1 ? alloc_rows::layer1 : table_b2b.row(sb % 30);
-        const quantizer &q =
-            row.quantizers[static_cast<unsigned>(numbers.below(static_cast<int>(row.last) + 1))];
+        const quantizer &q = row.quantizers[numbers.below(row.last + 1)];
         data->quantizers.inverse_scalefactor[sb] = std::exp2(numbers.below(3) / 3.0);
         data->quantizers.a[sb] = q.a;
         data->quantizers.b[sb] = q.b;
@@ -289,7 +288,7 @@ kernel_run pack(level which, numbers kind, unsigned seed) {
     source numbers(kind, seed);
     for (int i = 0; i < 60; ++i) {
         const alloc_row &row = layer == 1 ? alloc_rows::layer1 : table_b2b.row(i / 2);
-        const auto step = static_cast<unsigned>(numbers.below(static_cast<int>(row.last) + 1));
+        const int step = numbers.below(row.last + 1);
         if (step == 0) continue;
         std::int32_t *const first = &data->codes[i % 2][0][0][i / 2];
         for (int j = 0; j < 36; ++j)

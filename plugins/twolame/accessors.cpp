@@ -51,7 +51,7 @@ using namespace vela_twolame;
         return 0;                                                                                      \
     }                                                                                                  \
     TYPE twolame_get_##NAME(twolame_options *glopts) {                                                 \
-        return glopts != nullptr ? glopts->wishes.FIELD : TYPE{};                                      \
+        return glopts != nullptr ? glopts->wishes.FIELD : decltype(glopts->wishes.FIELD){};            \
     }
 
 VELA_PAIR(verbosity, int, verbosity, is_verbosity)
