@@ -46,6 +46,27 @@ class info_test : public workbench {
         }
     }
 
+    /// A text with values of JSON in the places of "{pointer format}"; of a list they fill rows of sixteen.
+    static std::string filled_in(std::string text, const nlohmann::json &said) {
+        for (auto at = text.find('{'); at != text.npos; at = text.find('{', at)) {
+            const auto blank = text.find(' ', at), end = text.find('}', at);
+            const auto &found =
+                said.at(nlohmann::json::json_pointer(text.substr(at + 1, blank - at - 1)));
+            const std::string format = text.substr(blank + 1, end - blank - 1);
+            std::string values;
+            for (std::size_t i = 0; i < std::max<std::size_t>(found.size(), 1); ++i) {
+                char number[32] = "";
+                const auto &value = found.is_array() ? found[i] : found;
+                if (value.is_number())
+                    std::snprintf(number, sizeof number, format.c_str(), value.get<double>());
+                values += (i == 16 ? "\n" + std::string(16, ' ') : "")
+                          + (value.is_string() ? value.get<std::string>() : number);
+            }
+            text.replace(at, end + 1 - at, values);
+        }
+        return text;
+    }
+
   private:
     /// As much of JSON Schema as docs/velainfo.schema.json uses.
     static bool conforms(const nlohmann::json &value, const nlohmann::json &schema) {

@@ -114,7 +114,7 @@ std::string subband_row(const char *label, const double (&values)[32], int count
     std::string text;
     for (int sb = 0; sb < count; ++sb)
         text +=
-            format("%5.1f", values[sb]) + (sb == 15 && count > 16 ? "\n" + std::string(16, ' ') : "");
+            format("%6.1f", values[sb]) + (sb == 15 && count > 16 ? "\n" + std::string(16, ' ') : "");
     return row(label, text);
 }
 
