@@ -1,64 +1,83 @@
 // The page of pictures in a browser: drawn, hovered over, zoomed, in both colour schemes and at two sizes.
-#include "workbench.hpp"
+#include "info_workbench.hpp"
 
-#include <nlohmann/json.hpp>
+#include <map>
+#include <sstream>
 
 namespace velaenc_test {
 namespace {
 
-/// Put into a copy of the page: count errors from the start; play the user and tell what came of it.
-constexpr const char *watch = R"(<script>
-const errors = [];
-addEventListener('error', e => errors.push(e.message));
-console.error = (...words) => errors.push(words.join(' '));
-</script>)";
-constexpr const char *play = R"(<script>
-const colours = plot => {
-  const {width, height} = plot.canvas, pixels = plot.canvas.getContext('2d').getImageData(0, 0, width, height).data;
-  return new Set(new Uint32Array(pixels.buffer)).size;
-};
-const place = (x, y) => {
-  const box = plots[0].box.getBoundingClientRect();
-  return {clientX: box.left + gutter + x * plots[0].width, clientY: box.top + y, pointerId: 1, cancelable: true};
-};
-const pointer = (type, x, y) => plots[0].box.dispatchEvent(new PointerEvent(type, place(x, y)));
-drawAll();
-const seen = {titles: plots.map(p => p.panel.title), colours: plots.map(colours), dark: matchMedia('(prefers-color-scheme: dark)').matches,
-  paper: getComputedStyle(document.body).backgroundColor, wide: document.documentElement.scrollWidth > innerWidth};
-pointer('pointermove', 0.5, 5);
-seen.hover = readout.textContent;
-seen.cursor = plots.every(p => p.cursor.style.visibility === 'visible');
-plots[0].box.dispatchEvent(new WheelEvent('wheel', {...place(0.5, 5), deltaY: -600}));
-seen.scrolled = [...view];
-plots[0].box.dispatchEvent(new WheelEvent('wheel', {...place(0.5, 5), deltaY: -600, ctrlKey: true}));
-drawAll();
-seen.zoomed = [...view];
-pointer('pointerdown', 0.5, 5), pointer('pointermove', 0.75, 5), pointer('pointerup', 0.75, 5);
-seen.dragged = [...view];
-document.getElementById('all').click();
-seen.whole = [...view];
-const map = plots.find(p => p.panel.kind === 'map');
-map.box.focus();
-for (let i = 0; i < 42; ++i)
-  map.box.dispatchEvent(new KeyboardEvent('keydown', {key: 'ArrowRight', bubbles: true}));
-seen.keys = readout.textContent;
-seen.verdict = document.querySelector('.verdict').textContent;
-seen.places = [...document.querySelectorAll('li')].map(e => e.textContent);
-document.querySelector('li button').click();
-seen.jumped = [...view];
-seen.title = document.title;
-seen.sections = document.querySelectorAll('section h3 ~ .plot').length;
-document.body.textContent = '';
-document.body.append('RESULT' + JSON.stringify({...seen, errors}) + 'END');
-</script>)";
+/// Every picture has in every frame what the frame, the trace or two others of the pictures say.
+void expect_values(const nlohmann::json &shown, const std::vector<frame> &frames,
+                   const std::string &trace, std::size_t damaged) {
+    using row_values = std::map<std::string, std::vector<nlohmann::json>>;
+    std::istringstream lines(trace);
+    std::string line;
+    for (std::size_t k = 0; std::getline(lines, line); ++k) {
+        const auto decided = nlohmann::json::parse(line);
+        const frame &f = frames.at(k);
+        const auto &b = f.bits;
+        const nlohmann::json none;
+        row_values of_frame{{"marks", {1, 0, 0}},
+                            {"bound", {f.mode == 1 ? nlohmann::json(f.bound) : none}}},
+            of_trace{{"left", {decided["left"]}}};
+        for (const int part :
+             {b.header, b.crc, b.allocation, b.scfsi, b.scalefactors, b.samples, 0, b.rest})
+            of_frame["purpose"].push_back(part / 30.72); // per cent of 3072
+        double power[2] = {};
+        for (std::size_t i = 0; i < 64; ++i) {
+            const std::size_t ch = i / 32, sb = i % 32;
+            const bool is_coded = static_cast<int>(sb) < f.sblimit;
+            const int steps = f.steps[ch][sb];
+            int loudest = 63;
+            for (const auto &part : f.scalefactor[ch]) {
+                loudest = std::min(loudest, part[sb]);
+                power[ch] += steps > 0 ? std::pow(2, 2 - part[sb] / 1.5) / 3 : 0;
+            }
+            of_frame["allocation"].push_back(is_coded ? nlohmann::json(tools::bits_per_sample(2, steps))
+                                                      : none);
+            of_frame["scalefactors"].push_back(steps > 0 ? nlohmann::json(6.0206 * (1 - loudest / 3.0))
+                                                         : none);
+            for (const char *picture : {"smr", "threshold", "mnr"})
+                of_trace[picture].push_back(is_coded ? decided[picture][ch][sb] : none);
+            const auto at = [&](const char *picture) {
+                const auto &value = shown[picture][i][k];
+                return value.is_number() ? value.get<double>() : -200;
+            };
+            if (at("snr") < 8) continue;
+            EXPECT_NEAR(at("snr"), at("source_level") - at("error"), 0.8) << k << ' ' << i;
+            EXPECT_NEAR(at("nmr"), decided["smr"][ch][sb].get<double>() - at("snr"), 0.8)
+                << k << ' ' << i;
+            EXPECT_NEAR(at("spectrum"), at("source_level"), 3) << k << ' ' << i;
+        }
+        of_frame["level"] = {10 * std::log10(power[0]), 10 * std::log10(power[1])};
+        if (k == damaged)
+            for (auto &[picture, rows] : of_frame)
+                rows = picture == "marks" ? std::vector<nlohmann::json>{0, 1, 0}
+                                          : std::vector(rows.size(), none);
+        of_frame.merge(of_trace);
+        const std::map<std::string, double> steps{
+            {"allocation", 0.034}, {"purpose", 0.21}, {"bound", 0.13}, {"left", 0.51}};
+        for (const auto &[picture, rows] : of_frame)
+            for (std::size_t i = 0; i < rows.size(); ++i) {
+                const auto &there = shown[picture][i][k];
+                EXPECT_TRUE(rows[i].is_null() || there.is_null()
+                                ? rows[i] == there
+                                : std::fabs(rows[i].get<double>() - there.get<double>())
+                                      < (steps.contains(picture) ? steps.at(picture) : 0.26))
+                    << picture << ' ' << i << ", frame " << k << ": " << there << " for " << rows[i];
+            }
+    }
+}
 
 class page_test : public workbench {
   protected:
     /// What the browser makes of the page.
     nlohmann::json browse(const std::string &page, const std::string &options) {
         std::string html = get(page);
-        html.insert(html.find("<title>"), watch);
-        html.insert(html.rfind("</body>"), play);
+        const std::string player = get(PAGE_PLAYER), mark = "<!-- the end -->";
+        html.insert(html.find("<title>"), player.substr(0, player.find(mark)));
+        html.insert(html.rfind("</body>"), player.substr(player.find(mark)));
         put("played.html", html);
         const std::string dom =
             shell("chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run"
@@ -76,6 +95,7 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
     put("a.wav", wav(pcm(noise(2 * 96000)), 2, 48000));
     run("velaenc --quiet --trace t.jsonl --mode joint --crc --bitrate 128 a.wav a.mp2");
     std::string damaged = get("a.mp2");
+    const auto frames = frames_of(damaged);
     damaged.at(5 * 384 + 4) ^= 1; // the CRC of frame 5
     put("a.mp2", damaged);
     // A name that looks like a place of the page's own.
@@ -121,24 +141,30 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
         EXPECT_EQ(seen["places"], (nlohmann::json{"0:00.120 CRC"}));
         EXPECT_TRUE(seen["jumped"][0] == 0.0 && seen["jumped"][1] == 1.0) << seen["jumped"];
         EXPECT_EQ(seen["title"], "x/*js*/a.mp2 - velainfo");
+        if (!dark) expect_values(seen["values"], frames, get("t.jsonl"), 5);
         EXPECT_EQ(seen["sections"], seen["titles"].size()) << "a picture without its heading";
     }
 }
 
 TEST_F(page_test, stays_below_five_megabytes_for_an_hour_and_keeps_a_single_wrong_frame) {
-    put("a.wav", wav(pcm(noise(2 * 48000 * 5)), 2, 48000));
-    run("velaenc --quiet --crc --bitrate 64 a.wav a.mp2 && for i in {1..720}; do cat a.mp2; done "
-        ">hour.mp2");
-    std::string hour = get("hour.mp2");
-    hour.at(100000 * 192 + 4) ^= 1;
+    put("a.wav", wav(pcm(noise(48000)), 1, 48000));
+    const auto frames =
+        run("ffmpeg -v error -i a.wav -ar 16000 -b:a 8k -f mp2 -").out; // 72 bytes, 72 ms
+    std::string hour;
+    while (hour.size() < 50010 * 72)
+        hour += frames;
+    hour.resize(50010 * 72);
+    hour.at(40000 * 72 + 3) ^= 2; // a reserved emphasis
     put("<hour>.mp2", hour);
     run("velainfo --html hour.html '<hour>.mp2'", 3);
-    const std::string html = get("hour.html");
+    const std::string html = get("hour.html"), place = "frame 40000, 2880.000 s, byte 2880000: ";
     EXPECT_LT(html.size(), 5'000'000u);
     EXPECT_NE(html.find("<title>&lt;hour&gt;.mp2 - velainfo</title>"), std::string::npos);
-    EXPECT_NE(html.find("frame 100000, 2400.000 s, byte 19200000: CRC"), std::string::npos);
+    EXPECT_NE(html.find(place), std::string::npos);
     EXPECT_EQ(html.find("<hour>"), std::string::npos) << "a name becomes an element";
     EXPECT_EQ(html.find("http"), std::string::npos) << "something is to be loaded";
+    const std::string brief = run("velainfo --brief '<hour>.mp2'", 3).out;
+    EXPECT_NE(brief.find(", mono, 8 kbit/s, 1:00:00.720; " + place), std::string::npos) << brief;
 }
 
 } // namespace
