@@ -3,7 +3,6 @@
 #include "workbench.hpp"
 #include "written_frame.hpp"
 
-#include <set>
 #include <sstream>
 
 namespace velaenc_test {
@@ -93,13 +92,6 @@ TEST(info_parser, every_rule_has_its_own_verdict) {
         EXPECT_EQ(parse_frame(frame_of(fields, size), &codes).faults, faults) << rule;
         EXPECT_EQ(frame.broken_rule().empty(), (faults | remarks) == 0) << rule;
     }
-    // A text a rule, of the lowest bit.
-    std::set<std::string_view> texts;
-    for (unsigned bit = 1; bit <= fault_group; bit *= 2)
-        texts.insert({fault_text(bit), fault_text(bit | fault_group)});
-    for (unsigned bit = 1; bit <= remark_bitrate; bit *= 2)
-        texts.insert(remark_text(bit));
-    EXPECT_EQ(texts.size(), 8u + 4) << "two rules share a text";
     EXPECT_TRUE(fault_text(0).empty() && remark_text(0).empty());
 }
 
@@ -109,17 +101,13 @@ TEST(info_parser, layer_ii_has_bitrates_for_mono_only_and_for_two_channels_only)
     for (int i = 0; i < 14 * 4 * 2 * 2; ++i) {
         written_frame frame{.version = 1 + i % 2, .layer = 1 + i / 2 % 2};
         frame.bitrate_index = 1 + i / 4 % 14, frame.mode = i / 56, frame.rate_index = 1;
-        std::string header;
-        put_bits(header, 0xFFF1 | (2 - frame.version) << 3 | (4 - frame.layer) << 1, 16);
-        put_bits(header, frame.bitrate_index << 12 | 0x400 | frame.mode << 6, 16);
-        header.resize(8 * static_cast<std::size_t>(frame.size()), '0');
         const auto &list = frame.mode == 3 ? pairs_only : mono_only;
         const bool forbidden = frame.version == 1 && frame.layer == 2
                                && list[static_cast<std::size_t>(frame.bitrate_index) - 1] == '1';
-        const auto parsed = tools::parse_frame(packed(header));
+        const auto parsed = tools::parse_frame(frame.write());
         EXPECT_TRUE((parsed.faults == 0 || frame.layer == 1)
                     && parsed.remarks == (forbidden ? unsigned{tools::remark_bitrate} : 0u))
-            << header.substr(0, 32) << ": " << parsed.faults << " " << parsed.remarks;
+            << i << ": " << parsed.faults << " " << parsed.remarks;
     }
     for (const char *none : {"FFED/16 14C0/16", "FFF9/16 14C0/16", "FFFB/16 14C0/16", "FFFD/16 04C0/16",
                              "FFFD/16 F4C0/16", "FFFD/16 1CC0/16", "FEFD/16 14C0/16"})
@@ -170,10 +158,9 @@ TEST(info_parser, frames_that_differ_do_so_in_a_field_at_its_first_place) {
 /// What the scanner makes of a stream: F for a frame, a dot for a gap with its length.
 std::string pieces_of(const std::string &stream) {
     std::string found;
-    for_each_piece(std::span(reinterpret_cast<const std::uint8_t *>(stream.data()), stream.size()),
-                   [&](const tools::stream_piece &piece) {
-                       found += piece.is_frame ? "F" : "." + std::to_string(piece.length);
-                   });
+    for_each_piece(stream, [&](const tools::stream_piece &piece) {
+        found += piece.is_frame ? "F" : "." + std::to_string(piece.length);
+    });
     return found;
 }
 

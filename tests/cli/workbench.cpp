@@ -26,8 +26,7 @@ std::string contents(const std::filesystem::path &path) {
 std::vector<frame> frames_of(const std::string &stream) {
     std::vector<frame> frames;
     bool whole = true;
-    const std::span bytes(reinterpret_cast<const std::uint8_t *>(stream.data()), stream.size());
-    for_each_piece(bytes, [&](const tools::stream_piece &piece) {
+    for_each_piece(stream, [&](const tools::stream_piece &piece) {
         frames.push_back({tools::parse_frame(piece.bytes), piece.offset});
         whole &= piece.is_frame && frames.back().broken_rule().empty();
     });

@@ -45,6 +45,12 @@ void for_each_piece(std::span<const std::uint8_t> stream, Body body) {
         body(*piece);
 }
 
+template <class Body>
+void for_each_piece(const std::string &stream, Body body) {
+    for_each_piece(std::span(reinterpret_cast<const std::uint8_t *>(stream.data()), stream.size()),
+                   body);
+}
+
 struct frame : tools::parsed_frame {
     std::size_t offset = 0;
 };
