@@ -23,11 +23,7 @@ TEST_F(any_source_test, what_ffmpeg_decodes_is_encoded_as_if_it_were_wav) {
     const auto two = encoded("two.wav"), six = encoded("six.wav");
     const struct {
         std::string name, codec;
-    } cases[] = {{"a.mka", "pcm_s16le"},
-                 {"-codec.m4a", "alac"},
-                 {"http:a.mov", "alac"},
-                 {"a.wv", "wavpack"},
-                 {"a.tta", "tta"}};
+    } cases[] = {{"a.mka", "pcm_s16le"}, {"-codec.m4a", "alac"}, {"http:a.mov", "alac"}};
     for (const auto &[name, codec] : cases) {
         run("ffmpeg -v error -i two.wav -c:a " + codec + " 'file:" + name + "'");
         EXPECT_TRUE(encoded("-o - -- '" + name + "' #") == two) << name;
@@ -35,8 +31,6 @@ TEST_F(any_source_test, what_ffmpeg_decodes_is_encoded_as_if_it_were_wav) {
     EXPECT_TRUE(encoded("film.mkv") == two);
     EXPECT_TRUE(encoded("film.mkv --stream 2 -j 1") == six);
     EXPECT_TRUE(run("cat film.mkv | velaenc --quiet --stream 2 - -").out == six);
-    run("ffmpeg -v error -i two.wav lossy.webm");
-    EXPECT_EQ(frames_of(encoded("lossy.webm")).size(), 84u);
 }
 
 TEST_F(any_source_test, a_failure_of_ffmpeg_is_one_of_the_input) {

@@ -141,9 +141,14 @@ TEST_F(batch_test, what_is_not_encoded_is_named_and_everything_else_is_encoded) 
         EXPECT_EQ(line["source"], nlohmann::json({{"rate", 48000}, {"channels", 2}, {"bits", 16}}));
         EXPECT_NEAR(line["peak_dbfs"].get<double>(), -6.02, 0.02); // of noise over half of the scale
         EXPECT_EQ(shell("sha256sum < " + named).out, digest + "  -\n");
-        EXPECT_EQ(line["settings"]["kbps"], 224);
+        EXPECT_EQ(line["settings"].dump(),
+                  R"({"copyright":0,"crc":true,"emphasis":"none","kbps":224,"layer":2,)"
+                  R"("mode":"stereo","original":0,"private":0,"rate":48000})");
     }
     EXPECT_EQ(errors.size(), 10u);
+    EXPECT_NE(result.err.find("\n  in/bad/22.wav      the input has 12 channels", table),
+              std::string::npos)
+        << result.err;
     for (const auto &[name, bytes, why] : bad)
         EXPECT_NE(errors["in/bad/" + name].find(why), std::string::npos)
             << name << ": " << errors["in/bad/" + name];

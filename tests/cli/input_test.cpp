@@ -141,6 +141,10 @@ TEST_F(input_test, sound_ends_where_its_size_says_and_with_the_input_where_that_
     fast[27] = 1;
     put("rate.wav", fast);
     run("velaenc rate.wav -", 0, "resampling 16825216 Hz");
+    // Samples of 32 bits that spell a chunk's name are none.
+    put("words", pcm(noise(20000)).replace(4000, 4, "LIST"));
+    put("words.wav", wav(get("words"), 1, 48000, 4).replace(20, 1, 1, '\1'));
+    EXPECT_TRUE(encoded("words.wav") == encoded("--raw --rate 48000 --channels 1 --format s32 words"));
 }
 
 TEST_F(input_test, input_that_is_no_audio_is_named_for_what_it_is) {
@@ -204,11 +208,12 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
 }
 
 TEST_F(input_test, reads_that_fail_are_told_from_the_end_of_the_file) {
-    const std::string shim =
-        "LD_PRELOAD=" VELAENC_FAULT_SHIM " FAULT_CALL=read FAULT_EVERY=2 FAULT_ON=1 ";
-    for (const std::string name : {"a.w64", "a.flac"})
-        expect_failure(shim + "FAULT_ERRNO=5 velaenc " + name + " out.mp2", 2, "Input/output error");
-    EXPECT_TRUE(shell(shim + "FAULT_ERRNO=11 velaenc - - < <(cat a.wav)").out == encoded("a.wav"));
+    const std::string shim = "LD_PRELOAD=" VELAENC_FAULT_SHIM " FAULT_CALL=read FAULT_ON=1 FAULT_",
+                      often = shim + "EVERY=2 FAULT_ERRNO=";
+    for (const std::string &command : {often + "5 velaenc a.w64", often + "5 velaenc a.flac",
+                                       shim + "AT=15 FAULT_ERRNO=5 velaenc a.flac"})
+        expect_failure(command + " out.mp2", 2, "Input/output error");
+    EXPECT_TRUE(shell(often + "11 velaenc - - < <(cat a.wav)").out == encoded("a.wav"));
 }
 
 TEST_F(input_test, a_signal_ends_a_recording_and_the_next_one_the_program) {

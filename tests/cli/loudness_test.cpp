@@ -105,6 +105,24 @@ TEST(loudness, has_the_range_of_tech_3342) {
         EXPECT_NEAR(figures_of(signal(tones)).range, range, 1);
 }
 
+// Four samples whose values between them reach further than any of them.
+TEST(loudness, true_peak_is_found_across_a_minute_and_with_the_last_samples) {
+    constexpr std::size_t minute = 60 * sound_rate;
+    const auto peak_of = [](std::size_t end) {
+        std::vector<float> sound(minute + 100);
+        std::ranges::copy(std::array{-0.6F, 0.6F, 0.6F, -0.6F},
+                          sound.begin() + static_cast<std::ptrdiff_t>(end - 4));
+        return figures_of(sound, 1).true_peak.value();
+    };
+    // A sinc: 0.6 * 2 * (sin(pi / 2) / (pi / 2) + sin(pi / 2) / (3 pi / 2)) = 1.02, less what the window takes.
+    EXPECT_NEAR(peak_of(1000), 20 * std::log10(1.02), 0.5);
+    for (const std::size_t end :
+         {minute - 1, minute, minute + 1, minute + 2, minute + 3, minute + 4, minute + 100})
+        EXPECT_EQ(peak_of(end), peak_of(1000)) << end;
+    // A tone goes on behind the minute's end: where it seemed to stop there it would overshoot.
+    EXPECT_NEAR(figures_of(signal({{-20, 61, 1000, 90}})).true_peak.value(), -20, 0.05);
+}
+
 class loudness_test : public workbench {
   protected:
     void put_sound(const std::string &name, const std::vector<float> &values, int channels = 2,
@@ -166,7 +184,8 @@ TEST_F(loudness_test, stands_in_the_report_and_in_the_broadcast_extension) {
     }
     run("velaenc in.wav --output-dir o --loudness -23 --report r");
     const auto line = nlohmann::json::parse(get("r"));
-    EXPECT_NEAR(line["loudness"]["integrated_lufs"].get<double>(), -23, 0.1);
+    for (const char *field : {"integrated_lufs", "momentary_lufs", "short_term_lufs", "true_peak_dbtp"})
+        EXPECT_NEAR(line["loudness"][field].get<double>(), -23, 0.1) << field;
     EXPECT_NEAR(line["loudness"]["gain_db"].get<double>(), 7, 0.1);
     EXPECT_FALSE(line["loudness"]["limited_by_true_peak"].get<bool>());
     EXPECT_TRUE(encoded("in.wav --gain " + line["loudness"]["gain_db"].dump()) == get("o/in.mp2"));
@@ -223,7 +242,10 @@ TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
     struct : tools::progress_listener {
         void update(std::uint64_t) override {}
     } nobody;
-    put_sound("in.wav", swelling_noise(125 * sound_rate, 2));
+    auto sound = swelling_noise(125 * sound_rate, 2);
+    for (int i = -2; i < 2; ++i) // louder than all else, across the first minute's end
+        sound[static_cast<std::size_t>(2 * (60 * sound_rate + i))] = i == -2 || i == 1 ? -0.6F : 0.6F;
+    put_sound("in.wav", sound);
     const auto heard = [&](int jobs) {
         return tools::hear_source(*tools::open_pcm(tools::open_input(path("in.wav")), {}), jobs,
                                   nobody);
@@ -231,6 +253,7 @@ TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
     const auto alone = heard(1), together = heard(3);
     EXPECT_EQ(alone.energy, together.energy);
     EXPECT_EQ(alone.peak, together.peak);
+    EXPECT_GT(alone.peak, 0.9);
     EXPECT_EQ(alone.energy.size(), 12500u);
 }
 

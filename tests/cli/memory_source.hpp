@@ -5,6 +5,8 @@
 #include "host/encoding.hpp"
 #include "input/pcm_source.hpp"
 
+#include <thread>
+
 namespace velaenc_test {
 
 /// PCM from memory in blocks of a given length, which lets others wait every now and then.
@@ -21,8 +23,9 @@ class memory_source final : public tools::pcm_source {
         return (pcm_.size() + (seeks_ == seeks::beyond_the_end ? block_ : 0)) / shape_.instant_bytes();
     }
     bool seek(std::uint64_t sample) override {
-        const bool late = seeks_ == seeks::late_from_half_on && sample > *length() / 2;
-        fails_ = seeks_ == seeks::failing_from_half_on && sample > *length() / 2;
+        const bool late = seeks_ == seeks::late && sample > *length() / 2;
+        const bool ends = seeks_ == seeks::failing || seeks_ == seeks::breaks;
+        fails_ = ends && sample > *length() / 2;
         at_ = std::min((sample + (late ? 1 : 0)) * shape_.instant_bytes(), pcm_.size());
         return seeks_ != seeks::nowhere;
     }
@@ -30,13 +33,15 @@ class memory_source final : public tools::pcm_source {
         return seeks_ == seeks::nowhere ? nullptr : std::make_unique<memory_source>(*this);
     }
     std::span<const std::byte> next_block() override {
-        if (fails_) throw tools::failure(tools::exit_code::input, "a damaged block");
+        if (fails_ && seeks_ == seeks::failing)
+            throw tools::failure(tools::exit_code::input, "a damaged block");
+        if (fails_ && std::this_thread::get_id() != maker_) throw std::bad_alloc();
         const auto block = pcm_.subspan(at_, std::min(block_, pcm_.size() - at_));
         at_ += block.size();
         return block;
     }
-    /// How it looks to those who read in several places.
-    enum class seeks { nowhere, exactly, late_from_half_on, failing_from_half_on, beyond_the_end };
+    /// How it looks to those who read in several places; what is wrong is so from half on.
+    enum class seeks { nowhere, exactly, late, failing, breaks, beyond_the_end };
     memory_source that_seeks(seeks how) const {
         memory_source result = *this;
         result.seeks_ = how;
@@ -53,6 +58,7 @@ class memory_source final : public tools::pcm_source {
     bool fails_ = false;
     seeks seeks_ = seeks::nowhere;
     mutable unsigned asked_ = 0;
+    std::thread::id maker_ = std::this_thread::get_id();
 };
 
 } // namespace velaenc_test

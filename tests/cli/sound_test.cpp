@@ -103,6 +103,8 @@ TEST_F(sound_test, align_drops_the_decoders_delay_and_both_options_let_the_tail_
         EXPECT_TRUE(encoded(std::string("in.wav --flush-tail ") + layer)
                     == stream_of(part(sound, 0, 11520, delay), layer));
     }
+    run("velaenc in.wav --align -", 0,
+        "note: dropping 481 samples at the start for the decoder's delay and appending 481 ");
     expect_failure("velaenc in.wav out.mp2 --duration 0.01 --align", 2, "shorter than the 481 samples");
 }
 
@@ -135,7 +137,6 @@ TEST_F(sound_test, every_layout_goes_where_its_speakers_are_and_never_clips) {
         {"8.flac", "LRC.lrst", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
         {"4.ogg", "LRlr", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
         {"6.ogg", "LCRlr.", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
-        {"6.opus", "LCRlr.", SF_FORMAT_OGG | SF_FORMAT_OPUS},
         {"16.wav", "LRCbst", masked},
         {"32.wav", "LRCbst", SF_FORMAT_WAVEX | SF_FORMAT_PCM_32},
         {"wide.wav", "LRC.lrmn", masked},
@@ -223,7 +224,6 @@ TEST_F(sound_test, a_rate_that_the_stream_cannot_have_becomes_the_next_one_or_th
         {37800, "", 44100},
         {48000, "", 48000},
         {55125, "", 44100},
-        {88200, "", 44100},
         {96000, "", 48000},
         {48000, "--preset vcd", 44100},
         {44100, "--preset dvd", 48000},
@@ -250,6 +250,7 @@ TEST_F(sound_test, gain_and_swap_are_exact_and_what_lies_beyond_full_scale_is_co
     put("in.wav", wav(pcm(sound), 2, 48000));
     EXPECT_TRUE(encoded("in.wav --swap-channels") == stream_of(swapped));
     EXPECT_TRUE(encoded("expected.wav --swap-channels --gain 0") == encoded("in.wav"));
+    run("velaenc in.wav --swap-channels -", 0, "note: left and right are swapped");
     // To the tenth of a dB that is enough.
     const int tenths = 120 + static_cast<int>(std::ceil(200 * std::log10(loudest)));
     const std::string by =
@@ -257,7 +258,8 @@ TEST_F(sound_test, gain_and_swap_are_exact_and_what_lies_beyond_full_scale_is_co
     for (const std::string arguments : {"-j 1", "-j 3", "--engine"}) {
         const auto loud = run("velaenc in.wav --gain +12 out.mp2 " + arguments, 0,
                               ": " + std::to_string(beyond) + " samples lie beyond");
-        EXPECT_NE(loud.err.find(by + " dB"), std::string::npos) << by << loud.err;
+        for (const std::string &words : {by + " dB", std::string("note: gain +12.0 dB\n")})
+            EXPECT_NE(loud.err.find(words), std::string::npos) << words << loud.err;
         const auto quiet = run("velaenc in.wav --gain 5.9 out.mp2 " + arguments);
         EXPECT_EQ(quiet.err.find("beyond"), std::string::npos) << quiet.err;
     }
