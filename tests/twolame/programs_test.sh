@@ -39,7 +39,7 @@ pcm() { # OUT RATE CHANNELS: a piece of the recording, as samples of another rat
 
 # All rates and modes from 64 to 384 kbit/s, a run for a rate and a number of channels.
 ffmpeg_test() {
-    local rate channels each mode word options expected
+    local rate channels each mode
     for rate in 32000 44100 48000; do
         for channels in 1 2; do
             local outputs=() all=({stereo,joint_stereo,dual_channel,mono}.{64,80,96,112,128,160,192,224,256,320,384})
@@ -55,19 +55,6 @@ ffmpeg_test() {
             done
         done
     done
-    # The model by number, over which VELA_MODEL goes; bits of the header.
-    while IFS='|' read -r word options expected; do
-        read -ra options <<<"$options"
-        read -ra expected <<<"$expected"
-        VELA_MODEL=$word under ffmpeg -v error -nostdin -y -i "$work/in.wav" -c:a libtwolame -b:a 128k "${options[@]}" "$work/out.mp2"
-        expect "$work/expected" --bitrate 128 "${expected[@]}" "$work/in.wav"
-        cmp "$work/expected" "$work/out.mp2" || die "VELA_MODEL=$word ${options[*]}"
-    done <<'ROWS'
-|-psymodel 1 -original 1|--model standard
-|-psymodel 4 -error_protection 1 -original 1|--crc
-standard|-psymodel 3 -copyright 1 -original 1|--model standard --copyright 1
-tuned|-psymodel 2|--original 0
-ROWS
 }
 
 # What is refused ends in ffmpeg's own words, with nothing written.
@@ -87,28 +74,19 @@ ROWS
 }
 
 sox_test() {
-    local kbit
-    for kbit in 64 192; do
-        under sox -D "$input" -C "$kbit" "$work/out.mp2" || die "$(cat "$work/log")"
-        expect "$work/expected" --bitrate "$kbit" "$input"
-        cmp "$work/expected" "$work/out.mp2"
-    done
+    under sox -D "$input" -C 64 "$work/out.mp2" || die "$(cat "$work/log")"
+    expect "$work/expected" --bitrate 64 "$input"
+    cmp "$work/expected" "$work/out.mp2"
 }
 
 gstreamer_test() {
-    local properties options
     ffmpeg -v error -nostdin -i "$input" -ac 2 -f s16le "$work/pcm"
-    while IFS='|' read -r properties options; do
-        read -ra properties <<<"$properties"
-        read -ra options <<<"$options"
-        under gst-launch-1.0 -q filesrc location="$work/pcm" ! rawaudioparse pcm-format=s16le sample-rate=48000 num-channels=2 \
-            ! twolamemp2enc "${properties[@]}" ! filesink location="$work/out.mp2" || die "$(cat "$work/log")"
-        expect "$work/expected" --raw --rate 48000 --channels 2 --format s16 "${options[@]}" "$work/pcm"
-        cmp "$work/expected" "$work/out.mp2" || die "twolamemp2enc ${properties[*]}"
-    done <<'ROWS'
-bitrate=192 mode=stereo original=false|--bitrate 192 --original 0
-bitrate=128 mode=joint psymodel=1 error-protection=true|--bitrate 128 --mode joint --model standard --crc
-ROWS
+    under gst-launch-1.0 -q filesrc location="$work/pcm" ! rawaudioparse pcm-format=s16le sample-rate=48000 num-channels=2 \
+        ! twolamemp2enc bitrate=128 mode=joint psymodel=1 error-protection=true original=false \
+        ! filesink location="$work/out.mp2" || die "$(cat "$work/log")"
+    expect "$work/expected" --raw --rate 48000 --channels 2 --format s16 --bitrate 128 --mode joint --model standard \
+        --crc --original 0 "$work/pcm"
+    cmp "$work/expected" "$work/out.mp2"
 }
 
 # VLC will not run as root, and quits before it has handed over the last frames. With one channel its module reads
