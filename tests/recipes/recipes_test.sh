@@ -37,8 +37,14 @@ make() {
         [ "${frames%,}" = "mp2,$2" ] || die "$1: $result has $frames instead of mp2,$2"
     done
 }
+# early RESULT: the sound's stamps begin 10 ms before the picture's.
+early() {
+    ffprobe -v error -show_entries stream=codec_type,start_time -of csv=p=0 "$1" | awk -F, '{ begin[$1] = $2 }
+        END { by = begin["video"] - begin["audio"]; exit by < 0.0095 || by > 0.0105 }' || die "$1: the sound is not 10 ms early"
+}
 video 720x576 -target pal-dvd -f mpeg2video video.m2v
 make 'a DVD' 167 movie.mpg dvd/VIDEO_TS/VTS_01_1.VOB
+early movie.mpg
 make 'a TS with GStreamer' 167 gst.ts
 video 352x288 -target pal-vcd -f mpeg1video video.m1v
 make 'a VCD' 154 movie.mpg
@@ -47,6 +53,7 @@ video 480x576 -target pal-svcd -f mpeg2video -y video.m2v
 make 'an SVCD' 154 movie.mpg
 vcd-info --bin-file=svcd.bin 2>&1 | grep 'SVCD detected' >log || die 'no SVCD'
 make 'a DVB stream' 167 dvb.ts
+early dvb.ts
 make 'an HLS stream' 167 live.m3u8
 if command -v vela-twolame >/dev/null; then make 'MP2 in ffmpeg, SoX, VLC, ...' 167 out.mp2; fi
 make 'WAV for radio' 167 radio.wav
