@@ -182,7 +182,6 @@ struct noise_data {
     part_values weight, energy;
     shared_fit fit;
     double half[32];
-    part_noise noise;
     unit_costs costs[2];
     unit_choices from;
     struct {
@@ -190,8 +189,7 @@ struct noise_data {
         part_values parts;
         part_scalefactors used[3];
         part_samples decoded;
-        part_noise noise[2];
-        noise_costs costs;
+        unit_costs costs;
         sent_scalefactors sent;
         unit_choices choices[2];
         unit_steps steps;
@@ -207,12 +205,26 @@ std::shared_ptr<noise_data> make_noise(numbers kind, unsigned seed) {
             part.index[sb] = numbers.below(63);
         data->half[sb] = numbers.below(12) + 0.5;
         data->out.sent.scfsi[sb] = numbers.below(4);
-        data->from.bits[sb] = numbers.below(300);
+        // Costs lie from 0 to the limit.
+        const auto limited = [](double cost) {
+            return std::abs(cost) < 1e200 ? std::abs(cost) : 1e200;
+        };
         for (unit_costs &costs : data->costs) {
             costs.set = &table_b2a.set;
             costs.opening[sb] = 8 + 6 * numbers.below(3);
             costs.ternary_opening[sb] = 8 + 6 * numbers.below(3);
+            costs.unquantized[sb] = limited(costs.unquantized[sb]);
+            for (int q = 0; q < quantizer_count; ++q) {
+                double &cost = costs.quantized[q][sb];
+                cost = costs.set->barred[q][sb] > 0 ? costs.set->barred[q][sb] : limited(cost);
+            }
         }
+        const int q = numbers.below(quantizer_count);
+        const unit_costs &costs = data->costs[0];
+        data->from.quantizer[sb] = q + 1;
+        data->from.bits[sb] =
+            (q == 0 ? costs.ternary_opening : costs.opening)[sb] + costs.set->sample_bits[q];
+        data->from.cost[sb] = limited(data->from.cost[sb]);
     }
     return data;
 }
@@ -224,46 +236,54 @@ void choose_ternary(const coding_kernels &kernels, noise_data &d) {
     kernels.choose_ternary(d.samples, 3, d.peaks, d.weight, 28, d.out.sent, d.out.sum, d.out.parts);
 }
 void choose_finer(const coding_kernels &kernels, noise_data &d) {
-    kernels.choose_finer(d.peaks, d.weight, d.out.sent, d.out.used);
+    kernels.choose_finer(d.peaks, d.weight, 28, d.out.sent, d.out.used);
 }
 void refine(const coding_kernels &kernels, noise_data &d) {
     kernels.refine(d.samples, 3, d.peaks, d.weight, d.energy, d.half, 0, 28, d.out.sent);
 }
 void fit(const coding_kernels &kernels, noise_data &d) {
-    kernels.fit(d.fit, d.weight, 4.0 / 81, 4, 28, d.out.sent);
+    kernels.fit(d.fit, 3, d.weight, 4.0 / 81, 4, 28, d.out.sent);
 }
 void fit_again(const coding_kernels &kernels, noise_data &d) {
-    kernels.fit_again(d.fit, d.weight, 4, 28, d.out.sent);
+    kernels.fit_again(d.fit, 3, d.weight, 4, 28, d.out.sent);
 }
 void decode(const coding_kernels &kernels, noise_data &d) {
     kernels.decode(d.shared, d.normal, d.half, 4, 28, d.out.decoded);
 }
-void own_noise(const coding_kernels &kernels, noise_data &d) {
-    kernels.own_noise(d.samples[0], d.peaks[0], 0, 28, d.out.noise[0]);
+/// Costs of quantizers that no subband of a group has may stay as they are, or be barred.
+void begin_costs(noise_data &d) {
+    d.out.costs = d.costs[0];
+    std::memcpy(d.out.costs.quantized, &table_b2a.set.barred, sizeof d.out.costs.quantized);
 }
-void shared_noise(const coding_kernels &kernels, noise_data &d) {
-    kernels.shared_noise(d.samples[0], d.samples[1], {d.peaks[0], d.peaks[1]}, d.shared, d.normal, 4,
-                         28, d.out.noise);
+void own_costs(const coding_kernels &kernels, noise_data &d) {
+    begin_costs(d);
+    kernels.own_costs(d.samples, 3, d.peaks, d.weight, d.energy, d.half, 28, d.out.costs);
 }
-void add_noise_costs(const coding_kernels &kernels, noise_data &d) {
-    kernels.add_noise_costs(d.noise, d.weight[0], 0, 28, d.out.costs);
-}
-void finish_costs(const coding_kernels &kernels, noise_data &d) {
-    unit_costs costs = d.costs[0];
-    kernels.finish_costs(0, 28, costs);
-    d.out.costs = costs;
+void shared_costs(const coding_kernels &kernels, noise_data &d) {
+    begin_costs(d);
+    kernels.shared_costs({d.samples,
+                          d.samples + 1,
+                          &d.shared,
+                          {&d.weight, &d.energy},
+                          {&d.energy, &d.weight},
+                          {&d.fit.energy, &d.fit.square},
+                          d.peaks},
+                         1, 4, 28, d.out.costs);
 }
 void reach(const coding_kernels &kernels, noise_data &d) {
-    const reached all = kernels.reach(d.costs, 2, 0.002, 0, 28, d.out.choices);
-    d.out.sum[0] = all.bits + 0.001 * all.subbands;
-}
-void first_slopes(const coding_kernels &kernels, noise_data &d) {
-    kernels.first_slopes(d.costs[0], 0, 28, d.out.sum);
+    const auto reach = [&](double slope, const unit_choices *coarse, const unit_choices *fine,
+                           unit_choices *found) {
+        const reached all = kernels.reach(d.costs, 2, slope, 0, 28, coarse, fine, found);
+        return all.bits + 0.001 * all.subbands;
+    };
+    unit_choices coarse[2], fine[2];
+    d.out.sum[0] = reach(0.02, nullptr, nullptr, coarse);
+    d.out.sum[1] = reach(0.0002, coarse, nullptr, fine);
+    d.out.sum[2] = reach(0.002, coarse, fine, d.out.choices);
 }
 void favour(const coding_kernels &kernels, noise_data &d) {
-    unit_costs costs = d.costs[0];
-    kernels.favour(costs, d.half, 0, 28);
-    d.out.costs = costs;
+    d.out.costs = d.costs[0];
+    kernels.favour(d.out.costs, d.half, 0, 28);
 }
 void best_steps(const coding_kernels &kernels, noise_data &d) {
     kernels.best_steps(d.costs[0], d.from, 400, 0, 28, d.out.steps);
@@ -327,12 +347,9 @@ constexpr kernel kernels[] = {
     {"fit", noise<fit>},
     {"fit_again", noise<fit_again>},
     {"decode", noise<decode>},
-    {"own_noise", noise<own_noise>},
-    {"shared_noise", noise<shared_noise>},
-    {"add_noise_costs", noise<add_noise_costs>},
-    {"finish_costs", noise<finish_costs>},
+    {"own_costs", noise<own_costs>},
+    {"shared_costs", noise<shared_costs>},
     {"reach", noise<reach>},
-    {"first_slopes", noise<first_slopes>},
     {"favour", noise<favour>},
     {"best_steps", noise<best_steps>},
     {"peaks", peaks},

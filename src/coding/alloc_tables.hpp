@@ -158,6 +158,17 @@ struct row_run {
     int end; ///< one past the run's last subband
     const alloc_row *row;
 };
+consteval quantizer_set::group quantizers_of_any(const quantizer_set &set, int first, int subbands) {
+    quantizer_set::group found{};
+    for (int q = 0; q < quantizer_count; ++q) {
+        found.before[q + 1] = found.before[q];
+        const double *const barred = set.barred[q].begin() + first;
+        if (std::find(barred, barred + subbands, 0.0) == barred + subbands) continue;
+        found.quantizers[found.count++] = static_cast<std::uint8_t>(q);
+        ++found.before[q + 1];
+    }
+    return found;
+}
 template <int N>
 consteval alloc_table make_alloc_table(const row_run (&runs)[N]) {
     alloc_table made{runs[N - 1].end, {}, {}};
@@ -175,12 +186,8 @@ consteval alloc_table make_alloc_table(const row_run (&runs)[N]) {
         }
     }
     for (int i = 0; i < 8; ++i) {
-        auto &[count, quantizers] = set.groups[i];
-        for (int q = 0; q < quantizer_count; ++q) {
-            const double *const barred = set.barred[q].begin() + 4 * i;
-            if (std::find(barred, barred + 4, 0.0) == barred + 4) continue;
-            quantizers[count++] = static_cast<std::uint8_t>(q);
-        }
+        set.groups[i] = quantizers_of_any(set, 4 * i, 4);
+        set.pairs[i] = quantizers_of_any(set, 4 * i, std::min(8, 32 - 4 * i));
     }
     return made;
 }

@@ -6,6 +6,7 @@
 #include "coding/sample_kernels.hpp"
 #include "coding/tuned_scale_kernels.hpp"
 #include "coding/tuned_search_kernels.hpp"
+#include "coding/tuned_shared_kernels.hpp"
 
 #include <algorithm>
 
@@ -21,21 +22,18 @@ const coding_kernels coding_table{
     .combine = combine<V>,
     .quantize_layer1 = quantize_layer1<grouped_lanes>,
     .quantize_layer2 = quantize_layer2<grouped_lanes>,
-    .sum_products = sum_products<grouped_lanes>,
-    .choose_ternary = choose_ternary<grouped_lanes>,
+    .sum_products = sum_products<V>,
+    .choose_ternary = choose_ternary<V>,
     .choose_finer = choose_finer<V>,
-    .refine = refine<grouped_lanes>,
-    .fit = fit<grouped_lanes>,
-    .fit_again = fit_again<grouped_lanes>,
-    .decode = decode<grouped_lanes>,
-    .own_noise = own_noise<grouped_lanes>,
-    .shared_noise = shared_noise<grouped_lanes>,
-    .add_noise_costs = add_noise_costs<grouped_lanes>,
-    .finish_costs = finish_costs<grouped_lanes>,
-    .reach = reach<grouped_lanes>,
-    .first_slopes = first_slopes<grouped_lanes>,
-    .favour = favour<grouped_lanes>,
-    .best_steps = best_steps<grouped_lanes>,
+    .refine = refine<V>,
+    .fit = fit<V>,
+    .fit_again = fit_again<V>,
+    .decode = decode<V>,
+    .own_costs = own_costs<V>,
+    .shared_costs = shared_costs<V>,
+    .reach = reach<V>,
+    .favour = favour<V>,
+    .best_steps = best_steps<V>,
     .pack_layer1 = pack_layer1,
     .pack_layer2 = pack_layer2,
 };

@@ -78,20 +78,6 @@ struct shared_fit {
     part_values energy, product, square;
 };
 
-/// Energies of what a part of a channel loses, per subband.
-struct part_noise {
-    double unquantized[32]; ///< with no bits: of the samples themselves
-    double coarse[coarse_count][32];
-    // Finer quantizers: residue + scale_square * 4 / steps^2, but not more than `most`.
-    double residue[32], scale_square[32], most[32];
-};
-
-/// The same, each part's noise times its weight, added up over parts; over channels where they share.
-struct noise_costs {
-    double unquantized[32];
-    double quantized[quantizer_count][32];
-};
-
 /// The quantizers that subbands may have, and their bits.
 struct quantizer_set {
     table<double, quantizer_count> sample_bits; ///< of the samples of a subband
@@ -99,16 +85,22 @@ struct quantizer_set {
     struct group {
         int count;
         table<std::uint8_t, quantizer_count> quantizers;
+        table<std::uint8_t, quantizer_count + 1> before; ///< how many of them lie before each
     };
     table<group, 8> groups;
+    table<group, 8> pairs; ///< of eight subbands, those of a group and of the next one
     /// A cost above every other one for those that a subband does not have, else 0.
     table<table<double, 32>, quantizer_count> barred;
 };
 
-/// What the quantizers of 32 subbands cost in noise and in bits: those of samples, and what opens a subband
-/// with three steps or with more.
-struct unit_costs : noise_costs {
+/// What the quantizers of 32 subbands cost in noise, from 0 to 1e200, and in bits. Noise is weighted and
+/// added up over parts, over channels where they share.
+struct unit_costs {
+    double unquantized[32]; ///< with no bits: of the samples themselves
+    double quantized[quantizer_count][32];
+    /// Bits that open a subband with three steps or with more, beside those of samples.
     double ternary_opening[32], opening[32];
+    double first_slope[32]; ///< below which there are bits
     const quantizer_set *set;
 };
 
@@ -125,6 +117,13 @@ struct reached {
 /// The best step from a choice: cost taken away by each bit, 0 when there is no such step.
 struct unit_steps {
     double slope[32], quantizer[32];
+};
+
+/// The parts of a frame whose subbands the channels share.
+struct shared_parts {
+    const part_samples *left, *right, *shared;
+    const part_values *weight[2], *energy[2], *scale[2]; ///< of the channels
+    const part_scalefactors *normal;                     ///< of the shared samples
 };
 
 struct coding_kernels {
@@ -145,14 +144,14 @@ struct coding_kernels {
                          double (&sum)[32]) noexcept;
 
     /// Choose the scale factors that a channel sends, by noise and bits: with the quantizer of three steps,
-    /// by its exact noise, and with finer ones, by a uniform error. A part that there is not has weights
-    /// of 0 and the index 62.
+    /// by its exact noise, and with finer ones, by a uniform error. Of one part, only its index is written.
     /// @param energy  of the parts' samples
     /// @param cost    weighted noise
     void (*choose_ternary)(const part_samples *samples, int parts, const part_scalefactors (&peaks)[3],
                            const part_values &weight, int end, sent_scalefactors &sent,
                            double (&cost)[32], part_values &energy) noexcept;
-    void (*choose_finer)(const part_scalefactors (&peaks)[3], const part_values &weight,
+    /// Three parts only; of one, finer quantizers take the peaks' scale factor.
+    void (*choose_finer)(const part_scalefactors (&peaks)[3], const part_values &weight, int end,
                          sent_scalefactors &sent, part_scalefactors (&used)[3]) noexcept;
 
     /// Moves the scale factors of quantizers of more than three steps to the least exact noise, in as many
@@ -162,38 +161,41 @@ struct coding_kernels {
                    const part_values &weight, const part_values &energy, const double (&half)[32],
                    int first, int end, sent_scalefactors &sent) noexcept;
 
-    /// Chooses the scale factors of a channel's shared subbands, nearest to the least squares.
+    /// Chooses the scale factors of a channel's shared subbands, nearest to the least squares. Of one part,
+    /// only its index is written.
     /// @param quantizer  noise of a part for a scale factor of 1
-    void (*fit)(const shared_fit &fit, const part_values &weight, double quantizer, int first, int end,
-                sent_scalefactors &sent) noexcept;
+    void (*fit)(const shared_fit &fit, int parts, const part_values &weight, double quantizer,
+                int first, int end, sent_scalefactors &sent) noexcept;
     /// The same in as many bits as before.
-    void (*fit_again)(const shared_fit &fit, const part_values &weight, int first, int end,
+    void (*fit_again)(const shared_fit &fit, int parts, const part_values &weight, int first, int end,
                       sent_scalefactors &sent) noexcept;
 
     /// What is decoded of shared samples before a channel's scale factor.
     void (*decode)(const part_samples &samples, const part_scalefactors &scalefactors,
                    const double (&half)[32], int first, int end, part_samples &decoded) noexcept;
 
-    /// Noise of a subband with samples of its own, but for three steps, and of both channels of a shared one.
-    void (*own_noise)(const part_samples &samples, const part_scalefactors &scalefactors, int first,
-                      int end, part_noise &noise) noexcept;
-    void (*shared_noise)(const part_samples &left, const part_samples &right,
-                         const part_scalefactors (&scalefactors)[2], const part_samples &shared,
-                         const part_scalefactors &shared_scalefactors, int first, int end,
-                         part_noise (&noise)[2]) noexcept;
-    void (*add_noise_costs)(const part_noise &noise, const double (&weight)[32], int first, int end,
-                            noise_costs &costs) noexcept;
-    /// Takes what refining scale factors will leave of the costs, and bars quantizers.
-    void (*finish_costs)(int first, int end, unit_costs &costs) noexcept;
+    /// Find what the quantizers cost in noise, and first_slope, of subbands whose openings are given: of a
+    /// channel's own subbands up to end - 1,
+    /// @param energy   of the parts' samples
+    /// @param ternary  noise of three steps
+    void (*own_costs)(const part_samples *samples, int parts,
+                      const part_scalefactors (&scalefactors)[3], const part_values &weight,
+                      const part_values &energy, const double (&ternary)[32], int end,
+                      unit_costs &costs) noexcept;
+    /// and of both channels of shared ones.
+    void (*shared_costs)(const shared_parts &frame, int parts, int first, int end,
+                         unit_costs &costs) noexcept;
 
     // Of the subbands first .. end - 1, multiples of 4, of one or two rows of costs:
 
     /// The quantizers up to which every bit takes away more than `slope` of the cost.
+    /// @param coarse  choices for a greater slope, or null
+    /// @param fine    choices for a lesser slope, or null
     reached (*reach)(const unit_costs *costs, int rows, double slope, int first, int end,
+                     const unit_choices *coarse, const unit_choices *fine,
                      unit_choices *choices) noexcept;
-    /// The slopes below which there are bits.
-    void (*first_slopes)(const unit_costs &costs, int first, int end, double (&slope)[32]) noexcept;
-    /// Makes no bits cost so much that those slopes are multiplied with a factor above 0.
+    /// Makes no bits cost so much that the slopes below which there are bits become first_slope times a
+    /// factor above 0.
     void (*favour)(unit_costs &costs, const double (&factor)[32], int first, int end) noexcept;
     /// Of the steps that take away cost and want no more bits than that, those with the greatest slope,
     /// the shortest ones of equals.

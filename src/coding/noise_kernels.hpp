@@ -8,134 +8,197 @@
 
 namespace vela::VELA_LEVEL {
 
-/// Of a quantizer whose levels are the integers up to (steps - 1) / 2 on both sides of 0.
+/// At most four lanes: subbands that are shared begin at any multiple of four.
 template <class V>
-VELA_INLINE V nearest_level(V magnitude, int steps) {
-    return min_of(nearest(magnitude), splat<V>((steps - 1) * 0.5));
+using grouped = lane_type<(lanes<V> > 4 ? 4 : lanes<V>)>;
+
+/// Runs step.operator()<V>(sb) for subbands first .. end - 1, both multiples of 4: as many at once as V has
+/// lanes, and four where eight are too many.
+template <class V, class Step>
+VELA_INLINE void over_subbands(int first, int end, Step step) {
+    int sb = first;
+    for (; sb + lanes<V> <= end; sb += lanes<V>)
+        step.template operator()<V>(sb);
+    if constexpr (lanes < V >> 4) {
+        if (sb < end) step.template operator()<grouped<V>>(sb);
+    }
 }
+
+/// The quantizers that any of the lanes' subbands has. Others that a subband does not have are barred.
+template <class V>
+VELA_INLINE const quantizer_set::group &quantizers_of(const quantizer_set &set, int sb) {
+    return (lanes<V> > 4 ? set.pairs : set.groups)[sb / 4];
+}
+
+template <class V>
+VELA_INLINE V bits_of_quantizer(const unit_costs &costs, int q, int sb) {
+    const double *const opening = q == 0 ? costs.ternary_opening : costs.opening;
+    return load<V>(opening + sb) + splat<V>(costs.set->sample_bits[q]);
+}
+
+/// By quantizers. Those with up to nine steps: half of the steps, of the levels, which are the integers up
+/// to (steps - 1) / 2 on both sides of 0, and how far these lie apart for a scale factor of 1. All others:
+/// the noise of twelve samples for a scale factor of 1, of the variance step^2 / 12.
+struct coarse_quantizer {
+    double half_steps, highest, unit;
+};
+inline constexpr coarse_quantizer coarse_quantizers[coarse_count] = {
+    {1.5, 1, 2.0 / 3}, {2.5, 2, 2.0 / 5}, {3.5, 3, 2.0 / 7}, {4.5, 4, 2.0 / 9}};
+inline constexpr table<double, quantizer_count> uniform_noise = [] {
+    table<double, quantizer_count> made{};
+    for (int q = coarse_count; q < quantizer_count; ++q) {
+        const double steps = static_cast<double>((8 << (q - coarse_count + 1)) - 1);
+        made[q] = 4.0 / (steps * steps);
+    }
+    return made;
+}();
 
 template <class V>
 void sum_products(const part_samples &a, const part_samples &b, int first, int end,
                   double (&sum)[32]) noexcept {
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        V products = splat<V>(0.0);
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        L products = splat<L>(0.0);
         for (int j = 0; j < 12; ++j)
-            products = products + load<V>(a[j] + sb) * load<V>(b[j] + sb);
+            products = products + load<L>(a[j] + sb) * load<L>(b[j] + sb);
         store(sum + sb, products);
-    }
+    });
 }
 
-template <class V>
-void own_noise(const part_samples &samples, const part_scalefactors &scalefactors, int first, int end,
-               part_noise &noise) noexcept {
-    const V zero = splat<V>(0.0);
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        const V inverse = load<V>(scalefactors.inverse + sb), scale = load<V>(scalefactors.value + sb);
-        V energy = zero, error[coarse_count] = {zero, zero, zero, zero};
-        for (const auto &row : samples) {
-            const V x = load<V>(row + sb), size = magnitude(x) * inverse;
-            energy = energy + x * x;
-#pragma GCC unroll 4
-            for (int q = 1; q < coarse_count; ++q) {
-                // In units of the quantizer's levels, which lie 2 scf / steps apart.
-                const V y = size * splat<V>(coarse_steps[q] * 0.5);
-                const V e = y - nearest_level(y, coarse_steps[q]);
-                error[q] = error[q] + e * e;
-            }
-        }
-        store(noise.coarse[0] + sb, zero);
-        for (int q = 1; q < coarse_count; ++q) {
-            const V unit = scale * splat<V>(2.0 / coarse_steps[q]);
-            store(noise.coarse[q] + sb, error[q] * (unit * unit));
-        }
-        store(noise.unquantized + sb, energy);
-        store(noise.residue + sb, zero);
-        store(noise.most + sb, energy);
-        store(noise.scale_square + sb, scale * scale);
-    }
-}
-
-/// For subbands whose samples both channels share: noise is what a channel's samples differ from its
-/// scale factor times the shared ones. Of a level l that is x^2 - 2 s x l + s^2 l^2.
-template <class V>
-void shared_noise(const part_samples &left, const part_samples &right,
-                  const part_scalefactors (&scalefactors)[2], const part_samples &shared,
-                  const part_scalefactors &shared_scalefactors, int first, int end,
-                  part_noise (&noise)[2]) noexcept {
-    const V zero = splat<V>(0.0);
-    constexpr int count = coarse_count + 1; // the last one is for no quantizer at all
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        const V inverse = load<V>(shared_scalefactors.inverse + sb);
-        V energy[2] = {zero, zero}, product[2][count], square[count];
-        for (int q = 0; q < count; ++q)
-            product[0][q] = product[1][q] = square[q] = zero;
-        for (int j = 0; j < 12; ++j) {
-            const V x = load<V>(left[j] + sb), y = load<V>(right[j] + sb);
-            const V z = load<V>(shared[j] + sb) * inverse, size = magnitude(z);
-            const auto below = z < zero;
-            const V own[2] = {select(below, zero - x, x), select(below, zero - y, y)};
-            energy[0] = energy[0] + x * x;
-            energy[1] = energy[1] + y * y;
-#pragma GCC unroll 5
-            for (int q = 0; q < count; ++q) {
-                V level = size;
-                if (q < coarse_count)
-                    level = nearest_level(size * splat<V>(coarse_steps[q] * 0.5), coarse_steps[q])
-                            * splat<V>(2.0 / coarse_steps[q]);
-                square[q] = square[q] + level * level;
-                product[0][q] = product[0][q] + own[0] * level;
-                product[1][q] = product[1][q] + own[1] * level;
-            }
-        }
-        for (int ch = 0; ch < 2; ++ch) {
-            const V scale = load<V>(scalefactors[ch].value + sb), scale_square = scale * scale;
-            const auto noise_of = [&](int q) {
-                return (energy[ch] - (scale + scale) * product[ch][q]) + scale_square * square[q];
-            };
-            for (int q = 0; q < coarse_count; ++q)
-                store(noise[ch].coarse[q] + sb, noise_of(q));
-            store(noise[ch].unquantized + sb, energy[ch]);
-            store(noise[ch].residue + sb, noise_of(coarse_count));
-            store(noise[ch].most + sb, splat<V>(1e300));
-            store(noise[ch].scale_square + sb, scale_square);
-        }
-    }
-}
-
-template <class V>
-void add_noise_costs(const part_noise &noise, const double (&weight)[32], int first, int end,
-                     noise_costs &costs) noexcept {
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        const V w = load<V>(weight + sb), square = load<V>(noise.scale_square + sb);
-        const V residue = load<V>(noise.residue + sb), most = load<V>(noise.most + sb);
-        const auto add = [&](double(&cost)[32], V energy) {
-            store(cost + sb, load<V>(cost + sb) + w * energy);
-        };
-        add(costs.unquantized, load<V>(noise.unquantized + sb));
-        for (int q = 0; q < coarse_count; ++q)
-            add(costs.quantized[q], load<V>(noise.coarse[q] + sb));
-        // Twelve samples of the variance step^2 / 12, step = 2 scf / steps.
-        for (int q = coarse_count; q < quantizer_count; ++q) {
-            const double steps = static_cast<double>((8 << (q - coarse_count + 1)) - 1);
-            add(costs.quantized[q], min_of(residue + square * splat<V>(4.0 / (steps * steps)), most));
-        }
-    }
-}
-
-/// Infinite samples have costs that others can be compared with.
-template <class V>
-void finish_costs(int first, int end, unit_costs &costs) noexcept {
+/// Finishes the costs of some subbands: takes what refining scale factors will leave of them, bars
+/// quantizers, and makes those of infinite samples such as others can be compared with.
+/// @param cost_of  (q): the weighted noise
+template <class V, class Cost>
+VELA_INLINE void finish_costs(unit_costs &costs, int sb, V unquantized, Cost cost_of) {
     const V most = splat<V>(1e200), left = splat<V>(tuned::left_by_refining);
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        store(costs.unquantized + sb, min_of(load<V>(costs.unquantized + sb), most));
-        const quantizer_set::group &group = costs.set->groups[sb / 4];
-        for (int i = 0; i < group.count; ++i) {
-            const int q = group.quantizers[i];
-            double *const cost = costs.quantized[q] + sb;
-            const V barred = load<V>(costs.set->barred[q].begin() + sb);
-            store(cost, max_of(barred, min_of(load<V>(cost) * left, most)));
-        }
+    const V none = min_of(unquantized, most);
+    store(costs.unquantized + sb, none);
+    V gain = splat<V>(0.0), bits = splat<V>(1.0);
+    // With eight lanes other kernels may look at these subbands together with others.
+    for (int q = 0; q < quantizer_count && VELA_LANES > 4; ++q)
+        store(costs.quantized[q] + sb, load<V>(costs.set->barred[q].begin() + sb));
+    const quantizer_set::group &group = quantizers_of<V>(*costs.set, sb);
+    for (int i = 0; i < group.count; ++i) {
+        const int q = group.quantizers[i];
+        const V barred = load<V>(costs.set->barred[q].begin() + sb);
+        const V cost = max_of(barred, min_of(cost_of(q) * left, most));
+        store(costs.quantized[q] + sb, cost);
+        const V less = none - cost, wanted = bits_of_quantizer<V>(costs, q, sb);
+        const auto steeper = gain * wanted < less * bits;
+        gain = select(steeper, less, gain);
+        bits = select(steeper, wanted, bits);
     }
+    store(costs.first_slope + sb, gain / bits);
+}
+
+template <class V>
+void own_costs(const part_samples *samples, int parts, const part_scalefactors (&scalefactors)[3],
+               const part_values &weight, const part_values &energy, const double (&ternary)[32],
+               int end, unit_costs &costs) noexcept {
+    over_subbands<V>(0, end, [&]<class L>(int sb) {
+        const L zero = splat<L>(0.0);
+        const quantizer_set::group &group = quantizers_of<L>(*costs.set, sb);
+        L whole = zero, coarse[coarse_count] = {}, w[3], most[3], scale_square[3];
+        for (int part = 0; part < parts; ++part) {
+            const L inverse = load<L>(scalefactors[part].inverse + sb);
+            const L scale = load<L>(scalefactors[part].value + sb);
+            scale_square[part] = scale * scale;
+            w[part] = load<L>(weight[part] + sb);
+            most[part] = load<L>(energy[part] + sb);
+            whole = whole + w[part] * most[part];
+            L size[12];
+            for (int j = 0; j < 12; ++j)
+                size[j] = magnitude(load<L>(samples[part][j] + sb)) * inverse;
+            // Three steps have scale factors of their own.
+            for (int i = 1; i < group.count && group.quantizers[i] < coarse_count; ++i) {
+                const int q = group.quantizers[i];
+                // In units of the quantizer's levels.
+                const L half_steps = splat<L>(coarse_quantizers[q].half_steps);
+                const L highest = splat<L>(coarse_quantizers[q].highest);
+                L error = zero;
+                for (const L s : size) {
+                    const L y = s * half_steps, e = y - min_of(nearest(y), highest);
+                    error = error + e * e;
+                }
+                const L unit = scale * splat<L>(coarse_quantizers[q].unit);
+                coarse[q] = coarse[q] + w[part] * (error * (unit * unit));
+            }
+        }
+        coarse[0] = load<L>(ternary + sb) / splat<L>(tuned::left_by_refining); // refined already
+        finish_costs(costs, sb, whole, [&](int q) {
+            if (q < coarse_count) return coarse[q];
+            L cost = zero;
+            for (int part = 0; part < parts; ++part)
+                cost = cost
+                       + w[part] * min_of(scale_square[part] * splat<L>(uniform_noise[q]), most[part]);
+            return cost;
+        });
+    });
+}
+
+/// Noise is what a channel's samples differ from its scale factor times the shared ones. Of a level l that
+/// is x^2 - 2 s x l + s^2 l^2.
+template <class V>
+void shared_costs(const shared_parts &frame, int parts, int first, int end,
+                  unit_costs &costs) noexcept {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        const L zero = splat<L>(0.0);
+        const quantizer_set::group &group = quantizers_of<L>(*costs.set, sb);
+        L whole = zero, coarse[coarse_count] = {};
+        L w[3][2], residue[3][2], scale_square[3][2];
+        for (int part = 0; part < parts; ++part) {
+            const L inverse = load<L>(frame.normal[part].inverse + sb);
+            L size[12], own[2][12], energy[2], scale[2];
+            for (int j = 0; j < 12; ++j) {
+                const L z = load<L>(frame.shared[part][j] + sb) * inverse;
+                const L x = load<L>(frame.left[part][j] + sb), y = load<L>(frame.right[part][j] + sb);
+                const auto below = z < zero;
+                size[j] = magnitude(z);
+                own[0][j] = select(below, zero - x, x);
+                own[1][j] = select(below, zero - y, y);
+            }
+            for (int ch = 0; ch < 2; ++ch) {
+                w[part][ch] = load<L>((*frame.weight[ch])[part] + sb);
+                energy[ch] = load<L>((*frame.energy[ch])[part] + sb);
+                scale[ch] = load<L>((*frame.scale[ch])[part] + sb);
+                scale_square[part][ch] = scale[ch] * scale[ch];
+                whole = whole + w[part][ch] * energy[ch];
+            }
+            const auto noise_of = [&](auto level_of, L(&noise)[2]) {
+                L square = zero, product[2] = {zero, zero};
+                for (int j = 0; j < 12; ++j) {
+                    const L level = level_of(size[j]);
+                    square = square + level * level;
+                    product[0] = product[0] + own[0][j] * level;
+                    product[1] = product[1] + own[1][j] * level;
+                }
+                for (int ch = 0; ch < 2; ++ch)
+                    noise[ch] = (energy[ch] - (scale[ch] + scale[ch]) * product[ch])
+                                + scale_square[part][ch] * square;
+            };
+            noise_of([](L s) { return s; }, residue[part]);
+            for (int i = 0; i < group.count && group.quantizers[i] < coarse_count; ++i) {
+                const int q = group.quantizers[i];
+                const L half_steps = splat<L>(coarse_quantizers[q].half_steps);
+                const L highest = splat<L>(coarse_quantizers[q].highest);
+                const L unit = splat<L>(coarse_quantizers[q].unit);
+                L noise[2];
+                noise_of([&](L s) { return min_of(nearest(s * half_steps), highest) * unit; }, noise);
+                coarse[q] = (coarse[q] + w[part][0] * noise[0]) + w[part][1] * noise[1];
+            }
+        }
+        finish_costs(costs, sb, whole, [&](int q) {
+            if (q < coarse_count) return coarse[q];
+            L cost = zero;
+            for (int part = 0; part < parts; ++part) {
+                for (int ch = 0; ch < 2; ++ch) {
+                    const L noise =
+                        residue[part][ch] + scale_square[part][ch] * splat<L>(uniform_noise[q]);
+                    cost = cost + w[part][ch] * min_of(noise, splat<L>(1e300));
+                }
+            }
+            return cost;
+        });
+    });
 }
 
 } // namespace vela::VELA_LEVEL

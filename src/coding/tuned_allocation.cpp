@@ -44,7 +44,7 @@ void weigh_frame(const weighed_frame &frame, const side_info &side, tuned_frame 
     for (int part = 0; part < config.parts(); ++part)
         look_up(side.joint_index[part], found.normal[part]);
     choose_shared_scalefactors(frame, found.own, found.normal, found.shared);
-    found.costs.find_shared(frame, found.shared, found.normal);
+    found.costs.find_shared(frame, found.own, found.shared, found.normal);
 }
 
 int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header,

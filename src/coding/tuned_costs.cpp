@@ -2,18 +2,16 @@
 
 #include "coding/frame_bits.hpp"
 #include "coding/scalefactor_table.hpp"
-#include "psy/tuned_parameters.hpp"
 #include "vela_enc_mp1a/settings.h"
-
-#include <algorithm>
 
 namespace vela {
 
 namespace {
 
 /// Bits of scale factors and their selection, of a subband with bits.
-double opening_bits(const coder_config &config, double scfsi) noexcept {
-    return config.layer == 1 ? 6 : 2 + 6 * scalefactors_per_scfsi[static_cast<int>(scfsi)];
+double opening_bits(const coder_config &config, const sent_scalefactors &sent, int sb) noexcept {
+    if (config.layer == 1) return 6;
+    return 2 + 6 * scalefactors_per_scfsi[static_cast<int>(sent.scfsi[sb])];
 }
 
 } // namespace
@@ -26,47 +24,41 @@ void frame_costs::find_own(const weighed_frame &frame, int ch, const own_scalefa
     const coder_config &config = frame.config;
     const int end = config.lane_end();
     unit_costs &costs = rows[ch];
-    static_cast<noise_costs &>(costs) = {};
     costs.set = &config.table->set;
-    for (int part = 0; part < config.parts(); ++part) {
-        part_noise noise;
-        frame.kernels.own_noise(frame.samples[ch][part], own.used[part], 0, end, noise);
-        frame.kernels.add_noise_costs(noise, own.weight[part], 0, end, costs);
-    }
     for (int sb = 0; sb < end; ++sb) {
-        // Refined already.
-        costs.quantized[0][sb] = own.ternary_cost[sb] / tuned::left_by_refining;
-        costs.ternary_opening[sb] = opening_bits(config, own.ternary.scfsi[sb]);
-        costs.opening[sb] = opening_bits(config, own.finer.scfsi[sb]);
+        costs.ternary_opening[sb] = opening_bits(config, own.ternary, sb);
+        costs.opening[sb] = opening_bits(config, own.finer, sb);
     }
-    frame.kernels.finish_costs(0, end, costs);
+    frame.kernels.own_costs(frame.samples[ch], config.parts(), own.used, own.weight, own.energy,
+                            own.ternary_cost, end, costs);
 }
 
-void frame_costs::find_shared(const weighed_frame &frame, const sent_scalefactors (&chosen)[2],
+void frame_costs::find_shared(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                              const sent_scalefactors (&chosen)[2],
                               const part_scalefactors (&normal)[3]) noexcept {
     const coder_config &config = frame.config;
     const int first = joint_bounds[0], end = config.lane_end();
     unit_costs &costs = rows[shared];
-    static_cast<noise_costs &>(costs) = {};
     costs.set = &config.table->set;
-    for (int part = 0; part < config.parts(); ++part) {
-        part_scalefactors scale[2];
-        for (int ch = 0; ch < 2; ++ch) {
+    part_values scale[2];
+    for (int ch = 0; ch < 2; ++ch) {
+        for (int part = 0; part < config.parts(); ++part) {
             for (int sb = first; sb < end; ++sb)
-                scale[ch].value[sb] = scalefactor_table[static_cast<int>(chosen[ch].index[part][sb])];
+                scale[ch][part][sb] = scalefactor_table[static_cast<int>(chosen[ch].index[part][sb])];
         }
-        part_noise noise[2];
-        frame.kernels.shared_noise(frame.samples[0][part], frame.samples[1][part], scale,
-                                   frame.joint[part], normal[part], first, end, noise);
-        for (int ch = 0; ch < 2; ++ch)
-            frame.kernels.add_noise_costs(noise[ch], frame.weights[ch][part], first, end, costs);
     }
     for (int sb = first; sb < end; ++sb) {
-        costs.opening[sb] =
-            opening_bits(config, chosen[0].scfsi[sb]) + opening_bits(config, chosen[1].scfsi[sb]);
+        costs.opening[sb] = opening_bits(config, chosen[0], sb) + opening_bits(config, chosen[1], sb);
         costs.ternary_opening[sb] = costs.opening[sb];
     }
-    frame.kernels.finish_costs(first, end, costs);
+    frame.kernels.shared_costs({frame.samples[0],
+                                frame.samples[1],
+                                frame.joint,
+                                {&own[0].weight, &own[1].weight},
+                                {&own[0].energy, &own[1].energy},
+                                {&scale[0], &scale[1]},
+                                normal},
+                               config.parts(), first, end, costs);
 }
 
 frame_rows::frame_rows(const coder_config &config, int joint_bound) noexcept : count(0) {

@@ -15,7 +15,8 @@ struct frame_costs {
 
     void find_own(const weighed_frame &frame, int ch, const own_scalefactors &own) noexcept;
     /// @param normal  scale factors that normalise the shared samples
-    void find_shared(const weighed_frame &frame, const sent_scalefactors (&chosen)[2],
+    void find_shared(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                     const sent_scalefactors (&chosen)[2],
                      const part_scalefactors (&normal)[3]) noexcept;
 };
 

@@ -37,47 +37,53 @@ std::uint32_t above(const double (&slope)[32], double limit, int first, int end)
     return found;
 }
 
+int bits_of(const weighed_frame &frame, int choice, int frame_bits) noexcept {
+    return frame_bits - fixed_bits(frame.config, bound_of(frame.config, choice));
+}
+
 /// How much more a frame costs with each bound than with the best one, after Lagrange: by sums of
 /// (cost + slope bits).
-void weigh_bounds(const weighed_frame &frame, const frame_costs &costs, double slope,
+/// @param chosen  with that slope: [row]
+void weigh_bounds(const coder_config &config, const unit_choices *chosen, double slope,
                   double (&excess)[5]) noexcept {
-    const coder_config &config = frame.config;
-    double whole[3][32];
-    for (int row = 0; row < 3; ++row) {
-        const int first = first_subband(row);
-        unit_choices choices;
-        frame.kernels.reach(&costs.rows[row], 1, slope, first, config.lane_end(), &choices);
-        for (int sb = first; sb < config.sblimit; ++sb)
-            whole[row][sb] = choices.cost[sb] + slope * choices.bits[sb];
+    const auto whole = [&](int row, int sb) {
+        return chosen[row].cost[sb] + slope * chosen[row].bits[sb];
+    };
+    int bounds[5], bits = fixed_bits(config, config.sblimit);
+    for (int choice = stereo, sb = config.sblimit; choice >= 0; --choice) {
+        bounds[choice] = bound_of(config, choice);
+        // What is shared has one allocation field.
+        while (sb > bounds[choice])
+            bits -= config.table->row(--sb).alloc_bits;
+        excess[choice] = slope * bits;
     }
-    for (int choice = 0; choice <= stereo; ++choice) {
-        const int bound = bound_of(config, choice);
-        excess[choice] = slope * fixed_bits(config, bound);
-        for (int sb = 0; sb < config.sblimit; ++sb)
-            excess[choice] += sb < bound ? whole[0][sb] + whole[1][sb] : whole[frame_costs::shared][sb];
+    // Side by side: each waits for its last sum.
+    for (int sb = 0; sb < config.sblimit; ++sb) {
+        const double shared = sb < joint_bounds[0] ? 0 : whole(frame_costs::shared, sb);
+        const double more[2] = {shared, whole(0, sb) + whole(1, sb)};
+        for (int choice = 0; choice <= stereo; ++choice)
+            excess[choice] += more[sb < bounds[choice]];
     }
     const double least = *std::min_element(std::begin(excess), std::end(excess));
     for (double &e : excess)
         e = e / least - 1;
 }
 
-/// The common slope of a frame by itself.
-void find_slope(const weighed_frame &frame, const frame_costs &costs, int choice, int frame_bits,
-                double &slope) noexcept {
-    const int bound = bound_of(frame.config, choice);
-    tuned_search search(frame, costs, bound, frame_bits - fixed_bits(frame.config, bound));
-    search.take_common_slope(slope);
-}
-
-/// The same with the best bound.
+/// The common slope of a frame by itself with its best bound.
 void find_bound(const weighed_frame &frame, const frame_costs &costs, int frame_bits, double &slope,
                 double (&excess)[5]) noexcept {
-    find_slope(frame, costs, bound_8, frame_bits, slope);
-    weigh_bounds(frame, costs, slope, excess);
-    const auto best = std::min_element(std::begin(excess), std::end(excess)) - std::begin(excess);
+    const coder_config &config = frame.config;
+    tuned_search search(frame, costs, bound_of(config, bound_8), bits_of(frame, bound_8, frame_bits));
+    search.take_common_slope(slope);
+    const unit_choices *const chosen = search.choices_of_all(nullptr, 0);
+    weigh_bounds(config, chosen, slope, excess);
+    const auto best =
+        static_cast<int>(std::min_element(std::begin(excess), std::end(excess)) - std::begin(excess));
     if (best != bound_8) {
-        find_slope(frame, costs, static_cast<int>(best), frame_bits, slope);
-        weigh_bounds(frame, costs, slope, excess);
+        const double before = slope;
+        tuned_search again(frame, costs, bound_of(config, best), bits_of(frame, best, frame_bits));
+        again.take_common_slope(slope, chosen);
+        if (slope != before) weigh_bounds(config, again.choices_of_all(chosen, before), slope, excess);
     }
     // Where bits do not run out, all bounds are alike.
     if (tuned_search::is_least(slope)) std::ranges::fill(excess, 0.0);
@@ -92,12 +98,12 @@ frame_by_itself look_by_itself(const weighed_frame &frame, const frame_costs &co
     if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
         find_bound(frame, costs, frame_bits, slope, found.excess);
     } else {
-        find_slope(frame, costs, stereo, frame_bits, slope);
+        tuned_search search(frame, costs, config.sblimit, bits_of(frame, stereo, frame_bits));
+        search.take_common_slope(slope);
     }
     for (int row = 0; row < frame_costs::count(config); ++row) {
         const int first = first_subband(row);
-        double slopes[32];
-        frame.kernels.first_slopes(costs.rows[row], first, config.lane_end(), slopes);
+        const double(&slopes)[32] = costs.rows[row].first_slope;
         found.strong[row] = above(slopes, slope * tuned::strong, first, config.sblimit);
         found.weak[row] = above(slopes, slope * weak_share(config, frame_bits), first, config.sblimit);
     }

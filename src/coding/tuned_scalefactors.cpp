@@ -47,21 +47,21 @@ void look_up(const std::uint8_t (&index)[32], part_scalefactors &values) noexcep
 void choose_own_scalefactors(const weighed_frame &frame, int ch, const std::uint8_t (&peaks)[3][32],
                              own_scalefactors &chosen) noexcept {
     const int parts = frame.config.parts();
-    std::ranges::fill(chosen.weight[1], 0.0);
-    std::ranges::fill(chosen.weight[2], 0.0);
-    static constexpr table<std::uint8_t, 32> softest = [] {
-        table<std::uint8_t, 32> made{};
-        std::fill(made.begin(), made.end(), std::uint8_t{62});
-        return made;
-    }();
-    for (int part = 0; part < 3; ++part) {
-        look_up(part < parts ? peaks[part] : softest.values, chosen.peaks[part]);
-        if (part < parts) std::ranges::copy(frame.weights[ch][part], chosen.weight[part]);
+    for (int part = 0; part < parts; ++part) {
+        look_up(peaks[part], chosen.peaks[part]);
+        std::ranges::copy(frame.weights[ch][part], chosen.weight[part]);
     }
     frame.kernels.choose_ternary(frame.samples[ch], parts, chosen.peaks, chosen.weight,
                                  frame.config.lane_end(), chosen.ternary, chosen.ternary_cost,
                                  chosen.energy);
-    frame.kernels.choose_finer(chosen.peaks, chosen.weight, chosen.finer, chosen.used);
+    if (parts == 1) {
+        chosen.used[0] = chosen.peaks[0];
+        std::ranges::copy(chosen.peaks[0].index, chosen.finer.index[0]);
+        std::ranges::fill(chosen.finer.scfsi, 0.0);
+    } else {
+        frame.kernels.choose_finer(chosen.peaks, chosen.weight, frame.config.lane_end(), chosen.finer,
+                                   chosen.used);
+    }
 }
 
 void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
@@ -83,7 +83,8 @@ void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefacto
                 fit.energy[part][sb] = own[ch].energy[part][sb];
             }
         }
-        frame.kernels.fit(fit, own[ch].weight, tuned::middle_quantizer_noise, first, end, chosen[ch]);
+        frame.kernels.fit(fit, config.parts(), own[ch].weight, tuned::middle_quantizer_noise, first,
+                          end, chosen[ch]);
     }
 }
 
@@ -111,9 +112,9 @@ void refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&ow
     }
     for (int ch = 0; ch < 2; ++ch) {
         compare(frame, ch, decoded, bound, fit);
-        std::memcpy(fit.energy, own[ch].energy, sizeof fit.energy);
+        std::memcpy(fit.energy, own[ch].energy, parts * sizeof fit.energy[0]);
         sent_scalefactors refined = shared[ch];
-        frame.kernels.fit_again(fit, own[ch].weight, bound, end, refined);
+        frame.kernels.fit_again(fit, parts, own[ch].weight, bound, end, refined);
         for (int sb = bound; sb < config.sblimit; ++sb)
             store(config, side.allocation[ch][sb] == 0 ? shared[ch] : refined, ch, sb, side);
     }

@@ -10,10 +10,10 @@ struct own_scalefactors {
     part_values weight;         ///< the channel's, 0 for parts that there are not
     part_values energy;         ///< of the samples
     part_scalefactors peaks[3]; ///< the smallest ones that no sample exceeds
-    part_scalefactors used[3];  ///< with more than three steps, before they are refined
-    sent_scalefactors ternary;  ///< for three steps
-    sent_scalefactors finer;    ///< for the other quantizers, likewise
-    double ternary_cost[32];    ///< weighted noise of three steps
+    part_scalefactors used[3]; ///< with more than three steps, before they are refined; without indexes
+    sent_scalefactors ternary; ///< for three steps
+    sent_scalefactors finer;   ///< for the other quantizers, likewise
+    double ternary_cost[32];   ///< weighted noise of three steps
 };
 
 /// Values of scale factors.

@@ -56,42 +56,94 @@ bool tuned_search::is_least(double slope) noexcept {
     return place_of(slope) == place_of(below_all) - 1;
 }
 
-reached tuned_search::reach(double slope) noexcept {
+reached tuned_search::reach(double slope, const unit_choices *coarse, const unit_choices *fine,
+                            const row_range &range, row_choices &found) const noexcept {
+    const auto &[row, rows, first, end] = range;
+    return kernels_.reach(&costs_.rows[row], rows, slope, first, end,
+                          coarse == nullptr ? nullptr : &coarse[row],
+                          fine == nullptr ? nullptr : &fine[row], &found[row]);
+}
+
+reached tuned_search::reach(double slope, const unit_choices *coarse, const unit_choices *fine,
+                            row_choices &found) const noexcept {
     reached all{};
-    for (const auto &[row, rows, first, end] : rows_) {
-        const reached some = kernels_.reach(&costs_.rows[row], rows, slope, first, end, &choices_[row]);
+    for (const row_range &range : rows_) {
+        const reached some = reach(slope, coarse, fine, range, found);
         all.bits += some.bits;
         all.subbands += some.subbands;
     }
     return all;
 }
 
-void tuned_search::take_common_slope(double &hint) noexcept {
-    int affordable = place_of(std::numeric_limits<double>::max()), beyond = place_of(below_all);
+const unit_choices *tuned_search::choices_of_all(const unit_choices *known,
+                                                 double slope_of_known) noexcept {
+    const unit_choices *const coarse = slope_of_known >= slope_ ? known : nullptr;
+    const unit_choices *const fine = slope_of_known <= slope_ ? known : nullptr;
+    row_choices &all = tried_[chosen_];
+    const int bound = rows_.ranges[0].end, end = rows_.ranges[rows_.count - 1].end;
+    const row_range others[] = {{0, 2, bound, end}, {frame_costs::shared, 1, joint_bounds[0], bound}};
+    for (const row_range &range : others)
+        reach(slope_, coarse, fine, range, all);
+    return all;
+}
+
+void tuned_search::take_common_slope(double &hint, const unit_choices *known) noexcept {
+    const int first = place_of(std::numeric_limits<double>::max());
+    int affordable = first, beyond = place_of(below_all);
     int place = place_of(hint), spent = 0;
-    for (int tries = 1;; ++tries) {
-        // Where guesses do not help, by halves.
-        if (tries > 6) place = affordable + (beyond - affordable) / 2;
+    int coarse = -1, fine = -1, free = 0;
+    const auto choices = [&](int which) { return which < 0 ? nullptr : tried_[which]; };
+    const auto another = [&] {
+        free = 0;
+        while (free == coarse || free == fine)
+            ++free;
+    };
+    int too_many = 0, stride = 1, guesses = 0;
+    for (int tries = 1; beyond - affordable > 1; ++tries) {
         place = std::clamp(place, affordable + 1, beyond - 1);
-        const auto [bits, subbands] = reach(slope_at(place));
+        if (slope_at(place) != hint) known = nullptr;
+        const auto [bits, subbands] = reach(slope_at(place), known != nullptr ? known : choices(coarse),
+                                            known != nullptr ? known : choices(fine), tried_[free]);
+        known = nullptr;
         const int left = available_ - bits;
-        if (left >= 0) spent = bits;
-        (left >= 0 ? affordable : beyond) = place;
-        if (beyond - affordable <= 1) break;
-        // Half the slope is half the noise: half a bit more for each sample.
-        const int bits_an_octave = (subbands + 1) * samples_ / 2;
-        const int way = left * octave / bits_an_octave;
-        place += left < 0 ? std::min(way, -1) : std::max(way, 1);
+        if (left >= 0) {
+            affordable = place;
+            coarse = free;
+            spent = bits;
+        } else {
+            beyond = place;
+            fine = free;
+            too_many = bits;
+        }
+        another();
+        if (coarse < 0 || fine < 0) {
+            // Half the slope is half the noise: half a bit more for each sample. If it is less than that,
+            // strides grow.
+            const int bits_an_octave = (subbands + 1) * samples_ / 2;
+            const int way = left * octave / bits_an_octave;
+            place += left < 0 ? std::min(way, -stride) : std::max(way, stride);
+            if (tries > 2) stride *= 2;
+        } else if (++guesses <= 3) {
+            place = affordable
+                    + (available_ - spent) * (beyond - affordable) / std::max(too_many - spent, 1);
+        } else {
+            place = affordable + (beyond - affordable) / 2;
+        }
     }
-    if (place != affordable) reach(slope_at(affordable));
-    hint = slope_at(affordable);
+    if (coarse < 0) {
+        reach(slope_at(affordable), nullptr, choices(fine), tried_[free]);
+        coarse = free;
+    }
+    chosen_ = coarse;
+    hint = slope_ = slope_at(affordable);
     available_ -= spent;
 }
 
 void tuned_search::find_steps(unit_steps *steps) const noexcept {
     for (const auto &[first_row, rows, first, end] : rows_) {
         for (int row = first_row; row < first_row + rows; ++row)
-            kernels_.best_steps(costs_.rows[row], choices_[row], available_, first, end, steps[row]);
+            kernels_.best_steps(costs_.rows[row], tried_[chosen_][row], available_, first, end,
+                                steps[row]);
     }
 }
 
@@ -113,7 +165,7 @@ void tuned_search::take_single_steps() noexcept {
         if (found < 0) return;
         const int row = found / 32, sb = found % 32;
         const unit_costs &costs = costs_.rows[row];
-        unit_choices &choices = choices_[row];
+        unit_choices &choices = tried_[chosen_][row];
         const int to = static_cast<int>(steps[row].quantizer[sb]) - 1;
         const double bits = bits_of(costs, to, sb);
         const int more = static_cast<int>(bits - choices.bits[sb]);

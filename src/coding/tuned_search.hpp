@@ -23,8 +23,14 @@ class tuned_search {
 
     /// Takes in one go what the search would take for certain: every step down to a slope whose steps
     /// all together are affordable, the last such slope of 8 an octave.
-    /// @param hint  where to look for that slope first; receives it
-    void take_common_slope(double &hint) noexcept;
+    /// @param hint   where to look for that slope first; receives it
+    /// @param known  choices() of another search at the slope of the hint, or null
+    void take_common_slope(double &hint, const unit_choices *known = nullptr) noexcept;
+
+    /// The choices of every row that the common slope makes in all subbands, with whatever bound: [row].
+    /// Joint stereo only.
+    /// @param known  as above; at another slope then
+    const unit_choices *choices_of_all(const unit_choices *known, double slope_of_known) noexcept;
 
     /// Goes on step by step from there, exactly as the search would.
     void take_single_steps() noexcept;
@@ -33,11 +39,16 @@ class tuned_search {
 
     /// The quantizer of a subband, from 1 on, or 0: [row].
     int quantizer(int row, int sb) const noexcept {
-        return static_cast<int>(choices_[row].quantizer[sb]);
+        return static_cast<int>(tried_[chosen_][row].quantizer[sb]);
     }
 
   private:
-    reached reach(double slope) noexcept;
+    using row_choices = unit_choices[3]; ///< [row]
+
+    reached reach(double slope, const unit_choices *coarse, const unit_choices *fine,
+                  const row_range &range, row_choices &found) const noexcept;
+    reached reach(double slope, const unit_choices *coarse, const unit_choices *fine,
+                  row_choices &found) const noexcept;
     void find_steps(unit_steps *steps) const noexcept; ///< [row]
 
     const coding_kernels &kernels_;
@@ -45,7 +56,10 @@ class tuned_search {
     frame_rows rows_;
     int available_;
     int samples_; ///< of a subband
-    unit_choices choices_[3];
+    /// The chosen one is affordable; the others are beyond that, or free for the next try.
+    row_choices tried_[3];
+    int chosen_ = 0;
+    double slope_ = 0; ///< of the chosen one
 };
 
 } // namespace vela

@@ -2,30 +2,67 @@
 #pragma once
 
 #include "coding/kernels.hpp"
+#include "coding/noise_kernels.hpp"
 #include "simd/lanes.hpp"
 
 namespace vela::VELA_LEVEL {
 
+/// The least and the greatest of a vector's lanes in memory.
 template <class V>
-VELA_INLINE V bits_of_quantizer(const unit_costs &costs, int q, int sb) {
-    const double *const opening = q == 0 ? costs.ternary_opening : costs.opening;
-    return load<V>(opening + sb) + splat<V>(costs.set->sample_bits[q]);
+VELA_INLINE double least_lane(const double *p) {
+    double least = p[0];
+    for (int i = 1; i < lanes<V>; ++i)
+        least = min_of(p[i], least);
+    return least;
+}
+template <class V>
+VELA_INLINE double greatest_lane(const double *p) {
+    double greatest = p[0];
+    for (int i = 1; i < lanes<V>; ++i)
+        greatest = max_of(p[i], greatest);
+    return greatest;
 }
 
 /// Rows side by side: each waits for the result of its last comparison.
-/// @param bits, subbands  added to
+/// @param coarse, fine  as of the kernel
 template <class V, int rows>
-VELA_INLINE void reach_rows(const unit_costs *costs, V price, int sb, unit_choices *choices, V &bits,
-                            V &subbands) {
-    const V none = splat<V>(0.0);
+VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int sb, const unit_choices *coarse,
+                            const unit_choices *fine, unit_choices *choices) {
+    const V price = splat<V>(slope), inverse_price = splat<V>(1 / slope);
     V cost[rows], spent[rows], quantizer[rows];
-    for (int r = 0; r < rows; ++r) {
-        cost[r] = load<V>(costs[r].unquantized + sb);
-        spent[r] = quantizer[r] = none;
+    // A lesser slope reaches at least as far, a greater one at most.
+    double low = 0, high = quantizer_count;
+    if (coarse != nullptr) {
+        low = least_lane<V>(coarse->quantizer + sb);
+        for (int r = 0; r < rows; ++r) {
+            cost[r] = load<V>(coarse[r].cost + sb);
+            spent[r] = load<V>(coarse[r].bits + sb);
+            quantizer[r] = load<V>(coarse[r].quantizer + sb);
+            low = min_of(least_lane<V>(coarse[r].quantizer + sb), low);
+        }
+    } else {
+        for (int r = 0; r < rows; ++r) {
+            cost[r] = load<V>(costs[r].unquantized + sb);
+            spent[r] = quantizer[r] = splat<V>(0.0);
+        }
     }
-    const quantizer_set::group &group = costs->set->groups[sb / 4];
-    for (int i = 0; i < group.count; ++i) {
+    if (fine != nullptr) {
+        high = 0;
+        for (int r = 0; r < rows; ++r)
+            high = max_of(greatest_lane<V>(fine[r].quantizer + sb), high);
+    }
+    // Nor do bits pay that cost more than all the cost that is left; a little more, for rounding.
+    V most = spent[0] + cost[0] * inverse_price;
+    for (int r = 1; r < rows; ++r)
+        most = max_of(spent[r] + cost[r] * inverse_price, most);
+    double limits[lanes<V>];
+    store(limits, most);
+    const double most_bits = greatest_lane<V>(limits) * (1 + 1e-9) + 1;
+    const quantizer_set::group &group = quantizers_of<V>(*costs->set, sb);
+    const int end = group.before[static_cast<int>(high)];
+    for (int i = group.before[static_cast<int>(low)]; i < end; ++i) {
         const int q = group.quantizers[i];
+        if (costs->set->sample_bits[q] > most_bits) break;
         for (int r = 0; r < rows; ++r) {
             // Compared by differences, rounding cannot make a greater slope reach further than a lesser.
             const V there = load<V>(costs[r].quantized[q] + sb);
@@ -40,8 +77,6 @@ VELA_INLINE void reach_rows(const unit_costs *costs, V price, int sb, unit_choic
         store(choices[r].quantizer + sb, quantizer[r]);
         store(choices[r].bits + sb, spent[r]);
         store(choices[r].cost + sb, cost[r]);
-        bits = bits + spent[r];
-        subbands = subbands + select(none < spent[r], splat<V>(1.0), none);
     }
 }
 
@@ -57,77 +92,65 @@ VELA_INLINE int sum_of_lanes(V a) {
 
 template <class V>
 reached reach(const unit_costs *costs, int rows, double slope, int first, int end,
-              unit_choices *choices) noexcept {
-    const V price = splat<V>(slope);
-    V bits = splat<V>(0.0), subbands = bits;
-    for (int sb = first; sb < end; sb += lanes<V>) {
+              const unit_choices *coarse, const unit_choices *fine, unit_choices *choices) noexcept {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
         if (rows == 2) {
-            reach_rows<V, 2>(costs, price, sb, choices, bits, subbands);
+            reach_rows<L, 2>(costs, slope, sb, coarse, fine, choices);
         } else {
-            reach_rows<V, 1>(costs, price, sb, choices, bits, subbands);
+            reach_rows<L, 1>(costs, slope, sb, coarse, fine, choices);
+        }
+    });
+    using G = grouped<V>;
+    const G none = splat<G>(0.0);
+    G bits = none, subbands = none;
+    for (int r = 0; r < rows; ++r) {
+        for (int sb = first; sb < end; sb += lanes<G>) {
+            const G spent = load<G>(choices[r].bits + sb);
+            bits = bits + spent;
+            subbands = subbands + select(none < spent, splat<G>(1.0), none);
         }
     }
     return {sum_of_lanes(bits), sum_of_lanes(subbands)};
 }
 
 template <class V>
-VELA_INLINE V first_slope(const unit_costs &costs, int sb) {
-    const V none = load<V>(costs.unquantized + sb);
-    V gain = splat<V>(0.0), bits = splat<V>(1.0);
-    const quantizer_set::group &group = costs.set->groups[sb / 4];
-    for (int i = 0; i < group.count; ++i) {
-        const int q = group.quantizers[i];
-        const V less = none - load<V>(costs.quantized[q] + sb);
-        const V wanted = bits_of_quantizer<V>(costs, q, sb);
-        const auto steeper = gain * wanted < less * bits;
-        gain = select(steeper, less, gain);
-        bits = select(steeper, wanted, bits);
-    }
-    return gain / bits;
-}
-
-template <class V>
-void first_slopes(const unit_costs &costs, int first, int end, double (&slope)[32]) noexcept {
-    for (int sb = first; sb < end; sb += lanes<V>)
-        store(slope + sb, first_slope<V>(costs, sb));
-}
-
-template <class V>
 void favour(unit_costs &costs, const double (&factor)[32], int first, int end) noexcept {
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        const V slope = first_slope<V>(costs, sb) * load<V>(factor + sb);
-        V none = splat<V>(1e200);
-        const quantizer_set::group &group = costs.set->groups[sb / 4];
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        const L slope = load<L>(costs.first_slope + sb) * load<L>(factor + sb);
+        L none = splat<L>(1e200);
+        const quantizer_set::group &group = quantizers_of<L>(*costs.set, sb);
         for (int i = 0; i < group.count; ++i) {
             const int q = group.quantizers[i];
-            const V wanted = bits_of_quantizer<V>(costs, q, sb);
-            none = min_of(load<V>(costs.quantized[q] + sb) + slope * wanted, none);
+            const L wanted = bits_of_quantizer<L>(costs, q, sb);
+            none = min_of(load<L>(costs.quantized[q] + sb) + slope * wanted, none);
         }
         store(costs.unquantized + sb, none);
-    }
+    });
 }
 
 template <class V>
 void best_steps(const unit_costs &costs, const unit_choices &from, double affordable, int first,
                 int end, unit_steps &steps) noexcept {
-    const V room = splat<V>(affordable), zero = splat<V>(0.0);
-    for (int sb = first; sb < end; sb += lanes<V>) {
-        const V cost = load<V>(from.cost + sb), bits = load<V>(from.bits + sb);
-        V slope = zero, quantizer = zero;
-        const quantizer_set::group &group = costs.set->groups[sb / 4];
-        for (int i = 0; i < group.count; ++i) {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        const L room = splat<L>(affordable), zero = splat<L>(0.0);
+        const L cost = load<L>(from.cost + sb), bits = load<L>(from.bits + sb);
+        const double most_bits = affordable + greatest_lane<L>(from.bits + sb);
+        L slope = zero, quantizer = zero;
+        const quantizer_set::group &group = quantizers_of<L>(*costs.set, sb);
+        int i = group.before[static_cast<int>(least_lane<L>(from.quantizer + sb))];
+        for (; i < group.count && costs.set->sample_bits[group.quantizers[i]] <= most_bits; ++i) {
             const int q = group.quantizers[i];
-            const V more = bits_of_quantizer<V>(costs, q, sb) - bits;
-            const V less = cost - load<V>(costs.quantized[q] + sb);
+            const L more = bits_of_quantizer<L>(costs, q, sb) - bits;
+            const L less = cost - load<L>(costs.quantized[q] + sb);
             // Quantizers that do not take away cost, or take fewer bits, have no slope above 0.
-            const V s = select(zero < more, select(room < more, zero, less / more), zero);
+            const L s = select(zero < more, select(room < more, zero, less / more), zero);
             const auto steeper = slope < s;
             slope = select(steeper, s, slope);
-            quantizer = select(steeper, splat<V>(q + 1), quantizer);
+            quantizer = select(steeper, splat<L>(q + 1), quantizer);
         }
         store(steps.slope + sb, slope);
         store(steps.quantizer + sb, quantizer);
-    }
+    });
 }
 
 } // namespace vela::VELA_LEVEL

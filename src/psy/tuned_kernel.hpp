@@ -9,22 +9,35 @@
 
 namespace vela::VELA_LEVEL {
 
+/// Where a line's pair of Hartley values stands, in doubles.
+struct pair_place {
+    std::uint16_t value, partner;
+};
+template <int lanes>
+inline constexpr table<pair_place, transform_length / 2 + 1> pair_places = [] {
+    table<pair_place, transform_length / 2 + 1> places{};
+    for (int k = 0; k <= transform_length / 2; ++k) {
+        const auto place = [](int i) { return static_cast<std::uint16_t>(lanes * place_of[i]); };
+        places[k] = {place(k), place((transform_length - k) % transform_length)};
+    }
+    return places;
+}();
+
 /// Energies of the partitions. A pair of Hartley values a = H[k], b = H[1024 - k] has the energy
-/// (a^2 + b^2) / 2; lines 0 and 512, which have no partner, have a^2.
+/// (a^2 + b^2) / 2; lines 0 and 512, which have no partner, have a^2: each is its own partner.
 template <class V>
 void partition_energies(const partition_lines &partitions, const double *x, double *energy) noexcept {
-    constexpr int L = lanes<V>;
-    const auto value = [x](int k) { return load<V>(x + L * place_of[k]); };
     const V half = splat<V>(0.5);
     for (int p = 0; p < padded_partitions; ++p) {
         V sum = splat<V>(0.0);
-        for (int k = partitions.first_line[p]; k < partitions.first_line[p + 1]; ++k) {
-            const V a = value(k), b = value((transform_length - k) % transform_length);
+        const pair_place *const end = pair_places<lanes<V>>.begin() + partitions.first_line[p + 1];
+        const pair_place *k = pair_places<lanes<V>>.begin() + partitions.first_line[p];
+        for (; k < end; ++k) {
+            const V a = load<V>(x + k->value), b = load<V>(x + k->partner);
             sum = sum + (a * a + b * b);
         }
-        store(energy + p * L, half * sum);
+        store(energy + p * lanes<V>, half * sum);
     }
-    // Line 512 is its own partner, as line 0 is: both are right as they are.
 }
 
 /// Excitations: amplitudes that add up over the partitions below and above, squared.

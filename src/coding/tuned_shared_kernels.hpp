@@ -1,0 +1,126 @@
+// The tuned choice of scale factors for samples that the channels share. Lanes are subbands.
+#pragma once
+
+#include "coding/kernels.hpp"
+#include "coding/noise_kernels.hpp"
+#include "coding/scalefactor_table.hpp"
+#include "coding/tuned_scale_kernels.hpp"
+#include "psy/tuned_parameters.hpp"
+#include "simd/lanes.hpp"
+#include "simd/math.hpp"
+
+namespace vela::VELA_LEVEL {
+
+/// Scale factors sent, by scfsi.
+inline constexpr double sent_by_scfsi[4] = {3, 2, 1, 2};
+
+/// Half-way between the scale factors of an octave: 2^(1/6), 2^(1/2), 2^(5/6).
+inline constexpr double half_way[] = {1.122462048309373, 1.4142135623730951, 1.7817974362806785};
+
+/// The index of the scale factor, 2^(1 - index / 3), that is nearest to a normal number, by proportion.
+template <class V>
+VELA_INLINE V nearest_index(V x) {
+    constexpr std::int64_t mantissa_mask = 0x000F'FFFF'FFFF'FFFF;
+    const auto bits = to_bits(x);
+    // The exponent field as a double: placed in the low bits of 2^52.
+    const V exponent = from_bits<V>(((bits >> 52) & 0x7FF) | 0x4330'0000'0000'0000)
+                       - splat<V>(4503599627370496.0 + 1023.0);
+    const V mantissa = from_bits<V>((bits & mantissa_mask) | 0x3FF0'0000'0000'0000);
+    V index = splat<V>(3.0) - splat<V>(3.0) * exponent;
+    for (const double limit : half_way)
+        index = index - select(mantissa < splat<V>(limit), splat<V>(0.0), splat<V>(1.0));
+    return index;
+}
+
+/// Nearest scale factors, by proportion, to what fits the ranges best, and the noise with them; what they
+/// cost for each that is sent.
+template <class V, int parts>
+VELA_INLINE void fit_ranges(const shared_fit &fit, const part_values &weight, int sb, double quantizer,
+                            V (&noise)[range_count], V (&extra)[range_count], V (&index)[range_count]) {
+    V w[3], energy[3], product[3], square[3];
+    for (int part = 0; part < parts; ++part) {
+        w[part] = load<V>(weight[part] + sb);
+        energy[part] = w[part] * load<V>(fit.energy[part] + sb);
+        product[part] = w[part] * load<V>(fit.product[part] + sb);
+        square[part] = w[part] * load<V>(fit.square[part] + sb);
+    }
+#pragma GCC unroll 6
+    for (int r = 0; r < (parts == 1 ? 1 : range_count); ++r) {
+        const auto [first, end] = part_ranges[r];
+        V e = energy[first], p = product[first], q = square[first], all = w[first];
+        for (int part = first + 1; part < end; ++part) {
+            e = e + energy[part];
+            p = p + product[part];
+            q = q + square[part];
+            all = all + w[part];
+        }
+        // What is not a number becomes the limit.
+        const V ratio = min_of(max_of(p / q, splat<V>(1e-9)), splat<V>(4.0));
+        index[r] = min_of(max_of(nearest_index(ratio), splat<V>(0.0)), splat<V>(62.0));
+        index[r] = select(splat<V>(0.0) < p, index[r], splat<V>(62.0));
+        double number[lanes<V>], value[lanes<V>];
+        store(number, index[r]);
+        for (int i = 0; i < lanes<V>; ++i)
+            value[i] = scalefactor_table[static_cast<int>(number[i])];
+        const V s = load<V>(value), ss = s * s, of_quantizer = ss * splat<V>(quantizer) * all;
+        noise[r] = (e - (s + s) * p + ss * q) + of_quantizer;
+        extra[r] = of_quantizer * splat<V>(tuned::shared_selection_price);
+    }
+}
+
+template <class V>
+void fit(const shared_fit &fit, int parts, const part_values &weight, double quantizer, int first,
+         int end, sent_scalefactors &sent) noexcept {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        L noise[range_count], extra[range_count], index[range_count];
+        if (parts == 1) {
+            fit_ranges<L, 1>(fit, weight, sb, quantizer, noise, extra, index);
+            store(sent.index[0] + sb, index[0]);
+            return;
+        }
+        fit_ranges<L, 3>(fit, weight, sb, quantizer, noise, extra, index);
+        const L scfsi = cheapest(noise, [&](int s, L sum) {
+                            const int(&of)[3] = range_of[s];
+                            L more = extra[of[0]];
+                            if (of[1] != of[0]) more = more + extra[of[1]];
+                            if (of[2] != of[1]) more = more + extra[of[2]];
+                            return sum + more * splat<L>(sent_by_scfsi[s]);
+                        }).scfsi;
+        store_sent(scfsi, index, sb, sent);
+    });
+}
+
+template <class V>
+void fit_again(const shared_fit &fit, int parts, const part_values &weight, int first, int end,
+               sent_scalefactors &sent) noexcept {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        L noise[range_count], extra[range_count], index[range_count];
+        if (parts == 1) {
+            fit_ranges<L, 1>(fit, weight, sb, 0.0, noise, extra, index);
+            store(sent.index[0] + sb, index[0]);
+            return;
+        }
+        fit_ranges<L, 3>(fit, weight, sb, 0.0, noise, extra, index);
+        const L bought = load<L>(sent.scfsi + sb);
+        const L scfsi = cheapest(noise, [&](int s, L sum) { return if_as_many(s, bought, sum); }).scfsi;
+        store_sent(scfsi, index, sb, sent);
+    });
+}
+
+template <class V>
+void decode(const part_samples &samples, const part_scalefactors &scalefactors,
+            const double (&half)[32], int first, int end, part_samples &decoded) noexcept {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        const L zero = splat<L>(0.0);
+        const L halves = load<L>(half + sb), highest = halves - splat<L>(0.5);
+        const L inverse = load<L>(scalefactors.inverse + sb) * halves;
+        const L unit = splat<L>(1.0) / halves;
+        for (int j = 0; j < 12; ++j) {
+            const L y = load<L>(samples[j] + sb) * inverse;
+            const L level = min_of(nearest(magnitude(y)), highest) * unit;
+            store(decoded[j] + sb, select(y < zero, zero - level, level));
+        }
+    });
+}
+
+} // namespace vela::VELA_LEVEL
