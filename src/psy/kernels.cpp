@@ -27,7 +27,7 @@ constexpr psy_kernels arrangement{
     .mask = mask<partitions<width>, width>,
     .ratios = ratios<lane_type<VELA_LANES>, width, channels>,
     .partition_energies = partition_energies<lane_type<width>>,
-    .weigh_noise = weigh_noise<lane_type<width>, channels>,
+    .weigh_noise = weigh_noise<lines<width, channels>, width, channels>,
 };
 
 template <int width, int channels>

@@ -40,55 +40,59 @@ void partition_energies(const partition_lines &partitions, const double *x, doub
     }
 }
 
-/// Excitations: amplitudes that add up over the partitions below and above, squared.
-template <class V>
-VELA_INLINE void excite(const tuned_tables &tables, const double *energy, V (&out)[padded_partitions]) {
-    V amplitude[padded_partitions];
-    for (int p = 0; p < padded_partitions; ++p)
-        amplitude[p] = square_root(load<V>(energy + p * lanes<V>));
-    V upward = splat<V>(0.0), downward = splat<V>(0.0);
+/// Excitations before they are scaled: amplitudes that add up over the partitions below and above.
+template <class S>
+VELA_INLINE void spread_amplitudes(const tuned_tables &tables, const double *amplitude, double *out) {
+    constexpr int L = lanes<S>;
+    S upward = splat<S>(0.0), downward = splat<S>(0.0);
     for (int p = 0; p < padded_partitions; ++p) {
-        upward = amplitude[p] + upward * splat<V>(tables.upward[p]);
-        out[p] = upward;
+        upward = load<S>(amplitude + p * L) + upward * splat<S>(tables.upward[p]);
+        store(out + p * L, upward);
     }
     for (int p = padded_partitions - 1; p > 0; --p) {
-        downward = (amplitude[p] + downward) * splat<V>(tables.downward[p - 1]);
-        out[p - 1] = out[p - 1] + downward;
-    }
-    for (int p = 0; p < padded_partitions; ++p) {
-        const V scaled = out[p] * splat<V>(tables.spread_scale[p]);
-        out[p] = scaled * scaled;
+        downward = (load<S>(amplitude + p * L) + downward) * splat<S>(tables.downward[p - 1]);
+        double *const below = out + (p - 1) * L;
+        store(below, load<S>(below) + downward);
     }
 }
 
 /// Weights: 1 / T of the lines and a little of that before an attack, raised to a power, added up over
-/// what each subband is heard by.
-template <class V, int channels>
+/// what each subband is heard by. Where the passes, `width` of them, leave lanes free, neighbouring partitions
+/// fill those.
+template <class V, int width, int channels>
 void weigh_noise(const tuned_tables &tables, const double *energy, double *history,
                  double *weight) noexcept {
-    constexpr int L = lanes<V>;
-    V value[padded_partitions];
-    excite(tables, energy, value);
+    using S = lane_type<width>;
+    constexpr int size = padded_partitions * width, neighbours = lanes<V> / width;
+    double amplitude[size], value[size];
+    for (int i = 0; i < size; i += lanes<V>)
+        store(amplitude + i, square_root(load<V>(energy + i)));
+    spread_amplitudes<S>(tables, amplitude, value);
     // The limits matter for infinities in the input only: every weight is finite.
     const V fading = splat<V>(tables.fading), highest = splat<V>(1e300);
-    const auto threshold_of = [&](V excitation, int p) {
-        return min_of(excitation * splat<V>(tables.mask_share[p]) + splat<V>(tables.quiet[p]), highest);
-    };
-    for (int p = 0; p < padded_partitions; ++p) {
-        const earlier<V> past = exchange<V, channels>(history, p, value[p]);
-        const V masking = max_of(fading * max_of(fading * past.before2, past.before1), value[p]);
-        const V threshold = threshold_of(masking, p);
-        const V before = threshold_of(min_of(past.before2, past.before1), p);
-        value[p] = splat<V>(1.0) / threshold + splat<V>(tuned::noise_before_attacks) / before;
+    for (int p = 0; p < padded_partitions; p += neighbours) {
+        const V share = load_each<V, width>(tables.mask_share.begin() + p);
+        const V quiet = load_each<V, width>(tables.quiet.begin() + p);
+        const auto threshold_of = [=](V excitation) {
+            return min_of(excitation * share + quiet, highest);
+        };
+        double *const here = value + p * width;
+        const V scaled = load<V>(here) * load_each<V, width>(tables.spread_scale.begin() + p);
+        const V excitation = scaled * scaled;
+        const earlier<V> past = exchange<V, channels, width>(history, p, excitation);
+        const V masking = max_of(fading * max_of(fading * past.before2, past.before1), excitation);
+        const V before = threshold_of(min_of(past.before2, past.before1));
+        store(here,
+              splat<V>(1.0) / threshold_of(masking) + splat<V>(tuned::noise_before_attacks) / before);
     }
-    for (int p = 0; p < padded_partitions; ++p)
-        value[p] = exponential(splat<V>(tuned::weight_exponent) * logarithm(value[p]));
+    for (int i = 0; i < size; i += lanes<V>)
+        store(value + i, exponential(splat<V>(tuned::weight_exponent) * logarithm(load<V>(value + i))));
     const double *share = tables.heard_share.begin();
     for (int sb = 0; sb < 32; ++sb) {
-        V sum = splat<V>(0.0);
+        S sum = splat<S>(0.0);
         for (int p = tables.first_heard[sb]; p < tables.end_heard[sb]; ++p)
-            sum = sum + splat<V>(*share++) * value[p];
-        store(weight + sb * L, sum);
+            sum = sum + splat<S>(*share++) * load<S>(value + p * width);
+        store(weight + sb * width, sum);
     }
 }
 
