@@ -9,6 +9,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <numbers>
+#include <sndfile.h>
 
 namespace velaenc_test {
 namespace {
@@ -121,7 +122,9 @@ TEST_F(check_test, figures_are_those_of_another_decoder_whatever_the_number_of_j
     put("out.mp2", stream);
     EXPECT_EQ(complaint(stream, "in.wav", 1), "");
     const auto one = result_;
-    EXPECT_EQ(complaint(stream, "in.wav", 3), "");
+    // Of a file that several readers can open at once.
+    write("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, sound, 2);
+    EXPECT_EQ(complaint(stream, "in.flac", 3), "");
     ASSERT_EQ(one.count(), 65u);
     for (std::size_t i = 0; i < one.count(); ++i)
         EXPECT_EQ(one.second(i), result_.second(i)) << i;

@@ -52,6 +52,10 @@ TEST_F(info_test, two_streams_are_matched_frame_by_frame) {
     put("b.mp2", bit);
     EXPECT_EQ(run("velainfo --diff a.mp2 b.mp2", 7).out,
               filled_in(get(VELAINFO_DIFFERENCE), json_of("--diff a.mp2 b.mp2", 7)));
+    const std::string turned = run("velainfo --diff b.mp2 a.mp2", 7).out;
+    EXPECT_TRUE(turned.ends_with(
+        "    added: frames 50 to 51, 1.200 s, byte 28800 of B (A: frame 50, 1.200 s, byte 28800)\n"))
+        << turned;
     EXPECT_EQ(run("velainfo --brief --diff a.mp2 a.mp2").out,
               "a.mp2 and a.mp2 have the same 2500 frames\n");
 }

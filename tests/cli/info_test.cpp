@@ -168,6 +168,10 @@ TEST_F(info_test, containers_tags_and_foreign_bytes_are_told_from_damage) {
         {wav(stream, 2, 48000), 2, "WAV file of PCM"},
         {"\xFF\xFB\x90\x44" + std::string(2000, 'x'), 2, "MPEG Layer III"},
         {"\xFF\xFD\x04\x44" + std::string(2000, 'x'), 2, "free format"},
+        {"sizemoov" + std::string(600, 'x'), 2, "is a QuickTime file"},
+        {"sizemdat" + std::string(600, 'x'), 2, "is a QuickTime file"},
+        {"timeG" + std::string(191, 'x') + "G", 2, "is an MPEG transport stream"},
+        {"fLaC" + std::string(600, 'x'), 2, "it seems to be FLAC"},
         {"", 2, "is empty"},
         {std::string(5000, 'x'), 2, "no frame of MPEG audio"}};
     for (const auto &[content, status, word] : cases) {

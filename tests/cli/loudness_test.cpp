@@ -243,12 +243,14 @@ TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
         void update(std::uint64_t) override {}
     } nobody;
     auto sound = swelling_noise(125 * sound_rate, 2);
-    for (int i = -2; i < 2; ++i) // louder than all else, across the first minute's end
-        sound[static_cast<std::size_t>(2 * (60 * sound_rate + i))] = i == -2 || i == 1 ? -0.6F : 0.6F;
+    for (int i = -4; i < 0; ++i) // louder than all else, and only silence behind it
+        sound[static_cast<std::size_t>(2 * (125 * sound_rate + i))] = i == -4 || i == -1 ? -0.6F : 0.6F;
     put_sound("in.wav", sound);
+    run("ffmpeg -v error -i in.wav -c:a pcm_f32le in.w64"); // which several readers can open at once
     const auto heard = [&](int jobs) {
-        return tools::hear_source(*tools::open_pcm(tools::open_input(path("in.wav")), {}), jobs,
-                                  nobody);
+        const auto source = tools::open_pcm(tools::open_input(path("in.w64")), {});
+        EXPECT_NE(source->another(), nullptr);
+        return tools::hear_source(*source, jobs, nobody);
     };
     const auto alone = heard(1), together = heard(3);
     EXPECT_EQ(alone.energy, together.energy);

@@ -142,6 +142,10 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
         EXPECT_TRUE(seen["jumped"][0] == 0.0 && seen["jumped"][1] == 1.0) << seen["jumped"];
         EXPECT_EQ(seen["title"], "x/*js*/a.mp2 - velainfo");
         if (!dark) expect_values(seen["values"], frames, get("t.jsonl"), 5);
+        const auto loudness =
+            nlohmann::json::parse(run("velainfo --json --sound a.mp2", 3).out)["measured"]["loudness"];
+        EXPECT_NEAR(seen["values"]["loudness"][0][80].get<double>(), loudness.get<double>(),
+                    0.6); // steady noise
         EXPECT_EQ(seen["sections"], seen["titles"].size()) << "a picture without its heading";
     }
 }
