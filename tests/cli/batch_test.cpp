@@ -277,8 +277,10 @@ TEST_F(batch_test, shards_share_the_files_out_and_write_one_report_together) {
 
 TEST_F(batch_test, threads_without_a_file_take_segments_of_a_long_one) {
     put("long.wav", wav(pcm(noise(2 * 48000 * 20)), 2, 48000));
-    batch("long.wav -j 4");
-    EXPECT_TRUE(get("out/long.mp2") == encoded("long.wav -j 1"));
+    for (const std::string with : {"long.wav ", "long.wav --to-rate 44100 "}) {
+        batch(with + "-j 4");
+        EXPECT_TRUE(get("out/long.mp2") == encoded(with + "-j 1")) << with;
+    }
     batch("-r in --mode mono -j 1", 0, " and 3 more)");
 }
 

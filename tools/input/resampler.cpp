@@ -96,7 +96,8 @@ void resampler::distribute(std::span<const std::byte> block) {
         const auto part = block.first(static_cast<std::size_t>(
             std::min<std::uint64_t>(block.size(), (next_begin_ - read_) * instant)));
         for (auto &piece : pieces_)
-            piece->put(part.first(std::min(part.size(), piece->bytes_wanted())));
+            if (piece->bytes_wanted() > 0) // or the crew may have it
+                piece->put(part.first(std::min(part.size(), piece->bytes_wanted())));
         read_ += part.size() / instant;
         block = block.subspan(part.size());
     }
