@@ -186,10 +186,13 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
     } cases[] = {
         {"flip.ogg", ogg, flipped(ogg, ogg.size() / 2)},
         {"page.ogg", ogg, ogg.substr(0, ogg.rfind("OggS"))},
+        {"chain.ogg", ogg, ogg + ogg},
+        {"chain.wav", get("a.wav"), get("a.wav") + get("a.wav")},
         {"flip.flac", flac, flipped(flac, flac.size() / 2)},
         {"half.flac", flac, flac.substr(0, flac.size() / 2)},
         {"tag.mp3", tagged, tagged.substr(0, 2000)},
         {"both.mp3", counted, counted.substr(0, 2000)},
+        {"joined.mp3", tagged, tagged + id3 + tagged},
         {"named.mp3", id3 + tagged, id3 + tagged.substr(0, tagged.size() - 100)},
         {"frames.mp3", frames, frames.substr(0, 2000), 0}, // their number does not tell the bytes
         {"plain.mp3", mp3, mp3.substr(0, 2000), 0},        // nothing tells that it was longer

@@ -7,6 +7,7 @@
 #include <array>
 #include <map>
 #include <ogg/ogg.h>
+#include <optional>
 #include <string_view>
 
 namespace tools {
@@ -38,6 +39,9 @@ class ogg_check {
         return next_number_.empty() ? "" : "is truncated: its last Ogg page is missing";
     }
 
+    /// Where streams begin again behind the first ones, if they do.
+    std::optional<std::uint64_t> second() const noexcept { return second_; }
+
   private:
     bool read() {
         auto *const room = reinterpret_cast<std::byte *>(ogg_sync_buffer(&sync_, block_bytes));
@@ -49,7 +53,12 @@ class ogg_check {
 
     bool follows(const ogg_page &page) {
         const int stream = ogg_page_serialno(&page);
-        if (ogg_page_bos(&page) != 0) next_number_[stream] = ogg_page_pageno(&page);
+        const bool begins = ogg_page_bos(&page) != 0;
+        if (begins) next_number_[stream] = ogg_page_pageno(&page);
+        has_sound_ = has_sound_ || !begins;
+        // libFLAC, which reads FLAC for libsndfile, goes on.
+        const bool is_flac = page.body_len > 0 && page.body[0] == 0x7F;
+        if (begins && has_sound_ && !second_ && !is_flac) second_ = at_;
         const auto next = next_number_.find(stream);
         if (next == next_number_.end()) return true; // some writers go on behind the mark of the end
         if (next->second++ != ogg_page_pageno(&page)) return false;
@@ -61,12 +70,14 @@ class ogg_check {
     ogg_sync_state sync_{};
     std::uint64_t read_ = 0;
     long at_ = 0;
+    bool has_sound_ = false; ///< all streams begin before
+    std::optional<std::uint64_t> second_;
     std::map<int, long> next_number_; ///< of every stream that goes on
 };
 
 /// MPEG audio may begin with a tag in its first frame, behind the side information: "Xing" or "Info",
-/// flags, the number of frames and that of bytes where the flags say so. Returns the bytes that lack.
-std::uint64_t mpeg_bytes_missing(const input_file &input) {
+/// flags, the number of frames and that of bytes where the flags say so. Returns where it ends then.
+std::optional<std::uint64_t> end_by_tag(const input_file &input) {
     std::uint64_t start = 0;
     std::array<std::byte, 64> head{};
     const auto number = [&](std::size_t at, unsigned bits) {
@@ -77,14 +88,30 @@ std::uint64_t mpeg_bytes_missing(const input_file &input) {
     };
     if (read_at(input, 0, head) == head.size() && text_at(head, 0, 3) == "ID3")
         start = 10 + number(6, 7);
-    if (read_at(input, start, head) < head.size() || number(0, 8) >> 21 != 0x7FF) return 0;
+    if (read_at(input, start, head) < head.size() || number(0, 8) >> 21 != 0x7FF) return std::nullopt;
     for (const std::size_t at : {13u, 21u, 36u}) { // by version and channels
         if (text_at(head, at, 4) != "Xing" && text_at(head, at, 4) != "Info") continue;
         const std::uint64_t flags = number(at + 4, 8);
-        const std::uint64_t end = start + number(at + (flags & 1 ? 12 : 8), 8);
-        return flags & 2 && end > input.size() ? end - input.size() : 0;
+        if (flags & 2) return start + number(at + (flags & 1 ? 12 : 8), 8);
     }
-    return 0;
+    return std::nullopt;
+}
+
+void check_ogg(const input_file &input, length_rule rule) {
+    ogg_check check(input);
+    if (const std::string damage = check.run(); !damage.empty()) report_incomplete(input, damage, rule);
+    if (check.second()) report_second(input, *check.second(), rule);
+}
+
+void check_mpeg(const input_file &input, length_rule rule) {
+    const auto end = end_by_tag(input);
+    if (!end) return;
+    if (*end > input.size()) report_missing(input, *end - input.size(), rule);
+    constexpr std::uint64_t longest_tags = 4096; ///< and frames that some writers do not count
+    std::array<std::byte, 3> next{};
+    if (*end + longest_tags > input.size() || read_at(input, *end, next) < next.size()) return;
+    const bool is_frame = next[0] == std::byte{0xFF} && next[1] >= std::byte{0xE0};
+    if (is_frame || text_at(next, 0, 3) == "ID3") report_second(input, *end, rule);
 }
 
 } // namespace
@@ -97,10 +124,9 @@ void check_complete(const input_file &input, length_rule rule) {
     // Writers to pipes guess the size of chunks; who writes pages or tags does not.
     if (rule == length_rule::hint) rule = length_rule::promise;
     std::array<std::byte, 4> magic{};
-    const bool ogg = read_at(input, 0, magic) == magic.size() && text_at(magic, 0, 4) == "OggS";
-    if (const std::string damage = ogg ? ogg_check(input).run() : ""; !damage.empty())
-        report_incomplete(input, damage, rule);
-    if (const auto missing = mpeg_bytes_missing(input)) report_missing(input, missing, rule);
+    if (read_at(input, 0, magic) == magic.size() && text_at(magic, 0, 4) == "OggS")
+        check_ogg(input, rule);
+    check_mpeg(input, rule);
 }
 
 } // namespace tools

@@ -222,7 +222,9 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
     }
     std::array<std::byte, 8> header{};
     const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
-    if (read_at(input, behind, header) < header.size() || begins_chunk(header)) return sound.bytes;
+    if (read_at(input, behind, header) < header.size()) return sound.bytes;
+    if (name_of(header) == "RIFF") report_second(input, behind, rule);
+    if (begins_chunk(header)) return sound.bytes;
     if (rule != length_rule::ignored) {
         input.note("has " + std::to_string(input.size() - behind)
                    + " bytes behind its sound that are no chunk and are left out; --ignore-length takes"

@@ -42,6 +42,16 @@ void report_missing(const input_file &input, std::uint64_t bytes, length_rule ru
                       rule);
 }
 
+void report_second(const input_file &input, std::uint64_t at, length_rule rule) {
+    const std::string text = " has another stream behind the first, from byte " + std::to_string(at)
+                             + " on, which is not read";
+    if (rule == length_rule::promise)
+        throw failure(exit_code::input,
+                      input.name + text
+                          + "; encode each by itself, or the first with velaenc --ignore-length");
+    input.note(text.substr(1));
+}
+
 input_file open_input(const std::string &path) {
     input_file input;
     const bool standard = path == "-";

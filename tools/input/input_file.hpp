@@ -45,6 +45,10 @@ struct input_file {
 void report_incomplete(const input_file &input, const std::string &text, length_rule rule);
 void report_missing(const input_file &input, std::uint64_t bytes, length_rule rule);
 
+/// The same of files put one behind another, where the first only is read.
+/// @param at  where the second one begins
+void report_second(const input_file &input, std::uint64_t at, length_rule rule);
+
 /// @param path  "-" is standard input
 /// @throws failure
 input_file open_input(const std::string &path);
