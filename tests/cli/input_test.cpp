@@ -109,6 +109,7 @@ TEST_F(input_test, sound_ends_where_its_size_says_and_with_the_input_where_that_
         EXPECT_TRUE(encoded("piped") == expected) << each.name << each.at;
         EXPECT_TRUE(shell("cat piped | velaenc - -").out == expected) << each.name << each.at;
     }
+    expect_failure("cat a.wav a.wav | velaenc - out.mp2", 2, "another WAV file behind");
     put("odd.wav",
         get("a.wav").insert(12, "LIST" + bytes(3, 4) + "odd" + bytes(0, 1)).substr(0, 160000));
     expect_failure("velaenc odd.wav out.mp2", 2, "promises 56 more bytes");

@@ -81,6 +81,11 @@ bool stream_source::goes_on() {
     std::size_t count = 0;
     while (const std::size_t more = count < next.size() ? read_some(input_, next.subspan(count)) : 0)
         count += more;
+    if (count == next.size() && std::memcmp(next.last(8).data(), "RIFF", 4) == 0)
+        throw failure(exit_code::input,
+                      input_.name
+                          + " goes on with another WAV file behind the first, which is"
+                            " not read; encode each by itself");
     if (count < next.size() || begins_chunk(next.last(8))) {
         while (read_some(input_, room) != 0) { // or its writer would fail
         }
