@@ -178,8 +178,8 @@ kernel_run quantize(level which, numbers kind, unsigned seed) {
 /// Two channels of a frame on the way from samples to an allocation.
 struct noise_data {
     part_samples samples[3], shared;
-    part_scalefactors peaks[3], normal;
-    part_values weight, energy;
+    part_scalefactors peaks[3];
+    part_values weight, energy, sent;
     shared_fit fit;
     double half[32];
     unit_costs costs[2];
@@ -188,7 +188,7 @@ struct noise_data {
         double sum[32];
         part_values parts;
         part_scalefactors used[3];
-        part_samples decoded;
+        part_samples decoded, mixed[3];
         unit_costs costs;
         sent_scalefactors sent;
         unit_choices choices[2];
@@ -203,6 +203,8 @@ std::shared_ptr<noise_data> make_noise(numbers kind, unsigned seed) {
     for (int sb = 0; sb < 32; ++sb) {
         for (auto &part : data->peaks)
             part.index[sb] = numbers.below(63);
+        for (auto &part : data->sent)
+            part[sb] = numbers.below(63);
         data->half[sb] = numbers.below(12) + 0.5;
         data->out.sent.scfsi[sb] = numbers.below(4);
         // Costs lie from 0 to the limit.
@@ -247,8 +249,14 @@ void fit(const coding_kernels &kernels, noise_data &d) {
 void fit_again(const coding_kernels &kernels, noise_data &d) {
     kernels.fit_again(d.fit, 3, d.weight, 4, 28, d.out.sent);
 }
+shared_parts parts_of(const noise_data &d) {
+    return {{d.samples, d.samples}, {&d.weight, &d.energy}, {&d.energy, &d.weight}, {&d.sent, &d.sent}};
+}
+void mix(const coding_kernels &kernels, noise_data &d) {
+    kernels.mix(parts_of(d), 3, 4, 28, d.out.mixed);
+}
 void decode(const coding_kernels &kernels, noise_data &d) {
-    kernels.decode(d.shared, d.normal, d.half, 4, 28, d.out.decoded);
+    kernels.decode(d.shared, d.half, 4, 28, d.out.decoded);
 }
 /// Costs of quantizers that no subband of a group has may stay as they are, or be barred.
 void begin_costs(noise_data &d) {
@@ -261,14 +269,7 @@ void own_costs(const coding_kernels &kernels, noise_data &d) {
 }
 void shared_costs(const coding_kernels &kernels, noise_data &d) {
     begin_costs(d);
-    kernels.shared_costs({d.samples,
-                          d.samples + 1,
-                          &d.shared,
-                          {&d.weight, &d.energy},
-                          {&d.energy, &d.weight},
-                          {&d.fit.energy, &d.fit.square},
-                          d.peaks},
-                         1, 4, 28, d.out.costs);
+    kernels.shared_costs(parts_of(d), d.samples, 3, 4, 28, d.out.costs);
 }
 void reach(const coding_kernels &kernels, noise_data &d) {
     const auto reach = [&](double slope, const unit_choices *coarse, const unit_choices *fine,
@@ -346,6 +347,7 @@ constexpr kernel kernels[] = {
     {"refine", noise<refine>},
     {"fit", noise<fit>},
     {"fit_again", noise<fit_again>},
+    {"mix", noise<mix>},
     {"decode", noise<decode>},
     {"own_costs", noise<own_costs>},
     {"shared_costs", noise<shared_costs>},

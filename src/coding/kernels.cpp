@@ -28,6 +28,7 @@ const coding_kernels coding_table{
     .refine = refine<V>,
     .fit = fit<V>,
     .fit_again = fit_again<V>,
+    .mix = mix<V>,
     .decode = decode<V>,
     .own_costs = own_costs<V>,
     .shared_costs = shared_costs<V>,

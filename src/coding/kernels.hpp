@@ -119,11 +119,11 @@ struct unit_steps {
     double slope[32], quantizer[32];
 };
 
-/// The parts of a frame whose subbands the channels share.
+/// The parts of a frame whose subbands the channels share: samples, weights and energies of the channels,
+/// and the indexes of the scale factors with which both decode what they share.
 struct shared_parts {
-    const part_samples *left, *right, *shared;
-    const part_values *weight[2], *energy[2], *scale[2]; ///< of the channels
-    const part_scalefactors *normal;                     ///< of the shared samples
+    const part_samples *samples[2];
+    const part_values *weight[2], *energy[2], *index[2];
 };
 
 struct coding_kernels {
@@ -170,9 +170,12 @@ struct coding_kernels {
     void (*fit_again)(const shared_fit &fit, int parts, const part_values &weight, int first, int end,
                       sent_scalefactors &sent) noexcept;
 
-    /// What is decoded of shared samples before a channel's scale factor.
-    void (*decode)(const part_samples &samples, const part_scalefactors &scalefactors,
-                   const double (&half)[32], int first, int end, part_samples &decoded) noexcept;
+    /// What both channels share with the least noise.
+    void (*mix)(const shared_parts &frame, int parts, int first, int end, part_samples *mixed) noexcept;
+    /// What is decoded of that before a channel's scale factor.
+    /// @param half  of the steps
+    void (*decode)(const part_samples &mixed, const double (&half)[32], int first, int end,
+                   part_samples &decoded) noexcept;
 
     /// Find what the quantizers cost in noise, and first_slope, of subbands whose openings are given: of a
     /// channel's own subbands up to end - 1,
@@ -183,8 +186,8 @@ struct coding_kernels {
                       const part_values &energy, const double (&ternary)[32], int end,
                       unit_costs &costs) noexcept;
     /// and of both channels of shared ones.
-    void (*shared_costs)(const shared_parts &frame, int parts, int first, int end,
-                         unit_costs &costs) noexcept;
+    void (*shared_costs)(const shared_parts &frame, const part_samples *mixed, int parts, int first,
+                         int end, unit_costs &costs) noexcept;
 
     // Of the subbands first .. end - 1, multiples of 4, of one or two rows of costs:
 

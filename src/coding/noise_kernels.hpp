@@ -2,6 +2,7 @@
 #pragma once
 
 #include "coding/kernels.hpp"
+#include "coding/scalefactor_table.hpp"
 #include "psy/tuned_parameters.hpp"
 #include "simd/lanes.hpp"
 #include "simd/math.hpp"
@@ -64,12 +65,27 @@ void sum_products(const part_samples &a, const part_samples &b, int first, int e
     });
 }
 
-/// Finishes the costs of some subbands: takes what refining scale factors will leave of them, bars
-/// quantizers, and makes those of infinite samples such as others can be compared with.
+/// The error of a coarse quantizer with twelve samples for a scale factor of 1.
+template <class V>
+VELA_INLINE V coarse_error(const V (&size)[12], int q) {
+    const V half_steps = splat<V>(coarse_quantizers[q].half_steps);
+    const V highest = splat<V>(coarse_quantizers[q].highest);
+    const double unit = coarse_quantizers[q].unit;
+    V error = splat<V>(0.0);
+    for (const V s : size) {
+        // In units of the quantizer's levels.
+        const V y = s * half_steps, e = y - min_of(nearest(y), highest);
+        error = error + e * e;
+    }
+    return error * splat<V>(unit * unit);
+}
+
+/// Finishes the costs of some subbands: bars quantizers, and makes those of infinite samples such as others
+/// can be compared with.
 /// @param cost_of  (q): the weighted noise
 template <class V, class Cost>
 VELA_INLINE void finish_costs(unit_costs &costs, int sb, V unquantized, Cost cost_of) {
-    const V most = splat<V>(1e200), left = splat<V>(tuned::left_by_refining);
+    const V most = splat<V>(1e200);
     const V none = min_of(unquantized, most);
     store(costs.unquantized + sb, none);
     V gain = splat<V>(0.0), bits = splat<V>(1.0);
@@ -80,7 +96,7 @@ VELA_INLINE void finish_costs(unit_costs &costs, int sb, V unquantized, Cost cos
     for (int i = 0; i < group.count; ++i) {
         const int q = group.quantizers[i];
         const V barred = load<V>(costs.set->barred[q].begin() + sb);
-        const V cost = max_of(barred, min_of(cost_of(q) * left, most));
+        const V cost = max_of(barred, min_of(cost_of(q), most));
         store(costs.quantized[q] + sb, cost);
         const V less = none - cost, wanted = bits_of_quantizer<V>(costs, q, sb);
         const auto steeper = gain * wanted < less * bits;
@@ -111,92 +127,63 @@ void own_costs(const part_samples *samples, int parts, const part_scalefactors (
             // Three steps have scale factors of their own.
             for (int i = 1; i < group.count && group.quantizers[i] < coarse_count; ++i) {
                 const int q = group.quantizers[i];
-                // In units of the quantizer's levels.
-                const L half_steps = splat<L>(coarse_quantizers[q].half_steps);
-                const L highest = splat<L>(coarse_quantizers[q].highest);
-                L error = zero;
-                for (const L s : size) {
-                    const L y = s * half_steps, e = y - min_of(nearest(y), highest);
-                    error = error + e * e;
-                }
-                const L unit = scale * splat<L>(coarse_quantizers[q].unit);
-                coarse[q] = coarse[q] + w[part] * (error * (unit * unit));
+                coarse[q] = coarse[q] + w[part] * (coarse_error<L>(size, q) * scale_square[part]);
             }
         }
-        coarse[0] = load<L>(ternary + sb) / splat<L>(tuned::left_by_refining); // refined already
         finish_costs(costs, sb, whole, [&](int q) {
-            if (q < coarse_count) return coarse[q];
+            const L left = splat<L>(tuned::left_by_refining);
+            if (q == 0) return load<L>(ternary + sb); // refined already
+            if (q < coarse_count) return coarse[q] * left;
             L cost = zero;
             for (int part = 0; part < parts; ++part)
                 cost = cost
                        + w[part] * min_of(scale_square[part] * splat<L>(uniform_noise[q]), most[part]);
-            return cost;
+            return cost * left;
         });
     });
 }
 
-/// Noise is what a channel's samples differ from its scale factor times the shared ones. Of a level l that
-/// is x^2 - 2 s x l + s^2 l^2.
 template <class V>
-void shared_costs(const shared_parts &frame, int parts, int first, int end,
+VELA_INLINE V scalefactors_at(V index) {
+    double number[lanes<V>], value[lanes<V>];
+    store(number, index);
+    for (int i = 0; i < lanes<V>; ++i)
+        value[i] = scalefactor_table[static_cast<int>(number[i])];
+    return load<V>(value);
+}
+
+/// Where samples u are as mix() makes them, both channels' weighted noise of other ones l is what it is with
+/// them plus (w0 s0^2 + w1 s1^2) (l - u)^2.
+template <class V>
+void shared_costs(const shared_parts &frame, const part_samples *mixed, int parts, int first, int end,
                   unit_costs &costs) noexcept {
     over_subbands<V>(first, end, [&]<class L>(int sb) {
         const L zero = splat<L>(0.0);
         const quantizer_set::group &group = quantizers_of<L>(*costs.set, sb);
-        L whole = zero, coarse[coarse_count] = {};
-        L w[3][2], residue[3][2], scale_square[3][2];
+        L whole = zero, residue = zero, squares = zero, coarse[coarse_count] = {};
         for (int part = 0; part < parts; ++part) {
-            const L inverse = load<L>(frame.normal[part].inverse + sb);
-            L size[12], own[2][12], energy[2], scale[2];
-            for (int j = 0; j < 12; ++j) {
-                const L z = load<L>(frame.shared[part][j] + sb) * inverse;
-                const L x = load<L>(frame.left[part][j] + sb), y = load<L>(frame.right[part][j] + sb);
-                const auto below = z < zero;
-                size[j] = magnitude(z);
-                own[0][j] = select(below, zero - x, x);
-                own[1][j] = select(below, zero - y, y);
-            }
+            L square = zero, energy = zero, kept = zero, size[12];
             for (int ch = 0; ch < 2; ++ch) {
-                w[part][ch] = load<L>((*frame.weight[ch])[part] + sb);
-                energy[ch] = load<L>((*frame.energy[ch])[part] + sb);
-                scale[ch] = load<L>((*frame.scale[ch])[part] + sb);
-                scale_square[part][ch] = scale[ch] * scale[ch];
-                whole = whole + w[part][ch] * energy[ch];
+                const L w = load<L>((*frame.weight[ch])[part] + sb);
+                const L scale = scalefactors_at(load<L>((*frame.index[ch])[part] + sb));
+                square = square + w * (scale * scale);
+                energy = energy + w * load<L>((*frame.energy[ch])[part] + sb);
             }
-            const auto noise_of = [&](auto level_of, L(&noise)[2]) {
-                L square = zero, product[2] = {zero, zero};
-                for (int j = 0; j < 12; ++j) {
-                    const L level = level_of(size[j]);
-                    square = square + level * level;
-                    product[0] = product[0] + own[0][j] * level;
-                    product[1] = product[1] + own[1][j] * level;
-                }
-                for (int ch = 0; ch < 2; ++ch)
-                    noise[ch] = (energy[ch] - (scale[ch] + scale[ch]) * product[ch])
-                                + scale_square[part][ch] * square;
-            };
-            noise_of([](L s) { return s; }, residue[part]);
+            for (int j = 0; j < 12; ++j) {
+                size[j] = magnitude(load<L>(mixed[part][j] + sb));
+                kept = kept + size[j] * size[j];
+            }
             for (int i = 0; i < group.count && group.quantizers[i] < coarse_count; ++i) {
                 const int q = group.quantizers[i];
-                const L half_steps = splat<L>(coarse_quantizers[q].half_steps);
-                const L highest = splat<L>(coarse_quantizers[q].highest);
-                const L unit = splat<L>(coarse_quantizers[q].unit);
-                L noise[2];
-                noise_of([&](L s) { return min_of(nearest(s * half_steps), highest) * unit; }, noise);
-                coarse[q] = (coarse[q] + w[part][0] * noise[0]) + w[part][1] * noise[1];
+                coarse[q] = coarse[q] + square * coarse_error<L>(size, q);
             }
+            whole = whole + energy;
+            residue = residue + (energy - square * kept);
+            squares = squares + square;
         }
         finish_costs(costs, sb, whole, [&](int q) {
-            if (q < coarse_count) return coarse[q];
-            L cost = zero;
-            for (int part = 0; part < parts; ++part) {
-                for (int ch = 0; ch < 2; ++ch) {
-                    const L noise =
-                        residue[part][ch] + scale_square[part][ch] * splat<L>(uniform_noise[q]);
-                    cost = cost + w[part][ch] * min_of(noise, splat<L>(1e300));
-                }
-            }
-            return cost;
+            const L noise = q < coarse_count ? coarse[q] : squares * splat<L>(uniform_noise[q]);
+            return (residue + noise) * splat<L>(tuned::left_by_refining_shared);
         });
     });
 }

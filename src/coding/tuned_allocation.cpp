@@ -41,10 +41,8 @@ void weigh_frame(const weighed_frame &frame, const side_info &side, tuned_frame 
         found.costs.find_own(frame, ch, found.own[ch]);
     }
     if (config.mode != MPEG_A_MODE_JOINT_STEREO) return;
-    for (int part = 0; part < config.parts(); ++part)
-        look_up(side.joint_index[part], found.normal[part]);
-    choose_shared_scalefactors(frame, found.own, found.normal, found.shared);
-    found.costs.find_shared(frame, found.own, found.shared, found.normal);
+    choose_shared_scalefactors(frame, found.own, side.joint_index, found.shared);
+    found.costs.find_shared(frame, found.own, found.shared);
 }
 
 int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header,
@@ -66,7 +64,7 @@ int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &hea
     search.take_common_slope(slope);
     search.take_single_steps();
     store_allocation(config, search, side);
-    refine_scalefactors(frame, weighed.own, weighed.normal, weighed.shared, side);
+    refine_scalefactors(frame, weighed.own, weighed.shared, side);
     return search.available();
 }
 

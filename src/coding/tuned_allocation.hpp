@@ -8,8 +8,7 @@ namespace vela {
 /// A frame's scale factors and costs.
 struct tuned_frame {
     own_scalefactors own[2];
-    part_scalefactors normal[3]; ///< in joint stereo: what normalises the shared samples
-    sent_scalefactors shared[2]; ///< likewise
+    sent_scalefactors shared[2]; ///< in joint stereo
     frame_costs costs;
 };
 

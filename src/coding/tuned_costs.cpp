@@ -1,7 +1,6 @@
 #include "coding/tuned_costs.hpp"
 
 #include "coding/frame_bits.hpp"
-#include "coding/scalefactor_table.hpp"
 #include "vela_enc_mp1a/settings.h"
 
 namespace vela {
@@ -34,31 +33,17 @@ void frame_costs::find_own(const weighed_frame &frame, int ch, const own_scalefa
 }
 
 void frame_costs::find_shared(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                              const sent_scalefactors (&chosen)[2],
-                              const part_scalefactors (&normal)[3]) noexcept {
+                              const sent_scalefactors (&chosen)[2]) noexcept {
     const coder_config &config = frame.config;
     const int first = joint_bounds[0], end = config.lane_end();
     unit_costs &costs = rows[shared];
     costs.set = &config.table->set;
-    part_values scale[2];
-    for (int ch = 0; ch < 2; ++ch) {
-        for (int part = 0; part < config.parts(); ++part) {
-            for (int sb = first; sb < end; ++sb)
-                scale[ch][part][sb] = scalefactor_table[static_cast<int>(chosen[ch].index[part][sb])];
-        }
-    }
     for (int sb = first; sb < end; ++sb) {
         costs.opening[sb] = opening_bits(config, chosen[0], sb) + opening_bits(config, chosen[1], sb);
         costs.ternary_opening[sb] = costs.opening[sb];
     }
-    frame.kernels.shared_costs({frame.samples[0],
-                                frame.samples[1],
-                                frame.joint,
-                                {&own[0].weight, &own[1].weight},
-                                {&own[0].energy, &own[1].energy},
-                                {&scale[0], &scale[1]},
-                                normal},
-                               config.parts(), first, end, costs);
+    frame.kernels.shared_costs(mix(frame, own, chosen, first), frame.joint, config.parts(), first, end,
+                               costs);
 }
 
 frame_rows::frame_rows(const coder_config &config, int joint_bound) noexcept : count(0) {

@@ -14,10 +14,9 @@ struct frame_costs {
     static int count(const coder_config &config) noexcept;
 
     void find_own(const weighed_frame &frame, int ch, const own_scalefactors &own) noexcept;
-    /// @param normal  scale factors that normalise the shared samples
+    /// Mixes the shared samples, too.
     void find_shared(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                     const sent_scalefactors (&chosen)[2],
-                     const part_scalefactors (&normal)[3]) noexcept;
+                     const sent_scalefactors (&chosen)[2]) noexcept;
 };
 
 /// Subbands first .. end - 1, both multiples of 4, of consecutive rows.

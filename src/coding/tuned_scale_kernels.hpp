@@ -177,20 +177,30 @@ VELA_INLINE V positive_part(V x) {
     }
 }
 
+template <class V>
+VELA_INLINE V one_if_positive(V x) {
+    const V zero = splat<V>(0.0);
+    if constexpr (lanes<V> == 1) {
+        return static_cast<double>(zero < x);
+    } else {
+        return select(zero < x, splat<V>(1.0), zero);
+    }
+}
+
 /// Levels are 0 and 2/3 of the scale factor s on both sides: a sample x above s / 3 loses
 /// x^2 - (x - 2/3 s)^2 = 4/3 s (x - s / 3) of its energy.
 template <class V, int parts>
 VELA_INLINE void choose_ternary(const part_samples *samples, const part_scalefactors (&peaks)[3],
                                 const part_values &weight, int sb, sent_scalefactors &sent,
                                 double (&cost)[32], part_values &energy) {
-    const V zero = splat<V>(0.0);
+    const V zero = splat<V>(0.0), weight_of_lost = load<V>(tuned::weight_of_lost.begin() + sb);
     noise_around<V, ternary_scales> noise[3];
     V whole[3], index[3];
     for (int part = 0; part < parts; ++part) {
         index[part] = load<V>(peaks[part].index + sb);
-        V above[ternary_scales], squares = zero;
-        for (V &sum : above)
-            sum = zero;
+        V above[ternary_scales], kept[ternary_scales], squares = zero;
+        for (int i = 0; i < ternary_scales; ++i)
+            above[i] = kept[i] = zero;
         const V inverse = load<V>(peaks[part].inverse + sb);
         for (int j = 0; j < 12; ++j) {
             const V x = load<V>(samples[part][j] + sb), size = magnitude(x) * inverse;
@@ -199,15 +209,19 @@ VELA_INLINE void choose_ternary(const part_samples *samples, const part_scalefac
             for (int i = 0; i < ternary_scales; ++i) {
                 const V over = size - splat<V>(scaled_up(ternary_above - i) / 3);
                 above[i] = above[i] + positive_part(over);
+                kept[i] = kept[i] + one_if_positive(over);
             }
         }
         const V w = load<V>(weight[part] + sb), scale = load<V>(peaks[part].value + sb);
-        whole[part] = squares * w;
+        whole[part] = (squares + squares * weight_of_lost) * w;
         store(energy[part] + sb, squares);
         for (int i = 0; i < ternary_scales; ++i) {
-            const V share = splat<V>(scaled_up(ternary_above - i) * (4.0 / 3));
+            const double s = scaled_up(ternary_above - i);
+            const V square = scale * scale;
+            const V error = squares - above[i] * splat<V>(s * (4.0 / 3)) * square;
+            const V lost = positive_part(squares - kept[i] * splat<V>(s * s * (4.0 / 9)) * square);
             if (lanes<V> <= 2) noise[part][i] = zero;
-            noise[part][ternary_scales + i] = (squares - above[i] * share * (scale * scale)) * w;
+            noise[part][ternary_scales + i] = (error + lost * weight_of_lost) * w;
         }
     }
     // A scale factor far above a part's own leaves nothing of it.
@@ -292,6 +306,7 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
                         [[maybe_unused]] unsigned bought, int sb, sent_scalefactors &sent) {
     const V zero = splat<V>(0.0), highest = halves - splat<V>(0.5);
     const V inverse_half = splat<V>(1.0) / halves;
+    const V weight_of_lost = load<V>(tuned::weight_of_lost.begin() + sb);
     noise_around<V, refined_scales> noise[3];
     V index[3], w[3], whole[3], square[3];
     for (int part = 0; part < parts; ++part) {
@@ -299,16 +314,17 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
         w[part] = load<V>(weight[part] + sb);
         whole[part] = load<V>(energy[part] + sb);
         const V inverse = load<V>(peaks[part].inverse + sb) * halves;
-        V sum[refined_scales];
-        for (V &s : sum)
-            s = zero;
+        V sum[refined_scales], kept[refined_scales];
+        for (int i = 0; i < refined_scales; ++i)
+            sum[i] = kept[i] = zero;
         for (int j = 0; j < 12; ++j) {
             const V size = magnitude(load<V>(samples[part][j] + sb)) * inverse;
 #pragma GCC unroll 4
             for (int i = 0; i < refined_scales; ++i) {
                 const V y = size * splat<V>(scaled_up(i - refined_above));
-                const V e = y - min_of(nearest(y), highest);
+                const V level = min_of(nearest(y), highest), e = y - level;
                 sum[i] = sum[i] + e * e;
+                kept[i] = kept[i] + level * level;
             }
         }
         // In units of levels, which lie scf / half apart.
@@ -316,8 +332,9 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
         square[part] = unit * unit;
         for (int i = 0; i < refined_scales; ++i) {
             const double scale = scaled_up(refined_above - i);
-            noise[part][refined_scales + i] =
-                sum[i] * (square[part] * splat<V>(scale * scale)) * w[part];
+            const V energy_of_1 = square[part] * splat<V>(scale * scale);
+            const V lost = positive_part(whole[part] - kept[i] * energy_of_1);
+            noise[part][refined_scales + i] = (sum[i] * energy_of_1 + lost * weight_of_lost) * w[part];
         }
     }
     const auto is_finer = splat<V>(1.5) < halves;

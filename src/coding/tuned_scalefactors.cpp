@@ -27,11 +27,32 @@ void store(const coder_config &config, const sent_scalefactors &from, int ch, in
         side.scalefactor[ch][part][sb] = static_cast<std::uint8_t>(from.index[part][sb]);
 }
 
+/// Of the scale factor 1, with which mixed samples are quantized.
+constexpr std::uint8_t index_of_one = 3;
+static_assert(scalefactor_table[index_of_one] == 1);
+
 void compare(const weighed_frame &frame, int ch, const part_samples *decoded, int first,
              shared_fit &fit) noexcept {
     for (int part = 0; part < frame.config.parts(); ++part)
         frame.kernels.sum_products(frame.samples[ch][part], decoded[part], first,
                                    frame.config.lane_end(), fit.product[part]);
+}
+
+/// Fits the scale factors of shared subbands to what is decoded before them.
+void fit_decoded(const weighed_frame &frame, const own_scalefactors (&own)[2], const double (&half)[32],
+                 int bound, sent_scalefactors (&sent)[2]) noexcept {
+    const int parts = frame.config.parts(), end = frame.config.lane_end();
+    part_samples decoded[3];
+    shared_fit fit{};
+    for (int part = 0; part < parts; ++part) {
+        frame.kernels.decode(frame.joint[part], half, bound, end, decoded[part]);
+        frame.kernels.sum_products(decoded[part], decoded[part], bound, end, fit.square[part]);
+    }
+    for (int ch = 0; ch < 2; ++ch) {
+        compare(frame, ch, decoded, bound, fit);
+        std::memcpy(fit.energy, own[ch].energy, parts * sizeof fit.energy[0]);
+        frame.kernels.fit_again(fit, parts, own[ch].weight, bound, end, sent[ch]);
+    }
 }
 
 } // namespace
@@ -42,6 +63,16 @@ void look_up(const std::uint8_t (&index)[32], part_scalefactors &values) noexcep
         values.inverse[sb] = inverse_scalefactor[index[sb]];
         values.index[sb] = index[sb];
     }
+}
+
+shared_parts mix(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                 const sent_scalefactors (&sent)[2], int first) noexcept {
+    const shared_parts parts{{frame.samples[0], frame.samples[1]},
+                             {&own[0].weight, &own[1].weight},
+                             {&own[0].energy, &own[1].energy},
+                             {&sent[0].index, &sent[1].index}};
+    frame.kernels.mix(parts, frame.config.parts(), first, frame.config.lane_end(), frame.joint);
+    return parts;
 }
 
 void choose_own_scalefactors(const weighed_frame &frame, int ch, const std::uint8_t (&peaks)[3][32],
@@ -65,7 +96,7 @@ void choose_own_scalefactors(const weighed_frame &frame, int ch, const std::uint
 }
 
 void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                                const part_scalefactors (&normal)[3],
+                                const std::uint8_t (&peaks)[3][32],
                                 sent_scalefactors (&chosen)[2]) noexcept {
     const coder_config &config = frame.config;
     const int first = joint_bounds[0], end = config.lane_end();
@@ -77,7 +108,7 @@ void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefacto
         compare(frame, ch, frame.joint, first, fit);
         for (int part = 0; part < config.parts(); ++part) {
             for (int sb = first; sb < end; ++sb) {
-                const double scale = normal[part].inverse[sb];
+                const double scale = inverse_scalefactor[peaks[part][sb]];
                 fit.product[part][sb] *= scale;
                 fit.square[part][sb] = square[part][sb] * (scale * scale);
                 fit.energy[part][sb] = own[ch].energy[part][sb];
@@ -89,35 +120,31 @@ void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefacto
 }
 
 void refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                         const part_scalefactors (&normal)[3], const sent_scalefactors (&shared)[2],
-                         side_info &side) noexcept {
+                         const sent_scalefactors (&shared)[2], side_info &side) noexcept {
     const coder_config &config = frame.config;
     const int parts = config.parts(), bound = side.joint_bound;
     const int end = config.lane_end(), own_end = bound < config.sblimit ? bound : end;
     double half[32];
+    sent_scalefactors refined[2];
     for (int ch = 0; ch < config.channels; ++ch) {
         find_half_steps(config, side.allocation[ch], half);
-        sent_scalefactors refined = own[ch].finer;
+        refined[ch] = own[ch].finer;
         frame.kernels.refine(frame.samples[ch], parts, own[ch].peaks, own[ch].weight, own[ch].energy,
-                             half, 0, own_end, refined);
+                             half, 0, own_end, refined[ch]);
         for (int sb = 0; sb < bound; ++sb)
-            store(config, side.allocation[ch][sb] == 1 ? own[ch].ternary : refined, ch, sb, side);
+            store(config, side.allocation[ch][sb] == 1 ? own[ch].ternary : refined[ch], ch, sb, side);
     }
     if (bound == config.sblimit) return;
-    part_samples decoded[3];
-    shared_fit fit{};
-    for (int part = 0; part < parts; ++part) {
-        frame.kernels.decode(frame.joint[part], normal[part], half, bound, end, decoded[part]);
-        frame.kernels.sum_products(decoded[part], decoded[part], bound, end, fit.square[part]);
-    }
+    refined[0] = shared[0];
+    refined[1] = shared[1];
+    fit_decoded(frame, own, half, bound, refined);
     for (int ch = 0; ch < 2; ++ch) {
-        compare(frame, ch, decoded, bound, fit);
-        std::memcpy(fit.energy, own[ch].energy, parts * sizeof fit.energy[0]);
-        sent_scalefactors refined = shared[ch];
-        frame.kernels.fit_again(fit, parts, own[ch].weight, bound, end, refined);
         for (int sb = bound; sb < config.sblimit; ++sb)
-            store(config, side.allocation[ch][sb] == 0 ? shared[ch] : refined, ch, sb, side);
+            store(config, side.allocation[ch][sb] == 0 ? shared[ch] : refined[ch], ch, sb, side);
     }
+    mix(frame, own, refined, bound);
+    for (auto &part : side.joint_index)
+        std::ranges::fill(part, index_of_one);
 }
 
 } // namespace vela

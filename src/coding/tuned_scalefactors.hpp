@@ -30,17 +30,23 @@ void choose_own_scalefactors(const weighed_frame &frame, int ch, const std::uint
 
 /// Scale factors of subbands that the channels share, from the first bound on. There they do not limit
 /// a channel's samples but scale the shared ones: those are taken that come closest to the channel's
-/// own samples in the least squares' sense, in Layer II again weighing the bits that they take.
-/// @param normal  scale factors that normalise the shared samples
+/// own samples in the least squares' sense, in Layer II again weighing the bits that they take. The shared
+/// ones are half the sum of both as yet.
+/// @param peaks  indexes of the shared samples' peaks
 void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                                const part_scalefactors (&normal)[3],
+                                const std::uint8_t (&peaks)[3][32],
                                 sent_scalefactors (&chosen)[2]) noexcept;
+
+/// Makes of the shared samples, from subband `first` on, those that the scale factors of both channels decode
+/// to the least weighted noise.
+shared_parts mix(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                 const sent_scalefactors (&sent)[2], int first) noexcept;
 
 /// Moves the scale factors of an allocated frame to where the exact noise of the samples that they scale
 /// is least, and shares them between other parts if that is better; they take as many bits as before.
-/// Own ones, of more than three steps: from one step above the peak to two below. Shared ones: anywhere.
+/// Own ones, of more than three steps: from one step above the peak to two below. Shared ones: anywhere;
+/// then shared samples are mixed again.
 void refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                         const part_scalefactors (&normal)[3], const sent_scalefactors (&shared)[2],
-                         side_info &side) noexcept;
+                         const sent_scalefactors (&shared)[2], side_info &side) noexcept;
 
 } // namespace vela

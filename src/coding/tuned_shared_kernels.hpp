@@ -3,7 +3,6 @@
 
 #include "coding/kernels.hpp"
 #include "coding/noise_kernels.hpp"
-#include "coding/scalefactor_table.hpp"
 #include "coding/tuned_scale_kernels.hpp"
 #include "psy/tuned_parameters.hpp"
 #include "simd/lanes.hpp"
@@ -33,10 +32,12 @@ VELA_INLINE V nearest_index(V x) {
 }
 
 /// Nearest scale factors, by proportion, to what fits the ranges best, and the noise with them; what they
-/// cost for each that is sent.
+/// cost for each that is sent. Where lost energy counts v of itself, the best one is 1 / (1 - v) of the least
+/// squares' one, as long as all of the energy is not reached.
 template <class V, int parts>
 VELA_INLINE void fit_ranges(const shared_fit &fit, const part_values &weight, int sb, double quantizer,
                             V (&noise)[range_count], V (&extra)[range_count], V (&index)[range_count]) {
+    const V weight_of_lost = load<V>(tuned::weight_of_lost.begin() + sb);
     V w[3], energy[3], product[3], square[3];
     for (int part = 0; part < parts; ++part) {
         w[part] = load<V>(weight[part] + sb);
@@ -55,15 +56,16 @@ VELA_INLINE void fit_ranges(const shared_fit &fit, const part_values &weight, in
             all = all + w[part];
         }
         // What is not a number becomes the limit.
-        const V ratio = min_of(max_of(p / q, splat<V>(1e-9)), splat<V>(4.0));
+        const V best = min_of(p / (q - q * weight_of_lost), square_root(e / q));
+        const V ratio = min_of(max_of(best, splat<V>(1e-9)), splat<V>(4.0));
         index[r] = min_of(max_of(nearest_index(ratio), splat<V>(0.0)), splat<V>(62.0));
         index[r] = select(splat<V>(0.0) < p, index[r], splat<V>(62.0));
-        double number[lanes<V>], value[lanes<V>];
-        store(number, index[r]);
-        for (int i = 0; i < lanes<V>; ++i)
-            value[i] = scalefactor_table[static_cast<int>(number[i])];
-        const V s = load<V>(value), ss = s * s, of_quantizer = ss * splat<V>(quantizer) * all;
-        noise[r] = (e - (s + s) * p + ss * q) + of_quantizer;
+        const V s = scalefactors_at(index[r]), ss = s * s,
+                of_quantizer = ss * splat<V>(quantizer) * all;
+        V lost = splat<V>(0.0);
+        for (int part = first; part < end; ++part)
+            lost = lost + positive_part(energy[part] - ss * square[part]);
+        noise[r] = (e - (s + s) * p + ss * q) + lost * weight_of_lost + of_quantizer;
         extra[r] = of_quantizer * splat<V>(tuned::shared_selection_price);
     }
 }
@@ -107,16 +109,33 @@ void fit_again(const shared_fit &fit, int parts, const part_values &weight, int 
     });
 }
 
+/// Of x0 and x1, which are decoded as s0 u and s1 u, u leaves the least of w0 (x0 - s0 u)^2 +
+/// w1 (x1 - s1 u)^2.
 template <class V>
-void decode(const part_samples &samples, const part_scalefactors &scalefactors,
-            const double (&half)[32], int first, int end, part_samples &decoded) noexcept {
+void mix(const shared_parts &frame, int parts, int first, int end, part_samples *mixed) noexcept {
+    over_subbands<V>(first, end, [&]<class L>(int sb) {
+        for (int part = 0; part < parts; ++part) {
+            const L s0 = scalefactors_at(load<L>((*frame.index[0])[part] + sb));
+            const L s1 = scalefactors_at(load<L>((*frame.index[1])[part] + sb));
+            const L a = load<L>((*frame.weight[0])[part] + sb) * s0;
+            const L b = load<L>((*frame.weight[1])[part] + sb) * s1;
+            const L whole = a * s0 + b * s1, share0 = a / whole, share1 = b / whole;
+            for (int j = 0; j < 12; ++j)
+                store(mixed[part][j] + sb, load<L>(frame.samples[0][part][j] + sb) * share0
+                                               + load<L>(frame.samples[1][part][j] + sb) * share1);
+        }
+    });
+}
+
+template <class V>
+void decode(const part_samples &mixed, const double (&half)[32], int first, int end,
+            part_samples &decoded) noexcept {
     over_subbands<V>(first, end, [&]<class L>(int sb) {
         const L zero = splat<L>(0.0);
         const L halves = load<L>(half + sb), highest = halves - splat<L>(0.5);
-        const L inverse = load<L>(scalefactors.inverse + sb) * halves;
         const L unit = splat<L>(1.0) / halves;
         for (int j = 0; j < 12; ++j) {
-            const L y = load<L>(samples[j] + sb) * inverse;
+            const L y = load<L>(mixed[j] + sb) * halves;
             const L level = min_of(nearest(magnitude(y)), highest) * unit;
             store(decoded[j] + sb, select(y < zero, zero - level, level));
         }

@@ -10,7 +10,7 @@ struct weighed_frame {
     const coding_kernels &kernels;
     const coder_config &config;
     const subband_samples &samples;
-    const part_samples *joint; ///< in joint stereo the shared samples, else unused
+    part_samples *joint; ///< in joint stereo the shared samples, else unused
     const noise_weights &weights;
 };
 

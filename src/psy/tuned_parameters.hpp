@@ -1,6 +1,10 @@
 // The numbers that make the tuned model and its allocation what they are; docs/sound.md explains them.
 #pragma once
 
+#include "simd/table.hpp"
+
+#include <algorithm>
+
 namespace vela::tuned {
 
 // ---- the model ----
@@ -20,7 +24,7 @@ inline constexpr double quiet_allowance_db = 3;
 
 /// What a part's noise counts where it precedes an attack: the filterbank spreads it to samples that only
 /// the thresholds of the passes before mask.
-inline constexpr double noise_before_attacks = 0.0001;
+inline constexpr double noise_before_attacks = 0.00015;
 /// Power that 1 / threshold is raised to: noise far above what masks it counts a little less.
 inline constexpr double weight_exponent = 0.95;
 
@@ -37,7 +41,17 @@ inline constexpr double middle_quantizer_noise = 4.0 / 81;
 
 /// What moving scale factors to the least exact error leaves, on average, of the noise of those that go
 /// by the largest sample.
-inline constexpr double left_by_refining = 0.95;
+inline constexpr double left_by_refining = 0.9, left_by_refining_shared = 0.95;
+
+/// What is decoded with less energy than there was counts as so much more noise, from a subband on (9.75
+/// kHz of 48): scale factors of the least error are too low for it.
+inline constexpr double lost_energy = 0.2;
+inline constexpr int lost_energy_from = 13;
+inline constexpr table<double, 32> weight_of_lost = [] {
+    table<double, 32> made{};
+    std::fill(made.begin() + lost_energy_from, made.end(), lost_energy);
+    return made;
+}();
 
 /// Noise counts as less than other noise below that part of it: where there is a choice of equals, rounding
 /// must not decide.
@@ -57,6 +71,6 @@ inline constexpr double weak_a_bit = 0.42, weak_from_bits = 0.7, least_weak = 0.
 
 /// How much each frame before counts of the one after it when a bound is chosen, and the most that any
 /// counts: an attack gets its bound.
-inline constexpr double bound_memory = 0.85, most_bound_memory = 0.05;
+inline constexpr double bound_memory = 0.9, most_bound_memory = 0.05;
 
 } // namespace vela::tuned

@@ -62,6 +62,7 @@ struct tuned_answer : allocation_answer {
     bool operator==(const tuned_answer &) const = default;
 };
 
-tuned_answer allocate(const tuned_problem &problem);
+/// Of subbands that are shared, samples and scale factors become those that are quantized.
+tuned_answer allocate(tuned_problem &problem);
 
 } // namespace oracle

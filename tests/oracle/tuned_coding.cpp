@@ -45,6 +45,7 @@ struct unit {
     std::vector<int> bits;
     std::vector<double> cost;
     choice ternary, finer[2];
+    double shared[36] = {}; ///< as quantized, before a channel's scale factor
     int at = 0;
 
     bool is_shared() const { return row == 2; }
@@ -75,16 +76,6 @@ struct coder {
         return std::clamp(0.42 * (bits_a_sample - 0.7), 0.35, 0.7);
     }
 
-    double sum(int one, int other, int part, int sb) const {
-        double products = 0;
-        for (int j = 12 * part; j < 12 * part + 12; ++j)
-            products += p.samples[one][j][sb] * p.samples[other][j][sb];
-        return products;
-    }
-    double energy(int ch, int part, int sb) const {
-        return p.weights[ch][part][sb] * sum(ch, ch, part, sb);
-    }
-
     /// The choice with the least of value(choice), of equals the one with the fewest bits.
     /// @param index_of  (in): the scale factor of the parts for which `in` holds
     choice least(const auto &index_of, const auto &value) const {
@@ -109,18 +100,12 @@ struct coder {
             total += noise(part, c.index[part]);
         return total;
     }
-    static double growth(const choice &c) { return std::pow(4, 6 * sent_per_scfsi[c.scfsi] / 36.0); }
-
-    int loudest(int ch, int sb, const auto &in) const {
-        int index = 62;
-        for (int part = 0; part < parts; ++part)
-            if (in(part)) index = std::min(index, p.index[ch][sb][part]);
-        return index;
-    }
     /// Of the scale factors from `above` steps above the loudest part's to `below` steps below it the one
     /// with the least noise(part, index).
     int nearby(int ch, int sb, const auto &in, int above, int below, const auto &noise) const {
-        const int middle = loudest(ch, sb, in);
+        int middle = 62;
+        for (int part = 0; part < parts; ++part)
+            if (in(part)) middle = std::min(middle, p.index[ch][sb][part]);
         double least = infinite;
         int best = middle;
         for (int i = std::max(middle - above, 0); i <= std::min(middle + below, 62); ++i) {
@@ -138,89 +123,104 @@ struct coder {
         const double most = (steps - 1) / 2.0;
         return std::clamp(std::round(normalised * steps / 2), -most, most) * 2 / steps;
     }
-    /// The exact weighted noise of one part, scaled by `index` after decoding.
-    double exact(int ch, int part, int sb, int steps, int index, bool shared) const {
-        const double scale = scale_of(index);
-        const double normal = shared ? scale_of(p.index[2][sb][part]) : scale;
-        double lost = 0;
+    /// The weighted noise of one part, of which z(j) is decoded before its scale factor, and of energy lost.
+    double exact(int ch, int part, int sb, int index, const auto &z, double of_lost) const {
+        double noise = 0, lost = 0;
         for (int j = 12 * part; j < 12 * part + 12; ++j) {
-            const double z = decoded(p.samples[shared ? 2 : ch][j][sb] / normal, steps);
-            lost += std::pow(p.samples[ch][j][sb] - scale * z, 2);
+            const double x = p.samples[ch][j][sb], y = scale_of(index) * z(j);
+            noise += (x - y) * (x - y);
+            lost += x * x - y * y;
         }
-        return p.weights[ch][part][sb] * lost;
+        return p.weights[ch][part][sb] * (noise + of_lost * std::max(lost, 0.0));
+    }
+    static double of_lost(int sb) { return sb < 13 ? 0 : 0.2; }
+    /// With samples of its own; of one step nothing is left.
+    double own(int ch, int part, int sb, int steps, int index, double of_lost) const {
+        const auto z = [&](int j) { return decoded(p.samples[ch][j][sb] / scale_of(index), steps); };
+        return exact(ch, part, sb, index, z, of_lost);
     }
 
     /// With three steps: a scale factor more than two steps above a part's leaves nothing of it.
     auto ternary_noise(int ch, int sb) const {
         return [this, ch, sb](int part, int index) {
-            return index < p.index[ch][sb][part] - 2 ? energy(ch, part, sb)
-                                                     : exact(ch, part, sb, 3, index, false);
+            const int steps = index < p.index[ch][sb][part] - 2 ? 1 : 3;
+            return own(ch, part, sb, steps, index, of_lost(sb));
         };
     }
-    choice ternary(int ch, int sb) const {
-        const auto noise = ternary_noise(ch, sb);
-        return least([&](const auto &in) { return nearby(ch, sb, in, 2, 3, noise); },
-                     [&](const choice &c) { return total(c, noise) * growth(c); });
-    }
-    choice finer(int ch, int sb) const {
-        const auto uniform = [&](int part, int index) {
-            return p.weights[ch][part][sb] * std::pow(scale_of(index), 2);
-        };
-        return least([&](const auto &in) { return loudest(ch, sb, in); },
-                     [&](const choice &c) { return total(c, uniform) * growth(c); });
+    /// Own scale factors by noise and bits.
+    choice priced(int ch, int sb, int above, int below, const auto &noise) const {
+        const auto price = [](int scfsi) { return std::pow(4, 6 * sent_per_scfsi[scfsi] / 36.0); };
+        return least([&](const auto &in) { return nearby(ch, sb, in, above, below, noise); },
+                     [&](const choice &c) { return total(c, noise) * price(c.scfsi); });
     }
 
-    /// The scale factor, 2^(1 - i / 3), nearest to the least squares' one over the parts for which `in`
-    /// holds, of shared samples as they are decoded.
-    int fitted(int ch, int sb, int steps, const auto &in) const {
-        double product = 0, square = 0;
+    /// The scale factor, 2^(1 - i / 3), nearest to the best one over the parts for which `in` holds, where
+    /// z(j) is decoded before it.
+    int fitted(int ch, int sb, const auto &z, const auto &in) const {
+        double product = 0, square = 0, all = 0;
         for (int j = 0; j < 12 * parts; ++j) {
             if (!in(j / 12)) continue;
-            double z = p.samples[2][j][sb] / scale_of(p.index[2][sb][j / 12]);
-            if (steps > 0) z = decoded(z, steps);
-            product += p.weights[ch][j / 12][sb] * p.samples[ch][j][sb] * z;
-            square += p.weights[ch][j / 12][sb] * z * z;
+            const double w = p.weights[ch][j / 12][sb], x = p.samples[ch][j][sb];
+            product += w * x * z(j);
+            square += w * z(j) * z(j);
+            all += w * x * x;
         }
         if (product <= 0) return 62;
-        return static_cast<int>(std::clamp(std::round(3 - 3 * std::log2(product / square)), 0.0, 62.0));
-    }
-    double residue(int ch, int part, int sb, int index) const {
-        const double ratio = scale_of(index) / scale_of(p.index[2][sb][part]);
-        return sum(ch, ch, part, sb) - 2 * ratio * sum(ch, 2, part, sb)
-               + ratio * ratio * sum(2, 2, part, sb);
+        const double best = std::min(product / square / (1 - of_lost(sb)), std::sqrt(all / square));
+        return static_cast<int>(std::clamp(std::round(3 - 3 * std::log2(best)), 0.0, 62.0));
     }
     /// The quantizer counts as one of 9 steps.
     choice shared(int ch, int sb) const {
+        const auto z = [&](int j) { return p.samples[2][j][sb] / scale_of(p.index[2][sb][j / 12]); };
         const auto value = [&](const choice &c) {
             return total(c, [&](int part, int index) {
                 const double quantizer = 4.0 / 81 * (1 + 0.231 * sent_per_scfsi[c.scfsi]);
-                return p.weights[ch][part][sb]
-                       * (residue(ch, part, sb, index) + std::pow(scale_of(index), 2) * quantizer);
+                return exact(ch, part, sb, index, z, of_lost(sb))
+                       + p.weights[ch][part][sb] * std::pow(scale_of(index), 2) * quantizer;
             });
         };
-        return least([&](const auto &in) { return fitted(ch, sb, 0, in); }, value);
+        return least([&](const auto &in) { return fitted(ch, sb, z, in); }, value);
+    }
+    /// What comes closest to both channels.
+    void mix(unit &u, const choice (&sent)[2]) const {
+        for (int j = 0; j < 12 * parts; ++j) {
+            double product = 0, square = 0;
+            for (int ch = 0; ch < 2; ++ch) {
+                const double w = p.weights[ch][j / 12][u.sb], s = scale_of(sent[ch].index[j / 12]);
+                product += w * s * p.samples[ch][j][u.sb];
+                square += w * s * s;
+            }
+            u.shared[j] = product / square;
+        }
     }
 
-    /// That scale factors of quantized samples are refined later counts 5 %.
+    /// That scale factors of quantized samples are refined later counts a tenth, of shared ones a twentieth.
     double cost(const unit &u, int ch, int steps) const {
         if (steps == 3 && !u.is_shared()) return total(u.ternary, ternary_noise(ch, u.sb));
         return total(u.finer[ch], [&](int part, int index) {
-            if (steps == 0) return energy(ch, part, u.sb);
-            if (steps <= 9) return 0.95 * exact(ch, part, u.sb, steps, index, u.is_shared());
-            double lost = 4 * std::pow(scale_of(index) / steps, 2);
-            lost += u.is_shared() ? residue(ch, part, u.sb, index) : 0;
-            if (!u.is_shared()) lost = std::min(lost, sum(ch, ch, part, u.sb));
-            return 0.95 * p.weights[ch][part][u.sb] * lost;
+            const double uniform = p.weights[ch][part][u.sb] * 4 * std::pow(scale_of(index) / steps, 2);
+            const auto z = [&](int j) {
+                return steps <= 9 ? decoded(u.shared[j], steps) : u.shared[j];
+            };
+            if (steps == 0) return own(ch, part, u.sb, 1, index, 0);
+            if (u.is_shared())
+                return 0.95 * (exact(ch, part, u.sb, index, z, 0) + (steps <= 9 ? 0 : uniform));
+            if (steps <= 9) return 0.9 * own(ch, part, u.sb, steps, index, 0);
+            return 0.9 * std::min(uniform, own(ch, part, u.sb, 1, index, 0));
         });
     }
     int side_bits(const choice &c) const { return p.layer == 1 ? 6 : 2 + 6 * sent_per_scfsi[c.scfsi]; }
 
     unit make_unit(int row, int sb) const {
-        unit u{row, sb, quantizers_of(p.layer, p.table, sb).steps, {}, {}, {}, {}};
+        unit u{row, sb, quantizers_of(p.layer, p.table, sb).steps, {}, {}, {}, {}, {}};
         const int first = u.is_shared() ? 0 : row, last = u.is_shared() ? 1 : row;
+        const auto uniform = [&](int part, int index) {
+            return p.weights[row][part][sb] * std::pow(scale_of(index), 2);
+        };
         for (int ch = first; ch <= last; ++ch)
-            u.finer[ch] = u.is_shared() ? shared(ch, sb) : finer(ch, sb);
-        if (!u.is_shared()) u.ternary = ternary(row, sb);
+            u.finer[ch] = u.is_shared() ? shared(ch, sb) : priced(ch, sb, 0, 0, uniform);
+        if (u.is_shared()) mix(u, u.finer);
+        if (!u.is_shared()) u.ternary = priced(row, sb, 2, 3, ternary_noise(row, sb));
         for (const int steps : u.steps) {
             double cost_of_all = 0;
             int bits = (p.layer == 1 || is_grouped(2, steps) ? 12 : 36) * code_bits_of(p.layer, steps);
@@ -313,7 +313,7 @@ struct coder {
             const int i = bound == 32 ? 4 : bound / 4 - 1;
             double sum = now.excess[i];
             for (std::size_t k = 0; k < p.before.size(); ++k)
-                sum += std::pow(0.85, k + 1) * std::min(0.05, p.before[k].excess[i]);
+                sum += std::pow(0.9, k + 1) * std::min(0.05, p.before[k].excess[i]);
             if (sum >= least) continue;
             least = sum;
             best = bound;
@@ -367,15 +367,16 @@ struct coder {
         const choice &chosen = u.finer[ch];
         if (steps == 3 && !u.is_shared()) return u.ternary;
         if (steps == 0) return chosen;
+        const auto z = [&](int j) { return decoded(u.shared[j], steps); };
         const auto noise = [&](int part, int index) {
-            if (u.is_shared() || index >= p.index[ch][sb][part] - 1)
-                return exact(ch, part, sb, steps, index, u.is_shared());
-            const double uniform = 4 * std::pow(scale_of(index) / steps, 2);
-            return std::min(p.weights[ch][part][sb] * uniform, energy(ch, part, sb));
+            if (u.is_shared()) return exact(ch, part, sb, index, z, of_lost(sb));
+            if (index >= p.index[ch][sb][part] - 1) return own(ch, part, sb, steps, index, of_lost(sb));
+            const double uniform = p.weights[ch][part][sb] * 4 * std::pow(scale_of(index) / steps, 2);
+            return std::min(uniform, own(ch, part, sb, 1, index, 0));
         };
         return least(
             [&](const auto &in) {
-                return u.is_shared() ? fitted(ch, sb, steps, in) : nearby(ch, sb, in, 1, 2, noise);
+                return u.is_shared() ? fitted(ch, sb, z, in) : nearby(ch, sb, in, 1, 2, noise);
             },
             [&](const choice &c) {
                 const bool as_many = sent_per_scfsi[c.scfsi] == sent_per_scfsi[chosen.scfsi];
@@ -386,7 +387,7 @@ struct coder {
 
 } // namespace
 
-tuned_answer allocate(const tuned_problem &p) {
+tuned_answer allocate(tuned_problem &p) {
     const coder c{p};
     tuned_answer a;
     a.now = c.by_itself();
@@ -398,13 +399,19 @@ tuned_answer allocate(const tuned_problem &p) {
     a.left = c.available(all);
     c.favour(all);
     coder::climb(all, a.left);
-    for (const unit &u : all) {
+    for (unit &u : all) {
+        choice sent[2];
         for (int ch = u.is_shared() ? 0 : u.row; ch <= (u.is_shared() ? 1 : u.row); ++ch) {
-            const choice sent = c.refined(u, ch);
+            sent[ch] = c.refined(u, ch);
             a.allocation[ch][u.sb] = u.at;
-            a.scfsi[ch][u.sb] = sent.scfsi;
-            std::copy_n(sent.index, 3, a.index[ch][u.sb]);
+            a.scfsi[ch][u.sb] = sent[ch].scfsi;
+            std::copy_n(sent[ch].index, 3, a.index[ch][u.sb]);
         }
+        if (!u.is_shared() || u.at == 0) continue;
+        c.mix(u, sent);
+        for (int j = 0; j < 12 * c.parts; ++j)
+            p.samples[2][j][u.sb] = u.shared[j];
+        std::fill_n(p.index[2][u.sb], 3, 3); // of the scale factor 1
     }
     return a;
 }

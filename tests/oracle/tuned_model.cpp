@@ -63,7 +63,7 @@ void tuned_model::pass(const float *samples, double (&weights)[32]) {
     std::vector<double> factor(count_);
     for (int p = 0; p < count_; ++p)
         factor[p] =
-            std::pow(1 / threshold(p, masking(p)) + 0.0001 / threshold(p, quietest_before(p)), 0.95);
+            std::pow(1 / threshold(p, masking(p)) + 0.00015 / threshold(p, quietest_before(p)), 0.95);
     for (int sb = 0; sb < 32; ++sb) {
         weights[sb] = 0;
         for (int k = 0; k <= 512; ++k) {
