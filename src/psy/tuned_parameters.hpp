@@ -40,7 +40,7 @@ inline constexpr double shared_selection_price = 0.231;
 inline constexpr double middle_quantizer_noise = 4.0 / 81;
 
 /// What moving scale factors to the least exact error leaves, on average, of the noise of those that go
-/// by the largest sample.
+/// by the largest sample; of shared subbands, whose samples are mixed for their scale factors, more.
 inline constexpr double left_by_refining = 0.9, left_by_refining_shared = 0.95;
 
 /// What is decoded with less energy than there was counts as so much more noise, from a subband on (9.75
