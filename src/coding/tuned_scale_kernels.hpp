@@ -168,12 +168,11 @@ VELA_INLINE void least_noise(part_range range, const V (&index)[3],
 /// x above 0, else 0.
 template <class V>
 VELA_INLINE V positive_part(V x) {
-    const V zero = splat<V>(0.0);
     if constexpr (lanes<V> == 1) {
         // What g++ makes of the other form is a branch, taken at random.
-        return from_bits<V>(to_bits(x) & -std::int64_t{zero < x});
+        return from_bits<V>(to_bits(x) & -std::int64_t{0.0 < x});
     } else {
-        return max_of(x, zero);
+        return max_of(x, splat<V>(0.0));
     }
 }
 

@@ -23,60 +23,66 @@ VELA_INLINE double greatest_lane(const double *p) {
     return greatest;
 }
 
-/// Rows side by side: each waits for the result of its last comparison.
+/// Rows, or neighbouring subbands of one, side by side: each waits for the result of its last comparison.
 /// @param coarse, fine  as of the kernel
-template <class V, int rows>
-VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int sb, const unit_choices *coarse,
-                            const unit_choices *fine, unit_choices *choices) {
+template <class V, int rows, int neighbours>
+VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int first,
+                            const unit_choices *coarse, const unit_choices *fine,
+                            unit_choices *choices) {
+    constexpr int count = rows * neighbours;
     const V price = splat<V>(slope), inverse_price = splat<V>(1 / slope);
-    V cost[rows], spent[rows], quantizer[rows];
+    const auto row = [](int i) { return i / neighbours; };
+    const auto subband = [first](int i) { return first + i % neighbours * lanes<V>; };
+    V cost[count], spent[count], quantizer[count];
     // A lesser slope reaches at least as far, a greater one at most.
     double low = 0, high = quantizer_count;
     if (coarse != nullptr) {
-        low = least_lane<V>(coarse->quantizer + sb);
-        for (int r = 0; r < rows; ++r) {
-            cost[r] = load<V>(coarse[r].cost + sb);
-            spent[r] = load<V>(coarse[r].bits + sb);
-            quantizer[r] = load<V>(coarse[r].quantizer + sb);
-            low = min_of(least_lane<V>(coarse[r].quantizer + sb), low);
+        low = quantizer_count;
+        for (int i = 0; i < count; ++i) {
+            const unit_choices &from = coarse[row(i)];
+            cost[i] = load<V>(from.cost + subband(i));
+            spent[i] = load<V>(from.bits + subband(i));
+            quantizer[i] = load<V>(from.quantizer + subband(i));
+            low = min_of(least_lane<V>(from.quantizer + subband(i)), low);
         }
     } else {
-        for (int r = 0; r < rows; ++r) {
-            cost[r] = load<V>(costs[r].unquantized + sb);
-            spent[r] = quantizer[r] = splat<V>(0.0);
+        for (int i = 0; i < count; ++i) {
+            cost[i] = load<V>(costs[row(i)].unquantized + subband(i));
+            spent[i] = quantizer[i] = splat<V>(0.0);
         }
     }
     if (fine != nullptr) {
         high = 0;
-        for (int r = 0; r < rows; ++r)
-            high = max_of(greatest_lane<V>(fine[r].quantizer + sb), high);
+        for (int i = 0; i < count; ++i)
+            high = max_of(greatest_lane<V>(fine[row(i)].quantizer + subband(i)), high);
     }
     // Nor do bits pay that cost more than all the cost that is left; a little more, for rounding.
     V most = spent[0] + cost[0] * inverse_price;
-    for (int r = 1; r < rows; ++r)
-        most = max_of(spent[r] + cost[r] * inverse_price, most);
+    for (int i = 1; i < count; ++i)
+        most = max_of(spent[i] + cost[i] * inverse_price, most);
     double limits[lanes<V>];
     store(limits, most);
     const double most_bits = greatest_lane<V>(limits) * (1 + 1e-9) + 1;
-    const quantizer_set::group &group = quantizers_of<V>(*costs->set, sb);
+    const quantizer_set::group &group = quantizers_of<V>(*costs->set, first);
     const int end = group.before[static_cast<int>(high)];
-    for (int i = group.before[static_cast<int>(low)]; i < end; ++i) {
-        const int q = group.quantizers[i];
+    for (int k = group.before[static_cast<int>(low)]; k < end; ++k) {
+        const int q = group.quantizers[k];
         if (costs->set->sample_bits[q] > most_bits) break;
-        for (int r = 0; r < rows; ++r) {
+        for (int i = 0; i < count; ++i) {
             // Compared by differences, rounding cannot make a greater slope reach further than a lesser.
-            const V there = load<V>(costs[r].quantized[q] + sb);
-            const V wanted = bits_of_quantizer<V>(costs[r], q, sb);
-            const auto worth = price * (wanted - spent[r]) < cost[r] - there;
-            cost[r] = select(worth, there, cost[r]);
-            spent[r] = select(worth, wanted, spent[r]);
-            quantizer[r] = select(worth, splat<V>(q + 1), quantizer[r]);
+            const V there = load<V>(costs[row(i)].quantized[q] + subband(i));
+            const V wanted = bits_of_quantizer<V>(costs[row(i)], q, subband(i));
+            const auto worth = price * (wanted - spent[i]) < cost[i] - there;
+            cost[i] = select(worth, there, cost[i]);
+            spent[i] = select(worth, wanted, spent[i]);
+            quantizer[i] = select(worth, splat<V>(q + 1), quantizer[i]);
         }
     }
-    for (int r = 0; r < rows; ++r) {
-        store(choices[r].quantizer + sb, quantizer[r]);
-        store(choices[r].bits + sb, spent[r]);
-        store(choices[r].cost + sb, cost[r]);
+    for (int i = 0; i < count; ++i) {
+        unit_choices &to = choices[row(i)];
+        store(to.quantizer + subband(i), quantizer[i]);
+        store(to.bits + subband(i), spent[i]);
+        store(to.cost + subband(i), cost[i]);
     }
 }
 
@@ -93,13 +99,18 @@ VELA_INLINE int sum_of_lanes(V a) {
 template <class V>
 reached reach(const unit_costs *costs, int rows, double slope, int first, int end,
               const unit_choices *coarse, const unit_choices *fine, unit_choices *choices) noexcept {
-    over_subbands<V>(first, end, [&]<class L>(int sb) {
-        if (rows == 2) {
-            reach_rows<L, 2>(costs, slope, sb, coarse, fine, choices);
-        } else {
-            reach_rows<L, 1>(costs, slope, sb, coarse, fine, choices);
-        }
-    });
+    if (rows == 2) {
+        over_subbands<V>(first, end, [&]<class L>(int sb) {
+            reach_rows<L, 2, 1>(costs, slope, sb, coarse, fine, choices);
+        });
+    } else if constexpr (lanes<V> < 4) {
+        for (int sb = first; sb < end; sb += 2 * lanes<V>)
+            reach_rows<V, 1, 2>(costs, slope, sb, coarse, fine, choices);
+    } else {
+        over_subbands<V>(first, end, [&]<class L>(int sb) {
+            reach_rows<L, 1, 1>(costs, slope, sb, coarse, fine, choices);
+        });
+    }
     using G = grouped<V>;
     const G none = splat<G>(0.0);
     G bits = none, subbands = none;
