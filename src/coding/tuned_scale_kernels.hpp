@@ -186,9 +186,12 @@ VELA_INLINE V one_if_positive(V x) {
     }
 }
 
+/// Below, no subband weighs what it loses. The same ones at every level.
+inline constexpr int nothing_lost_below = tuned::lost_energy_from / 8 * 8;
+
 /// Levels are 0 and 2/3 of the scale factor s on both sides: a sample x above s / 3 loses
 /// x^2 - (x - 2/3 s)^2 = 4/3 s (x - s / 3) of its energy.
-template <class V, int parts>
+template <class V, int parts, bool weighs_lost>
 VELA_INLINE void choose_ternary(const part_samples *samples, const part_scalefactors (&peaks)[3],
                                 const part_values &weight, int sb, sent_scalefactors &sent,
                                 double (&cost)[32], part_values &energy) {
@@ -208,11 +211,11 @@ VELA_INLINE void choose_ternary(const part_samples *samples, const part_scalefac
             for (int i = 0; i < ternary_scales; ++i) {
                 const V over = size - splat<V>(scaled_up(ternary_above - i) / 3);
                 above[i] = above[i] + positive_part(over);
-                kept[i] = kept[i] + one_if_positive(over);
+                if (weighs_lost) kept[i] = kept[i] + one_if_positive(over);
             }
         }
         const V w = load<V>(weight[part] + sb), scale = load<V>(peaks[part].value + sb);
-        whole[part] = (squares + squares * weight_of_lost) * w;
+        whole[part] = (weighs_lost ? squares + squares * weight_of_lost : squares) * w;
         store(energy[part] + sb, squares);
         for (int i = 0; i < ternary_scales; ++i) {
             const double s = scaled_up(ternary_above - i);
@@ -220,7 +223,7 @@ VELA_INLINE void choose_ternary(const part_samples *samples, const part_scalefac
             const V error = squares - above[i] * splat<V>(s * (4.0 / 3)) * square;
             const V lost = positive_part(squares - kept[i] * splat<V>(s * s * (4.0 / 9)) * square);
             if (lanes<V> <= 2) noise[part][i] = zero;
-            noise[part][ternary_scales + i] = (error + lost * weight_of_lost) * w;
+            noise[part][ternary_scales + i] = (weighs_lost ? error + lost * weight_of_lost : error) * w;
         }
     }
     // A scale factor far above a part's own leaves nothing of it.
@@ -246,10 +249,17 @@ void choose_ternary(const part_samples *samples, int parts, const part_scalefact
                     const part_values &weight, int end, sent_scalefactors &sent, double (&cost)[32],
                     part_values &energy) noexcept {
     over_subbands<V>(0, end, [&]<class L>(int sb) {
+        const auto choose = [&]<int count>() {
+            if (sb < nothing_lost_below) {
+                choose_ternary<L, count, false>(samples, peaks, weight, sb, sent, cost, energy);
+            } else {
+                choose_ternary<L, count, true>(samples, peaks, weight, sb, sent, cost, energy);
+            }
+        };
         if (parts == 1) {
-            choose_ternary<L, 1>(samples, peaks, weight, sb, sent, cost, energy);
+            choose.template operator()<1>();
         } else {
-            choose_ternary<L, 3>(samples, peaks, weight, sb, sent, cost, energy);
+            choose.template operator()<3>();
         }
     });
 }
@@ -299,7 +309,7 @@ VELA_INLINE unsigned selections_of(const double *half, const double *scfsi) {
 inline constexpr unsigned bought_with[range_count] = {0b1011, 0b0001, 0b1011, 0b1010, 0b1010, 0b0100};
 
 /// @param bought  selections, as bits, of the subbands
-template <class V, int parts>
+template <class V, int parts, bool weighs_lost>
 VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&peaks)[3],
                         const part_values &weight, const part_values &energy, V halves,
                         [[maybe_unused]] unsigned bought, int sb, sent_scalefactors &sent) {
@@ -323,7 +333,7 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
                 const V y = size * splat<V>(scaled_up(i - refined_above));
                 const V level = min_of(nearest(y), highest), e = y - level;
                 sum[i] = sum[i] + e * e;
-                kept[i] = kept[i] + level * level;
+                if (weighs_lost) kept[i] = kept[i] + level * level;
             }
         }
         // In units of levels, which lie scf / half apart.
@@ -333,7 +343,9 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
             const double scale = scaled_up(refined_above - i);
             const V energy_of_1 = square[part] * splat<V>(scale * scale);
             const V lost = positive_part(whole[part] - kept[i] * energy_of_1);
-            noise[part][refined_scales + i] = (sum[i] * energy_of_1 + lost * weight_of_lost) * w[part];
+            const V error = sum[i] * energy_of_1;
+            noise[part][refined_scales + i] =
+                (weighs_lost ? error + lost * weight_of_lost : error) * w[part];
         }
     }
     const auto is_finer = splat<V>(1.5) < halves;
@@ -371,10 +383,17 @@ void refine(const part_samples *samples, int parts, const part_scalefactors (&pe
         const unsigned bought = selections_of<L>(half + sb, sent.scfsi + sb);
         if (bought == 0) return;
         const L halves = load<L>(half + sb);
+        const auto refine_parts = [&]<int count>() {
+            if (sb < nothing_lost_below) {
+                refine<L, count, false>(samples, peaks, weight, energy, halves, bought, sb, sent);
+            } else {
+                refine<L, count, true>(samples, peaks, weight, energy, halves, bought, sb, sent);
+            }
+        };
         if (parts == 1) {
-            refine<L, 1>(samples, peaks, weight, energy, halves, bought, sb, sent);
+            refine_parts.template operator()<1>();
         } else {
-            refine<L, 3>(samples, peaks, weight, energy, halves, bought, sb, sent);
+            refine_parts.template operator()<3>();
         }
     });
 }
