@@ -66,6 +66,7 @@ TEST_F(broadcast_wave_test, the_chunks_describe_the_stream) {
         std::size_t at = 0;
         for (std::size_t i = 0; i < fields.size(); at += widths[i++])
             EXPECT_EQ(number(fmt + mext, at, widths[i]), fields[i]) << arguments << ", field " << i;
+        EXPECT_EQ(chunk_of(file, "bext").substr(256, 10), std::string("velaenc\0\0\0", 10));
         const auto frames = frames_of(stream).size();
         EXPECT_EQ(number(chunk_of(file, "fact"), 0, 4), frames * (fields[7] == 1 ? 384 : 1152));
         const std::string rates = "F=" + std::to_string(rate) + ",";

@@ -132,6 +132,7 @@ TEST(info_parser, frames_that_differ_do_so_in_a_field_at_its_first_place) {
         {layer2 + alone, crc + "B023/16" + alone, "crc: 0 1;"},
         {crc + "B023/16" + alone, crc + "B022/16" + alone, "CRC: 45091 45090;"},
         {only(1, ""), only(2, ""), "allocation, subband 0: 3 5;"},
+        {only(3, "2D8/10"), only(4, "E/4 D/4 D/4"), "allocation, subband 0: 9 15;"},
         {"FFFD/16 8400/16", "FFFD/16 8400/16 0/4 2/4", "allocation, right, subband 0: 0 7;", 384, 384},
         {only(1, ""), layer2 + "1/4 0/4 0/3*6 1/2 3E/6*2", "scfsi, subband 0: 2 1;"},
         {parts + "1/6", parts + "2/6 1/5",

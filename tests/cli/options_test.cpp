@@ -43,6 +43,7 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
         {"in.wav --raw --rate 48000 --channels 2 --format u7", "s16|s24|s32|f32|s16be"},
         {"in.wav --raw --rate 48000 --channels 0 --format s16", "1 or 2"},
         {"in.wav --rate 48000", "--raw"},
+        {"48000.wav --raw --stream 2", "--stream excludes --raw"},
         {"in.wav --to-rate 22050", "32000, 44100 or 48000"},
         {"in.wav --duration 0", "above 0"},
         {"in.wav --downmix quad", "bs775, none, or SPEAKER=FACTOR"},
