@@ -189,6 +189,7 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
         {"page.ogg", ogg, ogg.substr(0, ogg.rfind("OggS"))},
         {"chain.ogg", ogg, ogg + ogg},
         {"chain.wav", get("a.wav"), get("a.wav") + get("a.wav")},
+        {"chain.aiff", get("a.aiff"), get("a.aiff") + get("a.aiff")},
         {"flip.flac", flac, flipped(flac, flac.size() / 2)},
         {"half.flac", flac, flac.substr(0, flac.size() / 2)},
         {"tag.mp3", tagged, tagged.substr(0, 2000)},

@@ -123,6 +123,14 @@ std::uint64_t bytes_there(const input_file &input, const chunk &sound) {
     return input.size() - std::min(sound.offset, input.size());
 }
 
+/// Whether another file of one of these kinds begins there.
+bool begins_file(const input_file &input, std::uint64_t at) {
+    std::array<std::byte, 4> magic{};
+    return read_at(input, at, magic) == magic.size()
+           && (name_of(magic) == au_magic
+               || std::ranges::find(layouts, name_of(magic), &chunk_layout::magic) != layouts.end());
+}
+
 bool has_wrapped(const input_file &input, const chunk &sound) {
     return sound.wraps && sound.known && bytes_there(input, sound) >= sound.bytes + lap;
 }
@@ -223,7 +231,7 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
     std::array<std::byte, 8> header{};
     const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
     if (read_at(input, behind, header) < header.size()) return sound.bytes;
-    if (name_of(header) == "RIFF") report_second(input, behind, rule);
+    if (begins_file(input, behind)) report_second(input, behind, rule);
     if (begins_chunk(header)) return sound.bytes;
     if (rule != length_rule::ignored) {
         input.note("has " + std::to_string(input.size() - behind)
@@ -238,6 +246,8 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
 void check_chunks(const input_file &input, const chunk &sound, length_rule rule) {
     const std::uint64_t there = bytes_there(input, sound);
     if (sound.known && sound.bytes > there) report_missing(input, sound.bytes - there, rule);
+    const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
+    if (sound.known && begins_file(input, behind)) report_second(input, behind, rule);
     if (has_wrapped(input, sound))
         throw failure(exit_code::input,
                       input.name
