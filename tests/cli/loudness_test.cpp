@@ -244,7 +244,7 @@ TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
     } nobody;
     auto sound = swelling_noise(125 * sound_rate, 2);
     for (int i = -4; i < 0; ++i) // louder than all else, and only silence behind it
-        sound[static_cast<std::size_t>(2 * (125 * sound_rate + i))] = i == -4 || i == -1 ? -0.6F : 0.6F;
+        sound.end()[2 * i] = i == -4 || i == -1 ? -0.6F : 0.6F;
     put_sound("in.wav", sound);
     run("ffmpeg -v error -i in.wav -c:a pcm_f32le in.w64"); // which several readers can open at once
     const auto heard = [&](int jobs) {
