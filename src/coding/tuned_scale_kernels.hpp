@@ -180,7 +180,7 @@ template <class V>
 VELA_INLINE V one_if_positive(V x) {
     const V zero = splat<V>(0.0);
     if constexpr (lanes<V> == 1) {
-        return static_cast<double>(zero < x);
+        return from_bits<V>(to_bits(splat<V>(1.0)) & -std::int64_t{zero < x});
     } else {
         return select(zero < x, splat<V>(1.0), zero);
     }
