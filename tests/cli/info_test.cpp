@@ -82,13 +82,13 @@ TEST(info, a_picture_keeps_least_mean_and_greatest_values_however_long_it_is) {
     EXPECT_EQ(pictured.columns(), 62u);
     tools::timeline two(
         {{.name = "", .title = "", .unit = "", .rows = {"upper", "lower"}, .lowest = -20}});
-    const float none = std::nanf(""), values[4][2] = {{-1, none}, {-2, 5}, {-3, none}, {-10, 7}};
+    const float none = std::nanf(""), values[4][2] = {{-1, none}, {-2, 5}, {-8, none}, {-10, 7}};
     for (unsigned i = 0; i < 4; ++i)
         two.add(i, values[i]);
     const auto data = [&] { return nlohmann::json::parse(two.json())[0]["data"]; };
-    EXPECT_EQ(data(), "ExIRCv8Z/xs="); // 19 18 17 10, 255 25 255 27
+    EXPECT_EQ(data(), "ExIMCv8Z/xs="); // 19 18 12 10, 255 25 255 27
     two.limit_columns(1);
-    EXPECT_EQ(data(), "EBoKGRMb"); // 16 26, 10 25, 19 27
+    EXPECT_EQ(data(), "DxoKGRMb"); // 15 26, 10 25, 19 27
 }
 
 TEST(info, padding_is_exact_while_a_stream_keeps_its_bitrate_to_a_slot) {
