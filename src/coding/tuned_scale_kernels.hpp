@@ -296,23 +296,19 @@ void choose_finer(const part_scalefactors (&peaks)[3], const part_values &weight
     });
 }
 
-/// Selections, as bits, of the subbands with more than three steps.
+/// Whether any of the subbands has more than three steps.
 template <class V>
-VELA_INLINE unsigned selections_of(const double *half, const double *scfsi) {
-    unsigned found = 0;
+VELA_INLINE bool any_finer(const double *half) {
+    bool found = false;
     for (int i = 0; i < lanes<V>; ++i)
-        found |= half[i] > 1.5 ? 1U << static_cast<int>(scfsi[i]) : 0;
+        found |= half[i] > 1.5;
     return found;
 }
 
-/// Selections, as bits, that want a range or may be replaced by one that does.
-inline constexpr unsigned bought_with[range_count] = {0b1011, 0b0001, 0b1011, 0b1010, 0b1010, 0b0100};
-
-/// @param bought  selections, as bits, of the subbands
 template <class V, int parts, bool weighs_lost>
 VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&peaks)[3],
-                        const part_values &weight, const part_values &energy, V halves,
-                        [[maybe_unused]] unsigned bought, int sb, sent_scalefactors &sent) {
+                        const part_values &weight, const part_values &energy, V halves, int sb,
+                        sent_scalefactors &sent) {
     const V zero = splat<V>(0.0), highest = halves - splat<V>(0.5);
     const V inverse_half = splat<V>(1.0) / halves;
     const V weight_of_lost = load<V>(tuned::weight_of_lost.begin() + sb);
@@ -341,9 +337,8 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
         square[part] = unit * unit;
         for (int i = 0; i < refined_scales; ++i) {
             const double scale = scaled_up(refined_above - i);
-            const V energy_of_1 = square[part] * splat<V>(scale * scale);
+            const V energy_of_1 = square[part] * splat<V>(scale * scale), error = sum[i] * energy_of_1;
             const V lost = positive_part(whole[part] - kept[i] * energy_of_1);
-            const V error = sum[i] * energy_of_1;
             noise[part][refined_scales + i] =
                 (weighs_lost ? error + lost * weight_of_lost : error) * w[part];
         }
@@ -380,14 +375,13 @@ void refine(const part_samples *samples, int parts, const part_scalefactors (&pe
             const part_values &weight, const part_values &energy, const double (&half)[32], int first,
             int end, sent_scalefactors &sent) noexcept {
     over_subbands<V>(first, end, [&]<class L>(int sb) {
-        const unsigned bought = selections_of<L>(half + sb, sent.scfsi + sb);
-        if (bought == 0) return;
+        if (!any_finer<L>(half + sb)) return;
         const L halves = load<L>(half + sb);
         const auto refine_parts = [&]<int count>() {
             if (sb < nothing_lost_below) {
-                refine<L, count, false>(samples, peaks, weight, energy, halves, bought, sb, sent);
+                refine<L, count, false>(samples, peaks, weight, energy, halves, sb, sent);
             } else {
-                refine<L, count, true>(samples, peaks, weight, energy, halves, bought, sb, sent);
+                refine<L, count, true>(samples, peaks, weight, energy, halves, sb, sent);
             }
         };
         if (parts == 1) {
