@@ -70,11 +70,11 @@ void for_each_chunk(const fetch_function &fetch, const chunk_layout &layout, Vis
         std::uint64_t size = layout.big_endian ? big_endian(field) : little_endian(field);
         const bool unknown = is_placeholder(size, layout.size_bytes);
         if (layout.size_covers_header) size -= std::min<std::uint64_t>(size, header_bytes);
-        if (visit(name_of(header),
-                  chunk{offset + header_bytes, size, !unknown, layout.size_bytes == 4}))
+        if (visit(name_of(header), chunk{offset + header_bytes, size, !unknown, layout.size_bytes == 4,
+                                         layout.alignment}))
             break;
         if (size >= std::uint64_t{1} << 62) break;
-        offset += header_bytes + (size + layout.alignment - 1) / layout.alignment * layout.alignment;
+        offset = chunk{offset + header_bytes, size, true, false, layout.alignment}.end();
     }
 }
 
@@ -131,6 +131,22 @@ bool begins_file(const input_file &input, std::uint64_t at) {
                || std::ranges::find(layouts, name_of(magic), &chunk_layout::magic) != layouts.end());
 }
 
+bool is_w64(const fetch_function &fetch) {
+    const chunk_layout *layout = layout_of(fetch);
+    return layout != nullptr && layout->magic == "riff";
+}
+
+/// The code in a "fmt " chunk; the extensible form has it at the start of its sub-format.
+std::optional<unsigned> format_code(const fetch_function &fetch, const std::optional<chunk> &format) {
+    constexpr unsigned extensible = 0xFFFE;
+    std::array<std::byte, 26> fields{};
+    if (!format || fetch(format->offset, fields) < 16) return std::nullopt;
+    const auto code = [&](std::size_t at) {
+        return static_cast<unsigned>(little_endian(std::span(fields).subspan(at, 2)));
+    };
+    return code(0) == extensible ? code(24) : code(0);
+}
+
 bool has_wrapped(const input_file &input, const chunk &sound) {
     return sound.wraps && sound.known && bytes_there(input, sound) >= sound.bytes + lap;
 }
@@ -156,14 +172,13 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
 }
 
 std::optional<unsigned> wav_format(const fetch_function &fetch) {
-    constexpr unsigned extensible = 0xFFFE;
-    const auto format = find_wav_chunk(fetch, "fmt ");
-    std::array<std::byte, 26> fields{};
-    if (!format || fetch(format->offset, fields) < 16) return std::nullopt;
-    const auto code = [&](std::size_t at) {
-        return static_cast<unsigned>(little_endian(std::span(fields).subspan(at, 2)));
-    };
-    return code(0) == extensible ? code(24) : code(0);
+    return format_code(fetch, find_wav_chunk(fetch, "fmt "));
+}
+
+bool has_w64_floats(const fetch_function &fetch) {
+    constexpr unsigned ieee_float = 3;
+    return is_w64(fetch)
+           && format_code(fetch, find_chunk(fetch, *layout_of(fetch), "fmt ")) == ieee_float;
 }
 
 std::vector<wav_chunk> read_wav_chunks(const input_file &input,
@@ -189,7 +204,7 @@ std::vector<wav_chunk> read_wav_chunks(const input_file &input,
     const auto sound = find_sound_data(fetch);
     if (!sound || !sound->known) return chunks;
     chunk_layout behind = *layout;
-    behind.first_chunk = sound->offset + sound->bytes + sound->bytes % 2;
+    behind.first_chunk = sound->end();
     for_each_chunk(fetch, behind, [&](std::string_view name, const chunk &there) {
         read(name, there);
         return false;
@@ -229,7 +244,7 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
         return sound.bytes + (there - sound.bytes) / lap * lap;
     }
     std::array<std::byte, 8> header{};
-    const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
+    const std::uint64_t behind = sound.end();
     if (read_at(input, behind, header) < header.size()) return sound.bytes;
     if (begins_file(input, behind)) report_second(input, behind, rule);
     if (begins_chunk(header)) return sound.bytes;
@@ -243,10 +258,18 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
     return there;
 }
 
+std::uint64_t bytes_with_sound(const input_file &input, length_rule rule) {
+    const auto fetch = fetch_from(input);
+    const auto sound = find_sound_data(fetch);
+    if (!is_w64(fetch) || !sound || !sound->known || sound->bytes > bytes_there(input, *sound))
+        return input.size();
+    return sound->offset + sound_bytes(input, *sound, rule);
+}
+
 void check_chunks(const input_file &input, const chunk &sound, length_rule rule) {
     const std::uint64_t there = bytes_there(input, sound);
     if (sound.known && sound.bytes > there) report_missing(input, sound.bytes - there, rule);
-    const std::uint64_t behind = sound.offset + sound.bytes + sound.bytes % 2;
+    const std::uint64_t behind = sound.end();
     if (sound.known && begins_file(input, behind)) report_second(input, behind, rule);
     if (has_wrapped(input, sound))
         throw failure(exit_code::input,

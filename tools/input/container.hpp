@@ -23,6 +23,11 @@ struct chunk {
     std::uint64_t bytes = 0;  ///< as the header says
     bool known = true;        ///< false: looks like what writers put who cannot know the size yet
     bool wraps = false;       ///< the size has 32 bits, so more sound than that is counted modulo 2^32
+    std::uint64_t alignment = 2; ///< of the chunk behind it
+
+    std::uint64_t end() const noexcept {
+        return offset + (bytes + alignment - 1) / alignment * alignment;
+    }
 };
 
 /// Whether a file begins as one of the containers that are known here.
@@ -37,6 +42,9 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
 /// The code of a WAV file's format, in the extensible form that of its sub-format; none without a sound
 /// "fmt " chunk.
 std::optional<unsigned> wav_format(const fetch_function &fetch);
+
+/// Whether a W64 file's samples are floats by the sub-format of the extensible form.
+bool has_w64_floats(const fetch_function &fetch);
 
 /// The chunks of a WAV file whose name is wanted, before and behind its sound.
 std::vector<wav_chunk> read_wav_chunks(const input_file &input,
@@ -56,6 +64,10 @@ bool begins_chunk(std::span<const std::byte> header) noexcept;
 /// wrong one.
 /// @throws failure when the file ends before its sound does, unless the rule is not so strict
 std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_rule rule);
+
+/// The bytes of a seekable file that a reader may see who takes what lies behind the sound of W64 for sound too.
+/// @throws failure  as sound_bytes()
+std::uint64_t bytes_with_sound(const input_file &input, length_rule rule);
 
 /// For a reader that believes the size in the header.
 /// @throws failure when the file ends before its sound does, unless the rule is not so strict, or when

@@ -165,6 +165,10 @@ sndfile_source::sndfile_source(input_file input, length_rule rule, other_reader 
     wav_sound_.reset();
     if (read_error_) std::rethrow_exception(read_error_);
     if (!file_) throw unknown_format(exit_code::input, sf_strerror(nullptr));
+    // Of several blocks it takes the headers for sound.
+    if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_VOC)
+        throw unknown_format(exit_code::input, "libsndfile does not read all of VOC.");
+    floats_as_integers_ = has_w64_floats(fetch);
     shape_ = {info.samplerate, info.channels, format_of(info.format)};
     speakers_ = speakers_of(file_.get(), info);
     if (info.frames >= 0 && info.frames < longest_credible)
@@ -257,6 +261,7 @@ std::int64_t sndfile_source::read_instants() {
     case sample_format::s16:
         return sf_readf_short(file_.get(), static_cast<short *>(room), instants);
     case sample_format::f32:
+        if (floats_as_integers_) return sf_readf_int(file_.get(), static_cast<int *>(room), instants);
         return sf_readf_float(file_.get(), static_cast<float *>(room), instants);
     case sample_format::s24:
         break;
