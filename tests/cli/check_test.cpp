@@ -80,9 +80,15 @@ TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
     put("tone.wav", wav(pcm(std::vector(tone.begin() + 20, tone.end())), 1, 48000));
     const std::string late = encoded("late.wav --bitrate 192"),
                       soon = encoded("tone.wav --bitrate 192");
+    // A second of noise whose coding is heard in the silent ones around it, in one channel after the other.
+    std::vector<std::int16_t> burst(2 * 3 * 48000);
+    for (std::size_t i = 0; i < 48000; ++i)
+        burst[2 * i] = burst[2 * (48000 + i) + 1] = both[i];
+    put("burst.wav", wav(pcm(burst), 2, 48000));
     const struct {
         std::string what, stream, words, source = "in.wav";
     } cases[] = {
+        {"a burst", encoded("--bitrate 96 burst.wav"), "", "burst.wav"},
         {"a tone", soon, "", "tone.wav"},
         {"a tone too late", late, "lies 20 samples too late", "tone.wav"},
         {"a tone too soon", soon, "lies 20 samples too early", "late.wav"},

@@ -100,12 +100,15 @@ TEST_F(info_test, two_encodings_are_matched_by_their_sound) {
         // ffmpeg hears as much noise between them.
         const auto second = heard(std::string(name) + ".mp2");
         const std::size_t begin = 2 * expected["offset"].get<std::size_t>();
-        double power = 0;
-        for (std::size_t i = 0; i < second.size(); ++i)
+        double power = 0, signal = 0;
+        for (std::size_t i = 0; i < second.size(); ++i) {
             power += std::pow(second[i] - heard_first[begin + i], 2);
+            signal += std::pow(heard_first[begin + i], 2);
+        }
         EXPECT_NEAR(said["noise"]["level"], 10 * std::log10(power / static_cast<double>(second.size())),
                     0.3)
             << name;
+        EXPECT_NEAR(said["noise"]["snr"], 10 * std::log10(signal / power), 0.3) << name;
     }
     EXPECT_EQ(json_of("--diff a.mp2 frames.mp2", 7)["alone"][0], 3);
     file("softer", 0, 0.5, "--mode mono --bitrate 192");

@@ -62,7 +62,8 @@ TEST_F(options_test, a_wrong_command_line_is_refused_with_the_word_that_helps) {
 }
 
 TEST_F(options_test, help_and_version_go_to_standard_output) {
-    EXPECT_TRUE(shell("velaenc --version").out.starts_with("velaenc 2."));
+    for (const std::string program : {"velaenc", "velainfo"})
+        EXPECT_TRUE(run(program + " --version").out.starts_with(program + " 2."));
     const auto help = run("velaenc --help");
     for (const char *word :
          {"--timestamps", "--pts-units", "--force", "Exit codes", "128 + n", "vcd       44100 Hz"})

@@ -124,6 +124,11 @@ TEST_F(output_test, what_comes_during_the_encode_is_not_lost_either) {
         EXPECT_TRUE(get("new/" + victim) == get(left)) << meanwhile << ' ' << arguments;
         EXPECT_EQ(shell("ls -A new | grep velaenc-; rm -r new").out, "") << meanwhile;
     }
+    const auto gone =
+        run("mkfifo fifo; cp stream out.mp2; velaenc - out.mp2 < fifo & exec 7> fifo; cat "
+            "in.wav >&7; rm out.mp2; exec 7>&-; wait $!");
+    EXPECT_TRUE(gone.err.find("replaced") == std::string::npos && get("out.mp2") == get("stream"))
+        << gone.err;
 }
 
 TEST_F(output_test, a_file_is_replaced_with_its_links_protection_and_owner) {

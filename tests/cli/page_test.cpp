@@ -137,6 +137,7 @@ TEST_F(page_test, is_drawn_hovered_and_zoomed_without_an_error_in_light_and_dark
         const std::string keys = seen["keys"];
         EXPECT_NE(keys.find("frame 42"), std::string::npos) << keys;
         EXPECT_NE(keys.find("left, subband 0 (0.0 to 0.8 kHz)"), std::string::npos) << keys;
+        EXPECT_EQ(seen["rows"][63], "right, subband 31");
         EXPECT_EQ(seen["verdict"], "Damaged: 1 place, 1 frame; 0:02.016");
         EXPECT_EQ(seen["places"], (nlohmann::json{"0:00.120 CRC"}));
         EXPECT_TRUE(seen["jumped"][0] == 0.0 && seen["jumped"][1] == 1.0) << seen["jumped"];

@@ -82,7 +82,6 @@ channel_sound source_reader::read_channels(std::int64_t first, std::size_t insta
 std::vector<float> source_reader::read(std::int64_t first, std::size_t instants) {
     const channel_sound sound = read_channels(first, instants);
     std::vector<float> out;
-    out.reserve(instants * sound.size());
     for (std::size_t n = 0; n < instants; ++n)
         for (std::size_t ch = 0; ch < sound.size(); ++ch)
             out.push_back(gain_ * sound[swapped_ ? 1 - ch : ch][n]);

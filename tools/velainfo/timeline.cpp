@@ -10,7 +10,6 @@ namespace {
 std::string base64(const std::vector<std::uint8_t> &bytes) {
     static constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
     for (std::size_t i = 0; i < bytes.size(); i += 3) {
         unsigned three = 0;
         for (std::size_t j = i; j < i + 3; ++j)
