@@ -3,7 +3,7 @@
 
 #include "coding/kernels.hpp"
 #include "coding/noise_kernels.hpp"
-#include "coding/tuned_scale_kernels.hpp"
+#include "coding/tuned_selection.hpp"
 #include "psy/tuned_parameters.hpp"
 #include "simd/lanes.hpp"
 #include "simd/math.hpp"

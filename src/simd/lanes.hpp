@@ -20,6 +20,14 @@ namespace vela::VELA_LEVEL {
 
 #define VELA_INLINE [[gnu::always_inline]] inline
 
+// g++ for x86-64 splits most generic conversions of vectors into halves, and makes a comparison and a selection of
+// the greater of a vector and a constant; the built-in functions are one instruction each.
+#if defined(__x86_64__) && !defined(__clang__)
+#define VELA_BUILT_IN 1
+#else
+#define VELA_BUILT_IN 0
+#endif
+
 /// W lanes of double. load and store need no more alignment than a double has; arrays of f64 are
 /// aligned to their size, and may lie over arrays of double.
 template <int W>
@@ -156,14 +164,6 @@ VELA_INLINE V load_groups(Address address, int first = 0) {
 
 // ---- single precision ----
 
-// g++ for x86-64 splits most generic conversions of vectors into halves; the built-in functions are one
-// instruction each.
-#if defined(__x86_64__) && !defined(__clang__)
-#define VELA_GENERIC_CONVERSION 0
-#else
-#define VELA_GENERIC_CONVERSION 1
-#endif
-
 /// As many floats as V has lanes. On x86-64, two lanes are the lower half of four, which is what the
 /// conversion instructions work on.
 template <class V>
@@ -192,7 +192,7 @@ VELA_INLINE single<V> to_single(V a) {
         return __builtin_ia32_cvtpd2ps(a.v);
 #endif
     } else {
-#if VELA_GENERIC_CONVERSION
+#if !VELA_BUILT_IN
         return __builtin_convertvector(a.v, single<V>);
 #else
         if constexpr (lanes<V> == 4) {
@@ -209,7 +209,7 @@ template <class V>
 VELA_INLINE V widen(single<V> a) {
     if constexpr (lanes<V> == 1) {
         return static_cast<double>(a);
-#if !VELA_GENERIC_CONVERSION
+#if VELA_BUILT_IN
     } else if constexpr (lanes<V> == 2) {
         return {__builtin_ia32_cvtps2pd(a)};
 #if defined(__AVX512F__)
@@ -309,11 +309,29 @@ VELA_INLINE f64<W> select(typename f64<W>::mask m, f64<W> a, f64<W> b) {
 /// The larger value; b when either is a NaN.
 template <class V>
 VELA_INLINE V max_of(V a, V b) {
+#if VELA_BUILT_IN
+    if constexpr (lanes<V> == 2) return {__builtin_ia32_maxpd(a.v, b.v)};
+#if defined(__AVX__)
+    if constexpr (lanes<V> == 4) return {__builtin_ia32_maxpd256(a.v, b.v)};
+#endif
+#if defined(__AVX512F__)
+    if constexpr (lanes<V> == 8) return {__builtin_ia32_maxpd512_mask(a.v, b.v, a.v, -1, 4)};
+#endif
+#endif
     return select(b < a, a, b);
 }
 /// The smaller value; b when either is a NaN.
 template <class V>
 VELA_INLINE V min_of(V a, V b) {
+#if VELA_BUILT_IN
+    if constexpr (lanes<V> == 2) return {__builtin_ia32_minpd(a.v, b.v)};
+#if defined(__AVX__)
+    if constexpr (lanes<V> == 4) return {__builtin_ia32_minpd256(a.v, b.v)};
+#endif
+#if defined(__AVX512F__)
+    if constexpr (lanes<V> == 8) return {__builtin_ia32_minpd512_mask(a.v, b.v, a.v, -1, 4)};
+#endif
+#endif
     return select(a < b, a, b);
 }
 /// a limited to [low, high]; low for a NaN.
