@@ -52,6 +52,7 @@ TEST_F(input_test, every_container_gives_the_same_stream_from_a_file_and_from_a_
     run("ffmpeg -v error -i c.wav -c:a pcm_f32le f.w64 && ffmpeg -v error -i a.wav -f voc a.voc");
     for (const char *name : {"f.w64", "a.voc"}) // whose floats and blocks libsndfile does not see
         EXPECT_TRUE(encoded(name) == expected) << name;
+    run("ffmpeg -v error -i a.wav -c:a libmp3lame mp3.wav && velaenc mp3.wav -");
     for (const auto &kind : containers) {
         const std::string name = kind.name;
         const auto stream = encoded(name);

@@ -174,7 +174,8 @@ sndfile_source::sndfile_source(input_file input, length_rule rule, other_reader 
     if (info.frames >= 0 && info.frames < longest_credible)
         length_ = static_cast<std::uint64_t>(info.frames);
     seeks_exactly_ = length_ && seeks_exactly(info);
-    exact_length_ = (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;
+    const int codec = info.format & SF_FORMAT_SUBMASK; // whose delay WAV counts and libsndfile does not
+    exact_length_ = codec < SF_FORMAT_MPEG_LAYER_I || codec > SF_FORMAT_MPEG_LAYER_III;
     is_ogg_ = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
     const std::size_t instants = block_bytes / shape_.instant_bytes();
     buffer_.resize(instants * shape_.instant_bytes());
