@@ -187,6 +187,9 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
     counted.replace(36, 16, std::string("Xing\0\0\0\3\0\0\0\x0C\0\0\x12\0", 16));
     frames.replace(36, 12, std::string("Xing\0\0\0\1\0\0\x12\0", 12));
     const std::string id3 = std::string("ID3\3\0\0\0\0\2\5", 10) + std::string(2 * 128 + 5, '\0');
+    const std::string ape = "APETAGEX" + little_endian(2000, 4) + little_endian(8 + 32, 4)
+                            + little_endian(1, 4) + little_endian(1u << 31, 4) + std::string(8, '\0'),
+                      tags = ape + "12345678" + ape + "TAG" + std::string(125, ' ');
     const struct {
         std::string name, whole, damaged;
         int status = 2;
@@ -198,6 +201,8 @@ TEST_F(input_test, damage_inside_a_compressed_file_is_noticed) {
         {"chain.aiff", get("a.aiff"), get("a.aiff") + get("a.aiff")},
         {"flip.flac", flac, flipped(flac, flac.size() / 2)},
         {"half.flac", flac, flac.substr(0, flac.size() / 2)},
+        {"tags.flac", flac + tags, flac.substr(0, flac.size() / 2) + tags},
+        {"tags.ogg", ogg + tags, ogg.substr(0, ogg.rfind("OggS")) + tags},
         {"tag.mp3", tagged, tagged.substr(0, 2000)},
         {"both.mp3", counted, counted.substr(0, 2000)},
         {"joined.mp3", tagged, tagged + id3 + tagged},

@@ -1,9 +1,11 @@
 #include "input/check_complete.hpp"
 
+#include "common/byte_order.hpp"
 #include "common/failure.hpp"
 #include "input/container.hpp"
 #include "input/pcm_source.hpp"
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <ogg/ogg.h>
@@ -45,7 +47,8 @@ class ogg_check {
   private:
     bool read() {
         auto *const room = reinterpret_cast<std::byte *>(ogg_sync_buffer(&sync_, block_bytes));
-        const std::size_t count = read_at(input_, read_, {room, block_bytes});
+        const auto left = std::min<std::uint64_t>(block_bytes, input_.size() - read_);
+        const std::size_t count = read_at(input_, read_, {room, static_cast<std::size_t>(left)});
         ogg_sync_wrote(&sync_, static_cast<long>(count));
         read_ += count;
         return count != 0;
@@ -115,6 +118,25 @@ void check_mpeg(const input_file &input, length_rule rule) {
 }
 
 } // namespace
+
+std::uint64_t bytes_before_tags(const input_file &input) {
+    constexpr std::uint64_t id3v1 = 128, ape_footer = 32;
+    std::array<std::byte, ape_footer> bytes{};
+    std::uint64_t size = input.size();
+    const auto ends_with = [&](std::uint64_t length, std::string_view magic) {
+        return size > length && read_at(input, size - length, bytes) == bytes.size()
+               && text_at(bytes, 0, magic.size()) == magic;
+    };
+    if (ends_with(id3v1, "TAG")) size -= id3v1;
+    if (ends_with(ape_footer, "APETAGEX")) {
+        // The size counts the items and this footer; the highest bit of the flags tells of a header.
+        const bool has_header = (bytes[23] & std::byte{0x80}) != std::byte{0};
+        const std::uint64_t length =
+            little_endian(std::span(bytes).subspan(12, 4)) + (has_header ? ape_footer : 0);
+        size -= std::min(length, size);
+    }
+    return size;
+}
 
 void check_complete(const input_file &input, length_rule rule) {
     if (const auto sound = find_sound_data(fetch_from(input))) {

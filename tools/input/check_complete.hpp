@@ -5,6 +5,10 @@
 
 namespace tools {
 
+/// Bytes of a file in front of the tags that some programs put behind any format: APEv2 and ID3v1, of which decoders
+/// of FLAC and Ogg know nothing.
+std::uint64_t bytes_before_tags(const input_file &input);
+
 /// For files that libsndfile reads: it shortens those that lack their end, believes sizes that have
 /// wrapped, and skips damaged Ogg pages. Files that do not tell their length (MPEG audio without a tag)
 /// pass.

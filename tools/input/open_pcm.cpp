@@ -130,6 +130,7 @@ std::unique_ptr<pcm_source> decode(input_file input, const input_wishes &wishes,
     if (wishes.stream > 1)
         return ask_ffmpeg(std::move(input), wishes, rule,
                           "for --stream " + std::to_string(wishes.stream) + " ");
+    input.status.st_size = static_cast<off_t>(bytes_before_tags(input));
     check_complete(input, rule);
     input.status.st_size = static_cast<off_t>(bytes_with_sound(input, rule));
     const auto again = std::make_shared<input_file>(same_file(input));

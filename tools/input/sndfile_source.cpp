@@ -224,6 +224,7 @@ std::int64_t sndfile_source::read_file(std::span<std::byte> room) {
     // A header that is wrong may have sent it anywhere.
     if (at_ < 0 || static_cast<std::uint64_t>(at_) >= input_.size()) return 0;
     const auto start = static_cast<std::uint64_t>(at_);
+    room = room.first(std::min<std::uint64_t>(room.size(), input_.size() - start));
     const std::size_t count = read_at(input_, start, room);
     for (std::size_t i = 0; corrected_ && i < corrected_->bytes.size(); ++i) {
         const std::uint64_t place = corrected_->offset + i;
