@@ -55,17 +55,36 @@ VELA_INLINE V positive_part(V x) {
     }
 }
 
-/// How often something held, by lanes.
+/// What is greater, where something holds, else `from`; both are not negative.
+template <class V, class Mask>
+VELA_INLINE V raised(Mask holds, V greater, V from) {
+    if constexpr (lanes<V> == 2 || lanes<V> == 4) {
+        return max_of(where(holds, greater), from);
+    } else {
+        return select(holds, greater, from);
+    }
+}
+
+/// Counts in each lane, below 2^32 and not negative in the end.
 template <class V>
 struct tally {
     typename bits_of<V>::type count{};
 
+    /// One more, or one less, where something holds.
     template <class Mask>
     VELA_INLINE void add(Mask holds) {
         if constexpr (lanes<V> == 1) {
             count += std::int64_t{holds};
         } else {
             count -= holds; // -1
+        }
+    }
+    template <class Mask>
+    VELA_INLINE void take(Mask holds) {
+        if constexpr (lanes<V> == 1) {
+            count -= std::int64_t{holds};
+        } else {
+            count += holds;
         }
     }
     VELA_INLINE V number() const {
@@ -156,16 +175,20 @@ VELA_INLINE V loudest_of(part_range range, const V (&index)[3]) {
 /// @param noise_of  (i): weighted noise of the range
 template <class V, int count, int above, class NoiseOf>
 VELA_INLINE void least_noise(V loudest, NoiseOf noise_of, V &noise, V &found) {
-    V steps = splat<V>(0.0);
+    V of[count];
     noise = splat<V>(no_choice);
 #pragma GCC unroll 6
     for (int i = 0; i < count; ++i) {
-        const V sum = noise_of(i);
-        const auto better = sum < noise * splat<V>(tuned::less);
-        noise = i == 0 ? min_of(sum, noise) : select(better, sum, noise);
-        steps = select(better, splat<V>(i - above), steps);
+        of[i] = noise_of(i);
+        if (i == above) of[i] = min_of(of[i], noise); // if all else fails
+        noise = min_of(of[i], noise);
     }
-    found = loudest + steps;
+    const V equal = noise + magnitude(noise) * splat<V>(1 - tuned::less);
+    V place = splat<V>(0.0); // from the last one upwards
+#pragma GCC unroll 6
+    for (int i = count - 1; i >= 0; --i)
+        place = raised(equal >= of[i], splat<V>(count - i), place);
+    found = loudest + (splat<V>(count - above) - place);
 }
 
 /// Noise of a part with the scale factors around its own one, from `count` on; before, that of those further

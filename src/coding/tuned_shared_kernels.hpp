@@ -16,19 +16,28 @@ inline constexpr double sent_by_scfsi[4] = {3, 2, 1, 2};
 /// Half-way between the scale factors of an octave: 2^(1/6), 2^(1/2), 2^(5/6).
 inline constexpr double half_way[] = {1.122462048309373, 1.4142135623730951, 1.7817974362806785};
 
-/// The index of the scale factor, 2^(1 - index / 3), that is nearest to a normal number, by proportion.
 template <class V>
-VELA_INLINE V nearest_index(V x) {
+struct scalefactor_of {
+    V index, value;
+};
+
+/// The scale factor, 2^(1 - index / 3), that is nearest to a number, by proportion; what is not a number counts
+/// as 0.
+template <class V>
+VELA_INLINE scalefactor_of<V> nearest_scalefactor(V number) {
     constexpr std::int64_t mantissa_mask = 0x000F'FFFF'FFFF'FFFF;
-    const auto bits = to_bits(x);
-    // The exponent field as a double: placed in the low bits of 2^52.
-    const V exponent = from_bits<V>(((bits >> 52) & 0x7FF) | 0x4330'0000'0000'0000)
-                       - splat<V>(4503599627370496.0 + 1023.0);
+    const V x = min_of(max_of(number, splat<V>(scalefactor_table[62])), splat<V>(scalefactor_table[0]));
+    const auto bits = to_bits(x), exponent = (bits >> 52) - 1023;
     const V mantissa = from_bits<V>((bits & mantissa_mask) | 0x3FF0'0000'0000'0000);
-    V index = splat<V>(3.0) - splat<V>(3.0) * exponent;
+    tally<V> index{3 - (exponent + exponent + exponent)};
     for (const double limit : half_way)
-        index = index - select(mantissa < splat<V>(limit), splat<V>(0.0), splat<V>(1.0));
-    return index;
+        index.take(mantissa >= splat<V>(limit));
+    std::int64_t place[lanes<V>];
+    double value[lanes<V>];
+    std::memcpy(place, &index.count, sizeof place);
+    for (int i = 0; i < lanes<V>; ++i)
+        value[i] = scalefactor_table[static_cast<int>(place[i])];
+    return {index.number(), load<V>(value)};
 }
 
 /// Nearest scale factors, by proportion, to what fits the ranges best, and the noise with them; what they
@@ -38,6 +47,7 @@ template <class V, int parts>
 VELA_INLINE void fit_ranges(const shared_fit &fit, const part_values &weight, int sb, double quantizer,
                             V (&noise)[range_count], V (&extra)[range_count], V (&index)[range_count]) {
     const V weight_of_lost = load<V>(tuned::weight_of_lost.begin() + sb);
+    const V grown = splat<V>(1.0) / (splat<V>(1.0) - weight_of_lost);
     V w[3], energy[3], product[3], square[3];
     for (int part = 0; part < parts; ++part) {
         w[part] = load<V>(weight[part] + sb);
@@ -55,13 +65,11 @@ VELA_INLINE void fit_ranges(const shared_fit &fit, const part_values &weight, in
             q = q + square[part];
             all = all + w[part];
         }
-        // What is not a number becomes the limit.
-        const V best = min_of(p / (q - q * weight_of_lost), square_root(e / q));
-        const V ratio = min_of(max_of(best, splat<V>(1e-9)), splat<V>(4.0));
-        index[r] = min_of(max_of(nearest_index(ratio), splat<V>(0.0)), splat<V>(62.0));
-        index[r] = select(splat<V>(0.0) < p, index[r], splat<V>(62.0));
-        const V s = scalefactors_at(index[r]), ss = s * s,
-                of_quantizer = ss * splat<V>(quantizer) * all;
+        // Without a square the product times its inverse is not a number, and decides.
+        const V inverse = splat<V>(1.0) / q;
+        const auto best = nearest_scalefactor(min_of(square_root(e * inverse), p * inverse * grown));
+        const V s = best.value, ss = s * s, of_quantizer = ss * splat<V>(quantizer) * all;
+        index[r] = best.index;
         V lost = splat<V>(0.0);
         for (int part = first; part < end; ++part)
             lost = lost + positive_part(energy[part] - ss * square[part]);
