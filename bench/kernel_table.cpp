@@ -271,16 +271,16 @@ void shared_costs(const coding_kernels &kernels, noise_data &d) {
     begin_costs(d);
     kernels.shared_costs(parts_of(d), d.samples, 3, 4, 28, d.out.costs);
 }
-void reach(const coding_kernels &kernels, noise_data &d) {
-    const auto reach = [&](double slope, const unit_choices *coarse, const unit_choices *fine,
-                           unit_choices *found) {
-        const reached all = kernels.reach(d.costs, 2, slope, 0, 28, coarse, fine, found);
-        return all.bits + 0.001 * all.subbands;
-    };
+void climb(const coding_kernels &kernels, noise_data &d) {
     unit_choices coarse[2], fine[2];
-    d.out.sum[0] = reach(0.02, nullptr, nullptr, coarse);
-    d.out.sum[1] = reach(0.0002, coarse, nullptr, fine);
-    d.out.sum[2] = reach(0.002, coarse, fine, d.out.choices);
+    kernels.climb(d.costs, 2, 0.02, 0, 28, nullptr, nullptr, coarse);
+    kernels.climb(d.costs, 2, 0.0002, 0, 28, coarse, nullptr, fine);
+    kernels.climb(d.costs, 2, 0.002, 0, 28, coarse, fine, d.out.choices);
+}
+void reach(const coding_kernels &kernels, noise_data &d) {
+    const unit_choices from[2] = {d.from, d.from};
+    const reached all = kernels.reach(d.costs, from, 2, 0.002, 0, 28, d.out.choices);
+    d.out.sum[0] = all.bits + 0.001 * all.subbands;
 }
 void favour(const coding_kernels &kernels, noise_data &d) {
     d.out.costs = d.costs[0];
@@ -351,6 +351,7 @@ constexpr kernel kernels[] = {
     {"decode", noise<decode>},
     {"own_costs", noise<own_costs>},
     {"shared_costs", noise<shared_costs>},
+    {"climb", noise<climb>},
     {"reach", noise<reach>},
     {"favour", noise<favour>},
     {"best_steps", noise<best_steps>},

@@ -32,6 +32,7 @@ const coding_kernels coding_table{
     .decode = decode<V>,
     .own_costs = own_costs<V>,
     .shared_costs = shared_costs<V>,
+    .climb = climb<V>,
     .reach = reach<V>,
     .favour = favour<V>,
     .best_steps = best_steps<V>,

@@ -191,12 +191,16 @@ struct coding_kernels {
 
     // Of the subbands first .. end - 1, multiples of 4, of one or two rows of costs:
 
-    /// The quantizers up to which every bit takes away more than `slope` of the cost.
+    /// The quantizers up to which every bit takes away more than `slope` of the cost, if there are to be bits at
+    /// all. Finer quantizers want more bits.
     /// @param coarse  choices for a greater slope, or null
     /// @param fine    choices for a lesser slope, or null
-    reached (*reach)(const unit_costs *costs, int rows, double slope, int first, int end,
-                     const unit_choices *coarse, const unit_choices *fine,
-                     unit_choices *choices) noexcept;
+    void (*climb)(const unit_costs *costs, int rows, double slope, int first, int end,
+                  const unit_choices *coarse, const unit_choices *fine, unit_choices *choices) noexcept;
+    /// Those, or no bits where not even they take away more than that of the cost.
+    /// @param climbed  choices of climb() for the slope
+    reached (*reach)(const unit_costs *costs, const unit_choices *climbed, int rows, double slope,
+                     int first, int end, unit_choices *choices) noexcept;
     /// Makes no bits cost so much that the slopes below which there are bits become first_slope times a
     /// factor above 0.
     void (*favour)(unit_costs &costs, const double (&factor)[32], int first, int end) noexcept;

@@ -1,7 +1,6 @@
 #include "coding/tuned_allocation.hpp"
 
 #include "coding/frame_bits.hpp"
-#include "coding/tuned_search.hpp"
 #include "vela_enc_mp1a/settings.h"
 
 namespace vela {
@@ -48,10 +47,9 @@ void weigh_frame(const weighed_frame &frame, const side_info &side, tuned_frame 
 int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &header,
                    tuned_frame &weighed, side_info &side, tuned_memory &memory) noexcept {
     const coder_config &config = frame.config;
-    double slope = memory.slope_hint;
     const int bits = unpadded(config, frame_bits, header);
-    const frame_by_itself now = look_by_itself(frame, weighed.costs, bits, slope);
-    memory.slope_hint = slope;
+    tuned_search search(frame, weighed.costs);
+    const frame_by_itself now = look_by_itself(config, weighed.costs, search, bits, memory);
     favour_the_past(frame, bits, memory, weighed.costs);
     side.joint_bound = config.sblimit;
     if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
@@ -59,9 +57,9 @@ int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &hea
         set_mode(side.joint_bound, config, header);
     }
     remember(now, memory);
-    tuned_search search(frame, weighed.costs, side.joint_bound,
-                        frame_bits - fixed_bits(config, side.joint_bound));
-    search.take_common_slope(slope);
+    double slope = memory.slope_hint;
+    search.take_common_slope(side.joint_bound, frame_bits - fixed_bits(config, side.joint_bound),
+                             slope);
     search.take_single_steps();
     store_allocation(config, search, side);
     refine_scalefactors(frame, weighed.own, weighed.shared, side);
@@ -71,7 +69,8 @@ int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &hea
 void pass_tuned(const weighed_frame &frame, int frame_bits, const frame_header &header,
                 const tuned_frame &weighed, tuned_memory &memory) noexcept {
     const int bits = unpadded(frame.config, frame_bits, header);
-    remember(look_by_itself(frame, weighed.costs, bits, memory.slope_hint), memory);
+    tuned_search search(frame, weighed.costs);
+    remember(look_by_itself(frame.config, weighed.costs, search, bits, memory), memory);
 }
 
 } // namespace vela

@@ -1,7 +1,6 @@
 #include "coding/tuned_memory.hpp"
 
 #include "coding/frame_bits.hpp"
-#include "coding/tuned_search.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -37,10 +36,6 @@ std::uint32_t above(const double (&slope)[32], double limit, int first, int end)
     return found;
 }
 
-int bits_of(const weighed_frame &frame, int choice, int frame_bits) noexcept {
-    return frame_bits - fixed_bits(frame.config, bound_of(frame.config, choice));
-}
-
 /// How much more a frame costs with each bound than with the best one, after Lagrange: by sums of
 /// (cost + slope bits).
 /// @param chosen  with that slope: [row]
@@ -70,20 +65,22 @@ void weigh_bounds(const coder_config &config, const unit_choices *chosen, double
 }
 
 /// The common slope of a frame by itself with its best bound.
-void find_bound(const weighed_frame &frame, const frame_costs &costs, int frame_bits, double &slope,
+void find_bound(const coder_config &config, tuned_search &search, int frame_bits, tuned_memory &memory,
                 double (&excess)[5]) noexcept {
-    const coder_config &config = frame.config;
-    tuned_search search(frame, costs, bound_of(config, bound_8), bits_of(frame, bound_8, frame_bits));
-    search.take_common_slope(slope);
-    const unit_choices *const chosen = search.choices_of_all(nullptr, 0);
-    weigh_bounds(config, chosen, slope, excess);
+    const auto search_with = [&](int choice, double &slope) {
+        const int bound = bound_of(config, choice);
+        search.take_common_slope(bound, frame_bits - fixed_bits(config, bound), slope);
+    };
+    double &slope = memory.slope_hint;
+    search_with(bound_8, memory.bound_8_hint);
+    slope = memory.bound_8_hint;
+    weigh_bounds(config, search.choices_of_all(), slope, excess);
     const auto best =
         static_cast<int>(std::min_element(std::begin(excess), std::end(excess)) - std::begin(excess));
     if (best != bound_8) {
         const double before = slope;
-        tuned_search again(frame, costs, bound_of(config, best), bits_of(frame, best, frame_bits));
-        again.take_common_slope(slope, chosen);
-        if (slope != before) weigh_bounds(config, again.choices_of_all(chosen, before), slope, excess);
+        search_with(best, slope);
+        if (slope != before) weigh_bounds(config, search.choices_of_all(), slope, excess);
     }
     // Where bits do not run out, all bounds are alike.
     if (tuned_search::is_least(slope)) std::ranges::fill(excess, 0.0);
@@ -91,16 +88,16 @@ void find_bound(const weighed_frame &frame, const frame_costs &costs, int frame_
 
 } // namespace
 
-frame_by_itself look_by_itself(const weighed_frame &frame, const frame_costs &costs, int frame_bits,
-                               double &slope) noexcept {
-    const coder_config &config = frame.config;
+frame_by_itself look_by_itself(const coder_config &config, const frame_costs &costs,
+                               tuned_search &search, int frame_bits, tuned_memory &memory) noexcept {
     frame_by_itself found{};
     if (config.mode == MPEG_A_MODE_JOINT_STEREO) {
-        find_bound(frame, costs, frame_bits, slope, found.excess);
+        find_bound(config, search, frame_bits, memory, found.excess);
     } else {
-        tuned_search search(frame, costs, config.sblimit, bits_of(frame, stereo, frame_bits));
-        search.take_common_slope(slope);
+        search.take_common_slope(config.sblimit, frame_bits - fixed_bits(config, config.sblimit),
+                                 memory.slope_hint);
     }
+    const double slope = memory.slope_hint;
     for (int row = 0; row < frame_costs::count(config); ++row) {
         const int first = first_subband(row);
         const double(&slopes)[32] = costs.rows[row].first_slope;

@@ -1,7 +1,7 @@
 // What the tuned coding of a frame remembers of the frames before it.
 #pragma once
 
-#include "coding/tuned_costs.hpp"
+#include "coding/tuned_search.hpp"
 #include "psy/tuned_parameters.hpp"
 
 namespace vela {
@@ -18,7 +18,8 @@ struct frame_by_itself {
 
 /// What passes from one frame of a stream to the next; a fresh one is as good at its start.
 struct tuned_memory {
-    double slope_hint = 1.0; ///< benefit a bit where the last frame's bits ran out, or anything
+    /// Benefit a bit where the last frame's bits ran out, or anything: with its best bound, and with bound 8.
+    double slope_hint = 1.0, bound_8_hint = 1.0;
     /// The latest frame first.
     frame_by_itself before[tuned::remembered_frames] = {};
 
@@ -27,10 +28,11 @@ struct tuned_memory {
 };
 
 /// Looks at a frame by itself.
+/// @param search      through the costs
 /// @param frame_bits  that a frame has without padding
-/// @param slope       receives the benefit a bit where bits run out; looked for from there
-frame_by_itself look_by_itself(const weighed_frame &frame, const frame_costs &costs, int frame_bits,
-                               double &slope) noexcept;
+/// @param memory      its hints receive the benefits a bit where bits run out
+frame_by_itself look_by_itself(const coder_config &config, const frame_costs &costs,
+                               tuned_search &search, int frame_bits, tuned_memory &memory) noexcept;
 
 /// The frame is the latest one from now on.
 void remember(const frame_by_itself &frame, tuned_memory &memory) noexcept;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
+#include <span>
 
 namespace vela {
 
@@ -56,87 +57,105 @@ bool tuned_search::is_least(double slope) noexcept {
     return place_of(slope) == place_of(below_all) - 1;
 }
 
-reached tuned_search::reach(double slope, const unit_choices *coarse, const unit_choices *fine,
-                            const row_range &range, row_choices &found) const noexcept {
+const unit_choices *tuned_search::climbed(int place, const row_range &range) noexcept {
     const auto &[row, rows, first, end] = range;
-    return kernels_.reach(&costs_.rows[row], rows, slope, first, end,
-                          coarse == nullptr ? nullptr : &coarse[row],
-                          fine == nullptr ? nullptr : &fine[row], &found[row]);
+    std::uint32_t climb::*const groups = row == frame_costs::shared ? &climb::shared : &climb::own;
+    climb *here = std::find_if(climbs_, climbs_ + climb_count_,
+                               [place](const climb &c) { return c.place == place; });
+    if (here == climbs_ + climb_count_) {
+        if (climb_count_ == most_climbs) {
+            here = climbs_ + oldest_;
+            oldest_ = (oldest_ + 1) % most_climbs;
+        } else {
+            ++climb_count_;
+        }
+        here->place = place;
+        here->own = here->shared = 0;
+    }
+    // Ranges reach from a bound to an end: what is missing lies side by side.
+    const std::uint32_t missing = ((1U << end / 4) - (1U << first / 4)) & ~(here->*groups);
+    if (missing != 0) {
+        const climb *coarse = nullptr, *fine = nullptr; // the nearest ones
+        for (const climb &c : std::span(climbs_, climb_count_)) {
+            if ((missing & ~(c.*groups)) != 0) continue;
+            if (c.place < place && (coarse == nullptr || c.place > coarse->place)) coarse = &c;
+            if (c.place > place && (fine == nullptr || c.place < fine->place)) fine = &c;
+        }
+        kernels_.climb(&costs_.rows[row], rows, slope_at(place), 4 * std::countr_zero(missing),
+                       4 * static_cast<int>(std::bit_width(missing)),
+                       coarse == nullptr ? nullptr : &coarse->choices[row],
+                       fine == nullptr ? nullptr : &fine->choices[row], &here->choices[row]);
+        here->*groups |= missing;
+    }
+    return &here->choices[row];
 }
 
-reached tuned_search::reach(double slope, const unit_choices *coarse, const unit_choices *fine,
-                            row_choices &found) const noexcept {
+reached tuned_search::reach(int place, const row_range &range, row_choices &found) noexcept {
+    const auto &[row, rows, first, end] = range;
+    if (first == end) return {};
+    return kernels_.reach(&costs_.rows[row], climbed(place, range), rows, slope_at(place), first, end,
+                          &found[row]);
+}
+
+reached tuned_search::reach(int place, row_choices &found) noexcept {
     reached all{};
     for (const row_range &range : rows_) {
-        const reached some = reach(slope, coarse, fine, range, found);
+        const reached some = reach(place, range, found);
         all.bits += some.bits;
         all.subbands += some.subbands;
     }
     return all;
 }
 
-const unit_choices *tuned_search::choices_of_all(const unit_choices *known,
-                                                 double slope_of_known) noexcept {
-    const unit_choices *const coarse = slope_of_known >= slope_ ? known : nullptr;
-    const unit_choices *const fine = slope_of_known <= slope_ ? known : nullptr;
+const unit_choices *tuned_search::choices_of_all() noexcept {
     row_choices &all = tried_[chosen_];
     const int bound = rows_.ranges[0].end, end = rows_.ranges[rows_.count - 1].end;
     const row_range others[] = {{0, 2, bound, end}, {frame_costs::shared, 1, joint_bounds[0], bound}};
     for (const row_range &range : others)
-        reach(slope_, coarse, fine, range, all);
+        reach(place_, range, all);
     return all;
 }
 
-void tuned_search::take_common_slope(double &hint, const unit_choices *known) noexcept {
+void tuned_search::take_common_slope(int joint_bound, int available, double &hint) noexcept {
+    rows_ = frame_rows(config_, joint_bound);
+    const int samples = 12 * config_.parts();
     const int first = place_of(std::numeric_limits<double>::max());
     int affordable = first, beyond = place_of(below_all);
-    int place = place_of(hint), spent = 0;
-    int coarse = -1, fine = -1, free = 0;
-    const auto choices = [&](int which) { return which < 0 ? nullptr : tried_[which]; };
-    const auto another = [&] {
-        free = 0;
-        while (free == coarse || free == fine)
-            ++free;
-    };
-    int too_many = 0, stride = 1, guesses = 0;
+    int place = place_of(hint), spent = -1, too_many = -1;
+    int stride = 1, guesses = 0;
     for (int tries = 1; beyond - affordable > 1; ++tries) {
         place = std::clamp(place, affordable + 1, beyond - 1);
-        if (slope_at(place) != hint) known = nullptr;
-        const auto [bits, subbands] = reach(slope_at(place), known != nullptr ? known : choices(coarse),
-                                            known != nullptr ? known : choices(fine), tried_[free]);
-        known = nullptr;
-        const int left = available_ - bits;
+        const auto [bits, subbands] = reach(place, tried_[1 - chosen_]);
+        const int left = available - bits;
         if (left >= 0) {
             affordable = place;
-            coarse = free;
             spent = bits;
+            chosen_ = 1 - chosen_;
         } else {
             beyond = place;
-            fine = free;
             too_many = bits;
         }
-        another();
-        if (coarse < 0 || fine < 0) {
+        if (spent < 0 || too_many < 0) {
             // Half the slope is half the noise: half a bit more for each sample. If it is less than that,
             // strides grow.
-            const int bits_an_octave = (subbands + 1) * samples_ / 2;
+            const int bits_an_octave = (subbands + 1) * samples / 2;
             const int way = left * octave / bits_an_octave;
             place += left < 0 ? std::min(way, -stride) : std::max(way, stride);
             if (tries > 2) stride *= 2;
         } else if (++guesses <= 3) {
             place = affordable
-                    + (available_ - spent) * (beyond - affordable) / std::max(too_many - spent, 1);
+                    + (available - spent) * (beyond - affordable) / std::max(too_many - spent, 1);
         } else {
             place = affordable + (beyond - affordable) / 2;
         }
     }
-    if (coarse < 0) {
-        reach(slope_at(affordable), nullptr, choices(fine), tried_[free]);
-        coarse = free;
+    if (spent < 0) {
+        chosen_ = 1 - chosen_;
+        spent = reach(first, tried_[chosen_]).bits;
     }
-    chosen_ = coarse;
-    hint = slope_ = slope_at(affordable);
-    available_ -= spent;
+    place_ = affordable;
+    hint = slope_at(affordable);
+    available_ = available - spent;
 }
 
 void tuned_search::find_steps(unit_steps *steps) const noexcept {
@@ -148,9 +167,13 @@ void tuned_search::find_steps(unit_steps *steps) const noexcept {
 }
 
 void tuned_search::take_single_steps() noexcept {
+    // Of a step, in Layer II from seven steps to nine: one for each triplet. From three to five there may be as
+    // many scale factors less as 12 of the 24 bits.
+    constexpr int fewest_bits = 12;
+    if (available_ < fewest_bits) return;
     unit_steps steps[3];
     find_steps(steps);
-    while (true) {
+    while (available_ >= fewest_bits) {
         double greatest = 0;
         int found = -1;
         for (const auto &[first_row, rows, first, end] : rows_) {

@@ -3,6 +3,7 @@
 
 #include "coding/kernels.hpp"
 #include "coding/noise_kernels.hpp"
+#include "coding/tuned_selection.hpp"
 #include "simd/lanes.hpp"
 
 namespace vela::VELA_LEVEL {
@@ -26,16 +27,17 @@ VELA_INLINE double greatest_lane(const double *p) {
 /// Rows, or neighbouring subbands of one, side by side: each waits for the result of its last comparison.
 /// @param coarse, fine  as of the kernel
 template <class V, int rows, int neighbours>
-VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int first,
+VELA_INLINE void climb_rows(const unit_costs *costs, double slope, int first,
                             const unit_choices *coarse, const unit_choices *fine,
                             unit_choices *choices) {
     constexpr int count = rows * neighbours;
     const V price = splat<V>(slope), inverse_price = splat<V>(1 / slope);
     const auto row = [](int i) { return i / neighbours; };
     const auto subband = [first](int i) { return first + i % neighbours * lanes<V>; };
+    const quantizer_set::group &group = quantizers_of<V>(*costs->set, first);
     V cost[count], spent[count], quantizer[count];
-    // A lesser slope reaches at least as far, a greater one at most.
-    double low = 0, high = quantizer_count;
+    // A lesser slope climbs at least as far, a greater one at most.
+    double low = group.quantizers[0] + 1, high = quantizer_count;
     if (coarse != nullptr) {
         low = quantizer_count;
         for (int i = 0; i < count; ++i) {
@@ -46,9 +48,11 @@ VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int first,
             low = min_of(least_lane<V>(from.quantizer + subband(i)), low);
         }
     } else {
+        const int q = group.quantizers[0];
         for (int i = 0; i < count; ++i) {
-            cost[i] = load<V>(costs[row(i)].unquantized + subband(i));
-            spent[i] = quantizer[i] = splat<V>(0.0);
+            cost[i] = load<V>(costs[row(i)].quantized[q] + subband(i));
+            spent[i] = bits_of_quantizer<V>(costs[row(i)], q, subband(i));
+            quantizer[i] = splat<V>(q + 1);
         }
     }
     if (fine != nullptr) {
@@ -63,19 +67,18 @@ VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int first,
     double limits[lanes<V>];
     store(limits, most);
     const double most_bits = greatest_lane<V>(limits) * (1 + 1e-9) + 1;
-    const quantizer_set::group &group = quantizers_of<V>(*costs->set, first);
     const int end = group.before[static_cast<int>(high)];
     for (int k = group.before[static_cast<int>(low)]; k < end; ++k) {
         const int q = group.quantizers[k];
         if (costs->set->sample_bits[q] > most_bits) break;
         for (int i = 0; i < count; ++i) {
-            // Compared by differences, rounding cannot make a greater slope reach further than a lesser.
+            // Compared by differences, rounding cannot make a greater slope climb further than a lesser.
             const V there = load<V>(costs[row(i)].quantized[q] + subband(i));
             const V wanted = bits_of_quantizer<V>(costs[row(i)], q, subband(i));
             const auto worth = price * (wanted - spent[i]) < cost[i] - there;
             cost[i] = select(worth, there, cost[i]);
-            spent[i] = select(worth, wanted, spent[i]);
-            quantizer[i] = select(worth, splat<V>(q + 1), quantizer[i]);
+            spent[i] = raised(worth, wanted, spent[i]);
+            quantizer[i] = raised(worth, splat<V>(q + 1), quantizer[i]);
         }
     }
     for (int i = 0; i < count; ++i) {
@@ -83,6 +86,23 @@ VELA_INLINE void reach_rows(const unit_costs *costs, double slope, int first,
         store(to.quantizer + subband(i), quantizer[i]);
         store(to.bits + subband(i), spent[i]);
         store(to.cost + subband(i), cost[i]);
+    }
+}
+
+template <class V>
+void climb(const unit_costs *costs, int rows, double slope, int first, int end,
+           const unit_choices *coarse, const unit_choices *fine, unit_choices *choices) noexcept {
+    if (rows == 2) {
+        over_subbands<V>(first, end, [&]<class L>(int sb) {
+            climb_rows<L, 2, 1>(costs, slope, sb, coarse, fine, choices);
+        });
+    } else if constexpr (lanes<V> < 4) {
+        for (int sb = first; sb < end; sb += 2 * lanes<V>)
+            climb_rows<V, 1, 2>(costs, slope, sb, coarse, fine, choices);
+    } else {
+        over_subbands<V>(first, end, [&]<class L>(int sb) {
+            climb_rows<L, 1, 1>(costs, slope, sb, coarse, fine, choices);
+        });
     }
 }
 
@@ -97,28 +117,24 @@ VELA_INLINE int sum_of_lanes(V a) {
 }
 
 template <class V>
-reached reach(const unit_costs *costs, int rows, double slope, int first, int end,
-              const unit_choices *coarse, const unit_choices *fine, unit_choices *choices) noexcept {
-    if (rows == 2) {
-        over_subbands<V>(first, end, [&]<class L>(int sb) {
-            reach_rows<L, 2, 1>(costs, slope, sb, coarse, fine, choices);
-        });
-    } else if constexpr (lanes<V> < 4) {
-        for (int sb = first; sb < end; sb += 2 * lanes<V>)
-            reach_rows<V, 1, 2>(costs, slope, sb, coarse, fine, choices);
-    } else {
-        over_subbands<V>(first, end, [&]<class L>(int sb) {
-            reach_rows<L, 1, 1>(costs, slope, sb, coarse, fine, choices);
-        });
-    }
+reached reach(const unit_costs *costs, const unit_choices *climbed, int rows, double slope, int first,
+              int end, unit_choices *choices) noexcept {
     using G = grouped<V>;
-    const G none = splat<G>(0.0);
-    G bits = none, subbands = none;
+    const G price = splat<G>(slope), zero = splat<G>(0.0);
+    G bits = zero, subbands = zero;
     for (int r = 0; r < rows; ++r) {
+        const unit_choices &from = climbed[r];
+        unit_choices &to = choices[r];
         for (int sb = first; sb < end; sb += lanes<G>) {
-            const G spent = load<G>(choices[r].bits + sb);
-            bits = bits + spent;
-            subbands = subbands + select(none < spent, splat<G>(1.0), none);
+            const G none = load<G>(costs[r].unquantized + sb);
+            const G cost = load<G>(from.cost + sb), spent = load<G>(from.bits + sb);
+            const auto worth = price * spent < none - cost;
+            const G wanted = where(worth, spent);
+            store(to.quantizer + sb, where(worth, load<G>(from.quantizer + sb)));
+            store(to.bits + sb, wanted);
+            store(to.cost + sb, select(worth, cost, none));
+            bits = bits + wanted;
+            subbands = subbands + where(worth, splat<G>(1.0));
         }
     }
     return {sum_of_lanes(bits), sum_of_lanes(subbands)};
