@@ -75,6 +75,8 @@ struct tally {
     VELA_INLINE void add(Mask holds) {
         if constexpr (lanes<V> == 1) {
             count += std::int64_t{holds};
+        } else if constexpr (lanes<V> > 4) {
+            count = holds ? count + 1 : count; // masks are no numbers there
         } else {
             count -= holds; // -1
         }
