@@ -61,7 +61,7 @@ class tuned_search {
     const frame_costs &costs_;
     frame_rows rows_;
     int available_ = 0;
-    static constexpr int most_climbs = 6;
+    static constexpr int most_climbs = 4;
     climb climbs_[most_climbs]; ///< the latest ones
     int climb_count_ = 0, oldest_ = 0;
     row_choices tried_[2]; ///< one of them is chosen, the other one free for the next try
