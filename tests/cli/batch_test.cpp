@@ -294,6 +294,12 @@ TEST_F(batch_test, a_terminal_shows_one_line_for_all_files) {
                               "\r\033[Kvelaenc: 5 files: 5 encoded, 0 failed, "})
         EXPECT_NE(shown.find(words), std::string::npos) << words << shown;
     EXPECT_TRUE(std::regex_search(shown, std::regex("; 0:10 in 0:0\\d, [\\d.]+ x real time"))) << shown;
+    // Half the sound in a second: as long again.
+    const auto single = shell("(head -c 960044; sleep 1; cat) < long.wav > pipe & "
+                              "TERM=xterm script -qec 'velaenc pipe out.mp2' /dev/null")
+                            .out;
+    EXPECT_TRUE(std::regex_search(single, std::regex("0:05 of 0:10, \\d x real time, 0:0[12] left")))
+        << single;
 }
 
 } // namespace

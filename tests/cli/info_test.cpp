@@ -226,6 +226,9 @@ TEST_F(info_test, streams_in_containers_are_looked_at_track_by_track_as_if_they_
     run("velainfo --source 48000.wav two.ts");
     run("PATH=$(dirname $(command -v velainfo)); velainfo two.ts", 2,
         "ffmpeg -v error -nostdin -i 'two.ts' -map 0:a:0 -c copy -f data stream.mp2");
+    put("ffmpeg", "#!/bin/sh\necho broken >&2; exit 1\n");
+    run("chmod +x ffmpeg; PATH=.:$PATH velainfo two.ts", 2,
+        "ffmpeg cannot take the stream out of two.ts: broken");
     run("ffmpeg -v error -i 48000.wav -c:a ac3 other.ts; velainfo other.ts", 2,
         "an MPEG transport stream");
     run("ffmpeg -v error -i 48000.wav -ar 44100 other.flv; velainfo other.flv", 2,
