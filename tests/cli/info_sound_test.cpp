@@ -174,6 +174,16 @@ TEST_F(info_test, a_source_that_differs_by_more_than_the_coding_is_named_and_com
         EXPECT_GT(said["snr"], same["snr"].get<double>() - 2) << files;
         EXPECT_LT(said["worst_nmr"], same["worst_nmr"].get<double>() + 6) << files;
     }
+    const auto text = run("velainfo --source same.wav doubled.mp2").out;
+    EXPECT_NE(text.find("from frame 120 on 1152 samples are doubled"), std::string::npos) << text;
+    // Of a source that is too long to be held whole.
+    file("long", noise(50 * rate), 1);
+    file("start", noise(10 * rate), 1);
+    for (const std::string name : {"long", "start"})
+        run("velaenc --quiet --mode mono --bitrate 192 " + name + ".wav " + name + ".mp2");
+    const auto whole = json_of("--source long.wav long.mp2")["comparison"];
+    EXPECT_TRUE(whole["offset"] == -481 && whole["jumps"].empty() && whole["outside"] == 0) << whole;
+    EXPECT_NEAR(whole["snr"], json_of("--source start.wav start.mp2")["comparison"]["snr"], 0.2);
 }
 
 TEST_F(info_test, the_source_is_found_at_its_place_and_its_figures_are_those_of_the_frames) {

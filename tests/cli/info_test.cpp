@@ -333,7 +333,7 @@ TEST_F(info_test, numbers_of_a_policy_are_limits) {
     std::vector<std::string> expected, broken;
     for (const auto &[key, value] : keys) {
         const std::string less = std::to_string(value.get<double>() - 0.1),
-                          more = std::to_string(value.get<double>() + 0.1);
+                          more = (value > 0 ? "+" : "") + std::to_string(value.get<double>() + 0.1);
         const std::pair<std::string, bool> limits[] = {
             {less, key[0] == '>'},      {more, key[0] == '<'},
             {less + ".." + more, true}, {less + "..", true},

@@ -238,21 +238,15 @@ std::int64_t sndfile_source::read_file(std::span<std::byte> room) {
 // libsndfile looks for texts in these chunks for minutes where the sizes of their parts are wrong, and
 // nobody here asks for them. Where a damaged file has them it decides itself, so every name counts.
 void sndfile_source::hide_texts(std::uint64_t start, std::span<std::byte> bytes) const {
-    constexpr std::size_t length = 4;
     constexpr std::array<std::string_view, 2> names{"LIST", "INFO"};
-    constexpr std::string_view other = "junk";
-    const std::uint64_t before = std::min<std::uint64_t>(start, length - 1);
-    std::string text(bytes.size() + before + length - 1, '\0');
-    read_at(input_, start - before, std::as_writable_bytes(std::span(text)));
-    for (std::size_t found = 0; found + length <= text.size(); ++found) {
-        const std::uint64_t place = start - before + found;
-        if (std::ranges::find(names, std::string_view(text).substr(found, length)) == names.end()
-            || (place >= wav_sound_->offset && place - wav_sound_->offset < wav_sound_->bytes))
-            continue;
-        for (std::size_t i = 0; i < length; ++i) {
-            if (found + i >= before && found + i - before < bytes.size())
-                bytes[found + i - before] = static_cast<std::byte>(other[i]);
-        }
+    std::string text(bytes.size() + names[0].size() - 1, '\0'); // to the end of a name that begins last
+    read_at(input_, start, std::as_writable_bytes(std::span(text)));
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const std::uint64_t place = start + i;
+        const bool is_sound =
+            place >= wav_sound_->offset && place - wav_sound_->offset < wav_sound_->bytes;
+        if (!is_sound && std::ranges::find(names, std::string_view(text).substr(i, 4)) != names.end())
+            bytes[i] = std::byte{'j'};
     }
 }
 
