@@ -191,6 +191,7 @@ struct noise_data {
         part_samples decoded, mixed[3];
         unit_costs costs;
         sent_scalefactors sent;
+        scalefactor_offers offers;
         unit_choices choices[2];
         unit_steps steps;
     } out;
@@ -241,13 +242,20 @@ void choose_finer(const coding_kernels &kernels, noise_data &d) {
     kernels.choose_finer(d.peaks, d.weight, 28, d.out.sent, d.out.used);
 }
 void refine(const coding_kernels &kernels, noise_data &d) {
-    kernels.refine(d.samples, 3, d.peaks, d.weight, d.energy, d.half, 0, 28, d.out.sent);
+    kernels.refine(d.samples, 3, d.peaks, d.weight, d.energy, d.half, 0, 28, d.out.offers);
+    // What others than refined subbands are offered is anything.
+    double(&offers)[sizeof d.out.offers / sizeof d.half][32] =
+        reinterpret_cast<double(&)[sizeof d.out.offers / sizeof d.half][32]>(d.out.offers);
+    for (auto &row : offers) {
+        for (int sb = 0; sb < 28; ++sb)
+            row[sb] = d.half[sb] > 1.5 ? row[sb] : 0;
+    }
 }
 void fit(const coding_kernels &kernels, noise_data &d) {
     kernels.fit(d.fit, 3, d.weight, 4.0 / 81, 4, 28, d.out.sent);
 }
 void fit_again(const coding_kernels &kernels, noise_data &d) {
-    kernels.fit_again(d.fit, 3, d.weight, 4, 28, d.out.sent);
+    kernels.fit_again(d.fit, 3, d.weight, 4, 28, d.out.offers);
 }
 shared_parts parts_of(const noise_data &d) {
     return {{d.samples, d.samples}, {&d.weight, &d.energy}, {&d.energy, &d.weight}, {&d.sent, &d.sent}};

@@ -5,6 +5,8 @@
 
 namespace vela {
 
+inline constexpr int scalefactor_bits = 6, scfsi_bits = 2;
+
 inline int crc_bits(const coder_config &config) noexcept {
     return config.error_protection ? 16 : 0;
 }
@@ -22,7 +24,6 @@ inline int fixed_bits(const coder_config &config, int joint_bound) noexcept {
 /// Scale factors and their selection of a subband with bits.
 inline int side_bits(const coder_config &config, const channel_scalefactors &chosen, int ch,
                      int sb) noexcept {
-    constexpr int scalefactor_bits = 6, scfsi_bits = 2;
     if (config.layer == 1) return scalefactor_bits;
     return scfsi_bits + scalefactor_bits * scalefactors_per_scfsi[chosen.scfsi[ch][sb]];
 }

@@ -67,6 +67,14 @@ struct sent_scalefactors {
     part_values index;
 };
 
+/// What a channel may send if it is one, two or three scale factors; with one part, only the first index of one.
+struct scalefactor_offers {
+    part_values index[3];
+    double scfsi_of_two[32]; ///< 1 or 3
+    /// Weighted noise that scale factors take away, for each of them: a second one, two more at once, a third one.
+    double second[32], both[32], third[32];
+};
+
 /// Scale factors that are tried, from some steps above a given one downwards: with the quantizer of three
 /// steps, and with finer ones.
 inline constexpr int ternary_scales = 6, ternary_above = 2;
@@ -154,21 +162,21 @@ struct coding_kernels {
     void (*choose_finer)(const part_scalefactors (&peaks)[3], const part_values &weight, int end,
                          sent_scalefactors &sent, part_scalefactors (&used)[3]) noexcept;
 
-    /// Moves the scale factors of quantizers of more than three steps to the least exact noise, in as many
-    /// bits as before.
+    /// Finds the scale factors with the least exact noise, of quantizers of more than three steps; offers of
+    /// other subbands become anything.
     /// @param half  of the steps
     void (*refine)(const part_samples *samples, int parts, const part_scalefactors (&peaks)[3],
                    const part_values &weight, const part_values &energy, const double (&half)[32],
-                   int first, int end, sent_scalefactors &sent) noexcept;
+                   int first, int end, scalefactor_offers &offers) noexcept;
 
     /// Chooses the scale factors of a channel's shared subbands, nearest to the least squares. Of one part,
     /// only its index is written.
     /// @param quantizer  noise of a part for a scale factor of 1
     void (*fit)(const shared_fit &fit, int parts, const part_values &weight, double quantizer,
                 int first, int end, sent_scalefactors &sent) noexcept;
-    /// The same in as many bits as before.
+    /// The same without the quantizer's noise, for each number of scale factors.
     void (*fit_again)(const shared_fit &fit, int parts, const part_values &weight, int first, int end,
-                      sent_scalefactors &sent) noexcept;
+                      scalefactor_offers &offers) noexcept;
 
     /// What both channels share with the least noise.
     void (*mix)(const shared_parts &frame, int parts, int first, int end, part_samples *mixed) noexcept;

@@ -62,8 +62,7 @@ int allocate_tuned(const weighed_frame &frame, int frame_bits, frame_header &hea
                              slope);
     search.take_single_steps();
     store_allocation(config, search, side);
-    refine_scalefactors(frame, weighed.own, weighed.shared, side);
-    return search.available();
+    return refine_scalefactors(frame, weighed.own, weighed.shared, search.available(), slope, side);
 }
 
 void pass_tuned(const weighed_frame &frame, int frame_bits, const frame_header &header,

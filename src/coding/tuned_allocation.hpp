@@ -20,8 +20,8 @@ void weigh_frame(const weighed_frame &frame, const side_info &side, tuned_frame 
 /// takes the most cost away for each of its bits and still fits. Cost is weighted noise: of three steps as
 /// it is with the best scale factors, of five, seven and nine as it is with those of the largest samples,
 /// or of shared samples as they are mixed for theirs, of finer ones as step^2 / 12. What no bits cost, and
-/// in joint stereo the bound, depends on the frames before, too. Then scale factors are refined, and shared
-/// samples mixed again. Fills all of side; header.mode and mode_extension are set to match.
+/// in joint stereo the bound, depends on the frames before, too. Then scale factors are refined, as many as
+/// their bits are worth, and shared samples mixed again. Fills all of side; header.mode and mode_extension are set to match.
 /// @param frame_bits  the whole frame, which has room for header and allocation fields, as every bitrate
 ///                    that the settings may have gives it
 /// @return bits left over

@@ -9,8 +9,8 @@ namespace {
 
 /// Bits of scale factors and their selection, of a subband with bits.
 double opening_bits(const coder_config &config, const sent_scalefactors &sent, int sb) noexcept {
-    if (config.layer == 1) return 6;
-    return 2 + 6 * scalefactors_per_scfsi[static_cast<int>(sent.scfsi[sb])];
+    if (config.layer == 1) return scalefactor_bits;
+    return scfsi_bits + scalefactor_bits * scalefactors_per_scfsi[static_cast<int>(sent.scfsi[sb])];
 }
 
 } // namespace
@@ -42,8 +42,8 @@ void frame_costs::find_shared(const weighed_frame &frame, const own_scalefactors
         costs.opening[sb] = opening_bits(config, chosen[0], sb) + opening_bits(config, chosen[1], sb);
         costs.ternary_opening[sb] = costs.opening[sb];
     }
-    frame.kernels.shared_costs(mix(frame, own, chosen, first), frame.joint, config.parts(), first, end,
-                               costs);
+    frame.kernels.shared_costs(mix(frame, own, chosen[0].index, chosen[1].index, first), frame.joint,
+                               config.parts(), first, end, costs);
 }
 
 frame_rows::frame_rows(const coder_config &config, int joint_bound) noexcept : count(0) {

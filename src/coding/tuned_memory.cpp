@@ -29,6 +29,11 @@ double weak_share(const coder_config &config, int frame_bits) noexcept {
                       tuned::least_weak, tuned::most_weak);
 }
 
+/// And to be had where there were none.
+double strong_share(double weak) noexcept {
+    return tuned::strong - tuned::strong_a_weak * weak;
+}
+
 std::uint32_t above(const double (&slope)[32], double limit, int first, int end) noexcept {
     std::uint32_t found = 0;
     for (int sb = first; sb < end; ++sb)
@@ -98,11 +103,12 @@ frame_by_itself look_by_itself(const coder_config &config, const frame_costs &co
                                  memory.slope_hint);
     }
     const double slope = memory.slope_hint;
+    const double weak = weak_share(config, frame_bits), strong = strong_share(weak);
     for (int row = 0; row < frame_costs::count(config); ++row) {
         const int first = first_subband(row);
         const double(&slopes)[32] = costs.rows[row].first_slope;
-        found.strong[row] = above(slopes, slope * tuned::strong, first, config.sblimit);
-        found.weak[row] = above(slopes, slope * weak_share(config, frame_bits), first, config.sblimit);
+        found.strong[row] = above(slopes, slope * strong, first, config.sblimit);
+        found.weak[row] = above(slopes, slope * weak, first, config.sblimit);
     }
     return found;
 }
@@ -115,7 +121,7 @@ void remember(const frame_by_itself &frame, tuned_memory &memory) noexcept {
 void favour_the_past(const weighed_frame &frame, int frame_bits, const tuned_memory &memory,
                      frame_costs &costs) noexcept {
     const coder_config &config = frame.config;
-    const double weak = weak_share(config, frame_bits);
+    const double weak = weak_share(config, frame_bits), strong = strong_share(weak);
     std::uint32_t on[3] = {};
     for (int row = 0; row < frame_costs::count(config); ++row) {
         for (int k = tuned::remembered_frames - 1; k >= 0; --k)
@@ -126,7 +132,7 @@ void favour_the_past(const weighed_frame &frame, int frame_bits, const tuned_mem
         double factor[32];
         for (int sb = 0; sb < 32; ++sb) {
             const bool is_on = (on[row] >> sb & 1) != 0, is_beside = (beside >> sb & 1) != 0;
-            factor[sb] = is_on ? 1 / weak : is_beside ? 1 : 1 / tuned::strong;
+            factor[sb] = is_on ? 1 / weak : is_beside ? 1 : 1 / strong;
         }
         frame.kernels.favour(costs.rows[row], factor, first_subband(row), config.lane_end());
     }

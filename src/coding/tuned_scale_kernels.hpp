@@ -139,7 +139,7 @@ VELA_INLINE bool any_finer(const double *half) {
 template <class V, int parts, bool weighs_lost>
 VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&peaks)[3],
                         const part_values &weight, const part_values &energy, V halves, int sb,
-                        sent_scalefactors &sent) {
+                        scalefactor_offers &offers) {
     const V zero = splat<V>(0.0), highest = halves - splat<V>(0.5);
     const V inverse_half = splat<V>(1.0) / halves;
     const V weight_of_lost = load<V>(tuned::weight_of_lost.begin() + sb);
@@ -176,7 +176,6 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
         }
         cut_off<V, refined_scales, refined_above>(index[part], noise[part]);
     }
-    const auto is_finer = splat<V>(1.5) < halves;
     V least[range_count], at[range_count];
 #pragma GCC unroll 6
     for (int r = 0; r < (parts == 1 ? 1 : range_count); ++r) {
@@ -192,25 +191,21 @@ VELA_INLINE void refine(const part_samples *samples, const part_scalefactors (&p
         };
         least_noise<V, refined_scales, refined_above>(range, index, noise, uniform, least[r], at[r]);
     }
-    V scfsi = zero;
-    if constexpr (parts > 1) {
-        const V before = load<V>(sent.scfsi + sb);
-        scfsi = cheapest(least, [&](int s, V sum) { return if_as_many(s, before, sum); }).scfsi;
-        store(sent.scfsi + sb, select(is_finer, scfsi, before));
-    }
-    for (int part = 0; part < parts; ++part) {
-        double *const to = sent.index[part] + sb;
-        store(to, select(is_finer, parts == 1 ? at[0] : in_part(scfsi, part, at), load<V>(to)));
+    if constexpr (parts == 1) {
+        store(offers.index[0][0] + sb, at[0]);
+    } else {
+        store_offers(least, at, weight, energy, sb, offers);
     }
 }
 
 template <class V>
 void refine(const part_samples *samples, int parts, const part_scalefactors (&peaks)[3],
             const part_values &weight, const part_values &energy, const double (&half)[32], int first,
-            int end, sent_scalefactors &sent) noexcept {
+            int end, scalefactor_offers &offers) noexcept {
     over_variants<V>(parts, first, end, [&]<class L, int count, bool weighs_lost>(int sb) {
         if (any_finer<L>(half + sb))
-            refine<L, count, weighs_lost>(samples, peaks, weight, energy, load<L>(half + sb), sb, sent);
+            refine<L, count, weighs_lost>(samples, peaks, weight, energy, load<L>(half + sb), sb,
+                                          offers);
     });
 }
 

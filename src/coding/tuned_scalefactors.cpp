@@ -1,6 +1,7 @@
 #include "coding/tuned_scalefactors.hpp"
 
 #include "coding/scalefactor_table.hpp"
+#include "coding/tuned_purchase.hpp"
 #include "psy/tuned_parameters.hpp"
 
 #include <algorithm>
@@ -20,11 +21,21 @@ void find_half_steps(const coder_config &config, const std::uint8_t (&allocation
     }
 }
 
-void store(const coder_config &config, const sent_scalefactors &from, int ch, int sb,
+int count_of(const sent_scalefactors &sent, int sb) noexcept {
+    return scalefactors_per_scfsi[static_cast<int>(sent.scfsi[sb])];
+}
+
+void store(const coder_config &config, double scfsi, const part_values &index, int ch, int sb,
            side_info &side) noexcept {
-    if (config.layer == 2) side.scfsi[ch][sb] = static_cast<std::uint8_t>(from.scfsi[sb]);
+    if (config.layer == 2) side.scfsi[ch][sb] = static_cast<std::uint8_t>(scfsi);
     for (int part = 0; part < config.parts(); ++part)
-        side.scalefactor[ch][part][sb] = static_cast<std::uint8_t>(from.index[part][sb]);
+        side.scalefactor[ch][part][sb] = static_cast<std::uint8_t>(index[part][sb]);
+}
+
+/// The selection of one of the offers.
+double scfsi_of(const scalefactor_offers &offers, int sent, int sb) noexcept {
+    if (sent == 2) return offers.scfsi_of_two[sb];
+    return sent == 1 ? 2 : 0;
 }
 
 /// Of the scale factor 1, with which mixed samples are quantized.
@@ -40,7 +51,7 @@ void compare(const weighed_frame &frame, int ch, const part_samples *decoded, in
 
 /// Fits the scale factors of shared subbands to what is decoded before them.
 void fit_decoded(const weighed_frame &frame, const own_scalefactors (&own)[2], const double (&half)[32],
-                 int bound, sent_scalefactors (&sent)[2]) noexcept {
+                 int bound, scalefactor_offers (&offers)[2]) noexcept {
     const int parts = frame.config.parts(), end = frame.config.lane_end();
     part_samples decoded[3];
     shared_fit fit{};
@@ -51,8 +62,18 @@ void fit_decoded(const weighed_frame &frame, const own_scalefactors (&own)[2], c
     for (int ch = 0; ch < 2; ++ch) {
         compare(frame, ch, decoded, bound, fit);
         std::memcpy(fit.energy, own[ch].energy, parts * sizeof fit.energy[0]);
-        frame.kernels.fit_again(fit, parts, own[ch].weight, bound, end, sent[ch]);
+        frame.kernels.fit_again(fit, parts, own[ch].weight, bound, end, offers[ch]);
     }
+}
+
+void mix_as_sent(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                 const side_info &side) noexcept {
+    part_values index[2];
+    for (int ch = 0; ch < 2; ++ch) {
+        for (int part = 0; part < frame.config.parts(); ++part)
+            std::ranges::copy(side.scalefactor[ch][part], index[ch][part]);
+    }
+    mix(frame, own, index[0], index[1], side.joint_bound);
 }
 
 } // namespace
@@ -66,11 +87,11 @@ void look_up(const std::uint8_t (&index)[32], part_scalefactors &values) noexcep
 }
 
 shared_parts mix(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                 const sent_scalefactors (&sent)[2], int first) noexcept {
+                 const part_values &index0, const part_values &index1, int first) noexcept {
     const shared_parts parts{{frame.samples[0], frame.samples[1]},
                              {&own[0].weight, &own[1].weight},
                              {&own[0].energy, &own[1].energy},
-                             {&sent[0].index, &sent[1].index}};
+                             {&index0, &index1}};
     frame.kernels.mix(parts, frame.config.parts(), first, frame.config.lane_end(), frame.joint);
     return parts;
 }
@@ -119,32 +140,44 @@ void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefacto
     }
 }
 
-void refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                         const sent_scalefactors (&shared)[2], side_info &side) noexcept {
+int refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                        const sent_scalefactors (&shared)[2], int left, double slope,
+                        side_info &side) noexcept {
     const coder_config &config = frame.config;
     const int parts = config.parts(), bound = side.joint_bound;
     const int end = config.lane_end(), own_end = bound < config.sblimit ? bound : end;
     double half[32];
-    sent_scalefactors refined[2];
+    scalefactor_offers offers[2];
     for (int ch = 0; ch < config.channels; ++ch) {
         find_half_steps(config, side.allocation[ch], half);
-        refined[ch] = own[ch].finer;
         frame.kernels.refine(frame.samples[ch], parts, own[ch].peaks, own[ch].weight, own[ch].energy,
-                             half, 0, own_end, refined[ch]);
-        for (int sb = 0; sb < bound; ++sb)
-            store(config, side.allocation[ch][sb] == 1 ? own[ch].ternary : refined[ch], ch, sb, side);
+                             half, 0, own_end, offers[ch]);
     }
-    if (bound == config.sblimit) return;
-    refined[0] = shared[0];
-    refined[1] = shared[1];
-    fit_decoded(frame, own, half, bound, refined);
-    for (int ch = 0; ch < 2; ++ch) {
-        for (int sb = bound; sb < config.sblimit; ++sb)
-            store(config, side.allocation[ch][sb] == 0 ? shared[ch] : refined[ch], ch, sb, side);
+    if (bound < config.sblimit) fit_decoded(frame, own, half, bound, offers);
+    tuned_purchase purchase;
+    for (int ch = 0; ch < config.channels; ++ch) {
+        const std::uint8_t(&quantizer)[32] = side.allocation[ch];
+        for (int sb = 0; sb < config.sblimit; ++sb) {
+            const bool is_own = sb < bound;
+            const sent_scalefactors &finer = is_own ? own[ch].finer : shared[ch];
+            if (quantizer[sb] > (is_own ? 1 : 0)) {
+                purchase.add(ch, sb, parts == 1 ? 1 : count_of(finer, sb));
+            } else {
+                const sent_scalefactors &from = is_own && quantizer[sb] == 1 ? own[ch].ternary : finer;
+                store(config, from.scfsi[sb], from.index, ch, sb, side);
+            }
+        }
     }
-    mix(frame, own, refined, bound);
-    for (auto &part : side.joint_index)
-        std::ranges::fill(part, index_of_one);
+    if (parts > 1) left = purchase.buy(offers, left, slope);
+    for (const tuned_purchase::buyer &b : purchase)
+        store(config, scfsi_of(offers[b.ch], b.sent, b.sb), offers[b.ch].index[b.sent - 1], b.ch, b.sb,
+              side);
+    if (bound < config.sblimit) {
+        mix_as_sent(frame, own, side);
+        for (auto &part : side.joint_index)
+            std::ranges::fill(part, index_of_one);
+    }
+    return left;
 }
 
 } // namespace vela

@@ -40,13 +40,17 @@ void choose_shared_scalefactors(const weighed_frame &frame, const own_scalefacto
 /// Makes of the shared samples, from subband `first` on, those that the scale factors of both channels decode
 /// to the least weighted noise.
 shared_parts mix(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                 const sent_scalefactors (&sent)[2], int first) noexcept;
+                 const part_values &index0, const part_values &index1, int first) noexcept;
 
 /// Moves the scale factors of an allocated frame to where the exact noise of the samples that they scale
-/// is least, and shares them between other parts if that is better; they take as many bits as before.
-/// Own ones, of more than three steps: from one step above the peak to two below. Shared ones: anywhere;
-/// then shared samples are mixed again.
-void refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
-                         const sent_scalefactors (&shared)[2], side_info &side) noexcept;
+/// is least, and buys as many for each subband as are worth their bits: all together take as many bits as
+/// before, and those that are left. Own ones, of more than three steps: from one step above the peak to two
+/// below. Shared ones: anywhere; then shared samples are mixed again.
+/// @param left   bits, in Layer II for more scale factors
+/// @param slope  benefit a bit where the frame's bits ran out
+/// @return bits left over
+int refine_scalefactors(const weighed_frame &frame, const own_scalefactors (&own)[2],
+                        const sent_scalefactors (&shared)[2], int left, double slope,
+                        side_info &side) noexcept;
 
 } // namespace vela

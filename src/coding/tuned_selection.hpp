@@ -111,6 +111,16 @@ struct selection {
     V scfsi, noise;
 };
 
+/// A value of all parts with a selection by that of the ranges.
+template <class V>
+VELA_INLINE V sum_with(int scfsi, const V (&of_range)[range_count]) {
+    const int(&of)[3] = range_of[scfsi];
+    V sum = of_range[of[0]];
+    if (of[1] != of[0]) sum = sum + of_range[of[1]];
+    if (of[2] != of[1]) sum = sum + of_range[of[2]];
+    return sum;
+}
+
 /// Of the selections the one with the least price.
 /// @param noise  of the ranges
 /// @param price  (scfsi, noise of all parts)
@@ -121,10 +131,7 @@ VELA_INLINE selection<V> cheapest(const V (&noise)[range_count], Price price) {
     // The first one of all is better than none.
 #pragma GCC unroll 4
     for (const int s : scfsi_order) {
-        const int(&of)[3] = range_of[s];
-        V sum = noise[of[0]];
-        if (of[1] != of[0]) sum = sum + noise[of[1]];
-        if (of[2] != of[1]) sum = sum + noise[of[2]];
+        const V sum = sum_with(s, noise);
         // What is not a number becomes the limit.
         const V now = price(s, min_of(sum, splat<V>(most_noise)));
         if (s == scfsi_order[0]) {
@@ -147,13 +154,32 @@ VELA_INLINE void store_sent(V scfsi, const V (&index)[range_count], int sb, sent
         store(sent.index[part] + sb, in_part(scfsi, part, index));
 }
 
-/// As many scale factors as were bought, or none of that many to be had.
+/// For each number of scale factors, the selection with the least noise.
+/// @param weight, energy  of the parts
 template <class V>
-VELA_INLINE V if_as_many(int s, V bought, V noise) {
-    const V many = splat<V>(no_choice);
-    if (s == 2) return select(bought == splat<V>(2), noise, many);
-    if (s == 0) return select(bought == splat<V>(0), noise, many);
-    return select(bought == splat<V>(1), noise, select(bought == splat<V>(3), noise, many));
+VELA_INLINE void store_offers(const V (&noise)[range_count], const V (&index)[range_count],
+                              const part_values &weight, const part_values &energy, int sb,
+                              scalefactor_offers &offers) {
+    // What is not a number becomes the limit.
+    const auto noise_with = [&](int s) { return min_of(sum_with(s, noise), splat<V>(most_noise)); };
+    const V first = noise_with(1), last = noise_with(3);
+    const auto last_share = last < first * splat<V>(tuned::less);
+    const V one = noise_with(2), two = select(last_share, last, first), three = noise_with(0);
+    V least = splat<V>(0.0);
+    for (int part = 0; part < 3; ++part)
+        least = least + load<V>(weight[part] + sb) * load<V>(energy[part] + sb);
+    least = least * splat<V>(tuned::least_gain);
+    const auto gain = [least](V now, V then) { return where(least < now - then, now - then); };
+    store(offers.second + sb, gain(one, two));
+    store(offers.both + sb, gain(one, three) * splat<V>(0.5));
+    store(offers.third + sb, gain(two, three));
+    store(offers.scfsi_of_two + sb, select(last_share, splat<V>(3), splat<V>(1)));
+    for (int part = 0; part < 3; ++part) {
+        const V of_two = select(last_share, index[range_of[3][part]], index[range_of[1][part]]);
+        store(offers.index[0][part] + sb, index[range_of[2][part]]);
+        store(offers.index[1][part] + sb, of_two);
+        store(offers.index[2][part] + sb, index[range_of[0][part]]);
+    }
 }
 
 /// 2^(n / 3): a scale factor n steps above another one, in its units.

@@ -90,11 +90,7 @@ void fit(const shared_fit &fit, int parts, const part_values &weight, double qua
         }
         fit_ranges<L, 3>(fit, weight, sb, quantizer, noise, extra, index);
         const L scfsi = cheapest(noise, [&](int s, L sum) {
-                            const int(&of)[3] = range_of[s];
-                            L more = extra[of[0]];
-                            if (of[1] != of[0]) more = more + extra[of[1]];
-                            if (of[2] != of[1]) more = more + extra[of[2]];
-                            return sum + more * splat<L>(sent_by_scfsi[s]);
+                            return sum + sum_with(s, extra) * splat<L>(sent_by_scfsi[s]);
                         }).scfsi;
         store_sent(scfsi, index, sb, sent);
     });
@@ -102,18 +98,16 @@ void fit(const shared_fit &fit, int parts, const part_values &weight, double qua
 
 template <class V>
 void fit_again(const shared_fit &fit, int parts, const part_values &weight, int first, int end,
-               sent_scalefactors &sent) noexcept {
+               scalefactor_offers &offers) noexcept {
     over_subbands<V>(first, end, [&]<class L>(int sb) {
         L noise[range_count], extra[range_count], index[range_count];
         if (parts == 1) {
             fit_ranges<L, 1>(fit, weight, sb, 0.0, noise, extra, index);
-            store(sent.index[0] + sb, index[0]);
+            store(offers.index[0][0] + sb, index[0]);
             return;
         }
         fit_ranges<L, 3>(fit, weight, sb, 0.0, noise, extra, index);
-        const L bought = load<L>(sent.scfsi + sb);
-        const L scfsi = cheapest(noise, [&](int s, L sum) { return if_as_many(s, bought, sum); }).scfsi;
-        store_sent(scfsi, index, sb, sent);
+        store_offers(noise, index, weight, fit.energy, sb, offers);
     });
 }
 

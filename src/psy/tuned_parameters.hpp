@@ -41,7 +41,7 @@ inline constexpr double middle_quantizer_noise = 4.0 / 81;
 
 /// What moving scale factors to the least exact error leaves, on average, of the noise of those that go
 /// by the largest sample; of shared subbands, whose samples are mixed for their scale factors, more.
-inline constexpr double left_by_refining = 0.9, left_by_refining_shared = 0.95;
+inline constexpr double left_by_refining = 0.85, left_by_refining_shared = 0.95;
 
 /// What is decoded with less energy than there was counts as so much more noise, from a subband on (9.75
 /// kHz of 48): scale factors of the least error are too low for it.
@@ -56,18 +56,21 @@ inline constexpr table<double, 32> weight_of_lost = [] {
 /// Noise counts as less than other noise below that part of it: where there is a choice of equals, rounding
 /// must not decide.
 inline constexpr double less = 1 - 1e-9;
+/// And a scale factor is worth nothing that takes away less than that part of the energy.
+inline constexpr double least_gain = 1e-12;
 
 // ---- memory ----
 
 /// Frames before one that it depends on.
 inline constexpr int remembered_frames = 8;
 
-/// What a subband's first bits must take away, in that what bits take away where a frame's run out, to have
-/// bits where it had none; where the other channel had bits, it is 1.
-inline constexpr double strong = 1.3;
-/// And to keep them: so much for each bit that there is for a sample, from a place on, within limits. Where
-/// bits are many, fewer subbands change.
+/// What a subband's first bits must take away, in that what bits take away where a frame's run out, to keep
+/// them: so much for each bit that there is for a sample, from a place on, within limits. Where bits are many,
+/// fewer subbands change.
 inline constexpr double weak_a_bit = 0.42, weak_from_bits = 0.7, least_weak = 0.35, most_weak = 0.7;
+/// And to have bits where it had none: the more, the less it takes to keep them. Where the other channel had
+/// bits, it is 1.
+inline constexpr double strong = 1.55, strong_a_weak = 0.65;
 
 /// How much each frame before counts of the one after it when a bound is chosen, and the most that any
 /// counts: an attack gets its bound.

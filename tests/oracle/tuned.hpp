@@ -62,6 +62,15 @@ struct tuned_answer : allocation_answer {
     bool operator==(const tuned_answer &) const = default;
 };
 
+/// A subband of a channel, the scale factors that it sends, the noise with one, two, three of them, and with none.
+struct buyer {
+    int count;
+    double noise[4], energy;
+};
+
+/// Spends the bits of scale factors, and those left, anew.
+void buy(std::vector<buyer> &buyers, int &left);
+
 /// Of subbands that are shared, samples and scale factors become those that are quantized.
 tuned_answer allocate(tuned_problem &problem);
 

@@ -3,6 +3,7 @@
 #include "parser/standard_tables.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -13,9 +14,6 @@ using namespace tools;
 
 constexpr double infinite = std::numeric_limits<double>::infinity();
 constexpr double less = 1 - 1e-9; ///< so much less that no rounding decides
-
-/// What the first bits must take away, in that what bits take away where they run out, where there were none.
-constexpr double begin = 1.3;
 
 double scale_of(int index) {
     static const std::vector<double> all = [] {
@@ -70,11 +68,13 @@ struct coder {
     int sblimit = sblimit_of(p.layer, p.table), parts = p.layer == 1 ? 1 : 3;
     unit made[3][32];
 
-    /// And to stay.
+    /// What the first bits must take away, in that what bits take away where they run out, to stay.
     double stay() const {
         const double bits_a_sample = (p.budget - p.padding) / (12.0 * parts * p.channels * sblimit);
         return std::clamp(0.42 * (bits_a_sample - 0.7), 0.35, 0.7);
     }
+    /// And where there were none.
+    double begin() const { return 1.55 - 0.65 * stay(); }
 
     /// The choice with the least of value(choice), of equals the one with the fewest bits.
     /// @param index_of  (in): the scale factor of the parts for which `in` holds
@@ -194,7 +194,7 @@ struct coder {
         }
     }
 
-    /// That scale factors of quantized samples are refined later counts a tenth, of shared ones a twentieth.
+    /// That scale factors of quantized samples are refined later counts, of shared ones a third as much.
     double cost(const unit &u, int ch, int steps) const {
         if (steps == 3 && !u.is_shared()) return total(u.ternary, ternary_noise(ch, u.sb));
         return total(u.finer[ch], [&](int part, int index) {
@@ -205,8 +205,8 @@ struct coder {
             if (steps == 0) return own(ch, part, u.sb, 1, index, 0);
             if (u.is_shared())
                 return 0.95 * (exact(ch, part, u.sb, index, z, 0) + (steps <= 9 ? 0 : uniform));
-            if (steps <= 9) return 0.9 * own(ch, part, u.sb, steps, index, 0);
-            return 0.9 * std::min(uniform, own(ch, part, u.sb, 1, index, 0));
+            if (steps <= 9) return 0.85 * own(ch, part, u.sb, steps, index, 0);
+            return 0.85 * std::min(uniform, own(ch, part, u.sb, 1, index, 0));
         });
     }
     int side_bits(const choice &c) const { return p.layer == 1 ? 6 : 2 + 6 * sent_per_scfsi[c.scfsi]; }
@@ -299,7 +299,7 @@ struct coder {
             if (row < 2 ? row >= p.channels : !p.joint) continue;
             for (int sb = row == 2 ? 4 : 0; sb < sblimit; ++sb) {
                 const double first = made[row][sb].first_slope();
-                now.strong[row][sb] = first > begin * slope;
+                now.strong[row][sb] = first > begin() * slope;
                 now.weak[row][sb] = first > stay() * slope;
             }
         }
@@ -331,7 +331,7 @@ struct coder {
             }
         }
         for (unit &u : all) {
-            const double without = u.row < 2 && on[1 - u.row][u.sb] ? 1 : begin;
+            const double without = u.row < 2 && on[1 - u.row][u.sb] ? 1 : begin();
             const double slope = u.first_slope() / (on[u.row][u.sb] ? stay() : without);
             u.cost[0] = infinite;
             for (std::size_t n = 1; n < u.cost.size(); ++n)
@@ -361,12 +361,9 @@ struct coder {
         }
     }
 
-    /// To the least exact noise, in as many bits.
-    choice refined(const unit &u, int ch) const {
+    /// The least exact noise of a channel's subband with so many scale factors.
+    choice refined(const unit &u, int ch, int count, double &least_noise) const {
         const int steps = u.steps[static_cast<unsigned>(u.at)], sb = u.sb;
-        const choice &chosen = u.finer[ch];
-        if (steps == 3 && !u.is_shared()) return u.ternary;
-        if (steps == 0) return chosen;
         const auto z = [&](int j) { return decoded(u.shared[j], steps); };
         const auto noise = [&](int part, int index) {
             if (u.is_shared()) return exact(ch, part, sb, index, z, of_lost(sb));
@@ -374,14 +371,39 @@ struct coder {
             const double uniform = p.weights[ch][part][sb] * 4 * std::pow(scale_of(index) / steps, 2);
             return std::min(uniform, own(ch, part, sb, 1, index, 0));
         };
-        return least(
+        const choice best = least(
             [&](const auto &in) {
                 return u.is_shared() ? fitted(ch, sb, z, in) : nearby(ch, sb, in, 1, 2, noise);
             },
             [&](const choice &c) {
-                const bool as_many = sent_per_scfsi[c.scfsi] == sent_per_scfsi[chosen.scfsi];
-                return as_many ? total(c, noise) : infinite;
+                return p.layer == 1 || sent_per_scfsi[c.scfsi] == count ? total(c, noise) : infinite;
             });
+        least_noise = total(best, noise);
+        return best;
+    }
+
+    /// Scale factors anew, for the bits that they have and what is left.
+    void refine(std::vector<unit> &all, int &left) const {
+        std::vector<choice *> sent;
+        std::vector<std::array<choice, 4>> offers;
+        std::vector<buyer> buyers;
+        for (unit &u : all) {
+            const int steps = u.steps[static_cast<unsigned>(u.at)];
+            for (int ch = u.is_shared() ? 0 : u.row; ch <= (u.is_shared() ? 1 : u.row); ++ch) {
+                if (steps == 3 && !u.is_shared()) u.finer[ch] = u.ternary;
+                if (steps == 0 || (steps == 3 && !u.is_shared())) continue;
+                sent.push_back(&u.finer[ch]);
+                offers.emplace_back();
+                buyers.push_back({sent_per_scfsi[u.finer[ch].scfsi], {}, 0});
+                for (int part = 0; part < parts; ++part)
+                    buyers.back().energy += own(ch, part, u.sb, 1, 0, 0);
+                for (int count = 1; count <= 3; ++count)
+                    offers.back()[count] = refined(u, ch, count, buyers.back().noise[count]);
+            }
+        }
+        if (p.layer == 2) buy(buyers, left);
+        for (std::size_t i = 0; i < buyers.size(); ++i)
+            *sent[i] = offers[i][p.layer == 2 ? buyers[i].count : 1];
     }
 };
 
@@ -399,16 +421,15 @@ tuned_answer allocate(tuned_problem &p) {
     a.left = c.available(all);
     c.favour(all);
     coder::climb(all, a.left);
+    c.refine(all, a.left);
     for (unit &u : all) {
-        choice sent[2];
         for (int ch = u.is_shared() ? 0 : u.row; ch <= (u.is_shared() ? 1 : u.row); ++ch) {
-            sent[ch] = c.refined(u, ch);
             a.allocation[ch][u.sb] = u.at;
-            a.scfsi[ch][u.sb] = sent[ch].scfsi;
-            std::copy_n(sent[ch].index, 3, a.index[ch][u.sb]);
+            a.scfsi[ch][u.sb] = u.finer[ch].scfsi;
+            std::copy_n(u.finer[ch].index, 3, a.index[ch][u.sb]);
         }
         if (!u.is_shared() || u.at == 0) continue;
-        c.mix(u, sent);
+        c.mix(u, u.finer);
         for (int j = 0; j < 12 * c.parts; ++j)
             p.samples[2][j][u.sb] = u.shared[j];
         std::fill_n(p.index[2][u.sb], 3, 3); // of the scale factor 1
