@@ -28,7 +28,7 @@ int tuned_purchase::take_steps(double price) noexcept {
 /// Goes on from there, the best step first, as long as steps gain more than a price.
 int tuned_purchase::take_single_steps(double price, int room) noexcept {
     step steps[most_buyers];
-    int who[most_buyers], count = 0;
+    int who[most_buyers]{}, count = 0;
     for (int i = 0; i < count_ && room > 0; ++i) {
         steps[count] = next(i, room);
         who[count] = i;

@@ -87,6 +87,7 @@ child_process::child_process(std::span<const std::string> words, int file)
     if (file >= 0) files.set(handed_descriptor, moved.get());
     std::vector<std::string> own(words.begin(), words.end());
     std::vector<char *> arguments;
+    arguments.reserve(own.size() + 1);
     for (auto &word : own)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

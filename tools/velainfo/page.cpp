@@ -18,6 +18,7 @@ using kind = panel::kind;
 /// Rows of both channels, subband 0 first.
 std::vector<std::string> subband_rows() {
     std::vector<std::string> rows;
+    rows.reserve(64);
     for (int i = 0; i < 64; ++i)
         rows.push_back(std::string(i < 32 ? "left" : "right") + ", subband " + std::to_string(i % 32));
     return rows;
