@@ -132,9 +132,12 @@ std::string cue_points(const std::vector<std::pair<unsigned, std::uint64_t>> &po
 
 TEST_F(broadcast_wave_test, labels_go_along_and_keep_their_place_in_the_sound) {
     std::string cart(2048, 'c');
-    cart.replace(684, 64, "AUDe" + little_endian(44100, 4) + std::string(56, 0));
-    const auto cart_with = [&](unsigned position) {
-        return cart.substr(0, 688) + little_endian(position, 4) + cart.substr(692);
+    cart.replace(684, 64,
+                 "AUDe" + little_endian(44100, 4) + std::string(48, 0) + "EOD "
+                     + little_endian(88200, 4));
+    const auto cart_with = [&](unsigned first, unsigned last) {
+        return cart.substr(0, 688) + little_endian(first, 4) + cart.substr(692, 52)
+               + little_endian(last, 4) + cart.substr(748);
     };
     const auto label = [](unsigned number, const std::string &text) {
         return chunk_text("labl", little_endian(number, 4) + text);
@@ -162,7 +165,7 @@ TEST_F(broadcast_wave_test, labels_go_along_and_keep_their_place_in_the_sound) {
     const std::string part = get("part.wav");
     EXPECT_EQ(chunk_of(part, "cue "), cue_points({{2, 24000}, {3, 72000}}));
     EXPECT_EQ(chunk_of(part, "LIST"), "adtl" + label(3, "kept") + region(3, 480));
-    EXPECT_EQ(chunk_of(part, "cart"), cart_with(24000));
+    EXPECT_EQ(chunk_of(part, "cart"), cart_with(24000, 72000));
     put("cut.wav", original.substr(0, original.size() - 8));
     run("velaenc cut.wav cut-mpeg.wav", 0, "the chunk 'smpl'");
     run("ffmpeg -v error -i part.wav -f null -");

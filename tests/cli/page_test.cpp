@@ -16,6 +16,7 @@ void expect_values(const nlohmann::json &shown, const std::vector<frame> &frames
     for (std::size_t k = 0; std::getline(lines, line); ++k) {
         const auto decided = nlohmann::json::parse(line);
         const frame &f = frames.at(k);
+        EXPECT_EQ(decided["frame"], k);
         const auto &b = f.bits;
         const nlohmann::json none;
         row_values of_frame{{"marks", {1, 0, 0}},
