@@ -269,8 +269,7 @@ std::uint64_t bytes_with_sound(const input_file &input, length_rule rule) {
 void check_chunks(const input_file &input, const chunk &sound, length_rule rule) {
     const std::uint64_t there = bytes_there(input, sound);
     if (sound.known && sound.bytes > there) report_missing(input, sound.bytes - there, rule);
-    const std::uint64_t behind = sound.end();
-    if (sound.known && begins_file(input, behind)) report_second(input, behind, rule);
+    if (sound.known && begins_file(input, sound.end())) report_second(input, sound.end(), rule);
     if (has_wrapped(input, sound))
         throw failure(exit_code::input,
                       input.name
