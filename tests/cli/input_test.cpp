@@ -24,6 +24,7 @@ constexpr container containers[] = {
     {"d.wav", SF_FORMAT_WAV | SF_FORMAT_DOUBLE},
     {"a.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
     {"a.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16},
+    {"b.w64", SF_FORMAT_W64 | SF_FORMAT_FLOAT},
     {"a.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
     {"a.au", SF_FORMAT_AU | SF_FORMAT_PCM_16},
     {"a.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_24},
@@ -103,6 +104,7 @@ TEST_F(input_test, sound_ends_where_its_size_says_and_with_the_input_where_that_
         {"a.rf64", 20, 16, bytes(0, 16)},                                          // ffmpeg
         {"a.rf64", 28, 8, bytes(~0ull, 8)},
         {"a.w64", 96, 8, bytes(~0ull, 8)}, // ffmpeg
+        {"a.w64", 96, 8, bytes(0, 8)},
         {"a.w64", 104 + 4 * instants, 0,
          "list" + std::string(12, 'x') + bytes(24 + 16, 8) + std::string(16, 'x')},
         {"a.au", 8, 4, bytes(0xFFFFFFFF, 4)},

@@ -123,17 +123,17 @@ std::uint64_t bytes_before_tags(const input_file &input) {
     constexpr std::uint64_t id3v1 = 128, ape_footer = 32;
     std::array<std::byte, ape_footer> bytes{};
     std::uint64_t size = input.size();
-    const auto ends_with = [&](std::uint64_t length, std::string_view magic) {
-        return size > length && read_at(input, size - length, bytes) == bytes.size()
-               && text_at(bytes, 0, magic.size()) == magic;
+    const auto has = [&](std::uint64_t at, std::string_view magic) {
+        return read_at(input, at, bytes) == bytes.size() && text_at(bytes, 0, magic.size()) == magic;
     };
-    if (ends_with(id3v1, "TAG")) size -= id3v1;
-    if (ends_with(ape_footer, "APETAGEX")) {
+    if (!has(0, "fLaC") && !has(0, "OggS")) return size;
+    if (size > id3v1 && has(size - id3v1, "TAG")) size -= id3v1;
+    if (size > ape_footer && has(size - ape_footer, "APETAGEX")) {
         // The size counts the items and this footer; the highest bit of the flags tells of a header.
         const bool has_header = (bytes[23] & std::byte{0x80}) != std::byte{0};
         const std::uint64_t length =
             little_endian(std::span(bytes).subspan(12, 4)) + (has_header ? ape_footer : 0);
-        size -= std::min(length, size);
+        if (length <= size && (!has_header || has(size - length, "APETAGEX"))) size -= length;
     }
     return size;
 }

@@ -5,8 +5,8 @@
 
 namespace tools {
 
-/// Bytes of a file in front of the tags that some programs put behind any format: APEv2 and ID3v1, of which decoders
-/// of FLAC and Ogg know nothing.
+/// Bytes of a file in front of the tags that some programs put behind FLAC and Ogg, APEv2 and ID3v1, of which their
+/// decoders know nothing; of other files all.
 std::uint64_t bytes_before_tags(const input_file &input);
 
 /// For files that libsndfile reads: it shortens those that lack their end, believes sizes that have

@@ -261,8 +261,8 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
 std::uint64_t bytes_with_sound(const input_file &input, length_rule rule) {
     const auto fetch = fetch_from(input);
     const auto sound = find_sound_data(fetch);
-    if (!is_w64(fetch) || !sound || !sound->known || sound->bytes > bytes_there(input, *sound))
-        return input.size();
+    const bool is_counted = sound && sound->known && sound->bytes > 0;
+    if (!is_w64(fetch) || !is_counted || sound->bytes > bytes_there(input, *sound)) return input.size();
     return sound->offset + sound_bytes(input, *sound, rule);
 }
 

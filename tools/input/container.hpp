@@ -43,7 +43,7 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
 /// "fmt " chunk.
 std::optional<unsigned> wav_format(const fetch_function &fetch);
 
-/// Whether a W64 file's samples are floats by the sub-format of the extensible form.
+/// Whether a W64 file's samples are floats, also by the sub-format of the extensible form.
 bool has_w64_floats(const fetch_function &fetch);
 
 /// The chunks of a WAV file whose name is wanted, before and behind its sound.

@@ -168,7 +168,8 @@ sndfile_source::sndfile_source(input_file input, length_rule rule, other_reader 
     // Of several blocks it takes the headers for sound.
     if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_VOC)
         throw unknown_format(exit_code::input, "libsndfile does not read all of VOC.");
-    floats_as_integers_ = has_w64_floats(fetch);
+    floats_as_integers_ =
+        (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_32 && has_w64_floats(fetch);
     shape_ = {info.samplerate, info.channels, format_of(info.format)};
     speakers_ = speakers_of(file_.get(), info);
     if (info.frames >= 0 && info.frames < longest_credible)
