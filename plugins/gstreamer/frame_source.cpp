@@ -20,7 +20,7 @@ frame_source::frame_source(const mpeg_a_settings &settings, int sample_bytes, in
     auxinfo = [](bufstream *, std::uint32_t, std::uint32_t, const void *, std::uint32_t) {
         return std::uint32_t{0};
     };
-    begin();
+    restart();
 }
 
 bool frame_source::put(std::span<const std::uint8_t> pcm) {
@@ -37,15 +37,10 @@ void frame_source::finish() {
     make_room(appended + frame_input_);
     encode(std::span(silence).first(appended));
     mpegOutAudioDone(encoder_.get(), 0);
-    begin();
+    restart();
 }
 
 void frame_source::restart() noexcept {
-    frames_.clear();
-    begin();
-}
-
-void frame_source::begin() noexcept {
     left_to_drop_ = shift_.drops ? delay_input_ : 0;
     has_sound_ = false;
     mpegOutAudioInit(encoder_.get(), this);

@@ -37,7 +37,7 @@ class frame_source : private bufstream {
     /// begins a new stream; frames() are what comes of it.
     void finish();
 
-    /// Drops what is pending and begins a new stream.
+    /// Drops what is pending and begins a new stream; frames() stay as they are.
     void restart() noexcept;
 
     /// Valid until the next call.
@@ -46,7 +46,6 @@ class frame_source : private bufstream {
   private:
     void make_room(std::size_t input);
     bool encode(std::span<const std::uint8_t> pcm) noexcept;
-    void begin() noexcept;
     static std::uint8_t *lend(bufstream *self, std::uint32_t n) noexcept;
     static std::uint32_t take(bufstream *self, std::uint32_t n) noexcept;
 

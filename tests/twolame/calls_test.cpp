@@ -144,6 +144,27 @@ TEST(calls, get_returns_what_set_took_and_the_defaults_before) {
     CHECK_PAIR(VBR_q, -2.5F, 3.0F, nan);
     CHECK_PAIR(ATH_level, 0.0F, 1.5F, nan);
 #undef CHECK_PAIR
+    // Of those that take any value what the header calls their defaults.
+    const handle fresh = opened();
+    const std::vector<int> got = {
+        twolame_get_psymodel(fresh.get()),
+        twolame_get_brate(fresh.get()),
+        twolame_get_energy_levels(fresh.get()),
+        twolame_get_error_protection(fresh.get()),
+        twolame_get_copyright(fresh.get()),
+        twolame_get_extension(fresh.get()),
+        twolame_get_VBR(fresh.get()),
+        twolame_get_VBR_max_bitrate_kbps(fresh.get()),
+        twolame_get_quick_mode(fresh.get()),
+        twolame_get_quick_count(fresh.get()),
+        twolame_get_DAB(fresh.get()),
+        twolame_get_DAB_xpad_length(fresh.get()),
+        twolame_get_DAB_crc_length(fresh.get()),
+        twolame_get_version(fresh.get()),
+        twolame_get_padding(fresh.get()),
+    };
+    EXPECT_EQ(got, (std::vector<int>{3, 192, 0, 0, 0, 0, 0, 0, 0, 10, 0, 0, 2, TWOLAME_MPEG1,
+                                     TWOLAME_PAD_NO}));
 }
 
 // What this encoder does not have is an error with a line, which verbosity 0 silences; the rest goes on.
@@ -324,6 +345,7 @@ TEST(calls, nothing_is_lost_and_nothing_breaks_whatever_the_order_of_calls) {
     EXPECT_EQ(twolame_set_DAB_scf_crc_length(nullptr), -1);
     EXPECT_EQ(twolame_set_DAB_scf_crc(nullptr, room, 9), -1);
     EXPECT_EQ(twolame_get_framelength(nullptr), 0);
+    EXPECT_EQ(twolame_get_framelength(opened({with(twolame_set_bitrate, 100)}).get()), 0);
     twolame_print_config(nullptr);
 }
 
