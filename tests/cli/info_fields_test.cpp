@@ -156,7 +156,7 @@ TEST_F(info_test, every_field_is_reported_as_it_is_in_the_frames_and_other_progr
         });
         for (const std::size_t last : ends)
             stream[last] |= 1;
-        tools::parsed_frame f;
+        tools::parsed_frame f{};
         expected_report expected;
         for_each_piece(stream, [&](const tools::stream_piece &piece) {
             expected.add(f = tools::parse_frame(piece.bytes));

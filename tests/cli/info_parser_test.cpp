@@ -1,4 +1,5 @@
 // The rules by which every other test judges a stream: one malformed frame a rule, written by hand.
+#include "parser/tag.hpp"
 #include "velainfo/frame_difference.hpp"
 #include "workbench.hpp"
 #include "written_frame.hpp"
@@ -153,6 +154,35 @@ TEST(info_parser, frames_that_differ_do_so_in_a_field_at_its_first_place) {
             said += found.field + (found.place.empty() ? "" : ", " + found.place) + ": "
                     + found.values[0] + " " + found.values[1] + ";";
         EXPECT_EQ(said, expected) << second;
+    }
+}
+
+TEST(info_parser, tags_end_where_they_say) {
+    const auto ape = [](int flags) {
+        return "APETAGEX" + little_endian(2000, 4) + little_endian(0x04030201, 4) + std::string(7, '\0')
+               + static_cast<char>(flags) + std::string(8, '\0');
+    };
+    const std::pair<std::string, std::uint64_t> tags[] = {
+        {{"ID3\4\0\0\1\2\3\4", 10}, 10 + (1 << 21) + (2 << 14) + (3 << 7) + 4},
+        {{"ID3\4\0\x10\0\0\0\x7F", 10}, 20 + 127}, // with a footer
+        {{"ID3\xFF\0\0\0\0\0\1", 10}, 0},
+        {{"ID3\4\xFF\0\0\0\0\1", 10}, 0},
+        {{"ID3\4\0\0\0\0\0\x80", 10}, 0},
+        {{"ID3\4\0\0\0\0\0", 9}, 0},
+        {"TAG", 128},
+        {"TAGx", 128},
+        {"TAG+", 227},
+        {ape(0xA0), 32 + 0x04030201},
+        {ape(0x80), 0}, // a footer
+        {ape(0xA0).substr(0, 31), 0},
+        {"LYRICSBEGIN LYRICSEND LYRICS200", 21},
+        {"LYRICSBEGIN LYRICS200 LYRICSEND", 21},
+        {"LYRICSBEGIN LYRICS", 0},
+        {"LYRICSBEGI", 0}};
+    for (const auto &[text, length] : tags) {
+        const auto tag =
+            tools::read_tag({reinterpret_cast<const std::uint8_t *>(text.data()), text.size()});
+        EXPECT_EQ(tag ? tag->length : 0, length) << text << text.size();
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace oracle {
 
@@ -43,6 +44,15 @@ int quantize(int layer, double x, int steps) {
 }
 
 namespace {
+
+/// Signal-to-noise ratio in dB by steps, Table C.5; 0 for no steps.
+double snr_of(int steps) {
+    static const std::map<int, double> table{
+        {0, 0.00},     {3, 7.00},     {5, 11.00},    {7, 16.00},     {9, 20.84},     {15, 25.28},
+        {31, 31.59},   {63, 37.75},   {127, 43.84},  {255, 49.89},   {511, 55.93},   {1023, 61.96},
+        {2047, 67.98}, {4095, 74.01}, {8191, 80.03}, {16383, 86.05}, {32767, 92.01}, {65535, 98.01}};
+    return table.at(steps);
+}
 
 struct frame {
     const allocation_problem &p;

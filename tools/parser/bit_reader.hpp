@@ -17,9 +17,9 @@ class bit_reader {
     int left() const { return size() - at_; }
     void skip(int n) { at_ += n; }
 
-    /// `n` <= 56 bits from bit `position`; beyond the end there are zeros.
+    /// `n` bits from 1 to 56 from bit `position`; beyond the end there are zeros.
     std::uint64_t peek(int position, int n) const {
-        return n == 0 ? 0 : word(static_cast<unsigned>(position) / 8) << position % 8 >> (64 - n);
+        return word(static_cast<unsigned>(position) / 8) << position % 8 >> (64 - n);
     }
 
     std::uint64_t read(int n) {

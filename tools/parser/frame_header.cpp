@@ -13,21 +13,20 @@ std::optional<stream_header> read_header(std::span<const std::uint8_t> bytes) {
               rate_index = next(2);
     if (sync != 0xFFF || layer < 2 || bitrate_index < 1 || bitrate_index > 14 || rate_index > 2)
         return std::nullopt;
-    stream_header h;
-    h.padding = next(1);
-    h.private_bit = next(1);
-    h.mode = next(2);
-    h.mode_extension = next(2);
-    h.copyright = next(1);
-    h.original = next(1);
-    h.emphasis = next(2);
     static constexpr int rates[] = {44100, 48000, 32000};
-    h.version = 2 - id;
-    h.layer = 4 - layer;
-    h.crc = 1 - no_crc;
-    h.rate = rates[rate_index] / h.version;
-    h.kbps = bitrate_of(h.layer, bitrate_index, h.version);
-    return h;
+    const int version = 2 - id;
+    return stream_header{.version = version,
+                         .layer = 4 - layer,
+                         .crc = 1 - no_crc,
+                         .kbps = bitrate_of(4 - layer, bitrate_index, version),
+                         .rate = rates[rate_index] / version,
+                         .padding = next(1),
+                         .private_bit = next(1),
+                         .mode = next(2),
+                         .mode_extension = next(2),
+                         .copyright = next(1),
+                         .original = next(1),
+                         .emphasis = next(2)};
 }
 
 } // namespace tools

@@ -8,17 +8,17 @@
 namespace tools {
 
 struct stream_header {
-    int version = 1; ///< 1: ISO/IEC 11172-3; 2: the lower sampling rates of ISO/IEC 13818-3
-    int layer = 0;   ///< 1 or 2
-    int crc = 0;     ///< 1: a CRC follows the header
-    int kbps = 0;
-    int rate = 0;    ///< Hz
-    int padding = 0; ///< 1: the frame is one slot longer
-    int private_bit = 0;
-    int mode = 0;           ///< 0 stereo, 1 joint stereo, 2 dual channel, 3 mono
-    int mode_extension = 0; ///< joint stereo: the bound is 4 * (mode_extension + 1)
-    int copyright = 0, original = 0;
-    int emphasis = 0; ///< 0 none, 1 50/15 microseconds, 2 reserved, 3 CCITT J.17
+    int version; ///< 1: ISO/IEC 11172-3; 2: the lower sampling rates of ISO/IEC 13818-3
+    int layer;   ///< 1 or 2
+    int crc;     ///< 1: a CRC follows the header
+    int kbps;
+    int rate;    ///< Hz
+    int padding; ///< 1: the frame is one slot longer
+    int private_bit;
+    int mode;           ///< 0 stereo, 1 joint stereo, 2 dual channel, 3 mono
+    int mode_extension; ///< joint stereo: the bound is 4 * (mode_extension + 1)
+    int copyright, original;
+    int emphasis; ///< 0 none, 1 50/15 microseconds, 2 reserved, 3 CCITT J.17
 
     int channels() const { return mode == 3 ? 1 : 2; }
     int samples() const { return layer == 1 ? 384 : 1152; } ///< per channel

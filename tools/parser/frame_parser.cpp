@@ -58,7 +58,6 @@ class parser {
         std::uint8_t bits; ///< of the whole word in Layer II's groups, else of one code
         bool grouped;
         std::uint16_t steps;
-        unsigned limit; ///< of grouped words
     };
 
     int read(int n) { return static_cast<int>(in_.read(n)); }
@@ -144,17 +143,14 @@ class parser {
     void list_code_words() {
         for (int sb = 0; sb < f.sblimit; ++sb) {
             for (int ch = 0; ch < f.coded_channels(sb); ++ch) {
-                const auto steps = static_cast<unsigned>(f.steps[ch][sb]);
+                const int steps = f.steps[ch][sb];
                 if (steps == 0) continue;
-                words_[word_count_++] = {
-                    static_cast<std::uint8_t>(ch),
-                    static_cast<std::uint8_t>(sb),
-                    static_cast<std::uint8_t>(code_bits_of(f.layer, f.steps[ch][sb])),
-                    is_grouped(f.layer, f.steps[ch][sb]),
-                    static_cast<std::uint16_t>(steps),
-                    is_grouped(f.layer, f.steps[ch][sb]) ? steps * steps * steps : 0};
-                const code_word &word = words_[word_count_ - 1];
-                f.bits.samples += 12 * word.bits * (f.layer == 1 || word.grouped ? 1 : 3);
+                const int bits = code_bits_of(f.layer, steps);
+                const bool grouped = is_grouped(f.layer, steps);
+                words_[word_count_++] = {static_cast<std::uint8_t>(ch), static_cast<std::uint8_t>(sb),
+                                         static_cast<std::uint8_t>(bits), grouped,
+                                         static_cast<std::uint16_t>(steps)};
+                f.bits.samples += 12 * bits * (f.layer == 1 || grouped ? 1 : 3);
             }
         }
     }
@@ -171,7 +167,7 @@ class parser {
                     if (codes_ != nullptr) put(word, round, code);
                 } else if (word.grouped) {
                     std::uint64_t group = in_.read(word.bits);
-                    bad_group |= group >= word.limit;
+                    bad_group |= group >= std::uint64_t{word.steps} * word.steps * word.steps;
                     if (codes_ == nullptr) continue;
                     for (int i = 0; i < 3; ++i, group /= word.steps)
                         put(word, 3 * round + i, group % word.steps);
@@ -205,10 +201,10 @@ class parser {
 
     bit_reader in_;
     sample_codes *codes_;
-    char table_ = 0;
+    char table_;
     code_word words_[64];
     std::size_t word_count_ = 0;
-    parsed_frame f;
+    parsed_frame f{};
 };
 
 constexpr std::string_view fault_texts[] = {

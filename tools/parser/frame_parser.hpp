@@ -35,17 +35,17 @@ std::string_view remark_text(unsigned remarks);
 
 /// Bits of a frame by purpose; they add up to its length.
 struct bit_shares {
-    int header = 0, crc = 0, allocation = 0, scfsi = 0, scalefactors = 0, samples = 0;
-    int rest = 0; ///< after the samples: unused, or ancillary data
+    int header, crc, allocation, scfsi, scalefactors, samples;
+    int rest; ///< after the samples: unused, or ancillary data
 };
 
 struct parsed_frame : stream_header {
-    unsigned faults = 0, remarks = 0;
-    int parts = 0, sblimit = 0;
-    int bound = 0;                   ///< first shared subband; sblimit without intensity stereo
-    int sent_crc = 0, right_crc = 0; ///< as transmitted, as computed; with `crc` only
+    unsigned faults, remarks;
+    int parts, sblimit;
+    int bound;               ///< first shared subband; sblimit without intensity stereo
+    int sent_crc, right_crc; ///< as transmitted, as computed; with `crc` only
     bit_shares bits;
-    int allocation[2][32] = {}, steps[2][32] = {}, scfsi[2][32] = {}, scalefactor[2][3][32] = {};
+    int allocation[2][32], steps[2][32], scfsi[2][32], scalefactor[2][3][32];
 
     /// The first rule that the frame breaks. `allowed` remarks break none.
     std::string_view broken_rule(unsigned allowed = remark_bitrate) const {

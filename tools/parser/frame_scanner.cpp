@@ -4,6 +4,14 @@
 #include <cstring>
 
 namespace tools {
+namespace {
+
+constexpr std::size_t window_bytes = 1 << 18, id3v1_bytes = 128;
+
+/// Four frames and a header.
+constexpr std::size_t look_ahead = 8192;
+
+} // namespace
 
 frame_scanner::frame_scanner(read_function read) : read_(std::move(read)), buffer_(window_bytes) {
 }
@@ -15,9 +23,9 @@ std::optional<stream_piece> frame_scanner::next() {
     return take_gap();
 }
 
-/// Tries to have that many bytes in the window; false when the input ends before.
-bool frame_scanner::fill(std::size_t bytes) {
-    if (available() >= bytes || at_end_) return available() >= bytes;
+/// Tries to have that many bytes in the window; the input may end before.
+void frame_scanner::fill(std::size_t bytes) {
+    if (available() >= bytes) return;
     std::memmove(buffer_.data(), buffer_.data() + begin_, available());
     end_ -= begin_;
     begin_ = 0;
@@ -26,7 +34,6 @@ bool frame_scanner::fill(std::size_t bytes) {
         end_ += got;
         at_end_ = got == 0;
     }
-    return available() >= bytes;
 }
 
 std::span<const std::uint8_t> frame_scanner::window(std::size_t position) const {
@@ -81,12 +88,11 @@ bool frame_scanner::begins_in_place() const {
 }
 
 stream_piece frame_scanner::take_frame() {
-    stream_piece piece{.offset = offset_, .header = header_at(0), .is_frame = true};
-    piece.length = static_cast<std::uint64_t>(piece.header->bytes());
-    piece.bytes = window(0).first(static_cast<std::size_t>(piece.length));
-    kind_ = piece.header;
+    kind_ = header_at(0);
     in_place_ = true;
-    advance(piece.bytes.size());
+    const auto bytes = window(0).first(static_cast<std::size_t>(kind_->bytes()));
+    const stream_piece piece{offset_, bytes.size(), kind_, true, std::nullopt, bytes};
+    advance(bytes.size());
     return piece;
 }
 
@@ -98,13 +104,13 @@ bool frame_scanner::only_id3v1_is_left(std::size_t position) const {
 }
 
 stream_piece frame_scanner::take_gap() {
-    stream_piece piece{.offset = offset_, .header = header_at(0)};
+    const std::uint64_t begin = offset_;
+    const auto header = header_at(0);
     const std::size_t head = std::min(available(), gap_head_.size());
     std::copy_n(window(0).data(), head, gap_head_.data());
-    piece.bytes = std::span(gap_head_).first(head);
     if (window(0)[0] == 'L') fill(longest_tag_search);
-    piece.tag = read_tag(window(0));
-    const std::uint64_t end = piece.tag ? offset_ + piece.tag->length : ~std::uint64_t{};
+    const auto tag = read_tag(window(0));
+    const std::uint64_t end = tag ? offset_ + tag->length : ~std::uint64_t{};
     const auto interesting = [](std::uint8_t byte) { return byte == 0xFF || byte == 'T'; };
     do {
         advance(1);
@@ -113,9 +119,8 @@ stream_piece frame_scanner::take_gap() {
         advance(static_cast<std::size_t>(std::ranges::find_if(rest, interesting) - rest.begin()));
         fill(look_ahead);
     } while (available() > 0 && offset_ < end && !begins_anywhere(0) && !only_id3v1_is_left(0));
-    piece.length = offset_ - piece.offset;
     in_place_ = false;
-    return piece;
+    return {begin, offset_ - begin, header, false, tag, std::span(gap_head_).first(head)};
 }
 
 void frame_scanner::advance(std::size_t bytes) {

@@ -15,17 +15,17 @@ namespace tools {
 
 /// A stretch of the input: one frame, or bytes that belong to none.
 struct stream_piece {
-    std::uint64_t offset = 0; ///< of its first byte
-    std::uint64_t length = 0;
+    std::uint64_t offset; ///< of its first byte
+    std::uint64_t length;
     /// Of a frame. A gap that begins with a header has it too: of a frame that was cut short, or whose
     /// header is damaged.
-    std::optional<stream_header> header = std::nullopt;
-    bool is_frame = false;
+    std::optional<stream_header> header;
+    bool is_frame;
     /// Of a gap that begins with a tag. The gap ends with the tag, or before it where a frame or the end
     /// of the input comes sooner.
-    std::optional<stream_tag> tag = std::nullopt;
+    std::optional<stream_tag> tag;
     /// All bytes of a frame, the first ones of a gap; valid until the next call.
-    std::span<const std::uint8_t> bytes = {};
+    std::span<const std::uint8_t> bytes;
 };
 
 /// Cuts the input into pieces without a gap or an overlap: their lengths add up to the input's.
@@ -47,12 +47,8 @@ class frame_scanner {
     std::optional<stream_piece> next();
 
   private:
-    static constexpr std::size_t window_bytes = 1 << 18;
-    static constexpr std::size_t id3v1_bytes = 128;
-    static constexpr std::size_t look_ahead = 8192; ///< four frames and a header
-
     std::size_t available() const { return end_ - begin_; }
-    bool fill(std::size_t bytes);
+    void fill(std::size_t bytes);
     std::span<const std::uint8_t> window(std::size_t position) const;
     std::optional<stream_header> header_at(std::size_t position) const;
     bool has_chain(std::size_t position, int frames, const stream_header *kind) const;

@@ -2,7 +2,6 @@
 
 #include <bit>
 #include <cmath>
-#include <map>
 
 namespace tools {
 namespace {
@@ -43,14 +42,6 @@ char table_of(int rate, int kbps_per_channel) {
     if (rate < 32000) return 'e';
     if (kbps_per_channel <= 48) return rate == 32000 ? 'd' : 'c';
     return rate == 48000 || kbps_per_channel <= 80 ? 'a' : 'b';
-}
-
-double snr_of(int steps) {
-    static const std::map<int, double> table{
-        {0, 0.00},     {3, 7.00},     {5, 11.00},    {7, 16.00},     {9, 20.84},     {15, 25.28},
-        {31, 31.59},   {63, 37.75},   {127, 43.84},  {255, 49.89},   {511, 55.93},   {1023, 61.96},
-        {2047, 67.98}, {4095, 74.01}, {8191, 80.03}, {16383, 86.05}, {32767, 92.01}, {65535, 98.01}};
-    return table.at(steps);
 }
 
 bool is_grouped(int layer, int steps) {

@@ -22,9 +22,6 @@ int sblimit_of(int layer, char table);
 /// The Layer II table of a stream: the conditions above Tables 3-B.2a to 3-B.2d; 'e' below 32000 Hz.
 char table_of(int rate, int kbps_per_channel);
 
-/// Signal-to-noise ratio in dB by steps, Table C.5; 0 for no steps.
-double snr_of(int steps);
-
 /// One code word for three samples (Table 3-B.4), and the bits of a code word, grouped or not.
 bool is_grouped(int layer, int steps);
 int code_bits_of(int layer, int steps);

@@ -10,8 +10,8 @@
 namespace tools {
 
 struct stream_tag {
-    std::string_view name;    ///< "ID3"
-    std::uint64_t length = 0; ///< as the tag itself says, its header included
+    std::string_view name; ///< "ID3"
+    std::uint64_t length;  ///< as the tag itself says, its header included
 };
 
 /// How much of the input read_tag() has to see to find the end of a tag that does not say its length.

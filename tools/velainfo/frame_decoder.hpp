@@ -11,7 +11,7 @@ struct decoded_frame {
     bool is_frame = false;    ///< false: what bytes outside of frames may have been
     bool valid = false;       ///< the frame's fields can be used
     std::uint64_t number = 0; ///< frames before it
-    parsed_frame frame;
+    parsed_frame frame{};
     frame_subbands subbands = {};
     int samples = 0; ///< per channel
     float pcm[2][1152] = {};

@@ -17,7 +17,7 @@ struct field_difference {
 /// A frame down to its sample codes.
 struct frame_contents {
     std::span<const std::uint8_t> bytes;
-    parsed_frame frame;
+    parsed_frame frame{};
     sample_codes codes;
 };
 

@@ -24,7 +24,7 @@ class live_view {
 
     terminal_line shown_;
     clock::time_point next_draw_ = clock::now() + std::chrono::seconds(1), last_frame_ = clock::now();
-    parsed_frame last_;
+    parsed_frame last_{};
     frame_subbands subbands_ = {};
     double energy_[2] = {}; ///< since the line was drawn
     int steps_ = 0;
