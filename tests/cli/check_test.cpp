@@ -32,23 +32,22 @@ class check_test : public workbench {
     /// What the check says of a stream of in.wav: its complaint, or nothing.
     std::string complaint(const std::string &stream, const std::string &source = "in.wav",
                           int jobs = 1) {
-        tools::finished_stream finished;
         const auto header =
             tools::read_header({reinterpret_cast<const std::uint8_t *>(stream.data()), 4}).value();
-        finished.bytes = stream.size();
-        finished.layer = header.layer;
-        finished.rate = header.rate;
-        finished.channels = header.channels();
-        finished.intensity = header.mode == 1;
         const auto input = tools::open_pcm(tools::open_input(path(source)), {});
-        const auto samples = input->length().value();
-        finished.frames = (samples + finished.frame_samples() - 1) / finished.frame_samples();
-        finished.read = [&stream](std::uint64_t offset, std::span<std::byte> room) {
-            const auto count = std::min<std::uint64_t>(
-                room.size(), stream.size() - std::min<std::uint64_t>(offset, stream.size()));
-            std::memcpy(room.data(), stream.data() + offset, count);
-            return static_cast<std::size_t>(count);
+        const auto samples = source == "less.wav" ? 480000 : input->length().value();
+        const auto frame = static_cast<std::uint64_t>(header.samples());
+        const auto read = [&stream](std::uint64_t offset, std::span<std::byte> room) {
+            return stream.copy(reinterpret_cast<char *>(room.data()), room.size(), offset);
         };
+        const tools::finished_stream finished{.read = read,
+                                              .begin = 0,
+                                              .bytes = stream.size(),
+                                              .frames = (samples + frame - 1) / frame,
+                                              .layer = header.layer,
+                                              .rate = header.rate,
+                                              .channels = header.channels(),
+                                              .intensity = header.mode == 1};
         try {
             result_ = tools::check_stream(finished, *input, samples, jobs);
         } catch (const tools::failure &error) {
@@ -58,7 +57,7 @@ class check_test : public workbench {
         return "";
     }
 
-    tools::check_result result_;
+    tools::check_result result_{};
 };
 
 TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
@@ -66,6 +65,8 @@ TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
     const auto other = noise(20 * 48000, 3);
     put("in.wav", wav(pcm(both), 2, 48000));
     put("other.wav", wav(pcm(other), 2, 48000));
+    put("less.wav",
+        get("in.wav").substr(0, 44 + 4 * 470000).replace(40, 4, little_endian(4 * 470000, 4)));
     const std::string stream = encoded("in.wav"), silence = encoded("--gain -120 in.wav");
     constexpr std::size_t frame = 672;
     const auto with = [&](std::size_t at, const std::string &bytes) {
@@ -107,6 +108,7 @@ TEST_F(check_test, every_fault_of_a_stream_is_found_and_no_other) {
         {"a second of silence", with(200 * frame, silence.substr(200 * frame, 84 * frame)), "from 0:0"},
         {"all silence", silence, "from 0:00 on the decoded sound is not the input's"},
         {"another sound", encoded("other.wav"), "from 0:00 on the decoded sound is not the input's"},
+        {"less sound than was promised", stream, "the sound ends at 0:09", "less.wav"},
         {"swapped", encoded("--swap-channels in.wav"), "from 0:00"},
         {"too soon", encoded("--align in.wav"), "lies 481 samples too early"},
     };

@@ -19,7 +19,6 @@ class kept_source final : public source_filter {
 
   private:
     kept_bytes kept_;
-    std::uint64_t bytes_ = 0;
 };
 
 } // namespace tools

@@ -27,13 +27,11 @@ void second_sums::operator+=(const second_sums &other) noexcept {
 }
 
 void over_count::add(std::span<const float> decoded) noexcept {
-    float most = 0;
-    for (const float each : decoded)
-        most = std::max(most, std::abs(each));
-    peak = std::max(peak, static_cast<double>(most));
-    if (most > 1)
-        samples += static_cast<std::uint64_t>(
-            std::ranges::count_if(decoded, [](float each) { return std::abs(each) > 1; }));
+    for (const float each : decoded) {
+        const double magnitude = std::abs(each);
+        peak = std::max(peak, magnitude);
+        samples += magnitude > 1 ? 1 : 0;
+    }
 }
 
 void over_count::operator+=(const over_count &other) noexcept {
@@ -92,7 +90,6 @@ std::optional<std::size_t> first_wrong_second(std::span<const second_sums> secon
 }
 
 std::optional<int> find_shift(std::span<const float> sound, std::span<const float> decoded) {
-    constexpr int reach = 1152;
     double energy = 0, decoded_energy = 0;
     for (std::size_t i = 0; i < decoded.size(); ++i) {
         energy += square(sound[i]);
@@ -109,12 +106,12 @@ std::optional<int> find_shift(std::span<const float> sound, std::span<const floa
     if (decoded_energy < audible * static_cast<double>(decoded.size())) return std::nullopt;
     double best = -1, here = -1;
     int shift = 0;
-    for (int offset = 0; offset <= 2 * reach; ++offset) {
+    for (int offset = 0; offset <= 2 * longest_shift; ++offset) {
         const double likeness = likeness_at(static_cast<std::size_t>(offset));
-        if (offset == reach) here = likeness;
+        if (offset == longest_shift) here = likeness;
         if (likeness > best) {
             best = likeness;
-            shift = reach - offset;
+            shift = longest_shift - offset;
         }
         const auto at = static_cast<std::size_t>(offset);
         energy += square(sound[at + decoded.size()]) - square(sound[at]);

@@ -12,17 +12,17 @@ namespace tools {
 /// Sums over one second of one channel. The low ones are over averages of 16 samples, which leaves what lies
 /// below about 1.5 kHz: no bitrate drops that, and no intensity stereo shares it.
 struct second_sums {
-    double samples = 0;
-    double signal = 0, noise = 0; ///< squares of the sound, and of what the decoded sound differs by
-    double low_signal = 0, low_noise = 0;
+    double samples;
+    double signal, noise; ///< squares of the sound, and of what the decoded sound differs by
+    double low_signal, low_noise;
 
     void operator+=(const second_sums &other) noexcept;
 };
 
 /// Samples beyond full scale, which players clip.
 struct over_count {
-    std::uint64_t samples = 0;
-    double peak = 0; ///< the greatest magnitude, full scale 1.0
+    std::uint64_t samples;
+    double peak; ///< the greatest magnitude, full scale 1.0
 
     void add(std::span<const float> decoded) noexcept;
     void operator+=(const over_count &other) noexcept;
@@ -43,9 +43,12 @@ std::optional<double> signal_to_noise(const second_sums &second) noexcept;
 std::optional<std::size_t> first_wrong_second(std::span<const second_sums> seconds,
                                               std::size_t channels, bool intensity);
 
-/// By how many samples the decoded sound comes later than it should, from -1152 to 1152; none where this is
-/// as good a place as any.
-/// @param sound    of one channel, with 1152 samples before and behind those that belong to `decoded`
+/// The most that find_shift() looks for.
+inline constexpr int longest_shift = 1152;
+
+/// By how many samples the decoded sound comes later than it should, to either side; none where this is as good a
+/// place as any.
+/// @param sound    of one channel, with longest_shift samples before and behind those that belong to `decoded`
 std::optional<int> find_shift(std::span<const float> sound, std::span<const float> decoded);
 
 } // namespace tools

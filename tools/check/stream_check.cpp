@@ -26,20 +26,12 @@ namespace {
 /// Where each frame begins. All of them are of one kind and follow each other.
 std::vector<std::uint64_t> find_frames(const finished_stream &stream) {
     std::vector<std::uint64_t> begins;
-    std::vector<std::byte> block(256 * 1024);
-    std::uint64_t at = 0, read_from = 0;
-    std::span<const std::byte> there;
+    std::array<std::uint8_t, header_bytes> bytes{};
+    std::uint64_t at = 0;
     std::optional<stream_header> first;
     while (at < stream.bytes) {
-        if (at + header_bytes > read_from + there.size()) {
-            read_from = at;
-            const auto left = std::min<std::uint64_t>(block.size(), stream.bytes - at);
-            const auto room = std::span(block).first(static_cast<std::size_t>(left));
-            there = room.first(stream.read(stream.begin + at, room));
-        }
-        const auto bytes = there.subspan(std::min<std::size_t>(at - read_from, there.size()));
-        const auto header =
-            read_header({reinterpret_cast<const std::uint8_t *>(bytes.data()), bytes.size()});
+        const auto count = stream.read(stream.begin + at, std::as_writable_bytes(std::span(bytes)));
+        const auto header = read_header(std::span(bytes).first(count));
         if (!first) first = header;
         if (!header || !header->same_kind(*first) || header->version != 1
             || header->layer != stream.layer || header->rate != stream.rate
@@ -78,7 +70,9 @@ class float_queue {
     std::span<const float> rest_;
 };
 
-/// Parts of 30 seconds, each decoded by a decoder of its own.
+constexpr std::uint64_t part_seconds = 30;
+
+/// Parts of so many seconds, each decoded by a decoder of its own.
 class checking {
   public:
     checking(const finished_stream &stream, pcm_source &source, std::uint64_t samples)
@@ -93,7 +87,7 @@ class checking {
 
     check_result run(int jobs) {
         const std::size_t parts = (seconds_ + part_seconds - 1) / part_seconds;
-        if (jobs > 1 && parts > 1 && source_.another()) {
+        if (jobs > 1 && source_.another()) {
             run_parts(std::min<std::size_t>(static_cast<std::size_t>(jobs), parts), parts);
         } else {
             for (std::size_t part = 0; part < parts; ++part)
@@ -106,8 +100,6 @@ class checking {
     }
 
   private:
-    static constexpr std::uint64_t part_seconds = 30;
-
     static std::span<const float> read_floats(pcm_source &source, std::vector<float> &values) {
         load_samples(source.next_block(), source.shape().format, values);
         return values;
@@ -166,7 +158,7 @@ class checking {
                             lead = std::min<std::uint64_t>(frame, 2);
         stream_decoder decoder = decoder_from(frame - lead);
         float_queue heard([&] { return decoder.next_frame(); });
-        over_count overs;
+        over_count overs{};
         std::vector<float> x, y, loud_x, loud_y;
         double loudest = 0;
         heard.take((from - (frame - lead) * stream_.frame_samples()) * channels_, y);
@@ -180,7 +172,7 @@ class checking {
                                                                 - std::min(begin, heard_samples());
             sound.take(count * channels_, x);
             heard.take(count * channels_, y);
-            if (x.size() != count * channels_ || y.size() != x.size())
+            if (x.size() != y.size()) // every frame has been decoded
                 is_wrong("the sound ends at " + clock_text(static_cast<double>(second), 0));
             overs.add(y);
             const auto sums = std::span(result_.seconds)
@@ -210,7 +202,7 @@ class checking {
 
     /// By the loudest second of a part.
     void check_time(std::span<const float> x, std::span<const float> y) const {
-        constexpr std::size_t length = 4096, reach = 1152;
+        constexpr std::size_t length = 4096, reach = longest_shift;
         if (x.size() / channels_ < length + 2 * reach) return;
         for (std::size_t ch = 0; ch < channels_; ++ch) {
             std::vector<float> sound, decoded;
@@ -234,20 +226,20 @@ class checking {
     std::vector<float> values_;
     float_queue sound_{[this] { return read_floats(source_, values_); }};
     std::mutex mutex_; ///< of `overs` in the result
-    check_result result_;
+    check_result result_{};
 };
 
 } // namespace
 
 std::optional<double> check_result::second(std::size_t index) const noexcept {
-    second_sums sum;
+    second_sums sum{};
     for (std::size_t ch = 0; ch < channels; ++ch)
         sum += seconds[index * channels + ch];
     return signal_to_noise(sum);
 }
 
 std::optional<double> check_result::whole() const noexcept {
-    second_sums sum;
+    second_sums sum{};
     for (const auto &each : seconds)
         sum += each;
     return signal_to_noise(sum);

@@ -13,19 +13,19 @@ namespace tools {
 struct finished_stream {
     /// Reads at an offset; fewer bytes come at the end. Any thread may call it.
     std::function<std::size_t(std::uint64_t offset, std::span<std::byte> room)> read;
-    std::uint64_t begin = 0; ///< of the first frame
-    std::uint64_t bytes = 0; ///< of all frames
-    std::uint64_t frames = 0;
-    int layer = 0;
-    int rate = 0; ///< Hz
-    int channels = 0;
-    bool intensity = false; ///< joint stereo
+    std::uint64_t begin; ///< of the first frame
+    std::uint64_t bytes; ///< of all frames
+    std::uint64_t frames;
+    int layer;
+    int rate; ///< Hz
+    int channels;
+    bool intensity; ///< joint stereo
 
     std::uint64_t frame_samples() const noexcept { return layer == 1 ? 384 : 1152; }
 };
 
 struct check_result {
-    std::size_t channels = 0;
+    std::size_t channels;
     std::vector<second_sums>
         seconds;      ///< of every channel in turn; the last one is up to two seconds long
     over_count overs; ///< of the decoded sound
@@ -34,7 +34,7 @@ struct check_result {
     std::optional<double> second(std::size_t index) const noexcept;
     /// dB of everything.
     std::optional<double> whole() const noexcept;
-    std::size_t count() const noexcept { return channels > 0 ? seconds.size() / channels : 0; }
+    std::size_t count() const noexcept { return seconds.size() / channels; }
 };
 
 /// Reads every frame and decodes it with libmpg123. The result does not depend on the number of jobs.

@@ -23,8 +23,7 @@ void stream_decoder::closer::operator()(void *handle) const noexcept {
     mpg123_delete(static_cast<mpg123_handle *>(handle));
 }
 
-stream_decoder::stream_decoder(int rate, int channels, reader read)
-    : rate_(rate), channels_(channels), read_(std::move(read)) {
+stream_decoder::stream_decoder(int rate, int channels, reader read) : read_(std::move(read)) {
     int error = mpg123_init();
     handle_.reset(error == MPG123_OK ? mpg123_new(nullptr, &error) : nullptr);
     if (!handle_) cannot_decode(mpg123_plain_strerror(error));
@@ -55,12 +54,7 @@ std::span<const float> stream_decoder::next_frame() {
             if (mpg123_feed(decoder, reinterpret_cast<const unsigned char *>(bytes.data()), count)
                 != MPG123_OK)
                 cannot_decode(mpg123_strerror(decoder));
-        } else if (result == MPG123_NEW_FORMAT) {
-            long rate = 0;
-            int channels = 0, encoding = 0;
-            mpg123_getformat(decoder, &rate, &channels, &encoding);
-            if (rate != rate_ || channels != channels_) cannot_decode("its rate or channels change");
-        } else if (result != MPG123_OK) {
+        } else if (result != MPG123_OK && result != MPG123_NEW_FORMAT) { // there is one format only
             cannot_decode(result == MPG123_ERR ? mpg123_strerror(decoder)
                                                : mpg123_plain_strerror(result));
         } else if (size != 0) {

@@ -26,7 +26,6 @@ class stream_decoder {
         void operator()(void *handle) const noexcept;
     };
     std::unique_ptr<void, closer> handle_; ///< an mpg123_handle
-    int rate_, channels_;
     reader read_;
 };
 
