@@ -112,4 +112,10 @@ std::span<const std::byte> channel_matrix::next_block() {
     return std::as_bytes(std::span(out_));
 }
 
+std::unique_ptr<pcm_source> fit_channels(std::unique_ptr<pcm_source> source, int channels) {
+    if (source->shape().channels == channels) return source;
+    return std::make_unique<channel_matrix>(std::move(source), channels == 1 ? gain_matrix{{0.5, 0.5}}
+                                                                             : gain_matrix{{1}, {1}});
+}
+
 } // namespace tools

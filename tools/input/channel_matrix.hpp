@@ -26,7 +26,7 @@ struct speaker_factor {
 /// is lowered.
 gain_matrix own_gains(const std::vector<speaker> &from, std::span<const speaker_factor> own);
 
-/// Its samples are floats.
+/// Weighs and adds. Its samples are floats, which hold the bit that a mean has more than 24-bit integers.
 class channel_matrix final : public source_filter {
   public:
     /// @param gains  its rows are as long as the source has channels
@@ -41,5 +41,8 @@ class channel_matrix final : public source_filter {
     std::optional<double> gain_; ///< is all that there is to them
     std::vector<float> in_, out_;
 };
+
+/// A source of one or two channels with so many: their mean, or one for both. `source` itself where it has them.
+std::unique_ptr<pcm_source> fit_channels(std::unique_ptr<pcm_source> source, int channels);
 
 } // namespace tools

@@ -126,7 +126,8 @@ std::uint64_t bytes_before_tags(const input_file &input) {
     const auto has = [&](std::uint64_t at, std::string_view magic) {
         return read_at(input, at, bytes) == bytes.size() && text_at(bytes, 0, magic.size()) == magic;
     };
-    if (!has(0, "fLaC") && !has(0, "OggS")) return size;
+    const std::string kind = name_at(fetch_from(input), 0);
+    if (kind != "fLaC" && kind != "OggS") return size;
     if (size > id3v1 && has(size - id3v1, "TAG")) size -= id3v1;
     if (size > ape_footer && has(size - ape_footer, "APETAGEX")) {
         // The size counts the items and this footer; the highest bit of the flags tells of a header.
@@ -139,15 +140,14 @@ std::uint64_t bytes_before_tags(const input_file &input) {
 }
 
 void check_complete(const input_file &input, length_rule rule) {
-    if (const auto sound = find_sound_data(fetch_from(input))) {
+    const auto fetch = fetch_from(input);
+    if (const auto sound = find_sound_data(fetch)) {
         check_chunks(input, *sound, rule);
         return;
     }
     // Writers to pipes guess the size of chunks; who writes pages or tags does not.
     if (rule == length_rule::hint) rule = length_rule::promise;
-    std::array<std::byte, 4> magic{};
-    if (read_at(input, 0, magic) == magic.size() && text_at(magic, 0, 4) == "OggS")
-        check_ogg(input, rule);
+    if (name_at(fetch, 0) == "OggS") check_ogg(input, rule);
     check_mpeg(input, rule);
 }
 

@@ -51,11 +51,14 @@ bool is_placeholder(std::uint64_t size, std::size_t size_bytes) {
 }
 
 const chunk_layout *layout_of(const fetch_function &fetch) {
-    std::array<std::byte, 4> magic{};
-    if (fetch(0, magic) < magic.size()) return nullptr;
-    const auto *found = std::ranges::find_if(
-        layouts, [&](const auto &layout) { return layout.magic == name_of(magic); });
+    const auto *found = std::ranges::find(layouts, name_at(fetch, 0), &chunk_layout::magic);
     return found == layouts.end() ? nullptr : found;
+}
+
+/// Of WAV and RF64, whose chunks have the same names.
+const chunk_layout *wav_layout_of(const fetch_function &fetch) {
+    const chunk_layout *layout = layout_of(fetch);
+    return layout != nullptr && (layout->magic == "RIFF" || layout->magic == "RF64") ? layout : nullptr;
 }
 
 /// Calls visit(name, chunk) for one after the other, until it returns true.
@@ -70,11 +73,10 @@ void for_each_chunk(const fetch_function &fetch, const chunk_layout &layout, Vis
         std::uint64_t size = layout.big_endian ? big_endian(field) : little_endian(field);
         const bool unknown = is_placeholder(size, layout.size_bytes);
         if (layout.size_covers_header) size -= std::min<std::uint64_t>(size, header_bytes);
-        if (visit(name_of(header), chunk{offset + header_bytes, size, !unknown, layout.size_bytes == 4,
-                                         layout.alignment}))
-            break;
-        if (size >= std::uint64_t{1} << 62) break;
-        offset = chunk{offset + header_bytes, size, true, false, layout.alignment}.end();
+        const chunk there{offset + header_bytes, size, !unknown, layout.size_bytes == 4,
+                          layout.alignment};
+        if (visit(name_of(header), there) || size >= std::uint64_t{1} << 62) break;
+        offset = there.end();
     }
 }
 
@@ -114,7 +116,7 @@ std::optional<chunk> find_au_data(const fetch_function &fetch) {
     std::array<std::byte, 12> bytes{};
     if (fetch(0, bytes) < bytes.size() || name_of(bytes) != au_magic) return std::nullopt;
     const std::uint64_t size = big_endian(std::span(bytes).subspan(8, 4));
-    return chunk{big_endian(std::span(bytes).subspan(4, 4)), size, !is_placeholder(size, 4), true};
+    return chunk{big_endian(std::span(bytes).subspan(4, 4)), size, !is_placeholder(size, 4), true, 1};
 }
 
 constexpr std::uint64_t lap = std::uint64_t{1} << 32; ///< after that many bytes a 32-bit size wraps
@@ -123,12 +125,10 @@ std::uint64_t bytes_there(const input_file &input, const chunk &sound) {
     return input.size() - std::min(sound.offset, input.size());
 }
 
-/// Whether another file of one of these kinds begins there.
-bool begins_file(const input_file &input, std::uint64_t at) {
-    std::array<std::byte, 4> magic{};
-    return read_at(input, at, magic) == magic.size()
-           && (name_of(magic) == au_magic
-               || std::ranges::find(layouts, name_of(magic), &chunk_layout::magic) != layouts.end());
+/// Whether a file of one of these kinds begins there.
+bool begins_at(const fetch_function &fetch, std::uint64_t offset) {
+    const std::string name = name_at(fetch, offset);
+    return name == au_magic || std::ranges::find(layouts, name, &chunk_layout::magic) != layouts.end();
 }
 
 bool is_w64(const fetch_function &fetch) {
@@ -153,21 +153,23 @@ bool has_wrapped(const input_file &input, const chunk &sound) {
 
 } // namespace
 
+std::string name_at(const fetch_function &fetch, std::uint64_t offset) {
+    std::array<std::byte, 4> bytes{};
+    return std::string(fetch(offset, bytes) < bytes.size() ? "" : name_of(bytes));
+}
+
 bool begins_container(const fetch_function &fetch) {
-    std::array<std::byte, 4> magic{};
-    return layout_of(fetch) != nullptr
-           || (fetch(0, magic) == magic.size() && name_of(magic) == au_magic);
+    return begins_at(fetch, 0);
 }
 
 bool is_wav(const fetch_function &fetch) {
     constexpr std::array<std::string_view, 4> kinds{"RIFF", "RIFX", "RF64", "BW64"};
-    std::array<std::byte, 4> magic{};
-    return fetch(0, magic) == magic.size() && std::ranges::find(kinds, name_of(magic)) != kinds.end();
+    return std::ranges::find(kinds, name_at(fetch, 0)) != kinds.end();
 }
 
 std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_view name) {
-    const chunk_layout *layout = layout_of(fetch);
-    if (layout == nullptr || (layout->magic != "RIFF" && layout->magic != "RF64")) return std::nullopt;
+    const chunk_layout *layout = wav_layout_of(fetch);
+    if (layout == nullptr) return std::nullopt;
     return find_chunk(fetch, *layout, name);
 }
 
@@ -185,9 +187,9 @@ std::vector<wav_chunk> read_wav_chunks(const input_file &input,
                                        const std::function<bool(std::string_view)> &wanted) {
     constexpr std::uint64_t longest = 16 << 20, most = 64 << 20;
     const auto fetch = fetch_from(input);
-    const chunk_layout *layout = layout_of(fetch);
+    const chunk_layout *layout = wav_layout_of(fetch);
     std::vector<wav_chunk> chunks;
-    if (layout == nullptr || (layout->magic != "RIFF" && layout->magic != "RF64")) return chunks;
+    if (layout == nullptr) return chunks;
     std::uint64_t bytes = 0;
     const auto read = [&](std::string_view name, const chunk &there) {
         if (!is_name(name) || !wanted(name)) return;
@@ -246,7 +248,7 @@ std::uint64_t sound_bytes(const input_file &input, const chunk &sound, length_ru
     std::array<std::byte, 8> header{};
     const std::uint64_t behind = sound.end();
     if (read_at(input, behind, header) < header.size()) return sound.bytes;
-    if (begins_file(input, behind)) report_second(input, behind, rule);
+    if (begins_at(fetch_from(input), behind)) report_second(input, behind, rule);
     if (begins_chunk(header)) return sound.bytes;
     if (rule != length_rule::ignored) {
         input.note("has " + std::to_string(input.size() - behind)
@@ -269,7 +271,8 @@ std::uint64_t bytes_with_sound(const input_file &input, length_rule rule) {
 void check_chunks(const input_file &input, const chunk &sound, length_rule rule) {
     const std::uint64_t there = bytes_there(input, sound);
     if (sound.known && sound.bytes > there) report_missing(input, sound.bytes - there, rule);
-    if (sound.known && begins_file(input, sound.end())) report_second(input, sound.end(), rule);
+    if (sound.known && begins_at(fetch_from(input), sound.end()))
+        report_second(input, sound.end(), rule);
     if (has_wrapped(input, sound))
         throw failure(exit_code::input,
                       input.name

@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,16 +20,19 @@ namespace tools {
 using fetch_function = std::function<std::size_t(std::uint64_t offset, std::span<std::byte> room)>;
 
 struct chunk {
-    std::uint64_t offset = 0; ///< of the first byte of the payload
-    std::uint64_t bytes = 0;  ///< as the header says
-    bool known = true;        ///< false: looks like what writers put who cannot know the size yet
-    bool wraps = false;       ///< the size has 32 bits, so more sound than that is counted modulo 2^32
-    std::uint64_t alignment = 2; ///< of the chunk behind it
+    std::uint64_t offset;    ///< of the first byte of the payload
+    std::uint64_t bytes;     ///< as the header says
+    bool known;              ///< false: looks like what writers put who cannot know the size yet
+    bool wraps;              ///< the size has 32 bits, so more sound than that is counted modulo 2^32
+    std::uint64_t alignment; ///< of the chunk behind it
 
     std::uint64_t end() const noexcept {
         return offset + (bytes + alignment - 1) / alignment * alignment;
     }
 };
+
+/// The four bytes there; none where the file ends before.
+std::string name_at(const fetch_function &fetch, std::uint64_t offset);
 
 /// Whether a file begins as one of the containers that are known here.
 bool begins_container(const fetch_function &fetch);
@@ -76,8 +80,8 @@ void check_chunks(const input_file &input, const chunk &sound, length_rule rule)
 
 /// Bytes that stand for others of the file.
 struct size_field {
-    std::uint64_t offset = 0;
-    std::array<std::byte, 8> bytes{};
+    std::uint64_t offset;
+    std::array<std::byte, 8> bytes;
 };
 
 /// The size of CAF sound data that goes to the end of the file; libsndfile takes no other.

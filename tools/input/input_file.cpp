@@ -64,11 +64,10 @@ input_file open_input(const std::string &path) {
         unreadable(input.name, errno);
     if (S_ISDIR(input.status.st_mode))
         throw failure(exit_code::input, path + " is a folder; name an audio file in it");
-    if (input.seekable()) input.start = move_in(input, 0, SEEK_CUR);
     if (::isatty(input.handle.get()))
         throw failure(exit_code::input,
                       input.name + " is a terminal; pipe audio into it or name a file");
-    if (S_ISREG(input.status.st_mode) && input.size() == 0)
+    if (input.seekable() && input.size() == 0)
         throw failure(exit_code::input, input.name + " is empty (0 bytes); an audio file is needed");
     return input;
 }
@@ -82,15 +81,12 @@ off_t move_in(const input_file &input, off_t offset, int whence) {
 input_file reopen(const input_file &input) {
     // By its descriptor: the name may stand for another file by now, or for none.
     const std::string path = "/proc/self/fd/" + std::to_string(input.handle.get());
-    input_file again{file_handle(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), input.name, input.status,
-                     nullptr, input.start};
-    if (::lseek(again.handle.get(), input.start, SEEK_SET) != input.start) again.handle.close();
-    return again;
+    return {file_handle(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), input.name, input.status};
 }
 
 input_file same_file(const input_file &input) {
     input_file again{file_handle(::fcntl(input.handle.get(), F_DUPFD_CLOEXEC, 0)), input.name,
-                     input.status, input.on_note, input.start};
+                     input.status, input.on_note};
     if (!again.handle.is_open()) unreadable(input.name, errno);
     return again;
 }
@@ -139,7 +135,7 @@ void kept_bytes::append(std::span<const std::byte> bytes) const {
 }
 
 input_file kept_bytes::open_again(const std::string &name) {
-    input_file input{std::move(handle_), name, {}, nullptr};
+    input_file input{std::move(handle_), name};
     move_in(input, 0, SEEK_SET);
     if (::fstat(input.handle.get(), &input.status) != 0) unreadable(name, errno);
     return input;

@@ -27,7 +27,6 @@ struct input_file {
     std::string name; ///< as messages call it
     struct stat status {};
     note_function on_note = nullptr;
-    off_t start = 0; ///< of what belongs to the input, where it is seekable
 
     /// Tells the user something about the input, which is named first.
     void note(const std::string &text) const {
@@ -56,8 +55,7 @@ input_file open_input(const std::string &path);
 /// lseek(). @return where the next read begins; a failure is thrown: the sound would be another one
 off_t move_in(const input_file &input, off_t offset, int whence);
 
-/// Opens a seekable input again, at the place where the first one was opened, for another thread. The
-/// handle is closed where the system does not let it.
+/// Opens a seekable input again, for another thread. The handle is closed where the system does not let it.
 input_file reopen(const input_file &input);
 
 /// Another handle of the same open file, at the same place wherever either moves.

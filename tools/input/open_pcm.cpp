@@ -60,15 +60,13 @@ std::optional<pcm_shape> shape_of_wav(const fetch_function &fetch) {
         return static_cast<int>(std::min<std::uint64_t>(value, std::numeric_limits<int>::max()));
     };
     if (!format) return std::nullopt;
-    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(format->bytes, bytes.size()));
-    if (size < 16 || fetch(format->offset, std::span(bytes).first(size)) < size) return std::nullopt;
+    fetch(format->offset, std::span(bytes).first(std::min<std::uint64_t>(format->bytes, bytes.size())));
     constexpr int pcm = 1, ieee_float = 3, extensible = 0xFFFE;
     // The extensible form repeats the code at the start of its sub-format.
-    const int code = field(0, 2) == extensible && size == 40 ? field(24, 2) : field(0, 2);
-    const int bits = field(14, 2);
-    pcm_shape shape{field(4, 4), field(2, 2), sample_format::s16};
-    if (field(0, 2) == extensible && size == 40)
-        shape.channel_mask = static_cast<std::uint32_t>(field(20, 4));
+    const bool is_extensible = field(0, 2) == extensible;
+    const int code = field(is_extensible ? 24 : 0, 2), bits = field(14, 2);
+    pcm_shape shape{.rate = field(4, 4), .channels = field(2, 2), .format = sample_format::s16};
+    if (is_extensible) shape.channel_mask = static_cast<std::uint32_t>(field(20, 4));
     if (code == pcm && bits == 24)
         shape.format = sample_format::s24;
     else if (code == ieee_float && bits == 32)
@@ -183,7 +181,8 @@ std::unique_ptr<pcm_source> open_raw(input_file input, const raw_shape &raw, len
     const pcm_shape shape = raw.in_file();
     std::optional<std::uint64_t> bytes;
     if (input.seekable()) {
-        bytes = input.size() - std::min(static_cast<std::uint64_t>(input.start), input.size());
+        const auto start = static_cast<std::uint64_t>(move_in(input, 0, SEEK_CUR));
+        bytes = input.size() - std::min(start, input.size());
         const std::uint64_t rest = *bytes % shape.instant_bytes();
         if (rest != 0 && rule == length_rule::promise)
             throw failure(

@@ -18,9 +18,9 @@ namespace tools {
 enum class sample_format { s16 = 2, s24 = 3, f32 = 4 };
 
 struct pcm_shape {
-    int rate = 0; ///< Hz
-    int channels = 0;
-    sample_format format = sample_format::s16;
+    int rate; ///< Hz
+    int channels;
+    sample_format format;
     std::uint32_t channel_mask = 0; ///< of WAVE_FORMAT_EXTENSIBLE, 0 without one
 
     /// Bytes of one sampling instant: a sample of every channel.

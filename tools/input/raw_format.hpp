@@ -10,10 +10,10 @@ namespace tools {
 struct raw_format {
     enum class kind { integer, unsigned_integer, floating };
 
-    const char *name = "s16"; ///< as --format has it
-    int bytes = 2;            ///< of a sample
-    bool big_endian = false;
-    kind numbers = kind::integer;
+    const char *name; ///< as --format has it
+    int bytes;        ///< of a sample
+    bool big_endian;
+    kind numbers;
 
     /// What the encoder is given: 8 bits become 16, 32 become a float.
     sample_format target() const noexcept;
@@ -33,8 +33,8 @@ inline constexpr std::array<raw_format, 10> raw_formats{
      {"u8", 1, false, raw_format::kind::unsigned_integer}}};
 
 struct raw_shape {
-    int rate = 0; ///< Hz
-    int channels = 0;
+    int rate; ///< Hz
+    int channels;
     raw_format format;
 
     /// As bytes are counted: the width is the file's, whatever it becomes.

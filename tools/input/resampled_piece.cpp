@@ -64,41 +64,26 @@ void resampled_piece::deleter::operator()(soxr *filter) const noexcept {
     soxr_delete(filter);
 }
 
-resampled_piece::resampled_piece(const piece_plan &plan, const pcm_shape &in)
-    : plan_(plan), shape_(in), channels_(static_cast<std::size_t>(in.channels)) {
-    out_.resize(static_cast<std::size_t>(plan.samples_out(plan.length)) * channels_);
+resampled_piece::resampled_piece(const piece_plan &plan, const pcm_shape &in, bool is_first)
+    : plan_(plan), shape_(in), channels_(static_cast<std::size_t>(in.channels)),
+      before_(is_first ? 0 : plan.samples_out(plan.overlap)), passed_(before_),
+      wanted_(plan.samples_out(plan.length)),
+      bytes_wanted_(static_cast<std::size_t>((is_first ? 0 : plan.overlap) + plan.length + plan.overlap)
+                    * in.instant_bytes()),
+      out_(static_cast<std::size_t>(wanted_) * channels_) {
 }
 
 resampled_piece::~resampled_piece() = default;
 
-void resampled_piece::begin(bool is_first) {
-    const std::uint64_t before = is_first ? 0 : plan_.overlap;
-    bytes_wanted_ =
-        static_cast<std::size_t>(before + plan_.length + plan_.overlap) * shape_.instant_bytes();
-    passed_ = before_ = plan_.samples_out(before);
-    wanted_ = plan_.samples_out(plan_.length);
-    samples_in_ = made_ = taken_ = 0;
-    in_.clear();
-    used_ = 0;
-    ended_ = is_with_crew = false;
-    filter_.reset();
-}
-
 void resampled_piece::put(std::span<const std::byte> bytes) {
-    if (used_ == in_.size()) {
-        in_.clear();
-        used_ = 0;
-    }
     in_.insert(in_.end(), bytes.begin(), bytes.end());
     bytes_wanted_ -= bytes.size();
     samples_in_ += bytes.size() / shape_.instant_bytes();
-    ended_ = bytes_wanted_ == 0;
 }
 
 void resampled_piece::end() {
-    if (ended_) return;
+    if (bytes_wanted_ == 0) return; // the crew may have it
     bytes_wanted_ = 0;
-    ended_ = true;
     const std::uint64_t all = plan_.samples_out(samples_in_);
     wanted_ = std::min(wanted_, all - std::min(all, before_));
 }
@@ -114,16 +99,16 @@ void resampled_piece::run() {
                                   &formats, &quality, &blocks));
         check(error);
     }
-    while (used_ < in_.size() && !is_complete()) {
-        const auto part = std::span<const std::byte>(in_).subspan(
-            used_, std::min(most_samples_in * shape_.instant_bytes(), in_.size() - used_));
+    for (std::span<const std::byte> rest = in_; !rest.empty();) {
+        const auto part = rest.first(std::min(rest.size(), most_samples_in * shape_.instant_bytes()));
         load_samples(part, shape_.format, values_);
-        used_ += part.size();
         process(values_);
+        rest = rest.subspan(part.size());
     }
-    if (ended_) process({});
-    if (is_complete()) filter_.reset();
-    if (ended_ && !is_complete()) throw std::logic_error("a resampled piece lacks samples");
+    in_.clear();
+    if (bytes_wanted_ > 0) return;
+    process({});
+    if (!is_complete()) throw std::logic_error("a resampled piece lacks samples");
 }
 
 /// Has the filter take them all, or come to its end where there are none.

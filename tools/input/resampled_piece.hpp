@@ -26,18 +26,16 @@ struct piece_plan {
     std::uint64_t samples_out(std::uint64_t in) const noexcept;
 
     int from, to;
-    std::uint64_t length = 0;  ///< of the input
-    std::uint64_t overlap = 0; ///< with either neighbour; more than a filter is long to one side
+    std::uint64_t length;  ///< of the input
+    std::uint64_t overlap; ///< with either neighbour; more than a filter is long to one side
 };
 
 class resampled_piece final : public work {
   public:
-    /// @param in  shape of the input
-    resampled_piece(const piece_plan &plan, const pcm_shape &in);
+    /// @param in        shape of the input
+    /// @param is_first  there is no input before the piece's begin
+    resampled_piece(const piece_plan &plan, const pcm_shape &in, bool is_first);
     ~resampled_piece() override;
-
-    /// Makes it another piece; the first one has no input before its begin.
-    void begin(bool is_first);
 
     /// Bytes of input that are still to come, unless the sound ends before.
     std::size_t bytes_wanted() const noexcept { return bytes_wanted_; }
@@ -52,7 +50,7 @@ class resampled_piece final : public work {
     void run() override;
 
     /// Bytes of input that run() has not seen.
-    std::size_t bytes_waiting() const noexcept { return in_.size() - used_; }
+    std::size_t bytes_waiting() const noexcept { return in_.size(); }
 
     /// Whether all of the output has been made.
     bool is_complete() const noexcept { return made_ == wanted_; }
@@ -75,15 +73,13 @@ class resampled_piece final : public work {
     pcm_shape shape_;
     std::size_t channels_;
     std::unique_ptr<soxr, deleter> filter_;
-    std::vector<std::byte> in_;
-    std::size_t used_ = 0; ///< of in_
-    std::size_t bytes_wanted_ = 0;
-    bool ended_ = false;
+    std::vector<std::byte> in_; ///< what run() has not seen
+    std::uint64_t before_;      ///< samples out before the piece, which are passed over
+    std::uint64_t passed_;      ///< of them, still to come
+    std::uint64_t wanted_, made_ = 0, taken_ = 0;
     std::uint64_t samples_in_ = 0;
+    std::size_t bytes_wanted_;
     std::vector<float> values_, out_;
-    std::uint64_t before_ = 0; ///< samples out before the piece, which are passed over
-    std::uint64_t passed_ = 0; ///< of them, still to come
-    std::uint64_t made_ = 0, wanted_ = 0, taken_ = 0;
 };
 
 } // namespace tools

@@ -8,9 +8,6 @@ namespace {
 /// Of a piece that waits for a crew: rates beyond any use would fill the memory.
 constexpr std::uint64_t most_bytes_in = 64 << 20;
 
-/// Samples that go in before the first one comes out, at most.
-constexpr std::size_t filter_delay = 8192;
-
 /// One being made and one ready for every thread.
 constexpr std::size_t pieces_per_thread = 2;
 
@@ -40,18 +37,18 @@ std::span<const std::byte> resampler::next_block() {
         if (is_here) {
             if (const auto block = first->take(); !block.empty()) return std::as_bytes(block);
             if (first->is_complete()) {
-                idle_.push_back(std::move(pieces_.front()));
                 pieces_.pop_front();
                 continue;
             }
         }
-        const bool crew_first = crew_wants_more();
-        if (!crew_first && first != nullptr && !is_here) {
+        if (crew_wants_more()) {
+            gather();
+        } else if (first != nullptr && !is_here) {
             crew_->finish(*first);
             first->is_with_crew = false;
-        } else if (!crew_first && is_here && (first->bytes_waiting() > 0 || ended_)) {
+        } else if (is_here && (first->bytes_waiting() > 0 || ended_)) {
             first->run();
-        } else if (crew_first || !ended_) {
+        } else if (!ended_) {
             gather();
         } else {
             return {};
@@ -60,9 +57,8 @@ std::span<const std::byte> resampler::next_block() {
 }
 
 bool resampler::ready_before(std::chrono::steady_clock::time_point time) const {
-    const std::size_t enough = filter_delay * source().shape().instant_bytes();
-    const auto gives_more = [enough](const auto &piece) {
-        return piece->is_with_crew || piece->has_output() || piece->bytes_waiting() > enough;
+    const auto gives_more = [](const auto &piece) {
+        return piece->is_with_crew || piece->has_output();
     };
     return ended_ || std::ranges::any_of(pieces_, gives_more) || source().ready_before(time);
 }
@@ -104,14 +100,8 @@ void resampler::distribute(std::span<const std::byte> block) {
 }
 
 void resampler::open_piece() {
-    if (idle_.empty()) {
-        pieces_.push_back(std::make_unique<resampled_piece>(plan_, source().shape()));
-    } else {
-        pieces_.push_back(std::move(idle_.back()));
-        idle_.pop_back();
-    }
     const bool is_first = next_begin_ == 0;
-    pieces_.back()->begin(is_first);
+    pieces_.push_back(std::make_unique<resampled_piece>(plan_, source().shape(), is_first));
     next_begin_ += is_first ? plan_.length - plan_.overlap : plan_.length;
 }
 

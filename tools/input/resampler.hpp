@@ -31,8 +31,7 @@ class resampler final : public source_filter {
     piece_plan plan_;
     work_crew *crew_ = nullptr;
     std::deque<std::unique_ptr<resampled_piece>> pieces_; ///< in their order
-    std::vector<std::unique_ptr<resampled_piece>> idle_;
-    std::uint64_t read_ = 0;       ///< samples of the source
+    std::uint64_t read_ = 0;                              ///< samples of the source
     std::uint64_t next_begin_ = 0; ///< of them where the next piece's input begins
     bool ended_ = false;           ///< the source has
 };

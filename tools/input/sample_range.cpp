@@ -3,6 +3,7 @@
 #include "common/failure.hpp"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 namespace tools {
@@ -16,9 +17,6 @@ sample_range::sample_range(std::unique_ptr<pcm_source> source, const extent &par
                            std::string too_short)
     : source_filter(std::move(source)), part_(part), too_short_(std::move(too_short)),
       sound_left_(part.count.value_or(unlimited)), silence_left_(part.silence) {
-    const std::size_t instants =
-        std::min<std::uint64_t>(block_bytes / shape_.instant_bytes(), part.silence);
-    zeros_.resize(instants * shape_.instant_bytes());
 }
 
 std::optional<std::uint64_t> sample_range::sound() const noexcept {
@@ -34,16 +32,12 @@ std::optional<std::uint64_t> sample_range::length() const noexcept {
 
 std::span<const std::byte> sample_range::next_block() {
     if (!begun_) skip_to_first();
-    if (!sound_ended_) {
-        const auto block = next_sound();
-        if (!block.empty()) return block;
-        sound_ended_ = true;
-    }
-    return next_silence();
+    const auto block = next_sound();
+    return block.empty() ? next_silence() : block;
 }
 
 bool sample_range::ready_before(std::chrono::steady_clock::time_point time) const {
-    return sound_ended_ || sound_left_ == 0 || !rest_.empty() || source().ready_before(time);
+    return sound_left_ == 0 || !rest_.empty() || source().ready_before(time);
 }
 
 bool sample_range::seek(std::uint64_t sample) {
@@ -52,7 +46,6 @@ bool sample_range::seek(std::uint64_t sample) {
     const std::uint64_t at = std::min(sample, *known);
     if (!source().seek(part_.first + at)) return false;
     begun_ = true;
-    sound_ended_ = false;
     rest_ = {};
     sound_left_ = part_.count.value_or(unlimited) - at;
     silence_left_ = part_.silence - (sample - at);
@@ -78,15 +71,16 @@ std::span<const std::byte> sample_range::next_sound() {
     auto block = rest_.empty() ? source().next_block() : std::exchange(rest_, {});
     const std::uint64_t instants = block.size() / shape_.instant_bytes();
     const std::uint64_t taken = std::min(instants, sound_left_);
-    sound_left_ -= taken;
+    sound_left_ = taken > 0 ? sound_left_ - taken : 0;
     return block.first(static_cast<std::size_t>(taken) * shape_.instant_bytes());
 }
 
 std::span<const std::byte> sample_range::next_silence() {
-    const std::size_t most = zeros_.size() / shape_.instant_bytes();
-    const std::uint64_t instants = std::min<std::uint64_t>(most, silence_left_);
+    static constexpr std::array<std::byte, block_bytes> zeros{};
+    const std::uint64_t instants =
+        std::min<std::uint64_t>(zeros.size() / shape_.instant_bytes(), silence_left_);
     silence_left_ -= instants;
-    return std::span(zeros_).first(static_cast<std::size_t>(instants) * shape_.instant_bytes());
+    return std::span(zeros).first(static_cast<std::size_t>(instants) * shape_.instant_bytes());
 }
 
 } // namespace tools

@@ -11,7 +11,7 @@ class sample_range final : public source_filter {
   public:
     /// All in samples a channel.
     struct extent {
-        std::uint64_t first = 0;
+        std::uint64_t first;
         std::optional<std::uint64_t> count = std::nullopt; ///< at most; none: to the end
         std::uint64_t silence = 0;                         ///< behind it
     };
@@ -36,12 +36,10 @@ class sample_range final : public source_filter {
 
     extent part_;
     std::string too_short_;
-    bool begun_ = false; ///< the source stands inside the part
-    bool sound_ended_ = false;
+    bool begun_ = false;       ///< the source stands inside the part
     std::uint64_t sound_left_; ///< samples that may still come from the source
     std::uint64_t silence_left_;
     std::span<const std::byte> rest_; ///< of a block that began before the part
-    std::vector<std::byte> zeros_;
 };
 
 } // namespace tools

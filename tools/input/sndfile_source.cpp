@@ -239,15 +239,14 @@ std::int64_t sndfile_source::read_file(std::span<std::byte> room) {
 // libsndfile looks for texts in these chunks for minutes where the sizes of their parts are wrong, and
 // nobody here asks for them. Where a damaged file has them it decides itself, so every name counts.
 void sndfile_source::hide_texts(std::uint64_t start, std::span<std::byte> bytes) const {
-    constexpr std::array<std::string_view, 2> names{"LIST", "INFO"};
-    std::string text(bytes.size() + names[0].size() - 1, '\0'); // to the end of a name that begins last
+    std::string text(bytes.size() + 3, '\0'); // to the end of a name that begins last
     read_at(input_, start, std::as_writable_bytes(std::span(text)));
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         const std::uint64_t place = start + i;
         const bool is_sound =
             place >= wav_sound_->offset && place - wav_sound_->offset < wav_sound_->bytes;
-        if (!is_sound && std::ranges::find(names, std::string_view(text).substr(i, 4)) != names.end())
-            bytes[i] = std::byte{'j'};
+        const auto name = std::string_view(text).substr(i, 4);
+        if (!is_sound && (name == "LIST" || name == "INFO")) bytes[i] = std::byte{'j'};
     }
 }
 

@@ -66,11 +66,11 @@ class sndfile_source final : public pcm_source {
     std::vector<speaker> speakers_;
     std::optional<std::uint64_t> length_;
     length_rule rule_;
-    bool floats_as_integers_ = false; ///< libsndfile takes the file's floats for integers of 32 bits
-    bool exact_length_ = true;        ///< the length is more than an estimate
-    bool is_ogg_ = false;             ///< whose pages were checked, so that no error is damage in them
-    int error_ = 0;                   ///< libsndfile's first one
-    bool seeks_exactly_ = false;
+    bool floats_as_integers_;     ///< libsndfile takes the file's floats for integers of 32 bits
+    bool exact_length_;           ///< the length is more than an estimate
+    bool is_ogg_;                 ///< whose pages were checked, so that no error is damage in them
+    int error_ = SF_ERR_NO_ERROR; ///< libsndfile's first one
+    bool seeks_exactly_;
     bool strict_ = false; ///< an error ends the reading at once
     std::uint64_t handed_out_ = 0;
     std::vector<std::byte> tail_; ///< of what was handed out, for comparison with the other reader's

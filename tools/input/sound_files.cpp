@@ -23,37 +23,32 @@ constexpr std::array<std::string_view, 45> extensions{
     ".aac", ".m4a",  ".m4b", ".mp4",  ".mov",  ".mka", ".mkv",  ".webm", ".wma",
     ".wv",  ".ape",  ".tta", ".tak",  ".ac3",  ".ec3", ".eac3", ".dts",  ".amr"};
 
-/// What sound files begin with: a name and, where that is not enough, another one further on.
+/// What sound files begin with: a name and, where that is not enough, another one at byte 8.
 struct beginning {
-    std::string_view text;
-    std::size_t second_at = 0;
-    std::string_view second{};
+    std::string_view first, second;
 };
 
-constexpr std::array<beginning, 14> beginnings{{{"RIFF", 8, "WAVE"},
-                                                {"RIFX", 8, "WAVE"},
-                                                {"RF64", 8, "WAVE"},
-                                                {"BW64", 8, "WAVE"},
-                                                {"riff\x2E\x91\xCF\x11"},
-                                                {"FORM", 8, "AIFF"},
-                                                {"FORM", 8, "AIFC"},
-                                                {"FORM", 8, "8SVX"},
-                                                {"caff"},
-                                                {".snd"},
-                                                {"fLaC"},
-                                                {"OggS"},
-                                                {"NIST_1A"},
-                                                {"Creative Voice File"}}};
+constexpr std::array<beginning, 14> beginnings{{{"RIFF", "WAVE"},
+                                                {"RIFX", "WAVE"},
+                                                {"RF64", "WAVE"},
+                                                {"BW64", "WAVE"},
+                                                {"riff\x2E\x91\xCF\x11", ""},
+                                                {"FORM", "AIFF"},
+                                                {"FORM", "AIFC"},
+                                                {"FORM", "8SVX"},
+                                                {"caff", ""},
+                                                {".snd", ""},
+                                                {"fLaC", ""},
+                                                {"OggS", ""},
+                                                {"NIST_1A", ""},
+                                                {"Creative Voice File", ""}}};
 
 bool begins_like_sound(const input_file &input) {
     std::array<char, 32> head{};
-    const std::string_view text(head.data(),
-                                read_at(input, 0, std::as_writable_bytes(std::span(head))));
+    read_at(input, 0, std::as_writable_bytes(std::span(head)));
+    const std::string_view text(head.data(), head.size());
     return std::ranges::any_of(beginnings, [&](const beginning &each) {
-        return text.starts_with(each.text)
-               && (each.second.empty()
-                   || (text.size() > each.second_at
-                       && text.substr(each.second_at).starts_with(each.second)));
+        return text.starts_with(each.first) && text.substr(8).starts_with(each.second);
     });
 }
 

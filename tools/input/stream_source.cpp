@@ -18,12 +18,10 @@ constexpr auto endless = std::numeric_limits<std::uint64_t>::max();
 
 stream_source::stream_source(input_file input, const pcm_shape &shape, std::span<const std::byte> head,
                              std::optional<std::uint64_t> bytes, length_rule rule)
-    : input_(std::move(input)), shape_(shape), rule_(rule), left_(bytes.value_or(endless)),
-      padded_(left_ % 2 != 0), buffer_(std::max(block_bytes, head.size())) {
-    if (bytes)
-        length_ = *bytes / shape.instant_bytes();
-    else if (!input_.seekable() && rule == length_rule::hint)
-        live_.emplace();
+    : input_(std::move(input)), shape_(shape), bytes_(bytes), rule_(rule),
+      left_(bytes.value_or(endless)), padded_(left_ % 2 != 0),
+      buffer_(std::max(block_bytes, head.size())) {
+    if (!bytes && !input_.seekable() && rule == length_rule::hint) live_.emplace();
     if (input_.seekable()) start_ = move_in(input_, 0, SEEK_CUR) - static_cast<off_t>(head.size());
     filled_ = static_cast<std::size_t>(std::min<std::uint64_t>(head.size(), left_));
     std::copy_n(head.begin(), filled_, buffer_.begin());
@@ -43,11 +41,10 @@ std::span<const std::byte> stream_source::next_block() {
 }
 
 bool stream_source::seek(std::uint64_t sample) {
-    if (!input_.seekable() || !length_ || sample > *length_) return false;
+    if (!input_.seekable() || !bytes_ || sample > *length()) return false;
     const std::uint64_t target = sample * shape_.instant_bytes();
-    const std::uint64_t end = handed_out_ + (filled_ - used_) + left_;
     move_in(input_, start_ + static_cast<off_t>(target), SEEK_SET);
-    left_ = end - target;
+    left_ = *bytes_ - target;
     filled_ = used_ = 0;
     handed_out_ = target;
     return true;
@@ -99,9 +96,9 @@ bool stream_source::goes_on() {
 
 void stream_source::check_end() {
     const std::uint64_t samples = handed_out_ / shape_.instant_bytes();
-    if (length_ && samples < *length_)
+    if (bytes_ && samples < *length())
         report_incomplete(input_,
-                          "is truncated: " + std::to_string(*length_)
+                          "is truncated: " + std::to_string(*length())
                               + " samples a channel were promised, " + std::to_string(samples)
                               + " are there",
                           rule_);

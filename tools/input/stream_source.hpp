@@ -18,7 +18,9 @@ class stream_source final : public pcm_source {
                   std::optional<std::uint64_t> bytes, length_rule rule);
 
     const pcm_shape &shape() const noexcept override { return shape_; }
-    std::optional<std::uint64_t> length() const noexcept override { return length_; }
+    std::optional<std::uint64_t> length() const noexcept override {
+        return bytes_ ? std::optional(*bytes_ / shape_.instant_bytes()) : std::nullopt;
+    }
     std::vector<speaker> speakers() const override {
         return masked_speakers(shape_.channel_mask, shape_.channels);
     }
@@ -39,9 +41,9 @@ class stream_source final : public pcm_source {
 
     input_file input_;
     pcm_shape shape_;
-    std::optional<std::uint64_t> length_;
-    off_t start_ = 0;                ///< of the PCM, where the input is seekable
-    std::optional<live_input> live_; ///< where nobody promised a length, or the pipe's end
+    std::optional<std::uint64_t> bytes_; ///< that the input promises
+    off_t start_ = 0;                    ///< of the PCM, where the input is seekable
+    std::optional<live_input> live_;     ///< where nobody promised a length, or the pipe's end
     length_rule rule_;
     std::uint64_t left_; ///< bytes that may still be read
     bool padded_;        ///< an odd number of bytes is followed by another one

@@ -71,7 +71,8 @@ std::optional<std::uint64_t> frames_of_stream(const std::string &path, bool in_w
     }
     if (!file.seekable() || frames == 0) return std::nullopt;
     const std::uint64_t tag = in_wave ? 0 : std::min(tag_bytes(fetch_from(file)), file.size());
-    const auto data = in_wave ? find_sound_data(fetch_from(file)) : chunk{tag, file.size() - tag};
+    const auto data =
+        in_wave ? find_sound_data(fetch_from(file)) : chunk{tag, file.size() - tag, true, false, 1};
     if (!data || !data->known || data->offset + data->bytes > file.size()) return std::nullopt;
     const file_view view = fetch_from(file);
     const auto first = header_at(view, data->offset);

@@ -111,7 +111,7 @@ void add_parsed_stream(CLI::App &app, int &stream) {
 struct raw_options {
     bool raw = false;
     std::optional<int> rate, channels;
-    raw_format format;
+    raw_format format{};
 };
 
 void add_raw_options(CLI::App &app, raw_options &given) {

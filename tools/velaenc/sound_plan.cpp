@@ -2,7 +2,6 @@
 
 #include "common/counted.hpp"
 #include "common/failure.hpp"
-#include "input/channel_fit.hpp"
 #include "input/channel_matrix.hpp"
 #include "input/resampler.hpp"
 #include "input/sample_range.hpp"

@@ -1,7 +1,6 @@
 #include "velainfo/source_reader.hpp"
 
 #include "common/failure.hpp"
-#include "input/channel_fit.hpp"
 #include "input/channel_matrix.hpp"
 #include "input/open_pcm.hpp"
 #include "input/resampler.hpp"
