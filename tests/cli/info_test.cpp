@@ -74,14 +74,16 @@ TEST(info, a_thousand_damaged_streams_hide_nothing_and_take_no_whole_frame_along
 }
 
 TEST(info, a_picture_keeps_least_mean_and_greatest_values_however_long_it_is) {
-    tools::timeline pictured({{.name = "", .title = "", .unit = "", .rows = {"only"}}});
+    const auto panels_of = [](const std::vector<std::string> &rows, double lowest) {
+        return std::vector{tools::panel{"", "", "", tools::panel::kind::lines, rows, lowest, 1, 0, 1}};
+    };
+    tools::timeline pictured(panels_of({"only"}, 0));
     for (const std::uint64_t number : {0u, 1000000u})
         pictured.add(number, std::vector<float>(1, 3));
     EXPECT_EQ(pictured.columns(), 3907u); // 256 frames each: 128 would make more than 4096
     pictured.limit_columns(100);
     EXPECT_EQ(pictured.columns(), 62u);
-    tools::timeline two(
-        {{.name = "", .title = "", .unit = "", .rows = {"upper", "lower"}, .lowest = -20}});
+    tools::timeline two(panels_of({"upper", "lower"}, -20));
     const float none = std::nanf(""), values[4][2] = {{-1, none}, {-2, 5}, {-8, none}, {-10, 7}};
     for (unsigned i = 0; i < 4; ++i)
         two.add(i, values[i]);

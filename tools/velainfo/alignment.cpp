@@ -7,6 +7,7 @@
 #include <kiss_fftr.h>
 #include <memory>
 #include <new>
+#include <numeric>
 
 namespace tools {
 namespace {
@@ -15,7 +16,7 @@ using spectrum = std::vector<std::complex<float>>;
 using plan = std::unique_ptr<std::remove_pointer_t<kiss_fftr_cfg>, decltype(&std::free)>;
 
 plan make_plan(std::size_t length, bool inverse) {
-    plan made(kiss_fftr_alloc(static_cast<int>(length), inverse ? 1 : 0, nullptr, nullptr), &std::free);
+    plan made(kiss_fftr_alloc(static_cast<int>(length), inverse, nullptr, nullptr), &std::free);
     if (!made) throw std::bad_alloc();
     return made;
 }
@@ -31,11 +32,10 @@ spectrum transform(kiss_fftr_cfg how, std::span<const float> samples, std::size_
 /// Energy of all channels in the first n samples, n = 0 .. size.
 std::vector<double> running_energy(const channel_sound &sound) {
     std::vector<double> sums(sound.front().size() + 1);
-    for (std::size_t n = 0; n + 1 < sums.size(); ++n) {
-        sums[n + 1] = sums[n];
-        for (const auto &channel : sound)
+    for (const auto &channel : sound)
+        for (std::size_t n = 0; n < channel.size(); ++n)
             sums[n + 1] += static_cast<double>(channel[n]) * static_cast<double>(channel[n]);
-    }
+    std::partial_sum(sums.begin(), sums.end(), sums.begin());
     return sums;
 }
 
@@ -70,19 +70,15 @@ class correlator {
         for (std::int64_t lag = lowest; lag <= highest; ++lag) {
             const std::int64_t first = std::max<std::int64_t>(0, -lag),
                                end = std::min(decoded_size, source_size - lag);
-            double value = 0;
-            if (end > first) {
-                const double d = energy(decoded_energy_, first, end),
-                             s = energy(source_energy_, first + lag, end + lag);
-                const auto place =
-                    static_cast<std::size_t>(lag < 0 ? lag + static_cast<std::int64_t>(length_) : lag);
-                // The inverse transform leaves its length in. Where little of the sound's energy overlaps a
-                // chance likeness would win, in near silence the rounding of the transforms.
-                if (s > 1e-6 * source_energy_.back() && d > decoded_energy_.back() / 8)
-                    value = static_cast<double>(sums[place]) / static_cast<double>(length_)
-                            / std::sqrt(d * s);
-            }
-            out.push_back(std::clamp(value, -1.0, 1.0));
+            const double d = energy(decoded_energy_, first, end),
+                         s = energy(source_energy_, first + lag, end + lag);
+            // Where little of the sound's energy overlaps a chance likeness would win, in near silence the rounding
+            // of the transforms.
+            const bool tells = s > 1e-6 * source_energy_.back() && d > decoded_energy_.back() / 8;
+            // The inverse transform leaves its length in, a power of two.
+            const auto place = static_cast<std::size_t>(lag) % length_;
+            const double value = static_cast<double>(sums[place]) / static_cast<double>(length_);
+            out.push_back(tells ? std::clamp(value / std::sqrt(d * s), -1.0, 1.0) : 0);
         }
         return out;
     }
@@ -101,8 +97,8 @@ double good_enough(double best) {
 
 } // namespace
 
-alignment align(const channel_sound &decoded, const channel_sound &source, std::int64_t expected,
-                std::int64_t lowest, std::int64_t highest) {
+std::optional<alignment> align(const channel_sound &decoded, const channel_sound &source,
+                               std::int64_t expected, std::int64_t lowest, std::int64_t highest) {
     const correlator found(decoded, source);
     std::vector<std::vector<double>> values{found.correlate(false, lowest, highest)};
     if (decoded.size() == 2) values.push_back(found.correlate(true, lowest, highest));
@@ -110,31 +106,28 @@ alignment align(const channel_sound &decoded, const channel_sound &source, std::
     for (const auto &of : values)
         for (const double value : of)
             best = std::max(best, std::fabs(value));
-    // Only a peak is a place: beside one the values of sound with little treble are nearly as great.
-    const auto is_peak = [](const std::vector<double> &of, std::size_t i, double sign) {
-        return (i == 0 || sign * of[i - 1] <= sign * of[i])
-               && (i + 1 == of.size() || sign * of[i + 1] < sign * of[i]);
-    };
     for (const double sign : {1.0, -1.0}) {
         for (std::size_t side = 0; side < values.size(); ++side) {
             const auto &of = values[side];
-            alignment result{.lag = 0, .correlation = 0, .swapped = side == 1};
-            for (std::size_t i = 0; i < of.size(); ++i) {
+            std::optional<alignment> nearest;
+            for (std::size_t i = 1; i + 1 < of.size(); ++i) {
+                // Only a peak is a place: beside one the values of sound with little treble are nearly as great.
+                const bool is_peak =
+                    sign * of[i - 1] <= sign * of[i] && sign * of[i + 1] < sign * of[i];
                 const std::int64_t lag = lowest + static_cast<std::int64_t>(i);
-                const bool nearer = result.correlation == 0
-                                    || std::abs(lag - expected) < std::abs(result.lag - expected);
-                if (sign * of[i] >= good_enough(best) && nearer && is_peak(of, i, sign))
-                    result = {.lag = lag, .correlation = of[i], .swapped = side == 1};
+                if (is_peak && sign * of[i] >= good_enough(best)
+                    && (!nearest || std::abs(lag - expected) < std::abs(nearest->lag - expected)))
+                    nearest = {.lag = lag, .correlation = of[i], .swapped = side == 1};
             }
-            if (result.correlation != 0) return result;
+            if (nearest) return nearest;
         }
     }
-    return {};
+    return std::nullopt;
 }
 
-double correlation_at(const channel_sound &decoded, const channel_sound &source, std::int64_t lag,
-                      bool swapped) {
-    double both = 0, first = 0, second = 0;
+sound_products products_of(const channel_sound &decoded, const channel_sound &source, std::int64_t lag,
+                           bool swapped) {
+    sound_products sums{};
     const auto size = static_cast<std::int64_t>(decoded.front().size()),
                end = static_cast<std::int64_t>(source.front().size());
     for (std::size_t ch = 0; ch < decoded.size(); ++ch) {
@@ -142,12 +135,12 @@ double correlation_at(const channel_sound &decoded, const channel_sound &source,
         for (std::int64_t n = std::max<std::int64_t>(0, -lag); n < std::min(size, end - lag); ++n) {
             const auto x = static_cast<double>(decoded[ch][static_cast<std::size_t>(n)]),
                        y = static_cast<double>(from[static_cast<std::size_t>(n + lag)]);
-            both += x * y;
-            first += x * x;
-            second += y * y;
+            sums.both += x * y;
+            sums.decoded += x * x;
+            sums.source += y * y;
         }
     }
-    return first > 0 && second > 0 ? both / std::sqrt(first * second) : 0;
+    return sums;
 }
 
 } // namespace tools

@@ -2,6 +2,7 @@
 
 #include "settings/record.hpp"
 #include "velainfo/alignment.hpp"
+#include "velainfo/decibels.hpp"
 #include "velainfo/decoded_source.hpp"
 #include "velainfo/frame_decoder.hpp"
 #include "velainfo/source_analysis.hpp"
@@ -23,24 +24,19 @@ constexpr std::int64_t jump_range = 1 << 15;
 
 using frame_queue = std::deque<std::unique_ptr<decoded_frame>>;
 
-double decibel(double ratio) {
-    return ratio > 1e-15 ? 10 * std::log10(ratio) : -150;
-}
-
 /// What a stream is held against.
 struct comparison_source {
     std::string name;
     std::function<std::unique_ptr<pcm_source>()> open;
-    bool has_masks = true; ///< an original, which the encoder's model may look at
+    bool has_masks; ///< an original, which the encoder's model may look at
 };
 
 class comparer {
   public:
     comparer(const stream_name &stream, const stream_report &report, comparison_source source)
         : stream_(stream), source_from_(std::move(source)), layer_(report.usual(stream_report::layer)),
-          channels_(report.usual(stream_report::mode) == 3 ? 1 : 2),
-          rate_(report.usual(stream_report::rate)), samples_(layer_ == 1 ? 384 : 1152),
-          all_frames_(report.frames), report_(report) {
+          channels_(report.usual_channels()), rate_(report.usual(stream_report::rate)),
+          samples_(report.usual_samples()), report_(report) {
         if (source_from_.has_masks && rate_ < 32000)
             throw failure(exit_code::input,
                           "--source needs 32000, 44100 or 48000 Hz: the psychoacoustic model"
@@ -55,12 +51,11 @@ class comparer {
         offset_ = total_.offset;
         frame_decoder decoder = decode();
         frame_queue ahead;
-        bool more = true;
         for (std::int64_t at = 0;; at += ahead.front()->samples, ahead.pop_front()) {
-            while (more && ahead.size() < frames_ahead) {
+            while (ahead.size() < frames_ahead) {
                 auto next = std::make_unique<decoded_frame>();
-                more = decoder.next(*next);
-                if (more) ahead.push_back(std::move(next));
+                if (!decoder.next(*next)) break;
+                ahead.push_back(std::move(next));
             }
             if (ahead.empty()) break;
             follow_jump(ahead, at);
@@ -78,16 +73,15 @@ class comparer {
         channel_sound decoded(static_cast<std::size_t>(channels_));
         std::int64_t skipped = 0;
         frame_decoder decoder = decode();
-        decoded_frame frame;
+        decoded_frame frame{};
         const auto is_loud = [](float x) { return std::fabs(x) > 0.003F; };
         while (static_cast<std::int64_t>(decoded.front().size()) < searched_window
                && decoder.next(frame)) {
             const auto pcm = [&](std::size_t ch) {
                 return std::span(frame.pcm[ch], static_cast<std::size_t>(frame.samples));
             };
-            const bool loud = std::ranges::any_of(pcm(0), is_loud)
-                              || (channels_ == 2 && std::ranges::any_of(pcm(1), is_loud));
-            if (decoded.front().empty() && !loud) {
+            if (decoded.front().empty() && std::ranges::none_of(pcm(0), is_loud)
+                && std::ranges::none_of(pcm(1), is_loud)) {
                 skipped += frame.samples;
                 continue;
             }
@@ -102,38 +96,26 @@ class comparer {
             begin, static_cast<std::size_t>(skipped - begin + searched_window + searched_range));
         // What is decoded too is as late as the stream is.
         const std::int64_t delay = source_from_.has_masks ? decoder_delay(layer_) : 0;
-        const alignment found =
-            align(decoded, source, skipped - delay - begin, skipped - searched_range - begin,
-                  skipped + searched_range - begin);
-        total_.offset = found.lag + begin - skipped;
-        total_.correlation = std::fabs(found.correlation);
-        total_.swapped = found.swapped;
-        total_.inverted = found.correlation < 0;
-        if (total_.correlation < 0.3)
+        const auto length = static_cast<std::int64_t>(decoded.front().size());
+        const auto found = align(decoded, source, skipped - delay - begin,
+                                 std::max(skipped - searched_range - begin, -length),
+                                 skipped + searched_range - begin);
+        total_.correlation = found ? std::fabs(found->correlation) : 0;
+        if (!found || total_.correlation < 0.3)
             throw not_alike(exit_code::input, source_from_.name + " does not seem to be the source of "
                                                   + stream_.path + ": they correlate by "
                                                   + std::to_string(total_.correlation) + " at best");
-        find_gain(decoded, source, found);
+        total_.offset = found->lag + begin - skipped;
+        total_.swapped = found->swapped;
+        total_.inverted = found->correlation < 0;
+        find_gain(products_of(decoded, source, found->lag, found->swapped));
     }
 
     /// Coding takes energy away and adds noise; a gain is one that neither explains.
-    void find_gain(const channel_sound &decoded, const channel_sound &source, const alignment &found) {
-        double both = 0, ours = 0, theirs = 0;
-        const auto end = static_cast<std::int64_t>(source.front().size());
-        for (std::size_t ch = 0; ch < decoded.size(); ++ch) {
-            for (std::size_t n = 0; n < decoded[ch].size(); ++n) {
-                const std::int64_t m = static_cast<std::int64_t>(n) + found.lag;
-                if (m < 0 || m >= end) continue;
-                const auto x = static_cast<double>(decoded[ch][n]),
-                           y = static_cast<double>(
-                               source[found.swapped ? 1 - ch : ch][static_cast<std::size_t>(m)]);
-                both += x * y;
-                ours += x * x;
-                theirs += y * y;
-            }
-        }
-        const double least = std::fabs(both) / theirs, most = ours / std::fabs(both);
-        double gain = least <= 1.02 && most >= 0.98 ? 1 : std::sqrt(ours / theirs);
+    void find_gain(const sound_products &sums) {
+        const double both = std::fabs(sums.both), least = both / sums.source,
+                     most = sums.decoded / both;
+        double gain = least <= 1.02 && most >= 0.98 ? 1 : std::sqrt(sums.decoded / sums.source);
         total_.gain_db = 20 * std::log10(gain);
         if (total_.inverted) gain = -gain;
         source_->adjust(static_cast<float>(gain), total_.swapped);
@@ -148,25 +130,25 @@ class comparer {
         if (valid == 0) return;
         const double here = correlation_of(ahead, 1, at);
         const bool is_like = here >= usual_correlation_ - 0.3;
-        if (is_like && here > 0) usual_correlation_ += (here - usual_correlation_) / 32;
+        if (is_like) usual_correlation_ += (here - usual_correlation_) / 32;
         if (is_like || quiet_for_ > 0 || valid < frames_ahead / 2) return;
         const double all = correlation_of(ahead, valid, at);
         if (all >= usual_correlation_ - 0.3) return;
-        quiet_for_ = frames_ahead;
         const channel_sound decoded = sound_of(ahead, valid);
         const std::int64_t begin = at + offset_ - jump_range;
         const channel_sound source =
             adjusted(begin, decoded.front().size() + 2 * static_cast<std::size_t>(jump_range));
-        const alignment found = align(decoded, source, jump_range, 0, 2 * jump_range);
-        const std::int64_t moved = found.lag - jump_range;
-        if (moved == 0 || found.swapped || found.correlation < all + 0.2) return;
+        const auto found = align(decoded, source, jump_range, 0, 2 * jump_range);
+        if (!found || found->lag == jump_range || found->swapped || found->correlation < all + 0.2) {
+            quiet_for_ = frames_ahead;
+            return;
+        }
+        const std::int64_t moved = found->lag - jump_range;
         offset_ += moved;
         if (total_.frames == 0 && total_.jumps.empty())
             total_.offset = offset_; // more of the searched sound lay behind a jump than before it
         else
             total_.jumps.push_back({.frame = ahead.front()->number, .samples = moved});
-        analysis_.reset();
-        quiet_for_ = 0;
     }
 
     channel_sound sound_of(const frame_queue &ahead, std::size_t frames) const {
@@ -186,23 +168,19 @@ class comparer {
         return out;
     }
 
-    /// Of the next frames with the source where it is now; 1 where either is silent.
+    /// Of the next frames with the source where it is now; the usual one where the stream is silent.
     double correlation_of(const frame_queue &ahead, std::size_t frames, std::int64_t at) {
         const channel_sound decoded = sound_of(ahead, frames);
-        const auto size = decoded.front().size();
-        double energy = 0;
-        for (const auto &channel : decoded)
-            for (const float x : channel)
-                energy += static_cast<double>(x) * static_cast<double>(x);
-        if (energy < 1e-6 * static_cast<double>(size)) return usual_correlation_;
-        const channel_sound source = adjusted(at + offset_, size);
-        return correlation_at(decoded, source, 0, false);
+        const std::size_t size = decoded.front().size();
+        const auto sums = products_of(decoded, adjusted(at + offset_, size), 0, false);
+        if (sums.decoded < 1e-6 * static_cast<double>(size)) return usual_correlation_;
+        return sums.source > 0 ? sums.both / std::sqrt(sums.decoded * sums.source) : 0;
     }
 
     /// The encoder's view of the source, a frame ahead so that filterbank and model have their history.
     void analyze(std::int64_t position) {
         const auto instants = static_cast<std::size_t>(samples_);
-        if (!analysis_ || position != next_position_) {
+        if (next_position_ != position) {
             analysis_ =
                 std::make_unique<source_analysis>(layer_, channels_, rate_, source_from_.has_masks);
             analysis_->analyze(source_->read(position - samples_, instants), subbands_, smr_);
@@ -219,29 +197,28 @@ class comparer {
         const auto end = source_->length();
         if (position + samples_ <= 0 || (end && position >= *end)) return false;
         if (number >= few && position < history && total_.outside > 0) return false;
-        return !end || position + samples_ <= *end || all_frames_ - number <= few;
+        return !end || position + samples_ <= *end || report_.frames - number <= few;
     }
 
     void compare_frame(const decoded_frame &decoded, std::int64_t at,
                        const std::function<void(const compared_frame &)> &each) {
-        for (int ch = 0; ch < channels_; ++ch)
-            total_.clipped += static_cast<std::uint64_t>(
-                std::count_if(decoded.pcm[ch], decoded.pcm[ch] + decoded.samples,
-                              [](float x) { return x >= 1.0F || x < -1.0F; }));
+        for (const auto &channel : decoded.pcm)
+            total_.clipped += static_cast<std::uint64_t>(std::ranges::count_if(channel, is_clipped));
         const parsed_frame &f = decoded.frame;
         // Where the encoder's frame begins in the source.
         const std::int64_t position = at + offset_ + decoder_delay(layer_);
         if (decoded.is_frame && (f.layer != layer_ || f.rate != rate_ || f.channels() != channels_)) {
             ++total_.others;
-        } else if (decoded.samples == samples_ && !lies_inside(position, decoded.number)) {
+        } else if (!lies_inside(position, decoded.number)) {
             if (decoded.is_frame) ++total_.outside;
-        } else if (decoded.samples == samples_) {
+        } else {
             analyze(position);
             if (!decoded.valid) return;
-            if (total_.frames == 0) first_compared_ = position;
-            last_compared_ = position + samples_;
-            compared_frame result;
-            result.number = decoded.number;
+            if (total_.frames == 0)
+                total_.source_begin = seconds_of(std::max<std::int64_t>(position, 0));
+            total_.source_end = seconds_of(position + samples_);
+            compared_frame result{
+                .number = decoded.number, .level = {}, .error = {}, .snr = {}, .nmr = {}};
             compare(decoded.subbands, subbands_, smr_, result);
             each(result);
         }
@@ -249,7 +226,7 @@ class comparer {
 
     void compare(const frame_subbands &decoded, const double (&source)[2][36][32],
                  const double (&smr)[2][32], compared_frame &result) {
-        const int steps = layer_ == 1 ? 12 : 36;
+        const int steps = samples_ / 32;
         for (int ch = 0; ch < channels_; ++ch) {
             for (int sb = 0; sb < 32; ++sb) {
                 double signal = 0, noise = 0;
@@ -262,57 +239,56 @@ class comparer {
                 noise_[ch][sb] += noise;
                 // Below what 24 bits hold there is nothing to compare.
                 const bool silent = signal / steps < 1e-14;
-                const double snr =
-                    silent ? 0 : std::min(decibel(signal / std::max(noise, 1e-30)), 150.0);
-                const double nmr = silent ? -150 : smr[ch][sb] - snr;
-                nmr_[ch][sb] += silent ? 0 : std::pow(10, nmr / 10);
-                total_.worst_nmr = std::max(total_.worst_nmr, nmr);
-                result.level[ch][sb] = static_cast<float>(decibel(2 * signal / steps));
-                result.error[ch][sb] = static_cast<float>(decibel(2 * noise / steps));
+                const double snr = silent ? 0 : signal_to_noise(signal, noise);
+                const double ratio = silent ? 0 : std::pow(10, (smr[ch][sb] - snr) / 10);
+                nmr_[ch][sb] += ratio;
+                worst_ratio_ = std::max(worst_ratio_, ratio);
+                result.level[ch][sb] = static_cast<float>(decibels(2 * signal / steps));
+                result.error[ch][sb] = static_cast<float>(decibels(2 * noise / steps));
                 result.snr[ch][sb] = static_cast<float>(snr);
-                result.nmr[ch][sb] = static_cast<float>(nmr);
+                result.nmr[ch][sb] = static_cast<float>(decibels(ratio));
             }
         }
         ++total_.frames;
     }
 
     void sum_up() {
-        const auto frames = static_cast<double>(std::max<std::uint64_t>(total_.frames, 1));
+        const auto frames = static_cast<double>(total_.frames);
         double signal = 0, noise = 0, ratio = 0;
         for (int ch = 0; ch < channels_; ++ch) {
             for (int sb = 0; sb < 32; ++sb) {
                 signal += signal_[ch][sb];
                 noise += noise_[ch][sb];
                 ratio += nmr_[ch][sb];
-                total_.subband_level[ch][sb] =
-                    decibel(2 * signal_[ch][sb] / frames / (layer_ == 1 ? 12 : 36));
-                total_.subband_snr[ch][sb] = decibel(signal_[ch][sb] / std::max(noise_[ch][sb], 1e-30));
-                total_.subband_nmr[ch][sb] = decibel(nmr_[ch][sb] / frames);
+                total_.subband_level[ch][sb] = decibels(2 * signal_[ch][sb] / frames / (samples_ / 32));
+                total_.subband_snr[ch][sb] = signal_to_noise(signal_[ch][sb], noise_[ch][sb]);
+                total_.subband_nmr[ch][sb] = decibels(nmr_[ch][sb] / frames);
             }
         }
-        total_.source_begin = std::max<double>(0, static_cast<double>(first_compared_)) / rate_;
-        total_.source_end = static_cast<double>(last_compared_) / rate_;
         if (const auto length = source_->length()) {
-            total_.source_seconds = static_cast<double>(*length) / rate_;
+            total_.source_seconds = seconds_of(*length);
             total_.source_end = std::min(total_.source_end, *total_.source_seconds);
         }
-        total_.snr = decibel(signal / std::max(noise, 1e-30));
-        total_.mean_nmr = decibel(ratio / frames / channels_ / 32);
+        total_.snr = signal_to_noise(signal, noise);
+        total_.worst_nmr = decibels(worst_ratio_);
+        total_.mean_nmr = decibels(ratio / frames / channels_ / 32);
     }
+
+    double seconds_of(std::int64_t instants) const { return static_cast<double>(instants) / rate_; }
 
     stream_name stream_;
     comparison_source source_from_;
     int layer_, channels_, rate_, samples_;
-    std::uint64_t all_frames_;
     const stream_report &report_;
     std::unique_ptr<source_reader> source_;
     std::unique_ptr<source_analysis> analysis_;
     double subbands_[2][36][32] = {}, smr_[2][32] = {};
-    std::int64_t offset_ = 0, next_position_ = 0, first_compared_ = 0, last_compared_ = 0;
+    std::int64_t offset_ = 0;
+    std::optional<std::int64_t> next_position_; ///< of the source, behind what was analyzed
     double usual_correlation_ = 0.9;
     std::size_t quiet_for_ = 0; ///< frames until the next search
-    comparison_totals total_;
-    double signal_[2][32] = {}, noise_[2][32] = {}, nmr_[2][32] = {};
+    comparison_totals total_{};
+    double signal_[2][32] = {}, noise_[2][32] = {}, nmr_[2][32] = {}, worst_ratio_ = 0;
 };
 
 } // namespace
@@ -321,7 +297,7 @@ comparison_totals compare_with_source(const stream_name &stream, const stream_re
                                       const std::string &source_path,
                                       const std::function<void(const compared_frame &)> &each) {
     const auto open = [&] { return open_source(source_path); };
-    return comparer(stream, report, {.name = source_path, .open = open}).run(each);
+    return comparer(stream, report, {.name = source_path, .open = open, .has_masks = true}).run(each);
 }
 
 comparison_totals compare_with_stream(const stream_name &stream, const stream_report &report,

@@ -13,37 +13,38 @@ namespace tools {
 
 /// From this frame on the stream lies elsewhere in its source: frames are lost or doubled.
 struct source_jump {
-    std::uint64_t frame = 0;
-    std::int64_t samples = 0; ///< that the source skips; below 0 it is heard again
+    std::uint64_t frame;
+    std::int64_t samples; ///< that the source skips; below 0 it is heard again
 };
 
+/// All of it 0 at first.
 struct comparison_totals {
     std::string name; ///< of the source
     /// Decoded sample n is the source's sample n + offset, where the stream begins. An encoder's and a
     /// decoder's filterbank together make it -481 or less.
-    std::int64_t offset = 0;
-    double correlation = 0; ///< at that offset, of sound like the source's: 0 .. 1
-    double gain_db = 0;     ///< of the stream against the source; 0 where it cannot be told from none
-    bool inverted = false, swapped = false;
+    std::int64_t offset;
+    double correlation; ///< at that offset, of sound like the source's: 0 .. 1
+    double gain_db;     ///< of the stream against the source; 0 where it cannot be told from none
+    bool inverted, swapped;
     std::vector<source_jump> jumps;
-    std::uint64_t frames = 0, clipped = 0;
-    std::uint64_t outside = 0; ///< frames that lie before the source's start or after its end
-    std::uint64_t others = 0;  ///< frames of another layer, rate or number of channels
+    std::uint64_t frames, clipped;
+    std::uint64_t outside; ///< frames that lie before the source's start or after its end
+    std::uint64_t others;  ///< frames of another layer, rate or number of channels
     /// Seconds of the source that were compared, and that there are.
-    double source_begin = 0, source_end = 0;
+    double source_begin, source_end;
     std::optional<double> source_seconds;
-    int channels = 0;
+    int channels;
     static constexpr int sblimit = 32;
-    double snr = 0;                        ///< dB, of all subband samples
-    double mean_nmr = 0, worst_nmr = -150; ///< dB: of the mean ratio, and the greatest
+    double snr;                 ///< dB, of all subband samples
+    double mean_nmr, worst_nmr; ///< dB: of the mean ratio, and the greatest
     /// dB: of the whole stream's energies, and the mean ratio of noise to mask.
-    double subband_level[2][32] = {}, subband_snr[2][32] = {}, subband_nmr[2][32] = {};
+    double subband_level[2][32], subband_snr[2][32], subband_nmr[2][32];
 };
 
 /// dB of one frame.
 struct compared_frame {
-    std::uint64_t number = 0;
-    float level[2][32] = {}, error[2][32] = {}, snr[2][32] = {}, nmr[2][32] = {};
+    std::uint64_t number;
+    float level[2][32], error[2][32], snr[2][32], nmr[2][32];
 };
 
 /// Reads the stream once more. The source is aligned by correlation with the decoded sound, put through

@@ -1,5 +1,6 @@
 #include "velainfo/container_kind.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace tools {
@@ -8,30 +9,24 @@ namespace {
 using namespace std::string_view_literals;
 
 struct magic {
-    std::size_t place;
-    std::string_view bytes;
-    std::size_t second_place;
-    std::string_view second; ///< empty: none
+    std::string_view start; ///< a question mark is any byte
     const char *name, *description;
 };
 
-// AVI and the raw sectors of a Video CD are RIFF files like WAV. A transport stream has a sync byte every 188
-// bytes, every 192 with time stamps in front of the packets.
-constexpr magic containers[] = {{0, "\0\0\1\xBA"sv, 0, "", "mpeg", "an MPEG program stream"},
-                                {0, "G"sv, 188, "G", "mpegts", "an MPEG transport stream"},
-                                {4, "G"sv, 196, "G", "mpegts", "an MPEG transport stream"},
-                                {0, "\x1A\x45\xDF\xA3"sv, 0, "", "matroska", "a Matroska file"},
-                                {0, "RIFF"sv, 8, "AVI ", "avi", "an AVI file"},
-                                {0, "RIFF"sv, 8, "CDXA", "vcd", "a file of raw Video CD sectors"},
-                                {4, "ftyp"sv, 8, "qt  ", "mov", "a QuickTime file"},
-                                {4, "ftyp"sv, 0, "", "mp4", "an MP4 file"},
-                                {4, "moov"sv, 0, "", "mov", "a QuickTime file"},
-                                {4, "wide"sv, 0, "", "mov", "a QuickTime file"},
-                                {4, "mdat"sv, 0, "", "mov", "a QuickTime file"},
-                                {0, "\x06\x0E\x2B\x34\x02\x05\x01\x01"sv, 0, "", "mxf", "an MXF file"},
-                                {0, "riff\x2E\x91\xCF\x11"sv, 0, "", "w64", "a Wave64 file"},
-                                {0, "caff\0\1"sv, 0, "", "caf", "a Core Audio file"},
-                                {0, "FLV\1"sv, 0, "", "flv", "a Flash video file"}};
+// AVI and the raw sectors of a Video CD are RIFF files like WAV.
+constexpr magic containers[] = {{"\0\0\1\xBA"sv, "mpeg", "an MPEG program stream"},
+                                {"\x1A\x45\xDF\xA3", "matroska", "a Matroska file"},
+                                {"RIFF????AVI ", "avi", "an AVI file"},
+                                {"RIFF????CDXA", "vcd", "a file of raw Video CD sectors"},
+                                {"????ftypqt  ", "mov", "a QuickTime file"},
+                                {"????ftyp", "mp4", "an MP4 file"},
+                                {"????moov", "mov", "a QuickTime file"},
+                                {"????wide", "mov", "a QuickTime file"},
+                                {"????mdat", "mov", "a QuickTime file"},
+                                {"\x06\x0E\x2B\x34\x02\x05\x01\x01", "mxf", "an MXF file"},
+                                {"riff\x2E\x91\xCF\x11", "w64", "a Wave64 file"},
+                                {"caff\0\1"sv, "caf", "a Core Audio file"},
+                                {"FLV\1", "flv", "a Flash video file"}};
 
 constexpr std::pair<std::string_view, const char *> sounds[] = {
     {"fLaC", "FLAC"},
@@ -46,16 +41,24 @@ constexpr std::pair<std::string_view, const char *> sounds[] = {
     {"\xFF\xF2", "MPEG Layer III"},
     {"ID3", "MPEG Layer III or AAC with an ID3 tag"}};
 
-bool has(std::string_view start, std::size_t place, std::string_view bytes) {
-    return start.size() >= place && start.substr(place).starts_with(bytes);
+bool begins_with(std::string_view file, std::string_view start) {
+    return file.size() >= start.size()
+           && std::equal(start.begin(), start.end(), file.begin(),
+                         [](char wanted, char is) { return wanted == '?' || wanted == is; });
+}
+
+/// A sync byte every 188 bytes, or every 192 with time stamps in front of the packets.
+bool is_transport_stream(std::string_view file) {
+    const auto is_sync = [&](std::size_t place) { return place < file.size() && file[place] == 'G'; };
+    return (is_sync(0) && is_sync(188)) || (is_sync(4) && is_sync(4 + 192));
 }
 
 } // namespace
 
 container_kind container_of(std::string_view start) {
     for (const magic &m : containers)
-        if (has(start, m.place, m.bytes) && has(start, m.second_place, m.second))
-            return {m.name, m.description};
+        if (begins_with(start, m.start)) return {m.name, m.description};
+    if (is_transport_stream(start)) return {"mpegts", "an MPEG transport stream"};
     return {};
 }
 

@@ -19,10 +19,8 @@ std::string output_of(child_process &child) {
     input_file pipe{.handle = child.take_output(), .name = "ffprobe's output"};
     std::string text;
     std::array<char, 4096> room;
-    for (std::size_t got = 1; got > 0;) {
-        got = read_some(pipe, std::as_writable_bytes(std::span(room)));
+    while (const std::size_t got = read_some(pipe, std::as_writable_bytes(std::span(room))))
         text.append(room.data(), got);
-    }
     return text;
 }
 

@@ -1,6 +1,7 @@
 // The streams inside containers such as films, which ffmpeg takes out without decoding them.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,10 +9,11 @@ namespace tools {
 
 /// A stream to look at: a file, or a track of one.
 struct stream_name {
-    std::string path; ///< "-" is standard input
-    int track = -1;   ///< as ffmpeg counts; -1: the file itself
+    std::string path;         ///< "-" is standard input
+    std::optional<int> track; ///< as ffmpeg counts; none: the file itself
 
-    explicit stream_name(std::string file, int number = -1) : path(std::move(file)), track(number) {}
+    explicit stream_name(std::string file, std::optional<int> number = {})
+        : path(std::move(file)), track(number) {}
 };
 
 /// Every track of MPEG audio, Layer I or II, where the file is a container that ffprobe can tell; the file

@@ -12,7 +12,7 @@ class decoded_source final : public pcm_source {
     /// @param report  of the whole stream
     decoded_source(const stream_name &stream, const stream_report &report)
         : shape_{.rate = report.usual(stream_report::rate),
-                 .channels = report.usual(stream_report::mode) == 3 ? 1 : 2,
+                 .channels = report.usual_channels(),
                  .format = sample_format::f32},
           decoder_(stream, report) {}
 
@@ -31,7 +31,7 @@ class decoded_source final : public pcm_source {
   private:
     pcm_shape shape_;
     frame_decoder decoder_;
-    decoded_frame frame_;
+    decoded_frame frame_{};
     std::vector<float> block_;
 };
 

@@ -16,39 +16,81 @@ namespace {
 using field = stream_report::field;
 constexpr double unlimited = std::numeric_limits<double>::infinity();
 
-enum class value_kind { number, word, yes_or_no, seconds };
+enum class value_kind { number, seconds, mode, emphasis, yes_or_no };
+
+/// What a number alone is.
+enum class lone { value, least, most };
 
 struct expectation_key {
     const char *name;
     value_kind kind;
     const char *unit;
-    bool only_highest; ///< a single number is the most that there may be; of the least ones likewise
-    bool only_lowest;
-    bool of_sound;
+    lone single;
     const char *example;
+    std::optional<field> header = {};
+    /// What is heard; null for what the stream says.
+    std::optional<double> (*heard)(const sound_report &) = nullptr;
 };
 
 constexpr expectation_key keys[] = {
-    {"rate", value_kind::number, "Hz", false, false, false, "48000"},
-    {"layer", value_kind::number, "", false, false, false, "2"},
-    {"mode", value_kind::word, "", false, false, false, "stereo|joint"},
-    {"kbps", value_kind::number, "kbit/s", false, false, false, "192..256"},
-    {"channels", value_kind::number, "", false, false, false, "2"},
-    {"emphasis", value_kind::word, "", false, false, false, "none"},
-    {"crc", value_kind::yes_or_no, "", false, false, false, "yes"},
-    {"copyright", value_kind::yes_or_no, "", false, false, false, "no"},
-    {"original", value_kind::yes_or_no, "", false, false, false, "yes"},
-    {"constant", value_kind::yes_or_no, "", false, false, false, "yes"},
-    {"min-seconds", value_kind::seconds, "s", false, true, false, "60"},
-    {"max-seconds", value_kind::seconds, "s", true, false, false, "3600"},
-    {"max-damage", value_kind::number, "places", true, false, false, "0"},
-    {"loudness", value_kind::number, "LUFS", false, false, true, "-23\u00B11"},
-    {"range", value_kind::number, "LU", true, false, true, "20"},
-    {"true-peak", value_kind::number, "dBTP", true, false, true, "..-1"},
-    {"silence", value_kind::seconds, "s", true, false, true, "2s"},
-    {"clipped", value_kind::number, "samples", true, false, true, "0"},
-    {"correlation", value_kind::number, "", false, true, true, "0..1"},
-    {"dead-channels", value_kind::number, "", true, false, true, "0"}};
+    {"rate", value_kind::number, "Hz", lone::value, "48000", field::rate},
+    {"layer", value_kind::number, "", lone::value, "2", field::layer},
+    {"mode", value_kind::mode, "", lone::value, "stereo|joint", field::mode},
+    {"kbps", value_kind::number, "kbit/s", lone::value, "192..256", field::kbps},
+    {"channels", value_kind::number, "", lone::value, "2", field::mode},
+    {"emphasis", value_kind::emphasis, "", lone::value, "none", field::emphasis},
+    {"crc", value_kind::yes_or_no, "", lone::value, "yes", field::crc},
+    {"copyright", value_kind::yes_or_no, "", lone::value, "no", field::copyright},
+    {"original", value_kind::yes_or_no, "", lone::value, "yes", field::original},
+    {"constant", value_kind::yes_or_no, "", lone::value, "yes"},
+    {"min-seconds", value_kind::seconds, "s", lone::least, "60"},
+    {"max-seconds", value_kind::seconds, "s", lone::most, "3600"},
+    {"max-damage", value_kind::number, "places", lone::most, "0"},
+    {"loudness",
+     value_kind::number,
+     "LUFS",
+     lone::value,
+     "-23\u00B11",
+     {},
+     [](const sound_report &s) { return s.loudness.integrated; }},
+    {"range",
+     value_kind::number,
+     "LU",
+     lone::most,
+     "20",
+     {},
+     [](const sound_report &s) { return std::optional(s.loudness.range); }},
+    {"true-peak",
+     value_kind::number,
+     "dBTP",
+     lone::most,
+     "..-1",
+     {},
+     [](const sound_report &s) { return s.loudness.true_peak; }},
+    {"silence",
+     value_kind::seconds,
+     "s",
+     lone::most,
+     "2s",
+     {},
+     [](const sound_report &s) { return std::optional(s.longest_silence); }},
+    {"clipped",
+     value_kind::number,
+     "samples",
+     lone::most,
+     "0",
+     {},
+     [](const sound_report &s) { return std::optional(static_cast<double>(s.clipped)); }},
+    {"correlation",
+     value_kind::number,
+     "",
+     lone::least,
+     "0..1",
+     {},
+     [](const sound_report &s) { return s.correlation; }},
+    {"dead-channels", value_kind::number, "", lone::most, "0", {}, [](const sound_report &s) {
+         return std::optional(static_cast<double>(std::ranges::count(s.is_dead, true)));
+     }}};
 
 const expectation_key *key_called(const std::string &name) {
     const auto found =
@@ -75,9 +117,15 @@ std::optional<double> number_of(std::string text, bool seconds) {
     return value;
 }
 
+struct limits {
+    double lowest, highest;
+};
+
 /// "192", "192..256", "..-1", "-23+-1".
-bool read_limits(const std::string &text, const expectation_key &key, expectation &out) {
-    const bool seconds = key.kind == value_kind::seconds;
+std::optional<limits> read_limits(const std::string &text, const expectation_key &key) {
+    const auto value_of = [&](std::string_view part) {
+        return number_of(std::string(part), key.kind == value_kind::seconds);
+    };
     const auto split = [&](std::string_view separator) {
         const auto at = text.find(separator);
         return std::pair{text.substr(0, at),
@@ -86,21 +134,22 @@ bool read_limits(const std::string &text, const expectation_key &key, expectatio
     for (const std::string_view sign : {"\u00B1", "+-", "+/-"}) {
         if (text.find(sign) == std::string::npos) continue;
         const auto [middle, spread] = split(sign);
-        const auto value = number_of(middle, seconds), width = number_of(spread, seconds);
-        if (!value || !width || *width < 0) return false;
-        out.lowest = *value - *width;
-        out.highest = *value + *width;
-        return true;
+        const auto value = value_of(middle), width = value_of(spread);
+        if (!value || !width || *width < 0) return std::nullopt;
+        return limits{*value - *width, *value + *width};
     }
     const bool is_range = text.find("..") != std::string::npos;
     const auto [low, high] = split("..");
-    const auto first = number_of(low, seconds), last = number_of(high, seconds);
-    if ((!first && !(is_range && low.empty())) || (!last && !(is_range && high.empty()))) return false;
-    out.lowest = !first || (!is_range && key.only_highest) ? -unlimited : *first;
-    out.highest = !last || (!is_range && key.only_lowest) ? unlimited : *last;
-    return out.lowest <= out.highest && !(low.empty() && high.empty());
+    const auto first = value_of(low), last = value_of(high);
+    if ((!first && !(is_range && low.empty())) || (!last && !(is_range && high.empty())))
+        return std::nullopt;
+    const limits found{!first || (!is_range && key.single == lone::most) ? -unlimited : *first,
+                       !last || (!is_range && key.single == lone::least) ? unlimited : *last};
+    const bool has_any = first || last;
+    return has_any && found.lowest <= found.highest ? std::optional(found) : std::nullopt;
 }
 
+/// The values that a key may have; none for numbers.
 std::vector<std::string> words_of(const expectation_key &key) {
     if (key.kind == value_kind::yes_or_no) return {"yes", "no"};
     std::vector<std::string> words;
@@ -108,10 +157,8 @@ std::vector<std::string> words_of(const expectation_key &key) {
         for (const named_value &name : names)
             words.emplace_back(name.name);
     };
-    if (std::string_view(key.name) == "mode")
-        add(mode_names);
-    else
-        add(emphasis_names);
+    if (key.kind == value_kind::mode) add(mode_names);
+    if (key.kind == value_kind::emphasis) add(emphasis_names);
     return words;
 }
 
@@ -123,12 +170,11 @@ expectation parse_line(const std::string &line) {
         refuse(line, "KEY=VALUE, where KEY is " + expectation_keys());
     out.text = trimmed(line.substr(equals + 1));
     std::istringstream parts(out.text);
-    const bool is_word = key->kind == value_kind::word || key->kind == value_kind::yes_or_no;
-    const auto known = is_word ? words_of(*key) : std::vector<std::string>{};
+    const auto known = words_of(*key);
     for (std::string part; std::getline(parts, part, '|');) {
         part = trimmed(part);
-        const bool is_known =
-            is_word ? std::ranges::find(known, part) != known.end() : read_limits(part, *key, out);
+        const bool is_known = known.empty() ? read_limits(part, *key).has_value()
+                                            : std::ranges::find(known, part) != known.end();
         if (!is_known) refuse(line, std::string(key->name) + "=" + key->example + ", for instance");
         out.words.push_back(part);
     }
@@ -139,8 +185,8 @@ expectation parse_line(const std::string &line) {
 /// Whether a number is one of the alternatives.
 bool admits(const expectation &e, const expectation_key &key, double value) {
     return std::ranges::any_of(e.words, [&](const std::string &word) {
-        expectation one;
-        return read_limits(word, key, one) && value >= one.lowest && value <= one.highest;
+        const auto one = read_limits(word, key);
+        return one && value >= one->lowest && value <= one->highest;
     });
 }
 
@@ -162,13 +208,13 @@ class checker {
 
     std::optional<violation> check(const expectation &e) const {
         const expectation_key &key = *key_called(e.key);
-        if (const auto which = header_field(e.key)) return check_headers(e, key, *which);
+        if (key.header) return check_headers(e, key, *key.header);
         if (e.key == "constant") return check_constant(e);
-        const auto measured = measure(e.key);
+        const auto measured = measure(key);
         if (measured && admits(e, key, *measured)) return std::nullopt;
         if (!measured && std::ranges::all_of(e.words, [&](const std::string &word) {
-                expectation one;
-                return read_limits(word, key, one) && one.lowest == -unlimited;
+                const auto one = read_limits(word, key);
+                return one && one->lowest == -unlimited;
             }))
             return std::nullopt;
         violation broken = broken_by(e, key, measured ? number_text(*measured) : "unknown", {});
@@ -177,16 +223,6 @@ class checker {
     }
 
   private:
-    static std::optional<field> header_field(const std::string &name) {
-        static constexpr std::pair<const char *, field> fields[] = {
-            {"rate", field::rate}, {"layer", field::layer},         {"mode", field::mode},
-            {"kbps", field::kbps}, {"channels", field::mode},       {"emphasis", field::emphasis},
-            {"crc", field::crc},   {"copyright", field::copyright}, {"original", field::original}};
-        for (const auto &[key, which] : fields)
-            if (name == key) return which;
-        return std::nullopt;
-    }
-
     static violation broken_by(const expectation &e, const expectation_key &key,
                                const std::string &value, const header_use &use) {
         const std::string unit = *key.unit == '\0' ? "" : std::string(" ") + key.unit;
@@ -234,17 +270,10 @@ class checker {
         return broken_by(e, *key_called(e.key), what, changed->second);
     }
 
-    std::optional<double> measure(const std::string &key) const {
-        if (key.ends_with("-seconds")) return report_.seconds();
-        if (key == "max-damage") return static_cast<double>(report_.damage_count);
-        const sound_report &s = *sound_;
-        if (key == "loudness") return s.loudness.integrated;
-        if (key == "range") return s.loudness.range;
-        if (key == "true-peak") return s.loudness.true_peak;
-        if (key == "silence") return s.longest_silence;
-        if (key == "clipped") return static_cast<double>(s.clipped);
-        if (key == "correlation") return s.correlation;
-        return static_cast<double>(std::ranges::count(s.is_dead, true));
+    std::optional<double> measure(const expectation_key &key) const {
+        if (key.heard != nullptr) return key.heard(*sound_);
+        return key.kind == value_kind::seconds ? report_.seconds()
+                                               : static_cast<double>(report_.damage_count);
     }
 
     const stream_report &report_;
@@ -273,8 +302,8 @@ std::vector<expectation> parse_expectations(const std::string &text) {
 }
 
 bool needs_sound(const std::vector<expectation> &expected) {
-    return std::ranges::any_of(expected,
-                               [](const expectation &e) { return key_called(e.key)->of_sound; });
+    return std::ranges::any_of(
+        expected, [](const expectation &e) { return key_called(e.key)->heard != nullptr; });
 }
 
 std::vector<violation> check_expectations(const stream_report &report, const sound_report *sound,

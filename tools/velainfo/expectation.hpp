@@ -16,7 +16,6 @@ struct expectation {
     std::string text; ///< the value as it was given
     /// One of these words or numbers, or anything within the limits.
     std::vector<std::string> words;
-    double lowest = 0, highest = 0;
 };
 
 /// Keys and what their values look like, for help and messages.

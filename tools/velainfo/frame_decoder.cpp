@@ -5,9 +5,8 @@
 namespace tools {
 
 frame_decoder::frame_decoder(const stream_name &stream, const stream_report &report)
-    : input_(stream), usual_bytes_(std::max<std::uint64_t>(report.frame_bytes / report.frames, 1)),
-      usual_samples_(report.usual(stream_report::layer) == 1 ? 384 : 1152),
-      channels_(report.usual(stream_report::mode) == 3 ? 1 : 2),
+    : input_(stream), usual_bytes_(report.frame_bytes / report.frames),
+      usual_samples_(report.usual_samples()), channels_(report.usual_channels()),
       scanner_([this](std::span<std::uint8_t> room) { return input_.read(room); }) {
 }
 
@@ -19,10 +18,11 @@ bool frame_decoder::next(decoded_frame &out) {
         if (!piece) return false;
         if (!piece->is_frame) {
             // A tag was never sound.
-            if (started_ && !piece->tag) missing_ = (piece->length + usual_bytes_ / 2) / usual_bytes_;
+            if (number_ > 0 && !piece->tag)
+                missing_ = (piece->length + usual_bytes_ / 2) / usual_bytes_;
             continue;
         }
-        started_ = out.is_frame = true;
+        out.is_frame = true;
         out.number = number_++;
         out.frame = parse_frame(piece->bytes, &codes_);
         out.samples = out.frame.samples();

@@ -8,13 +8,13 @@ namespace tools {
 
 /// One frame's worth of time.
 struct decoded_frame {
-    bool is_frame = false;    ///< false: what bytes outside of frames may have been
-    bool valid = false;       ///< the frame's fields can be used
-    std::uint64_t number = 0; ///< frames before it
-    parsed_frame frame{};
-    frame_subbands subbands = {};
-    int samples = 0; ///< per channel
-    float pcm[2][1152] = {};
+    bool is_frame;        ///< false: what bytes outside of frames may have been
+    bool valid;           ///< the frame's fields can be used
+    std::uint64_t number; ///< frames before it
+    parsed_frame frame;
+    frame_subbands subbands;
+    int samples;        ///< per channel
+    float pcm[2][1152]; ///< a channel that is not there is silent
 };
 
 class frame_decoder {
@@ -35,7 +35,6 @@ class frame_decoder {
     sample_codes codes_;
     synthesis_filterbank banks_[2];
     std::uint64_t number_ = 0, missing_ = 0;
-    bool started_ = false;
 };
 
 } // namespace tools

@@ -31,7 +31,7 @@ frame_matcher::frame_matcher(std::array<read_function, 2> read, std::array<std::
 std::optional<frame_matcher::pair> frame_matcher::next() {
     fill();
     const bool is_there[2] = {!frames_[0].empty(), !frames_[1].empty()};
-    pair out;
+    pair out{};
     const auto take = [&](std::size_t side) {
         out.frame[side] = &frames_[side].front();
         used_[side] = true;

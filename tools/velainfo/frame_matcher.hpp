@@ -12,9 +12,9 @@ namespace tools {
 
 /// A frame as it stands in its file.
 struct kept_frame {
-    std::uint64_t number = 0; ///< frames before it
-    std::uint64_t offset = 0;
-    double seconds = 0, end = 0; ///< of sound before it, and behind it
+    std::uint64_t number; ///< frames before it
+    std::uint64_t offset;
+    double seconds, end; ///< of sound before it, and behind it
     std::vector<std::uint8_t> bytes;
 };
 
@@ -29,12 +29,12 @@ class frame_matcher {
     static constexpr std::size_t window = 2048; ///< frames of each stream that are looked at together
 
     /// @param ahead  so many frames of a stream are known to be in it alone, from its start
-    explicit frame_matcher(std::array<read_function, 2> read, std::array<std::uint64_t, 2> ahead = {});
+    explicit frame_matcher(std::array<read_function, 2> read, std::array<std::uint64_t, 2> ahead);
 
     /// One frame of both streams, or of the one that has it alone.
     struct pair {
         const kept_frame *frame[2] = {}; ///< valid until the next call; null: not in that stream
-        bool is_equal = false;
+        bool is_equal;
     };
 
     /// None at the end of both.

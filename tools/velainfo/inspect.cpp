@@ -25,17 +25,16 @@
 namespace tools {
 namespace {
 
-/// What a stream comes to.
-enum class verdict { fits = 0, broken = 7, damaged = 3, unreadable = 2 };
+/// What a stream comes to, from the best to the worst.
+enum class verdict { fits, broken, damaged, unreadable };
 
-/// From the best to the worst.
-int rank(verdict v) {
-    constexpr verdict order[] = {verdict::fits, verdict::broken, verdict::damaged, verdict::unreadable};
-    return static_cast<int>(std::ranges::find(order, v) - std::ranges::begin(order));
+int exit_code_of(verdict worst) {
+    constexpr int codes[] = {0, 7, 3, 2};
+    return codes[static_cast<int>(worst)];
 }
 
 struct inspected {
-    verdict result = verdict::fits;
+    verdict result;
     std::string out, error;
     stream_report report;
     std::string text; ///< as the page has it
@@ -49,7 +48,7 @@ class inspector {
 
     inspected inspect(const stream_name &stream) {
         const std::string &path = stream.path;
-        inspected done;
+        inspected done{};
         try {
             look_at(stream, done);
         } catch (const failure &error) {
@@ -194,7 +193,7 @@ int inspect_difference(const info_options &wanted) {
         same &= found.is_same();
     }
     out.flush();
-    return static_cast<int>(same ? verdict::fits : verdict::broken);
+    return exit_code_of(same ? verdict::fits : verdict::broken);
 }
 
 } // namespace
@@ -215,7 +214,7 @@ int inspect(const info_options &wanted) {
         return inspector(wanted, wanted.frames ? &out : nullptr).inspect(stream);
     };
     const auto take = [&](inspected &&done) {
-        if (rank(done.result) > rank(worst)) worst = done.result;
+        worst = std::max(worst, done.result);
         if (!done.error.empty() && !wanted.brief) {
             out.flush();
             std::fprintf(stderr, "velainfo: %s\n", printable(done.error).c_str());
@@ -230,7 +229,7 @@ int inspect(const info_options &wanted) {
     in_order<inspected>(streams, wanted.frames ? 1 : 0, work, take);
     out.flush();
     if (!wanted.html.empty() && worst != verdict::unreadable) write_page(wanted, drawn);
-    return static_cast<int>(worst);
+    return exit_code_of(worst);
 }
 
 } // namespace tools

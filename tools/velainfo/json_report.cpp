@@ -1,5 +1,7 @@
 #include "velainfo/json_report.hpp"
 
+#include "velainfo/decibels.hpp"
+
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -166,38 +168,38 @@ std::string json_of(const stream_report &r, const comparison_totals *compared,
     }
     for (const auto &[bound, count] : r.bounds)
         bounds.push_back({{"bound", bound}, {"frames", count}});
-    const auto counted = static_cast<double>(std::max<std::uint64_t>(r.counted, 1));
-    json object{{"schema", json_schema},
-                {"tool", tool},
-                {"file", r.name},
-                {"container", r.container},
-                {"bytes", r.bytes},
-                {"frames", r.frames},
-                {"seconds", rounded(r.seconds())},
-                {"average_kbps", rounded(r.average_kbps())},
-                {"joint", r.values[stream_report::mode].contains(1)},
-                {"header", header_of(r)},
-                {"padding",
-                 {{"frames", r.padded},
-                  {"needed", r.padding.needed},
-                  {"exact", r.padding.is_exact()},
-                  {"worst_slots", rounded(r.padding.worst)}}},
-                {"crc", {{"right", r.crc_right}, {"wrong", r.crc_wrong}}},
-                {"bounds", bounds},
-                {"bits", bits_of(r.bits)},
-                {"scfsi", r.scfsi},
-                {"allocation", rows_of(r.sample_bits, r.channels, r.sblimit, counted)},
-                {"remarks", counts_of(r.remarks, remark_text)},
-                {"faults", counts_of(r.faults, fault_text)},
-                {"sound", r.is_sound()},
-                {"damage_count", r.damage_count},
-                {"damaged_frames", r.damaged_frames},
-                {"lost_bytes", r.lost_bytes},
-                {"event_count", r.event_count},
-                {"events", events_of(r)},
-                {"violations", texts},
-                {"broken", broken}};
-    if (r.track >= 0) object["track"] = r.track;
+    json object{
+        {"schema", json_schema},
+        {"tool", tool},
+        {"file", r.name},
+        {"container", r.container.name},
+        {"bytes", r.bytes},
+        {"frames", r.frames},
+        {"seconds", rounded(r.seconds())},
+        {"average_kbps", rounded(r.average_kbps())},
+        {"joint", r.values[stream_report::mode].contains(1)},
+        {"header", header_of(r)},
+        {"padding",
+         {{"frames", r.padded},
+          {"needed", r.padding.needed},
+          {"exact", r.padding.is_exact()},
+          {"worst_slots", rounded(r.padding.worst)}}},
+        {"crc", {{"right", r.crc_right}, {"wrong", r.crc_wrong}}},
+        {"bounds", bounds},
+        {"bits", bits_of(r.bits)},
+        {"scfsi", r.scfsi},
+        {"allocation", rows_of(r.sample_bits, r.channels, r.sblimit, static_cast<double>(r.counted))},
+        {"remarks", counts_of(r.remarks, remark_text)},
+        {"faults", counts_of(r.faults, fault_text)},
+        {"sound", r.is_sound()},
+        {"damage_count", r.damage_count},
+        {"damaged_frames", r.damaged_frames},
+        {"lost_bytes", r.lost_bytes},
+        {"event_count", r.event_count},
+        {"events", events_of(r)},
+        {"violations", texts},
+        {"broken", broken}};
+    if (r.container.track) object["track"] = *r.container.track;
     if (sound != nullptr) object["measured"] = measured_of(*sound);
     if (compared != nullptr) object["comparison"] = comparison_of(*compared);
     return line_of(object);
@@ -207,13 +209,13 @@ std::string json_of(const stream_difference &d) {
     json files = json::array(), first = json::array(), fields = json::object(), places = json::array();
     for (const stream_report &r : d.reports) {
         files.push_back({{"file", r.name},
-                         {"container", r.container},
+                         {"container", r.container.name},
                          {"bytes", r.bytes},
                          {"frames", r.frames},
                          {"seconds", rounded(r.seconds())},
                          {"damage_count", r.damage_count},
                          {"outside", r.bytes - r.frame_bytes}});
-        if (r.track >= 0) files.back()["track"] = r.track;
+        if (r.container.track) files.back()["track"] = *r.container.track;
     }
     for (const field_difference &f : d.first)
         first.push_back({{"field", f.field}, {"place", f.place}, {"values", f.values}});
@@ -237,7 +239,7 @@ std::string json_of(const stream_difference &d) {
     if (n.noisy > 0)
         object["noise"].update({{"level", rounded(n.level())},
                                 {"snr", rounded(n.snr())},
-                                {"worst", rounded(n.worst_level())},
+                                {"worst", rounded(decibels(n.worst))},
                                 {"worst_frame", n.worst_frame}});
     if (!d.unlike.empty()) object["unlike"] = d.unlike;
     if (d.sound)

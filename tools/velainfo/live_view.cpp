@@ -1,6 +1,7 @@
 #include "velainfo/live_view.hpp"
 
 #include "jobs/progress.hpp"
+#include "velainfo/decibels.hpp"
 #include "velainfo/text_report.hpp"
 
 #include <algorithm>
@@ -41,7 +42,7 @@ std::string live_view::line(const stream_report &so_far) const {
     if (steps_ == 0) return text;
     text += ", level";
     for (int ch = 0; ch < last_.channels(); ++ch)
-        text += format(" %.1f", 10 * std::log10(std::max(energy_[ch] / steps_, 1e-12)));
+        text += format(" %.1f", level_of(energy_[ch] / steps_));
     return text + " dB";
 }
 

@@ -77,7 +77,7 @@ void add_expectations(info_options &wanted, const std::string &text) {
 } // namespace
 
 std::optional<info_options> read_info_options(int argc, char **argv) {
-    info_options wanted;
+    info_options wanted{};
     CLI::App app(description, "velainfo");
     app.footer(footer);
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);

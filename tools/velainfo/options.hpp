@@ -9,15 +9,16 @@
 
 namespace tools {
 
+/// What is not asked for is empty or false.
 struct info_options {
     std::vector<std::string> inputs; ///< files, with `recursive` folders too
     std::vector<std::string> lists;  ///< files of names, a line each; "-": standard input
-    bool recursive = false;
-    bool frames = false, json = false, brief = false;
-    bool sound = false; ///< measure it
-    bool diff = false;  ///< of the two inputs
-    std::string html;   ///< file to write; empty for none
-    bool overwrite = false;
+    bool recursive;
+    bool frames, json, brief;
+    bool sound;       ///< measure it
+    bool diff;        ///< of the two inputs
+    std::string html; ///< file to write; empty for none
+    bool overwrite;
     std::string source; ///< the original; empty for none
     std::string trace;  ///< velaenc's; empty for none
     std::optional<int> preset;

@@ -2,6 +2,7 @@
 
 #include "common/printable.hpp"
 #include "parser/standard_tables.hpp"
+#include "velainfo/decibels.hpp"
 #include "velainfo/page_parts.hpp" // made from page.html, page.css and page.js
 
 #include <array>
@@ -93,18 +94,6 @@ std::vector<panel> trace_panels() {
             {"left", "Trace: bits left over", "bit", kind::lines, {"left over"}, 0, 1, 0, 64}};
 }
 
-/// Power of every scale factor.
-const std::array<float, 64> factor_power = [] {
-    std::array<float, 64> power{};
-    for (int i = 0; i < 63; ++i)
-        power[static_cast<unsigned>(i)] = static_cast<float>(std::pow(scalefactor(i), 2));
-    return power;
-}();
-
-float decibel(float power) {
-    return power > 1e-12F ? 10 * std::log10(power) : -120.0F;
-}
-
 void put_allocation(const parsed_frame &frame, float *allocation, float *factors, float *level) {
     for (int ch = 0; ch < frame.channels(); ++ch) {
         float sum = 0;
@@ -116,13 +105,14 @@ void put_allocation(const parsed_frame &frame, float *allocation, float *factors
             int loudest = 63;
             for (int part = 0; part < frame.parts; ++part) {
                 const int factor = frame.scalefactor[ch][part][sb];
-                mean += factor_power[static_cast<unsigned>(factor)] / static_cast<float>(frame.parts);
+                mean += static_cast<float>(std::pow(scalefactor(factor), 2))
+                        / static_cast<float>(frame.parts);
                 loudest = std::min(loudest, factor);
             }
             factors[i] = static_cast<float>(6.0206 - 2.00687 * loudest);
             sum += mean;
         }
-        level[ch] = decibel(sum);
+        level[ch] = level_of(sum);
     }
 }
 
@@ -217,14 +207,14 @@ void stream_pictures::add_spectrum(std::uint64_t number, const parsed_frame &fra
             float sum = 0;
             for (int i = 0; i < steps; ++i)
                 sum += subbands[ch][i][sb] * subbands[ch][i][sb];
-            values[static_cast<unsigned>(32 * ch + sb)] = decibel(2 * sum / static_cast<float>(steps));
+            values[static_cast<unsigned>(32 * ch + sb)] = level_of(2 * sum / static_cast<float>(steps));
         }
     }
     spectrum_->add(number, values);
 }
 
 void stream_pictures::add(const sound_report &sound, const stream_report &report) {
-    if (sound.momentary.empty() || report.frames == 0) return;
+    if (sound.momentary.empty()) return;
     loudness_.emplace(loudness_panels());
     const double step = report.seconds() / static_cast<double>(report.frames);
     for (std::uint64_t frame = 0; frame < report.frames; ++frame) {
@@ -276,8 +266,7 @@ std::string page::html() {
         }
     };
     each_timeline([&](const timeline &t) { rows += t.rows(); });
-    const std::size_t columns =
-        std::max<std::size_t>(most_bytes / bytes_a_cell / std::max<std::size_t>(rows, 1), 16);
+    const std::size_t columns = most_bytes / bytes_a_cell / rows;
     each_timeline([&](timeline &t) {
         const bool exact = t.stride() == 1 && t.columns() * rows * bytes_a_cell <= 3 * most_bytes;
         if (!exact) t.limit_columns(columns);

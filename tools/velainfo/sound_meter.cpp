@@ -1,6 +1,7 @@
 #include "velainfo/sound_meter.hpp"
 
 #include "settings/record.hpp"
+#include "velainfo/decibels.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -8,33 +9,29 @@
 namespace tools {
 namespace {
 
-double decibels_of(double power) {
-    return power > 1e-12 ? 10 * std::log10(power) : -120;
-}
-
 const float silent_below = static_cast<float>(std::pow(10, sound_report::silence_level / 20));
 
 } // namespace
 
 void sound_meter::start(const parsed_frame &frame) {
-    channels_ = report_.channels = frame.channels();
+    report_.channels = frame.channels();
     rate_ = frame.rate;
-    samples_ = silent_since_ = skipped_;
+    start_ = silent_since_ = samples_;
     // The meter counts in whole samples a step of 10 ms. At 22050 Hz it is told 22100: a weighting that is off
     // by a quarter of a percent of frequency changes no figure.
     const int metered = (rate_ + 50) / 100 * 100;
     report_.step_seconds = metered / 100.0 / rate_;
-    loudness_ = std::make_unique<programme_meter>(channels_, metered);
+    loudness_ = std::make_unique<programme_meter>(report_.channels, metered);
 }
 
 void sound_meter::add(const parsed_frame &frame, const sample_codes &codes) {
-    const auto length = static_cast<std::uint64_t>(frame.samples());
-    if (frame.faults == 0 && rate_ == 0) start(frame);
-    if (rate_ == 0) {
-        skipped_ += length;
+    if (frame.faults == 0 && !loudness_) start(frame);
+    if (!loudness_) {
+        samples_ += static_cast<std::uint64_t>(frame.samples());
         return;
     }
-    const bool is_heard = frame.faults == 0 && frame.channels() == channels_ && frame.rate == rate_;
+    const bool is_heard =
+        frame.faults == 0 && frame.channels() == report_.channels && frame.rate == rate_;
     if (is_heard)
         requantize(frame, codes, subbands_);
     else
@@ -42,7 +39,7 @@ void sound_meter::add(const parsed_frame &frame, const sample_codes &codes) {
     heard_.clear();
     for (int step = 0; step < frame.samples() / 32; ++step) {
         float pcm[2][32] = {};
-        for (int ch = 0; ch < channels_; ++ch)
+        for (int ch = 0; ch < report_.channels; ++ch)
             banks_[ch].step(subbands_[ch][step], pcm[ch]);
         hear(pcm);
     }
@@ -52,12 +49,12 @@ void sound_meter::add(const parsed_frame &frame, const sample_codes &codes) {
 void sound_meter::hear(const float (&pcm)[2][32]) {
     for (int n = 0; n < 32; ++n) {
         bool silent = true;
-        for (int ch = 0; ch < channels_; ++ch) {
+        for (int ch = 0; ch < report_.channels; ++ch) {
             const float x = pcm[ch][n], size = std::fabs(x);
             heard_.push_back(x);
             energy_[ch] += static_cast<double>(x) * static_cast<double>(x);
             peak_[ch] = std::max(peak_[ch], size);
-            if (x >= 1.0F || x < -1.0F) ++report_.clipped;
+            if (is_clipped(x)) ++report_.clipped;
             silent &= size < silent_below;
         }
         product_ += static_cast<double>(pcm[0][n]) * static_cast<double>(pcm[1][n]);
@@ -85,16 +82,16 @@ void sound_meter::end_silence() {
 
 sound_report sound_meter::finish() {
     sound_report &r = report_;
-    if (rate_ == 0) return r;
+    if (!loudness_) return r;
     end_silence();
-    const auto count = static_cast<double>(std::max<std::uint64_t>(samples_ - skipped_, 1));
-    for (std::size_t ch = 0; ch < static_cast<std::size_t>(channels_); ++ch) {
+    const auto count = static_cast<double>(samples_ - start_);
+    for (std::size_t ch = 0; ch < static_cast<std::size_t>(r.channels); ++ch) {
         const auto peak = static_cast<double>(peak_[ch]);
-        r.peak[ch] = decibels_of(peak * peak);
-        r.rms[ch] = decibels_of(energy_[ch] / count);
+        r.peak[ch] = level_of(peak * peak);
+        r.rms[ch] = level_of(energy_[ch] / count);
         r.is_dead[ch] = peak_[ch] < silent_below;
     }
-    if (channels_ == 2 && !r.is_dead[0] && !r.is_dead[1])
+    if (r.channels == 2 && !r.is_dead[0] && !r.is_dead[1])
         r.correlation = product_ / std::sqrt(energy_[0] * energy_[1]);
     const loudness_record record = loudness_->finish();
     r.loudness = record.figures();
@@ -104,7 +101,7 @@ sound_report sound_meter::finish() {
     for (std::size_t i = 0; i < record.energy.size(); ++i) {
         sum += static_cast<double>(record.energy[i]);
         if (i >= steps) sum -= static_cast<double>(record.energy[i - steps]);
-        r.momentary.push_back(static_cast<float>(-0.691 + decibels_of(std::max(sum, 0.0) / steps)));
+        r.momentary.push_back(static_cast<float>(-0.691 + level_of(sum / steps)));
     }
     return r;
 }

@@ -25,14 +25,13 @@ class sound_meter {
     void hear(const float (&pcm)[2][32]);
     void end_silence();
 
-    int channels_ = 0, rate_ = 0; ///< 0 before the first sound frame
-    std::uint64_t skipped_ = 0;   ///< samples before that
-    std::unique_ptr<programme_meter> loudness_;
+    std::unique_ptr<programme_meter> loudness_; ///< null before the first sound frame
+    int rate_;
     synthesis_filterbank banks_[2];
     frame_subbands subbands_ = {};
     std::vector<float> heard_;
-    sound_report report_;
-    std::uint64_t samples_ = 0, silent_since_ = 0;
+    sound_report report_{};
+    std::uint64_t samples_ = 0, start_, silent_since_; ///< the last two: of the first sound frame on
     double energy_[2] = {}, product_ = 0;
     float peak_[2] = {};
 };

@@ -1,5 +1,6 @@
 #include "velainfo/stream_difference.hpp"
 
+#include "velainfo/decibels.hpp"
 #include "velainfo/frame_matcher.hpp"
 #include "velainfo/stream_input.hpp"
 #include "velainfo/synthesis.hpp"
@@ -14,10 +15,6 @@
 namespace tools {
 namespace {
 
-double decibels(double power) {
-    return power > 1e-15 ? 10 * std::log10(power) : -150;
-}
-
 /// A stream's frames one by one, and the report on all of it.
 class frame_feed {
   public:
@@ -30,6 +27,7 @@ class frame_feed {
             kept_frame frame{.number = builder_.so_far().frames,
                              .offset = builder_.offset_of(*piece),
                              .seconds = builder_.so_far().seconds(),
+                             .end = {},
                              .bytes = {}};
             if (piece->is_frame) frame.bytes.assign(piece->bytes.begin(), piece->bytes.end());
             builder_.add(*piece);
@@ -81,7 +79,7 @@ class difference_finder {
             std::array<std::uint64_t, 2> ahead{frames_before(streams_[0], streams_[1]), 0};
             if (ahead[0] == 0) ahead[1] = frames_before(streams_[1], streams_[0]);
             stream_difference before = d_;
-            if (ahead[0] + ahead[1] > 0) match(ahead);
+            match(ahead);
             if (d_.equal < before.equal) d_ = std::move(before);
         }
         if (has_few_equal()) listen();
@@ -141,7 +139,7 @@ class difference_finder {
             return;
         }
         close_place();
-        open_.emplace(difference_place{.kind = what, .frames = 1, .fields = fields});
+        open_ = {.kind = what, .frames = 1, .frame = {}, .offset = {}, .seconds = {}, .fields = fields};
         const kept_frame *const frames[2] = {first, second};
         for (std::size_t side = 0; side < 2; ++side) {
             const kept_frame *const here = frames[side];
@@ -219,12 +217,12 @@ class difference_finder {
 
     /// Looks for the second stream's sound in the first one's.
     void listen() {
-        difference_noise heard;
+        difference_noise heard{};
         const auto &reports = d_.reports;
         const auto is_like = [&](stream_report::field which) {
             return reports[0].usual(which) == reports[1].usual(which);
         };
-        const int channels = reports[1].usual(stream_report::mode) == 3 ? 1 : 2;
+        const int channels = reports[1].usual_channels();
         const auto add = [&](const compared_frame &frame) {
             double signal = 0, noise = 0;
             for (int ch = 0; ch < channels; ++ch) {
@@ -243,8 +241,7 @@ class difference_finder {
             d_.noise = {};
             return;
         }
-        const std::int64_t frame = reports[0].usual(stream_report::layer) == 1 ? 384 : 1152,
-                           frames = sound->offset / frame;
+        const std::int64_t frame = reports[0].usual_samples(), frames = sound->offset / frame;
         const bool is_one_grid = is_like(stream_report::layer) && is_like(stream_report::rate);
         if (frames != 0 && sound->offset % frame == 0 && is_one_grid)
             match({static_cast<std::uint64_t>(std::max<std::int64_t>(frames, 0)),
@@ -258,12 +255,12 @@ class difference_finder {
     }
 
     struct place_behind {
-        std::uint64_t frame = 0, offset = 0;
-        double seconds = 0;
+        std::uint64_t frame, offset;
+        double seconds;
     };
 
     stream_name streams_[2];
-    stream_difference d_;
+    stream_difference d_{};
     std::array<place_behind, 2> last_{};
     std::deque<std::size_t> history_; ///< hashes of the second stream's last frames
     std::optional<difference_place> open_;
@@ -285,15 +282,11 @@ void difference_noise::add(std::uint64_t frame, double frame_signal, double fram
 }
 
 double difference_noise::level() const {
-    return decibels(power / static_cast<double>(std::max<std::uint64_t>(frames, 1)));
-}
-
-double difference_noise::worst_level() const {
-    return decibels(worst);
+    return decibels(power / static_cast<double>(frames));
 }
 
 double difference_noise::snr() const {
-    return power > 0 ? decibels(signal / power) : 150;
+    return signal_to_noise(signal, power);
 }
 
 stream_difference compare_streams(const stream_name &first, const stream_name &second) {

@@ -19,37 +19,37 @@ struct difference_place {
     /// "changed"; of frames that only the first stream has "lost"; of frames that only the second one has
     /// "doubled" where they repeat those before them, else "added"
     std::string kind;
-    std::uint64_t frames = 0;
+    std::uint64_t frames;
     /// The first of them in each stream, or where it would be: frames, bytes and seconds before it.
-    std::array<std::uint64_t, 2> frame{}, offset{};
-    std::array<double, 2> seconds{};
-    std::vector<std::string> fields{}; ///< that differ in any of the changed frames
+    std::array<std::uint64_t, 2> frame, offset;
+    std::array<double, 2> seconds;
+    std::vector<std::string> fields; ///< that differ in any of the changed frames
 };
 
-/// The second stream's sound less the first one's, over frames that both have.
+/// The second stream's sound less the first one's, over frames that both have; all of it 0 at first.
 struct difference_noise {
-    std::uint64_t frames = 0;      ///< compared
-    double power = 0, signal = 0;  ///< sums over the noisy ones: mean powers of a frame, full scale 1
-    std::uint64_t noisy = 0;       ///< frames with any
-    double worst = 0;              ///< the greatest power of a frame
-    std::uint64_t worst_frame = 0; ///< of the second stream
+    std::uint64_t frames;      ///< compared
+    double power, signal;      ///< sums over the noisy ones: mean powers of a frame, full scale 1
+    std::uint64_t noisy;       ///< frames with any
+    double worst;              ///< the greatest power of a frame
+    std::uint64_t worst_frame; ///< of the second stream
 
     void add(std::uint64_t frame, double frame_signal, double frame_power);
-    /// dB: mean level over all that was compared, and of the worst frame; 0 is a full-scale square wave.
+    /// dB, where there is any: mean level over all that was compared; 0 is a full-scale square wave.
     double level() const;
-    double worst_level() const;
     /// dB: the signal above the noise in the frames that have any.
     double snr() const;
 };
 
+/// Counts are 0 at first.
 struct stream_difference {
     static constexpr std::size_t listed_places = 1000;
 
     std::array<stream_report, 2> reports;
-    std::uint64_t equal = 0, changed = 0;
-    std::array<std::uint64_t, 2> alone{}; ///< frames that only one has
+    std::uint64_t equal, changed;
+    std::array<std::uint64_t, 2> alone;   ///< frames that only one has
     std::vector<difference_place> places; ///< the first ones
-    std::uint64_t place_count = 0;
+    std::uint64_t place_count;
     std::vector<field_difference> first; ///< of the first changed frames
     std::optional<difference_place> first_place;
     std::vector<std::pair<std::string, std::uint64_t>> fields; ///< changed frames by field

@@ -49,13 +49,15 @@ stream_input::stream_input(const stream_name &stream) : file_(open_input(stream.
     if (head_.empty()) throw failure(exit_code::input, file_.name + " is empty");
     const container_kind kind = container_of(text_of(head_));
     if (!kind.name.empty()) {
-        if (stream.track < 0) refuse(file_.name, kind);
+        if (!stream.track) refuse(file_.name, kind);
         container_.name = kind.name;
         container_.description = kind.description;
         container_.track = stream.track;
-        start_copying(stream.track);
+        start_copying(*stream.track);
     } else if (text_of(head_).starts_with("RIFF") || text_of(head_).starts_with("RF64")) {
         enter_wav();
+    } else {
+        container_.name = "none";
     }
 }
 
@@ -126,6 +128,8 @@ void stream_input::enter_wav() {
         return static_cast<int>(little_endian(std::span(fields).subspan(place, bytes)));
     };
     container_ = {.name = "wav",
+                  .description = {},
+                  .track = {},
                   .base = data->offset,
                   .rate = field(4, 4),
                   .channels = field(2, 2),

@@ -47,7 +47,7 @@ class stream_input {
     std::function<void()> tick_;
     std::vector<std::byte> head_; ///< the first bytes
     std::size_t head_used_ = 0;
-    container_facts container_;
+    container_facts container_{};
     bool in_wav_ = false;
     std::unique_ptr<child_process> ffmpeg_; ///< that takes the stream out of its container
     std::uint64_t left_ = ~std::uint64_t{};

@@ -28,7 +28,15 @@ void padding_tracker::add(const stream_header &header) {
 int stream_report::usual(field which) const {
     const auto less = [](const auto &a, const auto &b) { return a.second < b.second; };
     const auto &counts = values[which];
-    return counts.empty() ? 0 : std::ranges::max_element(counts, less)->first;
+    return std::ranges::max_element(counts, less)->first;
+}
+
+int stream_report::usual_channels() const {
+    return usual(mode) == 3 ? 1 : 2;
+}
+
+int stream_report::usual_samples() const {
+    return usual(layer) == 1 ? 384 : 1152;
 }
 
 double stream_report::seconds() const {
@@ -60,21 +68,20 @@ double bits_per_sample(int layer, int steps) {
     return code_bits_of(layer, steps) / (is_grouped(layer, steps) ? 3.0 : 1.0);
 }
 
-report_builder::report_builder(std::string name, container_facts container)
-    : container_(std::move(container)) {
+report_builder::report_builder(std::string name, container_facts container) {
     report_.name = std::move(name);
-    report_.container = container_.name;
-    report_.container_description = container_.description;
-    report_.track = container_.track;
+    report_.container = std::move(container);
 }
 
 stream_event report_builder::event_here(std::uint64_t offset, std::uint64_t length) const {
     return {.kind = "gap",
-            .offset = container_.base + offset,
+            .is_damage = true,
+            .offset = report_.container.base + offset,
             .length = length,
             .frame = report_.frames,
             .seconds = report_.seconds(),
-            .text = {}};
+            .text = {},
+            .frames = 0};
 }
 
 void report_builder::add(const stream_piece &piece) {
@@ -104,7 +111,7 @@ void report_builder::add(const stream_piece &piece, const parsed_frame &frame) {
         change.kind = "change";
         change.is_damage = false;
         change.text = "another kind of stream begins";
-        note(change);
+        note(std::move(change));
     }
     last_ = frame;
     if (frame.crc == 1) ++((frame.faults & fault_crc) != 0 ? r.crc_wrong : r.crc_right);
@@ -216,9 +223,12 @@ void report_builder::close_tags(bool at_end) {
 }
 
 void report_builder::judge_container() {
-    const container_facts &c = container_;
+    const container_facts &c = report_.container;
     const auto tell = [&](const std::string &text) {
-        stream_event event{.kind = "container", .text = "the header of the WAV file " + text};
+        stream_event event{};
+        event.kind = "container";
+        event.is_damage = true;
+        event.text = "the header of the WAV file " + text;
         note(std::move(event));
     };
     const auto differs = [&](const char *what, int says, int is) {
@@ -227,7 +237,7 @@ void report_builder::judge_container() {
                  + std::to_string(is));
     };
     differs("Hz", c.rate, report_.usual(stream_report::rate));
-    differs("channels", c.channels, report_.usual(stream_report::mode) == 3 ? 1 : 2);
+    differs("channels", c.channels, report_.usual_channels());
     if (c.is_empty) tell("says that there is no sound in it");
     if (c.promised > report_.bytes)
         tell("promises " + std::to_string(c.promised) + " bytes of sound, "
@@ -243,13 +253,9 @@ void report_builder::note(stream_event event) {
 
 /// The same fault in the next frame is no place of its own.
 void report_builder::note_fault(stream_event event) {
-    constexpr std::size_t most_faults = 8; // of a frame
-    auto &events = report_.events;
-    const std::size_t first = events.size() - std::min(events.size(), most_faults);
-    for (stream_event &earlier : std::span(events).subspan(first)) {
-        if (earlier.text != event.text || earlier.kind != "fault"
-            || earlier.frame + earlier.frames != event.frame
-            || earlier.offset + earlier.length != event.offset)
+    for (stream_event &earlier : report_.events) {
+        if (earlier.offset + earlier.length != event.offset || earlier.text != event.text
+            || earlier.kind != "fault")
             continue;
         earlier.length += event.length;
         ++earlier.frames;

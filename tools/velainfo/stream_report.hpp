@@ -15,13 +15,13 @@ namespace tools {
 
 /// What a container says about the stream in it.
 struct container_facts {
-    std::string name = "none", description = {};
-    int track = -1;         ///< of a container with several, as ffmpeg counts
-    std::uint64_t base = 0; ///< where the stream begins in the file
+    std::string name, description; ///< "none" and empty for a stream alone
+    std::optional<int> track;      ///< of a container with several, as ffmpeg counts
+    std::uint64_t base;            ///< where the stream begins in the file
     /// Of a WAV file; 0 where its header does not tell.
-    int rate = 0, channels = 0;
-    std::uint64_t promised = 0; ///< bytes of sound
-    bool is_empty = false;      ///< the header says that there is no sound
+    int rate, channels;
+    std::uint64_t promised; ///< bytes of sound
+    bool is_empty;          ///< the header says that there is no sound
 };
 
 /// How often each value occurred.
@@ -31,43 +31,42 @@ using value_counts = std::map<int, std::uint64_t>;
 struct stream_event {
     /// "leading", "trailing", "gap", "cut", "joined", "fault", "change", "container"
     std::string kind;
-    bool is_damage = true;
-    std::uint64_t offset = 0, length = 0; ///< bytes of the file
-    std::uint64_t frame = 0;              ///< frames before it
-    double seconds = 0;                   ///< of sound before it
+    bool is_damage;
+    std::uint64_t offset, length; ///< bytes of the file
+    std::uint64_t frame;          ///< frames before it
+    double seconds;               ///< of sound before it
     std::string text;
-    std::uint64_t frames = 0; ///< how many in a row have the same fault
+    std::uint64_t frames; ///< how many in a row have the same fault
 };
 
 /// Padding against the exact average bitrate. A slot too many or too few at any time, and the deviation
 /// passes one slot.
 struct padding_tracker {
-    bool needed = false;
-    double worst = 0; ///< greatest deviation over a stretch without damage, in slots
+    bool needed;
+    double worst; ///< greatest deviation over a stretch without damage, in slots
 
     void add(const stream_header &header);
     void restart() { kbps_ = 0; }
     bool is_exact() const { return worst <= 1; }
 
   private:
-    int kbps_ = 0;
-    std::int64_t sum_ = 0, lowest_ = 0, highest_ = 0; ///< in `rate`ths of a slot
+    int kbps_;                            ///< 0 before the first frame of a stretch
+    std::int64_t sum_, lowest_, highest_; ///< in `rate`ths of a slot
 };
 
 /// Totals of bit_shares, with the rest told apart.
 struct bit_totals {
-    std::uint64_t header = 0, crc = 0, allocation = 0, scfsi = 0, scalefactors = 0, samples = 0,
-                  ancillary = 0, unused = 0;
+    std::uint64_t header, crc, allocation, scfsi, scalefactors, samples, ancillary, unused;
 };
 
 /// Frames whose headers say the same.
 struct header_use {
-    std::uint64_t frames = 0;
-    std::uint64_t frame = 0, offset = 0; ///< the first of them, and where it begins
-    double seconds = 0;
+    std::uint64_t frames;
+    std::uint64_t frame, offset; ///< the first of them, and where it begins
+    double seconds;
 };
 
-/// What frames that can be relied on are like.
+/// What frames that can be relied on are like; all of it 0 at first.
 struct stream_statistics {
     /// In the order of the header.
     enum field {
@@ -83,51 +82,50 @@ struct stream_statistics {
         emphasis,
         fields
     };
-    std::uint64_t counted = 0; ///< frames
+    std::uint64_t counted; ///< frames
     std::map<std::array<int, fields>, header_use> headers;
     value_counts bounds; ///< of frames with intensity stereo
-    std::uint64_t padded = 0;
+    std::uint64_t padded;
     padding_tracker padding;
     bit_totals bits;
-    std::array<std::uint64_t, 4> scfsi{};
-    int sblimit = 0, channels = 0; ///< the greatest
+    std::array<std::uint64_t, 4> scfsi;
+    int sblimit, channels; ///< the greatest
     /// Sums over the frames of bits a sample: [channel][subband].
-    double sample_bits[2][32] = {};
+    double sample_bits[2][32];
 };
 
 using header_fields = std::array<int, stream_statistics::fields>;
 
 /// A rule that the stream breaks, of a format or of the user's.
 struct violation {
-    std::string rule;                    ///< what was asked for; empty for a format's
-    std::string text;                    ///< what is wrong
-    std::uint64_t frame = 0, offset = 0; ///< where it begins
-    double seconds = 0;
+    std::string rule;            ///< what was asked for; empty for a format's
+    std::string text;            ///< what is wrong
+    std::uint64_t frame, offset; ///< where it begins
+    double seconds;
 };
 
 struct stream_report : stream_statistics {
     static constexpr std::size_t listed_events = 1000;
 
     std::string name;
-    std::string container = "none", container_description;
-    int track = -1;
-    std::uint64_t bytes = 0, frame_bytes = 0, frames = 0;
+    container_facts container;
+    std::uint64_t bytes, frame_bytes, frames;
     std::map<int, std::uint64_t> samples;    ///< per channel, by sampling rate
     std::array<value_counts, fields> values; ///< of `headers`, by field
-    std::uint64_t crc_right = 0, crc_wrong = 0, damaged_frames = 0, lost_bytes = 0;
+    std::uint64_t crc_right, crc_wrong, damaged_frames, lost_bytes;
     std::map<unsigned, std::uint64_t> faults, remarks; ///< by bit
     std::vector<stream_event> events;                  ///< the first ones
-    std::uint64_t event_count = 0, damage_count = 0;
+    std::uint64_t event_count, damage_count;
     std::vector<violation> violations;
 
     bool is_constant(field which) const { return values[which].size() <= 1; }
     /// The most frequent value.
     int usual(field which) const;
+    int usual_channels() const;
+    int usual_samples() const; ///< a frame and channel
     bool is_sound() const { return damage_count == 0; }
     double seconds() const;
-    double average_kbps() const {
-        return seconds() > 0 ? static_cast<double>(frame_bytes) / seconds() / 125 : 0;
-    }
+    double average_kbps() const { return static_cast<double>(frame_bytes) / seconds() / 125; }
 };
 
 /// The names of a report's fields, as text and JSON call them.
@@ -151,7 +149,9 @@ class report_builder {
     stream_report finish(const std::string &other_kind, bool was_interrupted = false);
 
     /// Where a piece begins in the file.
-    std::uint64_t offset_of(const stream_piece &piece) const { return container_.base + piece.offset; }
+    std::uint64_t offset_of(const stream_piece &piece) const {
+        return report_.container.base + piece.offset;
+    }
 
     const stream_report &so_far() const { return report_; }
 
@@ -167,12 +167,11 @@ class report_builder {
 
     /// Tags one behind the other, whose meaning depends on what follows.
     struct tag_run {
-        std::uint64_t offset = 0, length = 0;
+        std::uint64_t offset, length;
         std::string names;
     };
 
-    stream_report report_;
-    container_facts container_;
+    stream_report report_{};
     std::optional<stream_piece> gap_; ///< the last piece, whose meaning depends on the next
     std::optional<tag_run> tags_;
     std::optional<stream_header> last_;

@@ -1,6 +1,7 @@
 #include "velainfo/text_report.hpp"
 
 #include "common/printable.hpp"
+#include "velainfo/decibels.hpp"
 
 #include <algorithm>
 #include <array>
@@ -37,8 +38,9 @@ std::string heading(const stream_report &r) {
     text += r.is_constant(stream_report::kbps)
                 ? ", " + std::to_string(r.usual(stream_report::kbps)) + " kbit/s"
                 : format(", %.1f kbit/s on average", r.average_kbps());
-    if (r.container == "wav") text += ", in a WAV file";
-    if (r.track >= 0) text += ", track " + std::to_string(r.track) + " of " + r.container_description;
+    if (r.container.name == "wav") text += ", in a WAV file";
+    if (r.container.track)
+        text += ", track " + std::to_string(*r.container.track) + " of " + r.container.description;
     return text + "\n";
 }
 
@@ -120,11 +122,10 @@ std::string subband_row(const char *label, const double (&values)[32], int count
 
 std::string allocation_rows(const stream_report &r) {
     std::string text = row("allocation", "bits a sample on average, by subband");
-    const auto sound = static_cast<double>(std::max<std::uint64_t>(r.counted, 1));
     for (int ch = 0; ch < r.channels; ++ch) {
         double average[32];
         for (int sb = 0; sb < 32; ++sb)
-            average[sb] = r.sample_bits[ch][sb] / sound;
+            average[sb] = r.sample_bits[ch][sb] / static_cast<double>(r.counted);
         text += subband_row(r.channels == 1 ? "" : ch == 0 ? "  left" : "  right", average, r.sblimit);
     }
     return text;
@@ -288,7 +289,7 @@ std::string noise_rows(const stream_difference &d) {
            + row("noise", format("%.1f dB of full scale over ", n.level())
                               + count_text(n.frames, "frame")
                               + format(", %.1f dB in frame %llu of B; %.1f dB below the sound in ",
-                                       n.worst_level(), static_cast<number>(n.worst_frame), n.snr())
+                                       decibels(n.worst), static_cast<number>(n.worst_frame), n.snr())
                               + count_text(n.noisy, "frame"));
 }
 

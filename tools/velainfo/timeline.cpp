@@ -35,15 +35,17 @@ void timeline::add(std::uint64_t frame, std::span<const float> values) {
     while (frame / stride_ >= most_columns)
         merge_pairs();
     const auto first = static_cast<std::size_t>(frame / stride_) * rows_;
-    if (cells_.size() < first + rows_) cells_.resize(first + rows_);
-    for (std::size_t i = 0; i < rows_; ++i) {
-        cell &c = cells_[first + i];
-        if (std::isnan(values[i])) continue;
-        c.low = c.count == 0 ? values[i] : std::min(c.low, values[i]);
-        c.high = c.count == 0 ? values[i] : std::max(c.high, values[i]);
-        c.sum += values[i];
-        ++c.count;
-    }
+    cells_.resize(std::max(cells_.size(), first + rows_));
+    for (std::size_t i = 0; i < rows_; ++i)
+        if (!std::isnan(values[i])) cells_[first + i].add({values[i], values[i], values[i], 1});
+}
+
+void timeline::cell::add(const cell &other) {
+    if (other.count == 0) return;
+    low = count == 0 ? other.low : std::min(low, other.low);
+    high = count == 0 ? other.high : std::max(high, other.high);
+    sum += other.sum;
+    count += other.count;
 }
 
 void timeline::limit_columns(std::size_t most) {
@@ -52,19 +54,10 @@ void timeline::limit_columns(std::size_t most) {
 }
 
 void timeline::merge_pairs() {
-    const std::size_t before = columns();
-    for (std::size_t column = 0; column < before; ++column) {
-        for (std::size_t i = 0; i < rows_; ++i) {
-            const cell from = cells_[column * rows_ + i];
-            cell &to = cells_[column / 2 * rows_ + i];
-            if (column % 2 == 0 || to.count == 0)
-                to = from;
-            else if (from.count > 0)
-                to = {std::min(to.low, from.low), std::max(to.high, from.high), to.sum + from.sum,
-                      to.count + from.count};
-        }
-    }
-    cells_.resize((before + 1) / 2 * rows_);
+    std::vector<cell> merged((columns() + 1) / 2 * rows_);
+    for (std::size_t i = 0; i < cells_.size(); ++i)
+        merged[i / rows_ / 2 * rows_ + i % rows_].add(cells_[i]);
+    cells_ = std::move(merged);
     stride_ *= 2;
 }
 

@@ -12,11 +12,11 @@ namespace tools {
 struct panel {
     enum class kind { map, lines, stack, marks };
     std::string name, title, unit;
-    kind shown_as = kind::lines;
+    kind shown_as;
     std::vector<std::string> rows; ///< names
     /// On the page a value is a byte b = 0..254 that stands for lowest + b * step.
-    double lowest = 0, step = 1;
-    double axis_low = 0, axis_high = 1;
+    double lowest, step;
+    double axis_low, axis_high;
 };
 
 /// Columns of `stride` frames each, with the least, mean and greatest value of every row. When there
@@ -44,9 +44,12 @@ class timeline {
     void merge_pairs();
 
     static constexpr std::size_t most_columns = 4096;
+    /// Of no value all is 0.
     struct cell {
-        float low = 0, high = 0, sum = 0;
-        std::uint32_t count = 0;
+        float low, high, sum;
+        std::uint32_t count;
+
+        void add(const cell &other);
     };
 
     std::vector<panel> panels_;
