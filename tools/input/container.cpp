@@ -61,6 +61,15 @@ const chunk_layout *wav_layout_of(const fetch_function &fetch) {
     return layout != nullptr && (layout->magic == "RIFF" || layout->magic == "RF64") ? layout : nullptr;
 }
 
+/// A number of so many bytes there; none where the file ends before.
+std::optional<std::uint64_t> number_at(const fetch_function &fetch, std::uint64_t offset,
+                                       std::size_t count, bool big = false) {
+    std::array<std::byte, 8> bytes{};
+    const auto room = std::span(bytes).first(count);
+    if (fetch(offset, room) < count) return std::nullopt;
+    return big ? big_endian(room) : little_endian(room);
+}
+
 /// Calls visit(name, chunk) for one after the other, until it returns true.
 template <class Visit>
 void for_each_chunk(const fetch_function &fetch, const chunk_layout &layout, Visit visit) {
@@ -94,10 +103,9 @@ std::optional<chunk> find_chunk(const fetch_function &fetch, const chunk_layout 
 /// writer that could not go back to fill them in leaves zeros.
 chunk with_rf64_size(const fetch_function &fetch, const chunk_layout &layout, chunk sound) {
     const auto sizes = find_chunk(fetch, layout, "ds64");
-    std::array<std::byte, 16> bytes{};
-    if (sizes && fetch(sizes->offset, bytes) == bytes.size())
-        sound.bytes = little_endian(std::span(bytes).last(8));
-    sound.known = sizes && sound.bytes != 0 && !is_placeholder(sound.bytes, 8);
+    const auto bytes = sizes ? number_at(fetch, sizes->offset + 8, 8) : std::nullopt;
+    sound.bytes = bytes.value_or(0);
+    sound.known = sound.bytes != 0 && !is_placeholder(sound.bytes, 8);
     sound.wraps = false;
     return sound;
 }
@@ -105,18 +113,15 @@ chunk with_rf64_size(const fetch_function &fetch, const chunk_layout &layout, ch
 /// Others put 0. That stands for no sound only where the size of the whole file was filled in
 /// afterwards.
 bool zero_is_placeholder(const fetch_function &fetch, const chunk &sound) {
-    std::array<std::byte, 4> bytes{};
-    if (fetch(4, bytes) < bytes.size()) return false;
-    const std::uint64_t size = little_endian(bytes);
-    return size + 8 <= sound.offset || is_placeholder(size, 4);
+    const auto size = number_at(fetch, 4, 4);
+    return size && (*size + 8 <= sound.offset || is_placeholder(*size, 4));
 }
 
 /// AU has no chunks: the magic, then offset and size of the data.
 std::optional<chunk> find_au_data(const fetch_function &fetch) {
-    std::array<std::byte, 12> bytes{};
-    if (fetch(0, bytes) < bytes.size() || name_of(bytes) != au_magic) return std::nullopt;
-    const std::uint64_t size = big_endian(std::span(bytes).subspan(8, 4));
-    return chunk{big_endian(std::span(bytes).subspan(4, 4)), size, !is_placeholder(size, 4), true, 1};
+    const auto offset = number_at(fetch, 4, 4, true), size = number_at(fetch, 8, 4, true);
+    if (name_at(fetch, 0) != au_magic || !size) return std::nullopt;
+    return chunk{*offset, *size, !is_placeholder(*size, 4), true, 1};
 }
 
 constexpr std::uint64_t lap = std::uint64_t{1} << 32; ///< after that many bytes a 32-bit size wraps
@@ -137,14 +142,12 @@ bool is_w64(const fetch_function &fetch) {
 }
 
 /// The code in a "fmt " chunk; the extensible form has it at the start of its sub-format.
-std::optional<unsigned> format_code(const fetch_function &fetch, const std::optional<chunk> &format) {
-    constexpr unsigned extensible = 0xFFFE;
-    std::array<std::byte, 26> fields{};
-    if (!format || fetch(format->offset, fields) < 16) return std::nullopt;
-    const auto code = [&](std::size_t at) {
-        return static_cast<unsigned>(little_endian(std::span(fields).subspan(at, 2)));
-    };
-    return code(0) == extensible ? code(24) : code(0);
+std::optional<std::uint64_t> format_code(const fetch_function &fetch,
+                                         const std::optional<chunk> &format) {
+    constexpr std::uint64_t extensible = 0xFFFE;
+    if (!format) return std::nullopt;
+    const auto code = number_at(fetch, format->offset, 2);
+    return code == extensible ? number_at(fetch, format->offset + 24, 2) : code;
 }
 
 bool has_wrapped(const input_file &input, const chunk &sound) {
@@ -173,12 +176,12 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
     return find_chunk(fetch, *layout, name);
 }
 
-std::optional<unsigned> wav_format(const fetch_function &fetch) {
+std::optional<std::uint64_t> wav_format(const fetch_function &fetch) {
     return format_code(fetch, find_wav_chunk(fetch, "fmt "));
 }
 
 bool has_w64_floats(const fetch_function &fetch) {
-    constexpr unsigned ieee_float = 3;
+    constexpr std::uint64_t ieee_float = 3;
     return is_w64(fetch)
            && format_code(fetch, find_chunk(fetch, *layout_of(fetch), "fmt ")) == ieee_float;
 }

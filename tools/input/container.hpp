@@ -45,7 +45,7 @@ std::optional<chunk> find_wav_chunk(const fetch_function &fetch, std::string_vie
 
 /// The code of a WAV file's format, in the extensible form that of its sub-format; none without a sound
 /// "fmt " chunk.
-std::optional<unsigned> wav_format(const fetch_function &fetch);
+std::optional<std::uint64_t> wav_format(const fetch_function &fetch);
 
 /// Whether a W64 file's samples are floats, also by the sub-format of the extensible form.
 bool has_w64_floats(const fetch_function &fetch);

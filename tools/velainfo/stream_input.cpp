@@ -114,14 +114,13 @@ void stream_input::enter_wav() {
     const auto data = find_sound_data(fetch);
     if (!format || !data)
         throw failure(exit_code::input, file_.name + " is a RIFF file without sound data");
-    const unsigned tag = *format;
+    const std::uint64_t tag = *format;
     if (tag != 0x50)
         throw failure(exit_code::input, file_.name + " is a WAV file of "
                                             + (tag == 1 || tag == 3 ? "PCM"
                                                : tag == 0x55        ? "MPEG Layer III"
                                                                     : "format " + std::to_string(tag))
                                             + "; velainfo reads MPEG audio of Layer I or II");
-    // wav_format() has seen that there are at least sixteen bytes.
     std::array<std::byte, 16> fields{};
     if (const auto chunk = find_wav_chunk(fetch, "fmt ")) fetch(chunk->offset, fields);
     const auto field = [&](std::size_t place, std::size_t bytes) {
