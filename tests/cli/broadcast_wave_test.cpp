@@ -38,12 +38,12 @@ TEST_F(broadcast_wave_test, the_chunks_describe_the_stream) {
          {80, 2, 48000, 28000, 672, 0, 22, 2, 224000, 1, 0, 1, 0x18, 0, 3, 672},
          "B=224,M=stereo"},
         {2,
-         "--bitrate 192 --mode joint --crc --original 1",
-         {80, 2, 44100, 24000, 1, 0, 22, 2, 192000, 2, 15, 1, 0x14, 0, 1, 626},
+         "--bitrate 192 --mode joint --crc --original 1 --pts-offset 900 --pts-units 300",
+         {80, 2, 44100, 24000, 1, 0, 22, 2, 192000, 2, 15, 1, 0x14, 270000, 1, 626}, // 3 s
          "B=192,M=joint-stereo"},
         {1,
-         "--layer 1 --bitrate 96 --emphasis j17 --private 1 --copyright 1",
-         {80, 1, 32000, 12000, 144, 0, 22, 1, 96000, 8, 0, 4, 0x1B, 0, 3, 144},
+         "--layer 1 --bitrate 96 --emphasis j17 --private 1 --copyright 1 --pts-offset 2700",
+         {80, 1, 32000, 12000, 144, 0, 22, 1, 96000, 8, 0, 4, 0x1B, 9, 3, 144},
          "B=96,M=mono"},
         {1,
          "--layer 1 --mode dual --bitrate 448",
@@ -186,11 +186,11 @@ TEST_F(broadcast_wave_test, a_pipe_leaves_the_sizes_open_and_a_finished_file_is_
 
 TEST_F(broadcast_wave_test, beyond_4_gib_it_is_rf64_with_the_same_places) {
     mpeg_a_settings settings{};
-    settings.audio_layer = 2;
+    settings.audio_layer = 2, settings.audio_bitrate = 11; // 224 kbit/s
     const tools::byte_list bext(603);
     const std::uint64_t bytes = (std::uint64_t{1} << 32) - 2, samples = (std::uint64_t{1} << 33) + 5;
     const auto text = [&](const std::optional<tools::wave_sizes> &sizes) {
-        const auto header = tools::wave_header(settings, 224, 48000, {{"bext", bext}}, sizes);
+        const auto header = tools::wave_header(settings, 48000, {{"bext", bext}}, sizes);
         return std::string(reinterpret_cast<const char *>(header.data()), header.size());
     };
     const std::string large = text(tools::wave_sizes{bytes, samples}), open = text(std::nullopt);
@@ -201,6 +201,7 @@ TEST_F(broadcast_wave_test, beyond_4_gib_it_is_rf64_with_the_same_places) {
     EXPECT_EQ(number(large, 28, 8), bytes);
     EXPECT_EQ(number(large, 36, 8), samples);
     EXPECT_EQ(large.substr(large.size() - 8), "data\xFF\xFF\xFF\xFF");
+    EXPECT_EQ(number(chunk_of(large, "fact"), 0, 4), 0xFFFFFFFFu);
     // The largest RIFF file: its size field can just hold what follows.
     const std::uint64_t most = 0xFFFFFFFE - (large.size() - 8);
     EXPECT_EQ(text(tools::wave_sizes{most, 0}).substr(0, 4), "RIFF");

@@ -17,8 +17,9 @@ TEST_F(faults_test, a_failing_call_at_any_position_leaves_a_whole_stream_or_none
     } faults[] = {{"open", EMFILE, false}, {"read", EIO, false},     {"read", EINTR, true},
                   {"read", 0, true},       {"write", ENOSPC, false}, {"write", EINTR, true},
                   {"write", 0, true},      {"rename", EIO, false},   {"renameat2", EINVAL, true},
-                  {"fsync", EIO, false},   {"fstat", EIO, false},    {"lseek", EIO, false},
-                  {"close", EIO, false},   {"mmap", ENOMEM, false}};
+                  {"fsync", EIO, false},   {"fsync", EINVAL, true},  {"link", EPERM, true},
+                  {"fstat", EIO, false},   {"lseek", EIO, false},    {"close", EIO, false},
+                  {"mmap", ENOMEM, false}};
     put("in.wav", wav(pcm(noise(2 * 30000)), 2, 48000));
     shell("ffmpeg -v error -i in.wav in.flac || sndfile-convert in.wav in.flac");
     // What comes through a pipe is kept for the check.
@@ -43,6 +44,7 @@ TEST_F(faults_test, a_failing_call_at_any_position_leaves_a_whole_stream_or_none
                                 || (status >= 2 && status <= 5 && !err.empty() && !harmless))
                         << what << ": " << status << err;
                     EXPECT_TRUE(get("out.mp2") == (status == 0 ? stream : "")) << what << err;
+                    EXPECT_FALSE(status == 0 && onwards && at == 1) << what;
                     EXPECT_EQ(shell("ls -A | grep '^[.]velaenc'").out, "") << what;
                     made = std::filesystem::exists(path("mark"));
                     EXPECT_TRUE(made || at > 1 || (HAS_OWN_MALLOC && error == ENOMEM))
@@ -58,6 +60,9 @@ TEST_F(faults_test, without_another_thread_one_does_the_work_of_all) {
         run("FAULT_MARK=mark FAULT_CALL=pthread_create FAULT_ON=1 LD_PRELOAD=" VELAENC_FAULT_SHIM
             " velaenc -q -j 3 in.wav - && rm mark");
     EXPECT_TRUE(alone.out == encoded("-j 1 in.wav"));
+    // Nor is there one where only one processor may be used.
+    run("FAULT_MARK=mark FAULT_CALL=pthread_create LD_PRELOAD=" VELAENC_FAULT_SHIM
+        " taskset -c 0 velaenc -q in.wav - >/dev/null; [ ! -e mark ]");
 }
 
 } // namespace

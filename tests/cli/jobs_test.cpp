@@ -20,17 +20,21 @@ class jobs_test : public workbench {
     /// @param how_to_divide  none: the plain loop
     result encode(const mp1a_test::stream &how, memory_source source,
                   const std::optional<tools::division> &how_to_divide) const {
-        const tools::output_rules rules{.sync = false}; // thousands of files
+        const tools::output_rules rules{
+            true, false, false, {}, {}}; // no waiting for thousands of files
         tools::output_file stream(path("stream"), {}, rules), list(path("list"), {}, rules);
         tools::timestamp_list stamps(list, 12345);
-        tools::frame_writer writer(stream, &stamps);
-        tools::progress hidden(how.rate, std::nullopt, false);
+        tools::frame_writer writer(stream, &stamps, 0);
+        struct : tools::progress_listener {
+            void update(std::uint64_t samples) override { last = samples; }
+            std::uint64_t last = 0;
+        } shown;
         auto settings = how.settings();
         settings.pts_offset = 12345;
         const auto done = how_to_divide
-                              ? encode_in_parallel(source, settings, writer, hidden, *how_to_divide)
-                              : tools::encode(source, settings, writer, hidden, false);
-        stamps.flush();
+                              ? encode_in_parallel(source, settings, writer, shown, *how_to_divide)
+                              : tools::encode(source, settings, writer, shown);
+        EXPECT_EQ(shown.last, done.samples);
         stream.close();
         list.close();
         stream.publish();

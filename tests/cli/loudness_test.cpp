@@ -240,8 +240,9 @@ TEST(loudness, of_parts_is_what_libebur128_says_of_the_whole_in_one_go) {
 
 TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
     struct : tools::progress_listener {
-        void update(std::uint64_t) override {}
-    } nobody;
+        void update(std::uint64_t samples) override { last = samples; }
+        std::uint64_t last = 0;
+    } shown;
     auto sound = swelling_noise(125 * sound_rate, 2);
     for (int i = -4; i < 0; ++i) // louder than all else, and only silence behind it
         sound.end()[2 * i] = i == -4 || i == -1 ? -0.9F : 0.9F;
@@ -250,7 +251,9 @@ TEST_F(loudness_test, of_parts_heard_side_by_side_is_the_same_to_the_last_bit) {
     const auto heard = [&](int jobs) {
         const auto source = tools::open_pcm(tools::open_input(path("in.w64")), {});
         EXPECT_NE(source->another(), nullptr);
-        return tools::hear_source(*source, jobs, nobody);
+        auto record = tools::hear_source(*source, jobs, shown);
+        EXPECT_EQ(shown.last, 125u * sound_rate);
+        return record;
     };
     const auto alone = heard(1), together = heard(3);
     EXPECT_EQ(alone.energy, together.energy);

@@ -33,6 +33,8 @@ TEST_F(output_test, no_half_file_is_left_when_the_output_fails) {
     }
     expect_failure("velaenc in.wav no/out.mp2", 3, "no/out.mp2: No such file");
     expect_failure("velaenc in.wav .", 3, "folder");
+    run("ln -s loop loop; trap 'rm loop' EXIT; velaenc in.wav loop", 3,
+        "loop: Too many levels of symbolic links");
     expect_failure("velaenc in.wav out.mp2 --timestamps no/list.csv", 3, "no/list.csv: No such file");
 }
 

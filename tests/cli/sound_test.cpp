@@ -251,6 +251,8 @@ TEST_F(sound_test, gain_and_swap_are_exact_and_what_lies_beyond_full_scale_is_co
     EXPECT_TRUE(encoded("in.wav --swap-channels") == stream_of(swapped));
     EXPECT_TRUE(encoded("expected.wav --swap-channels --gain 0") == encoded("in.wav"));
     run("velaenc in.wav --swap-channels -", 0, "note: left and right are swapped");
+    run("velaenc in.wav -m mono m.mp2; ffmpeg -v error -i m.mp2 m.wav; velaenc m.wav --swap-channels -",
+        0, "note: one channel: nothing to swap\n");
     // To the tenth of a dB that is enough.
     const int tenths = 120 + static_cast<int>(std::ceil(200 * std::log10(loudest)));
     const std::string by =

@@ -21,4 +21,12 @@ inline std::uint64_t little_endian(std::span<const std::byte> bytes) noexcept {
     return value;
 }
 
+/// As many bytes as there are, from the lowest one on.
+inline void set_little_endian(std::span<std::byte> bytes, std::uint64_t value) noexcept {
+    for (std::byte &each : bytes) {
+        each = static_cast<std::byte>(value);
+        value >>= 8;
+    }
+}
+
 } // namespace tools

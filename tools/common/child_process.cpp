@@ -71,7 +71,7 @@ class child_attributes {
 
 child_process::child_process(std::span<const std::string> words, int file)
     : errors_(::memfd_create("errors", MFD_CLOEXEC)) {
-    std::array<int, 2> pipe{-1, -1};
+    std::array<int, 2> pipe;
     if (!errors_.is_open() || ::pipe2(pipe.data(), O_CLOEXEC) != 0) check_start(errno);
     output_ = file_handle(pipe[0]);
     const file_handle inlet(pipe[1]);
@@ -97,18 +97,17 @@ child_process::child_process(std::span<const std::string> words, int file)
 }
 
 child_process::~child_process() {
-    if (id_ > 0) ::kill(id_, SIGKILL);
+    if (!status_) ::kill(id_, SIGKILL);
     wait();
 }
 
 int child_process::wait() noexcept {
-    if (id_ <= 0) return status_;
+    if (status_) return *status_;
     int status = 0;
     while (::waitpid(id_, &status, 0) < 0 && errno == EINTR) {
     }
-    id_ = -1;
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return status_;
+    return *status_;
 }
 
 std::string child_process::last_words(std::string_view beside) const {

@@ -3,6 +3,7 @@
 
 #include "common/file_handle.hpp"
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -40,8 +41,8 @@ class child_process {
 
   private:
     file_handle output_, errors_;
-    pid_t id_ = -1; ///< while nobody has waited for it
-    int status_ = 0;
+    pid_t id_;
+    std::optional<int> status_; ///< when it has been waited for
 };
 
 } // namespace tools

@@ -13,10 +13,10 @@ std::string counted(Number count, const std::string &thing) {
     return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
 }
 
-/// A number as printf's format has it.
-inline std::string formatted(const char *format, double value) {
-    std::array<char, 48> text;
-    std::snprintf(text.data(), text.size(), format, value);
+/// Up to 127 characters as printf has them.
+std::string formatted(const char *format, auto... values) {
+    std::array<char, 128> text;
+    std::snprintf(text.data(), text.size(), format, values...);
     return text.data();
 }
 

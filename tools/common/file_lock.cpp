@@ -11,7 +11,7 @@ int apply(int descriptor, int command, short kind) noexcept {
     struct flock wish {};
     wish.l_type = kind;
     wish.l_whence = SEEK_SET;
-    int result = 0;
+    int result;
     do
         result = ::fcntl(descriptor, command, &wish);
     while (result != 0 && errno == EINTR);

@@ -28,8 +28,7 @@ live_input::~live_input() {
 }
 
 bool live_input::has_ended() const noexcept {
-    pollfd state{event_.get(), POLLIN, 0};
-    return ::poll(&state, 1, 0) == 1;
+    return wait_for(-1, 0) == outcome::ended; // for nothing else
 }
 
 bool live_input::wait_for(int descriptor) const noexcept {
@@ -38,7 +37,7 @@ bool live_input::wait_for(int descriptor) const noexcept {
 
 live_input::outcome live_input::wait_for(int descriptor, int most) const noexcept {
     std::array<pollfd, 2> states{{{descriptor, POLLIN, 0}, {event_.get(), POLLIN, 0}}};
-    int ready = 0;
+    int ready;
     while ((ready = ::poll(states.data(), states.size(), most)) < 0 && errno == EINTR) {
     }
     if (ready == 0) return outcome::nothing;

@@ -3,12 +3,14 @@
 
 #include "settings/names.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tools {
 
@@ -19,6 +21,12 @@ std::optional<Number> number_in(std::string_view text) {
     const char *end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, value);
     return result.ec == std::errc() && result.ptr == end ? std::optional(value) : std::nullopt;
+}
+
+/// What stands before a separator, and behind it; nothing behind one that is not there.
+inline std::pair<std::string_view, std::string_view> split_at(std::string_view text, char separator) {
+    const std::size_t at = std::min(text.find(separator), text.size());
+    return {text.substr(0, at), text.substr(std::min(at + 1, text.size()))};
 }
 
 /// @param right  what the text should be

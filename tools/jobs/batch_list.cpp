@@ -38,8 +38,7 @@ void read_list(const std::string &list, char end, std::vector<std::string> &name
     std::string name;
     while (std::getline(lines, name, end))
         if (!name.empty()) names.push_back(name);
-    if (!lines.eof() || lines.bad())
-        throw failure(exit_code::input, "cannot read the list of files " + list);
+    if (!lines.eof()) throw failure(exit_code::input, "cannot read the list of files " + list);
 }
 
 /// Everything that a plan names, and what a search comes by.
@@ -70,7 +69,7 @@ class input_search {
 
     void search(const std::string &folder) {
         std::error_code unknown;
-        if (fs::equivalent(folder, plan_.folder, unknown) && !unknown)
+        if (fs::equivalent(folder, plan_.folder, unknown))
             throw failure(exit_code::usage, folder
                                                 + " is searched and is the --output-dir too, where"
                                                   " nothing is searched; name another --output-dir");
@@ -126,16 +125,15 @@ void check_pattern(const batch_plan &plan) {
 }
 
 batch_file file_of(const batch_plan &plan, const found_file &found) {
-    batch_file file{found.path, "", 0, found.error};
+    std::error_code unknown;
+    const auto bytes = fs::file_size(found.path, unknown);
+    batch_file file{found.path, "", unknown ? 0 : bytes, found.error};
     if (!file.error.empty()) return file;
     const std::string name = expand(plan, found.below);
     if (is_file_below(name))
         file.output = (fs::path(plan.folder) / name).string();
     else
         file.error = found.path + " would become '" + name + "', which is no file below --output-dir";
-    std::error_code unknown;
-    const auto bytes = fs::file_size(found.path, unknown);
-    if (!unknown) file.bytes = bytes;
     return file;
 }
 

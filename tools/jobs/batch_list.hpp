@@ -28,15 +28,15 @@ struct batch_plan {
 
 struct batch_file {
     std::string input;
-    std::string output;      ///< empty: none, see `error`
-    std::uint64_t bytes = 0; ///< of the input
-    std::string error;       ///< not empty: why it cannot be encoded; the name comes first
+    std::string output;  ///< empty: none, see `error`
+    std::uint64_t bytes; ///< of the input
+    std::string error;   ///< not empty: why it cannot be encoded; the name comes first
 };
 
 struct batch_contents {
-    std::vector<batch_file> files;  ///< of this shard
-    std::size_t others = 0;         ///< found, and no sound; of all shards
-    std::size_t linked_folders = 0; ///< found, and not entered
+    std::vector<batch_file> files; ///< of this shard
+    std::size_t others;            ///< found, and no sound; of all shards
+    std::size_t linked_folders;    ///< found, and not entered
 };
 
 /// Fields of a pattern, for the help.

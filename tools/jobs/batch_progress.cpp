@@ -7,12 +7,6 @@
 
 namespace tools {
 
-void batch_progress::file::begin(std::uint64_t bytes) noexcept {
-    bytes_ = bytes;
-    counted_bytes_ = counted_samples_ = 0;
-    length_.reset();
-}
-
 void batch_progress::file::sound(int rate, std::optional<std::uint64_t> length) noexcept {
     rate_ = rate;
     length_ = length;
@@ -24,7 +18,8 @@ void batch_progress::file::update(std::uint64_t samples) {
     };
     all_.microseconds_ += in_microseconds(samples) - in_microseconds(counted_samples_);
     counted_samples_ = samples;
-    if (!length_ || *length_ == 0) return;
+    if (!length_) return;
+    // Of none at all the smaller one is 1, too.
     const double part = std::min(1.0, static_cast<double>(samples) / static_cast<double>(*length_));
     const auto bytes = static_cast<std::uint64_t>(part * static_cast<double>(bytes_));
     all_.bytes_done_ += bytes - counted_bytes_;
@@ -37,7 +32,7 @@ void batch_progress::file::end(bool without_work) noexcept {
 }
 
 double batch_progress::elapsed() const {
-    return std::max(std::chrono::duration<double>(clock::now() - start_).count(), 1e-9);
+    return std::chrono::duration<double>(clock::now() - start_).count();
 }
 
 std::string batch_progress::speed() const {
@@ -50,8 +45,7 @@ std::string batch_progress::totals() const {
 
 std::string batch_progress::line() const {
     const double done = static_cast<double>(bytes_done_);
-    const double left =
-        static_cast<double>(bytes_ - std::min<std::uint64_t>(bytes_, bytes_done_ + bytes_skipped_));
+    const double left = static_cast<double>(bytes_ - bytes_skipped_) - done;
     std::string text = std::to_string(files_done_) + " of " + counted(files_, "file") + ", "
                        + clock_text(seconds(), 0) + " done, " + speed();
     if (done > 0) text += ", " + clock_text(left * elapsed() / done, 0) + " left";

@@ -15,13 +15,11 @@ class batch_progress {
   public:
     batch_progress(std::size_t files, std::uint64_t bytes) : files_(files), bytes_(bytes) {}
 
-    /// What one thread is working on. Its file counts by the part that is done, its sound by the
-    /// second.
+    /// One that a thread is working on. It counts by the part that is done, its sound by the second.
     class file final : public progress_listener {
       public:
-        explicit file(batch_progress &all) : all_(all) {}
+        file(batch_progress &all, std::uint64_t bytes) : all_(all), bytes_(bytes) {}
 
-        void begin(std::uint64_t bytes) noexcept;
         void sound(int rate, std::optional<std::uint64_t> length) noexcept;
         void update(std::uint64_t samples) override;
 
@@ -31,7 +29,7 @@ class batch_progress {
 
       private:
         batch_progress &all_;
-        std::uint64_t bytes_ = 0, counted_bytes_ = 0, counted_samples_ = 0;
+        std::uint64_t bytes_, counted_bytes_ = 0, counted_samples_ = 0;
         int rate_ = 0;
         std::optional<std::uint64_t> length_;
     };

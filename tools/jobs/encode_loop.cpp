@@ -8,18 +8,16 @@ namespace {
 
 /// The shortest frame of PCM has Layer I's number of 16-bit samples of one channel.
 constexpr std::size_t most_frames_in_block = block_bytes / (MPEG_A_LAYER1_SAMPLES * 2) + 1;
-constexpr std::size_t block_room = 4 * most_frames_in_block;
 
 template <class Encoder>
 encoded_sound encode_with(Encoder &encoder, pcm_source &source, frame_writer &writer,
-                          progress_listener &shown, bool live) {
+                          progress_listener &shown) {
     encoded_sound total;
     for (auto block = source.next_block(); !block.empty(); block = source.next_block()) {
         encoder.put(block);
         total.samples += block.size() / source.shape().instant_bytes();
         total.clipped.add(block, source.shape().format);
-        const bool fills_up = encoder.output().frames().size() > 3 * most_frames_in_block;
-        if ((live || fills_up) && !writer.write(encoder.output())) return total;
+        if (!writer.write(encoder.output())) return total;
         shown.update(total.samples);
     }
     encoder.finish();
@@ -30,23 +28,22 @@ encoded_sound encode_with(Encoder &encoder, pcm_source &source, frame_writer &wr
 } // namespace
 
 encoded_sound encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                     progress_listener &shown, bool live) {
-    stream_encoder encoder(settings, source.shape(), block_room);
-    return encode_with(encoder, source, writer, shown, live);
+                     progress_listener &shown) {
+    stream_encoder encoder(settings, source.shape(), most_frames_in_block);
+    return encode_with(encoder, source, writer, shown);
 }
 
 encoded_sound encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                              progress_listener &shown, bool live,
-                              const vela::frame_observer &observer) {
-    stream_encoder encoder(settings, source.shape(), block_room);
+                              progress_listener &shown, const vela::frame_observer &observer) {
+    stream_encoder encoder(settings, source.shape(), most_frames_in_block);
     encoder.observe(observer);
-    return encode_with(encoder, source, writer, shown, live);
+    return encode_with(encoder, source, writer, shown);
 }
 
 encoded_sound encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
-                                    frame_writer &writer, progress_listener &shown, bool live) {
-    engine_encoder encoder(settings, source.shape(), block_room);
-    return encode_with(encoder, source, writer, shown, live);
+                                    frame_writer &writer, progress_listener &shown) {
+    engine_encoder encoder(settings, source.shape(), most_frames_in_block);
+    return encode_with(encoder, source, writer, shown);
 }
 
 } // namespace tools

@@ -13,19 +13,17 @@ struct frame_observer;
 
 namespace tools {
 
-/// Encodes the whole source.
-/// @param live  write every block's frames at once: somebody may be waiting for them
+/// Encodes the whole source and writes every block's frames at once: somebody may be waiting for them.
 /// @throws failure when the input fails; a failed output just ends the loop, and its file knows why
 encoded_sound encode(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                     progress_listener &shown, bool live);
+                     progress_listener &shown);
 
 /// The same, and the observer sees what decided every frame.
 encoded_sound encode_observed(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
-                              progress_listener &shown, bool live,
-                              const vela::frame_observer &observer);
+                              progress_listener &shown, const vela::frame_observer &observer);
 
 /// The same through the plug-in interface: an engine and a sink of ours.
 encoded_sound encode_through_engine(pcm_source &source, const mpeg_a_settings &settings,
-                                    frame_writer &writer, progress_listener &shown, bool live);
+                                    frame_writer &writer, progress_listener &shown);
 
 } // namespace tools

@@ -6,15 +6,17 @@
 #include "output/frame_buffer.hpp"
 #include "vela_enc_mp1a/engine.h"
 
+#include <memory>
+
 namespace tools {
 
-/// The sink: passes the frames on to a frame_buffer, which outlives every reference.
+/// The sink: passes the frames on to a frame_buffer. It outlives every reference, so nobody counts them.
 class frame_sink final : public PushData {
   public:
     explicit frame_sink(frame_buffer &to) : to_(to) {}
 
-    std::int32_t AddRef() noexcept override { return ++references_; }
-    std::int32_t Release() noexcept override { return --references_; }
+    std::int32_t AddRef() noexcept override { return 0; }
+    std::int32_t Release() noexcept override { return 0; }
     std::int32_t set_parameter(const char *, std::int32_t, double) noexcept override { return 0; }
     std::int32_t set_parameter_str(const char *, const void *, std::int32_t,
                                    std::int32_t) noexcept override {
@@ -25,22 +27,21 @@ class frame_sink final : public PushData {
     std::int32_t push_bytes(const std::uint8_t *bytes, std::int32_t length) noexcept override;
     std::int32_t end_unit() noexcept override;
 
-    /// The engine does not listen when a sink has no room.
-    bool overflowed() const noexcept { return overflowed_; }
-
   private:
     frame_buffer &to_;
     frame_info frame_{};
-    std::int32_t references_ = 1;
-    bool overflowed_ = false;
 };
+
+struct engine_releaser {
+    void operator()(IEngine *engine) const noexcept { engine->Release(); }
+};
+using engine_reference = std::unique_ptr<IEngine, engine_releaser>;
 
 class engine_encoder {
   public:
     /// As stream_encoder's.
     /// @throws failure
     engine_encoder(const mpeg_a_settings &settings, const pcm_shape &shape, std::size_t room);
-    ~engine_encoder();
     engine_encoder(const engine_encoder &) = delete;
     engine_encoder &operator=(const engine_encoder &) = delete;
 
@@ -51,8 +52,7 @@ class engine_encoder {
   private:
     frame_buffer output_;
     frame_sink sink_;
-    IEngine *params_ = nullptr;
-    IEngine *input_ = nullptr;
+    engine_reference params_, input_;
 };
 
 } // namespace tools

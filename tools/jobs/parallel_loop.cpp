@@ -2,6 +2,7 @@
 
 #include "jobs/segment_crew.hpp"
 #include "jobs/segment_reader.hpp"
+#include "settings/record.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -29,7 +30,7 @@ class parallel_run {
     parallel_run(pcm_source &source, const mpeg_a_settings &settings, frame_writer &writer,
                  progress_listener &shown, const division &how)
         : source_(source), settings_(settings), writer_(writer), shown_(shown), how_(how),
-          frame_samples_(settings.audio_layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES),
+          frame_samples_(static_cast<std::size_t>(samples_of_frame(settings))),
           reader_(source, frame_samples_, how.segment_frames) {}
 
     ~parallel_run() { source_.work_with(nullptr); }
@@ -65,12 +66,14 @@ class parallel_run {
         return {reader_.samples(), clipped_};
     }
 
-    void form_crew() { crew_.emplace(settings_, source_, how_.jobs, how_.segment_frames, how_.spare); }
+    void form_crew() { crew_.emplace(settings_, source_, how_.jobs, room(), how_.spare); }
+
+    /// In frames, for what is left behind the last whole one, too.
+    std::size_t room() const noexcept { return how_.segment_frames + 1; }
 
     /// Returns false when the source turns out not to be the same from wherever it is read; everything
     /// up to there has been written then.
     bool read_side_by_side(std::uint64_t length) {
-        planned_ = length;
         for (std::int64_t frame = 0; works_ && agree_ && at(frame) < length;
              frame += static_cast<std::int64_t>(how_.segment_frames)) {
             auto next = vacant_segment();
@@ -91,7 +94,6 @@ class parallel_run {
         next.first_frame = frame;
         next.history_bytes = static_cast<std::size_t>(at(history)) * instant;
         next.pcm_bytes = next.history_bytes + static_cast<std::size_t>(sound) * instant;
-        next.pcm.reserve(next.pcm_bytes);
         next.last = at(frame) + sound == length;
     }
 
@@ -124,7 +126,7 @@ class parallel_run {
     std::size_t most_in_flight() const noexcept { return segments_per_job * crew_->threads(); }
 
     std::unique_ptr<segment> vacant_segment() {
-        if (vacant_.empty()) return std::make_unique<segment>(how_.segment_frames);
+        if (vacant_.empty()) return std::make_unique<segment>(room());
         auto next = std::move(vacant_.back());
         vacant_.pop_back();
         return next;
@@ -136,7 +138,6 @@ class parallel_run {
             const bool frames_wait = reader_.has_frames(next) || !in_flight_.empty();
             if (frames_wait && !reader_.ready_before(deadline)) return input::late;
             if (!reader_.read(next)) return input::ended;
-            show_progress();
         }
         return input::ready;
     }
@@ -159,12 +160,7 @@ class parallel_run {
         clipped_.add(oldest->clipped);
         vacant_.push_back(std::move(oldest));
         in_flight_.pop_front();
-        show_progress();
-    }
-
-    void show_progress() {
-        shown_.update(
-            std::min(writer_.frames() * frame_samples_, std::max(planned_, reader_.samples())));
+        shown_.update(writer_.frames() * frame_samples_);
     }
 
     pcm_source &source_;
@@ -173,9 +169,8 @@ class parallel_run {
     progress_listener &shown_;
     division how_;
     std::size_t frame_samples_;
-    bool works_ = true;         ///< the output
-    bool agree_ = true;         ///< those who read
-    std::uint64_t planned_ = 0; ///< samples that they are to read
+    bool works_ = true; ///< the output
+    bool agree_ = true; ///< those who read
     std::vector<std::byte>
         tail_; ///< of the segment written last, as far as the next one's history goes
     clip_count clipped_;
@@ -190,7 +185,9 @@ class parallel_run {
 
 encoded_sound encode_in_parallel(pcm_source &source, const mpeg_a_settings &settings,
                                  frame_writer &writer, progress_listener &shown, const division &how) {
-    return parallel_run(source, settings, writer, shown, how).run();
+    const auto total = parallel_run(source, settings, writer, shown, how).run();
+    shown.update(total.samples); // the last frame is not filled by sound alone
+    return total;
 }
 
 } // namespace tools

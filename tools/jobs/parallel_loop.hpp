@@ -11,7 +11,7 @@
 namespace tools {
 
 struct division {
-    int jobs = 1; ///< threads at most
+    int jobs; ///< threads at most
 
     /// Long enough that the look back at a segment's start costs little (below 1% of the work; 3% at
     /// 64), short enough that clips of some seconds still use several threads.

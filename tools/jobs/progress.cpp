@@ -1,20 +1,14 @@
 #include "jobs/progress.hpp"
 
+#include "common/counted.hpp"
+
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace tools {
 namespace {
 
 constexpr std::chrono::milliseconds redraw_interval{200};
-
-std::string formatted(const char *format, auto... values) {
-    std::array<char, 64> text;
-    std::snprintf(text.data(), text.size(), format, values...);
-    return text.data();
-}
 
 } // namespace
 
@@ -44,7 +38,7 @@ void progress::update(std::uint64_t samples) {
 
 double progress::speed() const {
     const double elapsed = std::chrono::duration<double>(clock::now() - start_).count();
-    return static_cast<double>(samples_) / rate_ / std::max(elapsed, 1e-9);
+    return static_cast<double>(samples_) / rate_ / elapsed;
 }
 
 std::string progress::line() const {

@@ -13,7 +13,8 @@ namespace tools {
 ///     pcm   | history: the frames before | the segment's frames | only in the last one: part of a frame |
 ///           0                            history_bytes
 struct segment {
-    explicit segment(std::size_t most_frames) : frames(most_frames + 1) {}
+    /// @param room  frames at most
+    explicit segment(std::size_t room) : frames(room) {}
 
     bool is_empty() const noexcept { return pcm.size() == history_bytes; }
 

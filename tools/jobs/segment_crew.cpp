@@ -2,6 +2,7 @@
 
 #include "common/failure.hpp"
 #include "output/unfinished_files.hpp"
+#include "settings/record.hpp"
 
 #include <algorithm>
 #include <system_error>
@@ -9,8 +10,8 @@
 namespace tools {
 namespace {
 
-/// The history and the segment, by way of a seek.
-void read(segment &into, pcm_source &reader, std::size_t frame_samples) {
+/// The history and the segment, by way of a seek. Returns false where the source ends too soon or too late.
+bool read(segment &into, pcm_source &reader, std::size_t frame_samples) {
     const std::size_t instant = reader.shape().instant_bytes();
     const std::uint64_t start = static_cast<std::uint64_t>(into.first_frame) * frame_samples;
     into.pcm.clear();
@@ -23,17 +24,16 @@ void read(segment &into, pcm_source &reader, std::size_t frame_samples) {
         into.pcm.insert(into.pcm.end(), part.begin(), part.end());
         block = block.subspan(part.size());
     }
-    into.is_sound = goes_on && (!into.last || (block.empty() && reader.next_block().empty()));
+    return goes_on && (!into.last || (block.empty() && reader.next_block().empty()));
 }
 
 /// An input that cannot be read this way is read from its start later, and says then what is wrong.
 bool try_to_read(segment &into, pcm_source &reader, std::size_t frame_samples) {
     try {
-        read(into, reader, frame_samples);
+        return read(into, reader, frame_samples);
     } catch (const failure &) {
-        into.is_sound = false;
+        return false;
     }
-    return into.is_sound;
 }
 
 void encode_sound(segment &what, sample_format format, stream_encoder &encoder) {
@@ -48,11 +48,11 @@ void encode_sound(segment &what, sample_format format, stream_encoder &encoder) 
 } // namespace
 
 segment_crew::segment_crew(const mpeg_a_settings &settings, const pcm_source &source, int jobs,
-                           std::size_t most_frames, thread_budget *spare)
+                           std::size_t room, thread_budget *spare)
     : settings_(settings), source_(source),
-      frame_samples_(settings.audio_layer == 1 ? MPEG_A_LAYER1_SAMPLES : MPEG_A_LAYER2_SAMPLES),
-      most_frames_(most_frames), most_workers_(static_cast<std::size_t>(jobs - 1)),
-      own_(settings, source.shape(), most_frames + 1), spare_(spare) {
+      frame_samples_(static_cast<std::size_t>(samples_of_frame(settings))), room_(room),
+      most_workers_(static_cast<std::size_t>(jobs - 1)), own_(settings, source.shape(), room),
+      spare_(spare) {
 }
 
 segment_crew::~segment_crew() {
@@ -77,15 +77,12 @@ void segment_crew::submit(tools::work &next) {
 }
 
 void segment_crew::enqueue(job next) {
-    std::size_t waiting = 0;
-    {
-        const std::lock_guard lock(mutex_);
-        waiting_.push_back(next);
-        waiting = waiting_.size();
-    }
+    std::unique_lock lock(mutex_);
+    waiting_.push_back(next);
     // The first one is left to whoever comes first: a source that is slower than one thread needs no
     // other.
-    if (waiting == 1) return;
+    if (waiting_.size() == 1) return;
+    lock.unlock();
     submitted_.notify_one();
     if (workers_.size() < most_workers_ && (spare_ == nullptr || spare_->take())) start_worker();
 }
@@ -116,7 +113,7 @@ void segment_crew::start_worker() {
 
 void segment_crew::work(const std::stop_token &stop, std::unique_ptr<pcm_source> reader) {
     try {
-        stream_encoder encoder(settings_, source_.shape(), most_frames_ + 1);
+        stream_encoder encoder(settings_, source_.shape(), room_);
         std::unique_lock lock(mutex_);
         while (submitted_.wait(lock, stop, [this] { return !waiting_.empty(); })) {
             do_first_waiting(lock, encoder, reader);

@@ -26,9 +26,10 @@ class segment_crew final : public work_crew {
     /// @param source  where segments that are not there yet are read from, each thread by a reader of
     ///                its own; the source itself is not touched
     /// @param jobs    threads, the caller's included
+    /// @param room    frames of a segment at most
     /// @param spare   where further threads are taken from and given back to; null: there are enough
-    segment_crew(const mpeg_a_settings &settings, const pcm_source &source, int jobs,
-                 std::size_t most_frames, thread_budget *spare = nullptr);
+    segment_crew(const mpeg_a_settings &settings, const pcm_source &source, int jobs, std::size_t room,
+                 thread_budget *spare);
 
     /// Segments that no thread has begun stay as they are.
     ~segment_crew() override;
@@ -62,7 +63,7 @@ class segment_crew final : public work_crew {
     mpeg_a_settings settings_;
     const pcm_source &source_;
     std::size_t frame_samples_;
-    std::size_t most_frames_;
+    std::size_t room_;
     std::size_t most_workers_;
     stream_encoder own_;
     std::unique_ptr<pcm_source> own_reader_; ///< while segments are to be read

@@ -13,7 +13,6 @@ segment_reader::segment_reader(pcm_source &source, std::size_t frame_samples, st
 
 void segment_reader::begin(segment &next) const {
     next.first_frame = next_frame_;
-    next.pcm.reserve((stream_encoder::history_frames + most_frames_) * frame_bytes_);
     next.pcm = carried_;
     next.history_bytes = history_bytes_;
     next.last = false;

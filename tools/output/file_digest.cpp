@@ -20,7 +20,7 @@ std::string sha256_of(const std::string &path) {
     if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1)
         throw failure(exit_code::internal, "libcrypto has no SHA-256");
     std::vector<char> block(256 * 1024);
-    ssize_t count = 0;
+    ssize_t count;
     while ((count = ::read(file.get(), block.data(), block.size())) > 0)
         EVP_DigestUpdate(context.get(), block.data(), static_cast<std::size_t>(count));
     if (count < 0)

@@ -8,7 +8,7 @@
 namespace tools {
 namespace {
 
-/// Larger than any frame, so that a frame never comes in two pieces.
+/// Larger than any frame, so that a frame never comes in two pieces. Nobody asks for more.
 constexpr std::uint32_t announced_chunk = 4096;
 
 } // namespace
@@ -33,10 +33,9 @@ void frame_buffer::exchange(frame_buffer &other) noexcept {
     frames_.swap(other.frames_);
 }
 
-std::uint8_t *frame_buffer::lend(bufstream *self, std::uint32_t n) noexcept {
+std::uint8_t *frame_buffer::lend(bufstream *self, std::uint32_t) noexcept {
     auto &buffer = static_cast<frame_buffer &>(*self);
-    const bool fits =
-        buffer.frames_.size() < buffer.frames_.capacity() && n <= buffer.bytes_.size() - buffer.filled_;
+    const bool fits = buffer.frames_.size() < buffer.frames_.capacity();
     return fits ? buffer.bytes_.data() + buffer.filled_ : nullptr;
 }
 
@@ -51,10 +50,8 @@ std::uint32_t frame_buffer::chunk_bytes(bufstream *) noexcept {
 
 std::uint32_t frame_buffer::note(bufstream *self, std::uint32_t, std::uint32_t id, const void *data,
                                  std::uint32_t size) noexcept {
-    frame_info info;
-    if (id != MPEG_A_FRAME_INFO || size < sizeof info) return 0;
-    std::memcpy(&info, data, sizeof info);
-    static_cast<frame_buffer &>(*self).frames_.push_back(info);
+    if (id == MPEG_A_FRAME_INFO)
+        std::memcpy(&static_cast<frame_buffer &>(*self).frames_.emplace_back(), data, size);
     return 0;
 }
 

@@ -1,12 +1,12 @@
 #include "output/output_file.hpp"
 
+#include "common/counted.hpp"
 #include "common/failure.hpp"
 #include "common/file_lock.hpp"
-#include "output/unfinished_files.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,8 +22,7 @@ namespace {
 
 /// Not every kind of file can be synchronised; those that can tell of their errors here.
 int sync_to_disk(int descriptor) noexcept {
-    if (::fsync(descriptor) == 0 || errno == EINVAL || errno == ENOSYS) return 0;
-    return errno;
+    return ::fsync(descriptor) == 0 || errno == EINVAL ? 0 : errno;
 }
 
 std::string folder_of(const std::string &path) {
@@ -34,18 +33,17 @@ std::string folder_of(const std::string &path) {
 /// Unlike the process's number alone it is no other host's on a shared folder.
 std::string temporary_name(const std::string &target) {
     static thread_local std::mt19937_64 random(std::random_device{}());
-    std::array<char, 48> name;
-    std::snprintf(name.data(), name.size(), "/.velaenc-%d-%016llx.tmp", ::getpid(),
-                  static_cast<unsigned long long>(random()));
-    return folder_of(target) + name.data();
+    return folder_of(target)
+           + formatted("/.velaenc-%d-%016llx.tmp", ::getpid(),
+                       static_cast<unsigned long long>(random()));
 }
 
 /// Where nobody has the name. @return 0 or errno, EEXIST where somebody has it
 int rename_new(const char *from, const char *to) noexcept {
     if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
+    if (errno != EINVAL) return errno;
     // The file system cannot do that; most of those can give a file two names.
-    if (::link(from, to) == 0) return ::unlink(from) == 0 ? 0 : errno;
+    if (::link(from, to) == 0) return 0; // the other one goes as that of an unfinished file
     if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return errno;
     struct stat status {};
     if (::lstat(to, &status) == 0) return EEXIST;
@@ -64,29 +62,16 @@ output_file::output_file(const std::string &path, const struct stat &input, cons
         open_temporary();
 }
 
-output_file::~output_file() {
-    if (!temporary_.empty()) ::unlink(temporary_.c_str());
-    forget_unfinished(listed_);
-}
-
-bool output_file::is_direct() const noexcept {
-    return target_.way == output_way::descriptor || target_.way == output_way::direct;
-}
-
 bool output_file::is_same(const output_file &other) const noexcept {
     const auto &a = target_.present, &b = other.target_.present;
-    if (a && b) return !S_ISCHR(a->st_mode) && a->st_dev == b->st_dev && a->st_ino == b->st_ino;
-    const auto in_same_folder = [](const struct stat &one, const struct stat &other_one) {
-        return one.st_dev == other_one.st_dev && one.st_ino == other_one.st_ino;
-    };
-    return !a && !b && in_same_folder(target_.folder, other.target_.folder)
+    if (a && b) return !S_ISCHR(a->st_mode) && is_same_node(*a, *b);
+    return !a && !b && is_same_node(target_.folder, other.target_.folder)
            && target_.file == other.target_.file;
 }
 
 void output_file::open_direct() {
-    handle_ = file_handle(target_.way == output_way::descriptor
-                              ? ::fcntl(target_.descriptor, F_DUPFD_CLOEXEC, 0)
-                              : ::open(target_.path.c_str(), O_WRONLY | O_CLOEXEC));
+    handle_ = file_handle(target_.descriptor ? ::fcntl(*target_.descriptor, F_DUPFD_CLOEXEC, 0)
+                                             : ::open(target_.path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!handle_.is_open()) cannot_create(errno);
     if (::isatty(handle_.get()))
         throw failure(exit_code::output,
@@ -104,23 +89,22 @@ void output_file::open_temporary() {
 bool output_file::is_kept() {
     struct stat status {};
     lock_file(handle_.get(), true);
-    lock_ = file_handle(::fcntl(handle_.get(), F_DUPFD_CLOEXEC, 0));
-    if (!lock_.is_open()) cannot_create(errno);
+    keep_open();
     return ::fstat(handle_.get(), &status) != 0 || status.st_nlink > 0;
 }
 
+void output_file::keep_open() {
+    kept_ = file_handle(::fcntl(handle_.get(), F_DUPFD_CLOEXEC, 0));
+    if (!kept_.is_open()) cannot_create(errno);
+}
+
 void output_file::create_temporary() {
-    forget_unfinished(std::exchange(listed_, -1));
-    temporary_ = temporary_name(target_.path);
-    listed_ = list_unfinished(temporary_);
+    temporary_.emplace(temporary_name(target_.path));
     // Until it has the protection of the file that it replaces, the new one is nobody else's.
     const mode_t mode = target_.present ? 0600 : 0666;
-    handle_ = file_handle(::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-    if (!handle_.is_open()) {
-        const int error = errno;
-        temporary_.clear();
-        cannot_create(error);
-    }
+    handle_ =
+        file_handle(::open(temporary_->path().c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!handle_.is_open()) cannot_create(errno);
 }
 
 /// Owner, group and mode as far as the system permits; the mode without what the owner or the group
@@ -142,6 +126,7 @@ void output_file::open_nameless() {
         throw failure(exit_code::output, "cannot keep " + target_.name + " in " + folder + ": "
                                              + std::strerror(errno)
                                              + "; set TMPDIR to a folder with room");
+    keep_open();
 }
 
 void output_file::cannot_create(int error) const {
@@ -163,22 +148,14 @@ int output_file::write(std::span<const std::byte> bytes) noexcept {
     return error_;
 }
 
-void output_file::rewrite(std::uint64_t offset, std::span<const std::byte> bytes) noexcept {
-    while (error_ == 0 && !bytes.empty()) {
-        const ssize_t written =
-            ::pwrite(handle_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
-        if (written < 0 && errno != EINTR) error_ = errno;
-        const auto count = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
-        bytes = bytes.subspan(count);
-        offset += count;
-    }
+void output_file::rewind() noexcept {
+    if (::lseek(handle_.get(), 0, SEEK_SET) != 0 && error_ == 0) error_ = errno;
 }
 
 std::size_t output_file::read_back(std::uint64_t offset, std::span<std::byte> room) const {
-    const int file = is_copied() ? handle_.get() : lock_.get();
     std::size_t filled = 0;
     while (filled < room.size()) {
-        const ssize_t count = ::pread(file, room.data() + filled, room.size() - filled,
+        const ssize_t count = ::pread(kept_.get(), room.data() + filled, room.size() - filled,
                                       static_cast<off_t>(offset + filled));
         if (count == 0) break;
         if (count < 0 && errno != EINTR)
@@ -196,7 +173,6 @@ void output_file::check() const {
 
 void output_file::close() {
     check();
-    if (is_copied()) return; // its contents are needed again
     if (rules_.sync && !is_direct()) error_ = sync_to_disk(handle_.get());
     if (handle_.close() != 0 && error_ == 0) error_ = errno;
     check();
@@ -209,28 +185,25 @@ void output_file::publish() {
         return copy_to_target();
     }
     give_name();
-    temporary_.clear();
-    forget_unfinished(std::exchange(listed_, -1));
-    lock_.close();
     if (rules_.sync) sync_folder();
 }
 
 void output_file::give_name() {
     struct stat written {
     }, named{};
-    if (::fstat(lock_.get(), &written) != 0 || ::lstat(temporary_.c_str(), &named) != 0)
-        cannot_create(errno);
-    if (!is_same_file(written, named))
+    const std::string &path = temporary_->path();
+    if (::fstat(kept_.get(), &written) != 0 || ::lstat(path.c_str(), &named) != 0) cannot_create(errno);
+    if (!is_same_node(written, named))
         throw failure(exit_code::output, "cannot create " + target_.name
                                              + ": somebody has put another file"
-                                             + " in the place of the unfinished one, " + temporary_);
+                                             + " in the place of the unfinished one, " + path);
     if (!target_.present) {
-        const int error = rename_new(temporary_.c_str(), target_.path.c_str());
+        const int error = rename_new(path.c_str(), target_.path.c_str());
         if (error == 0) return;
         if (error != EEXIST) cannot_create(error);
     }
     look_at_target();
-    if (std::rename(temporary_.c_str(), target_.path.c_str()) != 0) cannot_create(errno);
+    if (std::rename(path.c_str(), target_.path.c_str()) != 0) cannot_create(errno);
 }
 
 /// What has come under the name since the beginning is as much somebody's as what was there.
@@ -244,9 +217,9 @@ void output_file::copy_to_target() {
     const file_handle target(::open(target_.path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
     if (!target.is_open()) cannot_create(errno);
     off_t done = 0;
-    ssize_t count = 0;
+    ssize_t count;
     do
-        count = ::sendfile(target.get(), handle_.get(), &done, 1 << 24);
+        count = ::sendfile(target.get(), kept_.get(), &done, INT_MAX);
     while (count > 0 || (count < 0 && errno == EINTR));
     if (count < 0)
         error_ = errno;
@@ -259,7 +232,7 @@ void output_file::copy_to_target() {
 void output_file::sync_folder() const noexcept {
     const file_handle folder(
         ::open(folder_of(target_.path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.is_open()) ::fsync(folder.get());
+    ::fsync(folder.get());
 }
 
 } // namespace tools

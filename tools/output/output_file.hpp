@@ -3,6 +3,7 @@
 
 #include "common/file_handle.hpp"
 #include "output/output_target.hpp"
+#include "output/unfinished_files.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -19,8 +20,7 @@ class output_file {
     /// @param path   "-" is standard output
     /// @param input  status of the input, which must not be the same file
     /// @throws failure
-    output_file(const std::string &path, const struct stat &input, const output_rules &rules = {});
-    ~output_file();
+    output_file(const std::string &path, const struct stat &input, const output_rules &rules);
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;
 
@@ -28,7 +28,7 @@ class output_file {
     const std::string &name() const noexcept { return target_.name; }
 
     /// Somebody may be waiting at the other end.
-    bool is_direct() const noexcept;
+    bool is_direct() const noexcept { return target_.way == output_way::direct; }
 
     /// The file is replaced at the end by copying, since its folder takes no new one.
     bool is_copied() const noexcept { return target_.way == output_way::copied; }
@@ -42,8 +42,8 @@ class output_file {
     /// Writes all bytes. Returns 0 or errno; after an error nothing is written any more.
     int write(std::span<const std::byte> bytes) noexcept;
 
-    /// Writes over what is there, which a direct output does not allow.
-    void rewrite(std::uint64_t offset, std::span<const std::byte> bytes) noexcept;
+    /// Goes on at the beginning, over what is there, which a direct output does not allow.
+    void rewind() noexcept;
 
     /// Reads what was written and has no name yet, at an offset; fewer bytes come at the end. Any thread may call it.
     /// Not for direct outputs.
@@ -64,6 +64,7 @@ class output_file {
     void open_temporary();
     void create_temporary();
     bool is_kept();
+    void keep_open();
     void open_nameless();
     void take_protection() noexcept;
     void give_name();
@@ -76,10 +77,9 @@ class output_file {
     struct stat input_;
     output_rules rules_;
     bool has_replaced_ = false;
-    std::string temporary_; ///< empty when there is none, or when it has no name
+    std::optional<unfinished_file> temporary_; ///< where it has a name
     file_handle handle_;
-    file_handle lock_; ///< the same file, locked from its beginning until it has its name
-    int listed_ = -1;
+    file_handle kept_; ///< the same file, not a direct one; locked where it has a name
     int error_ = 0;
 };
 

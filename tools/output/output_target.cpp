@@ -27,11 +27,11 @@ std::optional<int> named_descriptor(const std::string &path) {
     if (path == "/dev/stderr") return STDERR_FILENO;
     const auto own = "/proc/" + std::to_string(::getpid()) + "/fd/";
     for (const std::string &folder : {std::string("/dev/fd/"), std::string("/proc/self/fd/"), own}) {
-        int number = -1;
+        int number;
         if (!path.starts_with(folder)) continue;
         const char *end = path.data() + path.size();
         const auto read = std::from_chars(path.data() + folder.size(), end, number);
-        if (read.ec == std::errc() && read.ptr == end && number >= 0) return number;
+        if (read.ec == std::errc() && read.ptr == end) return number;
     }
     return std::nullopt;
 }
@@ -60,7 +60,7 @@ void check_replaceable(const output_target &target, const output_rules &rules) {
         throw failure(exit_code::output,
                       target.name + " exists, and --no-clobber keeps it; name another output");
     if (::access(target.path.c_str(), W_OK) != 0) cannot_create(target, errno);
-    if (rules.overwrite || rules.is_own == nullptr || target.present->st_size == 0) return;
+    if (rules.overwrite || target.present->st_size == 0) return;
     if (!is_own_file(target.path, rules))
         throw failure(exit_code::output, target.name + " exists and is not " + rules.own
                                              + "; name another output, or replace it with --overwrite");
@@ -71,7 +71,7 @@ void check_replaceable(const output_target &target, const output_rules &rules) {
 }
 
 void check_present(const output_target &target, const struct stat &input) {
-    if (is_same_file(input, *target.present))
+    if (S_ISREG(input.st_mode) && is_same_node(input, *target.present))
         throw failure(exit_code::output, target.name + " is the input itself; name another output");
     if (S_ISDIR(target.present->st_mode)) is_folder(target);
 }
@@ -107,8 +107,8 @@ bool begins_with(const file_view &file, std::string_view text) {
     return file(0, std::as_writable_bytes(std::span(head))) == text.size() && head == text;
 }
 
-bool is_same_file(const struct stat &a, const struct stat &b) noexcept {
-    return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+bool is_same_node(const struct stat &a, const struct stat &b) noexcept {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 output_target find_target(const std::string &path, const struct stat &input,
@@ -117,13 +117,10 @@ output_target find_target(const std::string &path, const struct stat &input,
     target.name = path == "-" ? "standard output" : path;
     target.path = path;
     follow_links(target);
-    struct stat present {};
-    if (const auto descriptor = named_descriptor(target.path)) {
-        target.way = output_way::descriptor;
-        target.descriptor = *descriptor;
-        target.path.clear();
-        if (::fstat(*descriptor, &present) != 0) cannot_create(target, errno);
-        target.present = present;
+    target.descriptor = named_descriptor(target.path);
+    if (target.descriptor) {
+        target.way = output_way::direct;
+        if (::fstat(*target.descriptor, &target.present.emplace()) != 0) cannot_create(target, errno);
         check_present(target, input);
         return target;
     }
@@ -134,23 +131,22 @@ output_target find_target(const std::string &path, const struct stat &input,
 }
 
 void look_again(output_target &target, const struct stat &input, const output_rules &rules) {
-    struct stat present {};
-    target.present.reset();
-    if (::stat(target.path.c_str(), &present) == 0)
-        target.present = present;
-    else if (errno != ENOENT)
-        cannot_create(target, errno);
-    if (!target.present) return;
+    if (::stat(target.path.c_str(), &target.present.emplace()) != 0) {
+        target.present.reset();
+        if (errno != ENOENT) cannot_create(target, errno);
+        return;
+    }
     check_present(target, input);
-    if (S_ISREG(present.st_mode)) check_replaceable(target, rules);
+    if (S_ISREG(target.present->st_mode)) check_replaceable(target, rules);
 }
 
 void occupy_closed_descriptors() {
     // For reading only: what is written to it fails as it would without.
-    for (int opened = 0; opened >= 0 && opened <= STDERR_FILENO;) {
+    int opened;
+    do
         opened = ::open("/dev/null", O_RDONLY); // NOLINT(android-cloexec-open): children need them too
-        if (opened > STDERR_FILENO) ::close(opened);
-    }
+    while (opened >= 0 && opened <= STDERR_FILENO);
+    ::close(opened);
 }
 
 std::string explain_errno(int error) {

@@ -19,29 +19,28 @@ bool begins_with(const file_view &file, std::string_view text);
 
 /// How a file that is already there is treated.
 struct output_rules {
-    bool overwrite = false;  ///< replace whatever it is
-    bool no_clobber = false; ///< replace nothing
-    bool sync = true;        ///< wait until data and name are on the disk
-    /// Whether a file may be replaced unasked, and what such files are called. None: every one may.
-    bool (*is_own)(const file_view &file) = nullptr;
-    const char *own = "";
+    bool overwrite;  ///< replace whatever it is
+    bool no_clobber; ///< replace nothing
+    bool sync;       ///< wait until data and name are on the disk
+    /// Whether a file may be replaced unasked, and what such files are called.
+    bool (*is_own)(const file_view &file);
+    const char *own;
 };
 
-/// Whether both are the same regular file.
-bool is_same_file(const struct stat &a, const struct stat &b) noexcept;
+/// Whether both are the same folder, device, pipe or file.
+bool is_same_node(const struct stat &a, const struct stat &b) noexcept;
 
 enum class output_way {
-    descriptor, ///< one that is open already: standard output, /dev/stdout, /dev/fd/N
-    direct,     ///< a pipe or a device
-    renamed,    ///< a temporary file beside the target gets its name
-    copied,     ///< the folder takes no new file: the target's contents are replaced at the end
+    direct,  ///< a descriptor that is open already, a pipe or a device
+    renamed, ///< a temporary file beside the target gets its name
+    copied,  ///< the folder takes no new file: the target's contents are replaced at the end
 };
 
 struct output_target {
     std::string name; ///< as messages call it
-    std::string path; ///< links followed; empty for a descriptor
+    std::string path; ///< links followed
     output_way way = output_way::renamed;
-    int descriptor = -1;
+    std::optional<int> descriptor; ///< that is open already: standard output, /dev/stdout, /dev/fd/N
     std::optional<struct stat> present; ///< what is there now
     struct stat folder {};              ///< of a path
     std::string file;                   ///< its name there

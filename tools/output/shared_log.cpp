@@ -26,16 +26,20 @@ class locked {
     bool works_;
 };
 
+bool is_regular(int descriptor) noexcept {
+    struct stat status {};
+    return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 } // namespace
 
 shared_log::shared_log(const std::string &path, std::string_view mark)
     : name_(path == "-" ? "standard output" : path),
       handle_(path == "-"
                   ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
-                  : ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666)) {
-    struct stat status {};
-    if (!handle_.is_open() || ::fstat(handle_.get(), &status) != 0) cannot_write();
-    is_file_ = path != "-" && S_ISREG(status.st_mode);
+                  : ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666)),
+      is_file_(path != "-" && is_regular(handle_.get())) {
+    if (!handle_.is_open()) cannot_write();
     if (is_file_) check_kind(mark);
 }
 

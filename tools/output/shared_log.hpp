@@ -29,7 +29,7 @@ class shared_log {
 
     std::string name_; ///< as messages call it
     file_handle handle_;
-    bool is_file_ = false; ///< a regular one, which others may be writing to
+    bool is_file_; ///< a regular one, which others may be writing to
     std::mutex mutex_;
 };
 

@@ -1,14 +1,11 @@
 #include "output/timestamp_list.hpp"
 
-#include <array>
-#include <charconv>
+#include "common/counted.hpp"
+
+#include <cinttypes>
 
 namespace tools {
 namespace {
-
-constexpr std::size_t text_bytes = 64 * 1024;
-constexpr std::size_t longest_number = 20; ///< 64 bits with sign
-constexpr std::size_t longest_row = 6 * (longest_number + 1);
 
 /// ISO/IEC 13818-1, 2.4.3.7: 90 kHz, rounded down, 33 bits that start over.
 std::uint64_t pts_of(std::int64_t ticks) noexcept {
@@ -18,25 +15,15 @@ std::uint64_t pts_of(std::int64_t ticks) noexcept {
 
 } // namespace
 
-timestamp_list::timestamp_list(output_file &file, std::int64_t begin) : file_(file), begin_(begin) {
-    text_.reserve(text_bytes);
-    text_ = "frame,byte_offset,bytes,time_stamp_27mhz,begin_27mhz,pts_90khz\n";
+timestamp_list::timestamp_list(output_file &file, std::int64_t begin)
+    : file_(file), begin_(begin),
+      text_("frame,byte_offset,bytes,time_stamp_27mhz,begin_27mhz,pts_90khz\n") {
 }
 
 void timestamp_list::add(std::uint64_t frame, std::uint64_t offset, std::uint32_t bytes,
-                         std::int64_t stamp) noexcept {
-    if (text_.size() + longest_row > text_bytes) flush();
-    const auto append = [this](auto value, char separator) {
-        std::array<char, longest_number> digits;
-        const auto end = std::to_chars(digits.begin(), digits.end(), value).ptr;
-        text_.append(digits.data(), end).push_back(separator);
-    };
-    append(frame, ',');
-    append(offset, ',');
-    append(bytes, ',');
-    append(stamp, ',');
-    append(begin_, ',');
-    append(pts_of(begin_), '\n');
+                         std::int64_t stamp) {
+    text_ += formatted("%" PRIu64 ",%" PRIu64 ",%" PRIu32 ",%" PRId64 ",%" PRId64 ",%" PRIu64 "\n",
+                       frame, offset, bytes, stamp, begin_, pts_of(begin_));
     begin_ = stamp;
 }
 

@@ -14,18 +14,15 @@ class timestamp_list {
     /// @param begin  of the first frame, in 27 MHz ticks
     timestamp_list(output_file &file, std::int64_t begin);
 
-    /// Never throws: it is called from the encoder. Errors stay with the file.
-    void add(std::uint64_t frame, std::uint64_t offset, std::uint32_t bytes,
-             std::int64_t stamp) noexcept;
-    void flush() noexcept;
+    void add(std::uint64_t frame, std::uint64_t offset, std::uint32_t bytes, std::int64_t stamp);
 
-    /// Somebody may be waiting for the rows.
-    bool is_direct() const noexcept { return file_.is_direct(); }
+    /// Writes the rows so far. Errors stay with the file.
+    void flush() noexcept;
 
   private:
     output_file &file_;
     std::int64_t begin_; ///< of the next frame
-    std::string text_;   ///< never grows beyond what was reserved
+    std::string text_;   ///< not written yet
 };
 
 /// Whether a file is such a list.

@@ -52,6 +52,21 @@ void remove_files_and_end(int signal) {
     ::pthread_sigmask(SIG_UNBLOCK, &this_one, nullptr);
 }
 
+/// Returns the state of its place; null where the path is too long or the list is full.
+std::atomic<int> *list_unfinished(const std::string &path) noexcept {
+    for (entry &each : entries) {
+        int expected = unused;
+        if (path.size() >= each.path.size()) return nullptr;
+        if (!each.state.compare_exchange_strong(expected, being_written)) continue;
+        each.path[path.copy(each.path.data(), path.size())] = '\0';
+        each.state = listed;
+        while (ending) // the handler may have passed this entry: nothing must be created any more
+            ::pause();
+        return &each.state;
+    }
+    return nullptr;
+}
+
 } // namespace
 
 void catch_signals() {
@@ -77,23 +92,13 @@ signals_held::~signals_held() {
     ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
-int list_unfinished(const std::string &path) noexcept {
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        entry &each = entries[i];
-        int expected = unused;
-        if (path.size() >= each.path.size()) return -1;
-        if (!each.state.compare_exchange_strong(expected, being_written)) continue;
-        each.path[path.copy(each.path.data(), path.size())] = '\0';
-        each.state = listed;
-        while (ending) // the handler may have passed this entry: nothing must be created any more
-            ::pause();
-        return static_cast<int>(i);
-    }
-    return -1;
+unfinished_file::unfinished_file(std::string path)
+    : path_(std::move(path)), listed_(list_unfinished(path_)) {
 }
 
-void forget_unfinished(int place) noexcept {
-    if (place >= 0) entries[static_cast<std::size_t>(place)].state = unused;
+unfinished_file::~unfinished_file() {
+    ::unlink(path_.c_str());
+    if (listed_ != nullptr) *listed_ = unused;
 }
 
 } // namespace tools

@@ -1,6 +1,7 @@
 // Files that must not stay behind when a signal ends the program.
 #pragma once
 
+#include <atomic>
 #include <csignal>
 #include <string>
 
@@ -24,11 +25,21 @@ class signals_held {
     sigset_t before_;
 };
 
-/// Puts a file on the list; best before the file is there, so that no signal comes in between. Any
-/// thread may. Returns its place, or -1 when the path is too long or the list is full.
-int list_unfinished(const std::string &path) noexcept;
+/// A file that its destructor removes, or a signal, unless it has got another name by then. Any thread may make one;
+/// best before the file is there, so that no signal comes in between. Where the path is too long or there are too many,
+/// only the destructor removes it.
+class unfinished_file {
+  public:
+    explicit unfinished_file(std::string path);
+    ~unfinished_file();
+    unfinished_file(const unfinished_file &) = delete;
+    unfinished_file &operator=(const unfinished_file &) = delete;
 
-/// Takes it off again; -1 is ignored.
-void forget_unfinished(int place) noexcept;
+    const std::string &path() const noexcept { return path_; }
+
+  private:
+    std::string path_;
+    std::atomic<int> *listed_; ///< the state of its place in the list; null: it has none
+};
 
 } // namespace tools

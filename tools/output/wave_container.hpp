@@ -8,13 +8,14 @@ namespace tools {
 
 class wave_container {
   public:
-    /// Writes the header. In a pipe its sizes stay open, as piped WAV has them.
     /// @param labels  as wave_header() takes them
-    wave_container(output_file &file, const mpeg_a_settings &settings, int kbps, int rate,
-                   std::vector<wav_chunk> labels);
+    wave_container(output_file &file, const mpeg_a_settings &settings, int rate,
+                   std::vector<wav_chunk> labels)
+        : file_(file), settings_(settings), rate_(rate), labels_(std::move(labels)) {}
 
-    /// Bytes before the stream.
-    std::uint64_t stream_offset() const noexcept { return stream_offset_; }
+    /// Writes the header. In a pipe its sizes stay open, as piped WAV has them.
+    /// @return bytes before the stream
+    std::uint64_t begin();
 
     /// What was measured while the stream was made; lost in a pipe.
     void set_loudness(const loudness_figures &figures) {
@@ -26,9 +27,8 @@ class wave_container {
   private:
     output_file &file_;
     const mpeg_a_settings &settings_;
-    int kbps_, rate_;
+    int rate_;
     std::vector<wav_chunk> labels_;
-    std::uint64_t stream_offset_ = 0;
 };
 
 } // namespace tools

@@ -14,8 +14,8 @@
 namespace tools {
 
 struct wave_sizes {
-    std::uint64_t bytes = 0;   ///< of the stream
-    std::uint64_t samples = 0; ///< a channel
+    std::uint64_t bytes;   ///< of the stream
+    std::uint64_t samples; ///< a channel
 };
 
 /// What stands before the stream:
@@ -23,27 +23,26 @@ struct wave_sizes {
 ///     RIFF or RF64 | WAVE | JUNK or ds64 | fmt | fact | labels | mext | data
 ///
 /// Its length depends on that of the labels only, so that it can be written anew once the sizes are known.
-/// @param kbps   of the stream
 /// @param rate   Hz
 /// @param labels  what else the file says of its sound, `bext` first
 /// @param sizes  none: still unknown
-byte_list wave_header(const mpeg_a_settings &settings, int kbps, int rate,
-                      const std::vector<wav_chunk> &labels, const std::optional<wave_sizes> &sizes);
+byte_list wave_header(const mpeg_a_settings &settings, int rate, const std::vector<wav_chunk> &labels,
+                      const std::optional<wave_sizes> &sizes);
 
 /// The broadcast extension of a stream that is made from a certain input.
 struct broadcast_origin {
     byte_list bext; ///< contents of the input's own chunk; empty: it has none
-    int rate = 0;   ///< of the input, Hz
-    int channels = 0;
-    int bits = 0;             ///< of its samples; 0: no whole number of bits
-    std::uint64_t start = 0;  ///< samples of the input that were left out before the sound
-    bool sounds_alike = true; ///< as loud as the input, over the same time
+    int rate;       ///< of the input, Hz
+    int channels;
+    int bits;            ///< of its samples; 0: no whole number of bits
+    std::uint64_t start; ///< samples of the input that were left out before the sound
+    bool sounds_alike;   ///< as loud as the input, over the same time
 };
 
 /// Contents of the chunk: the input's own, its time reference that of the sound in samples of the stream,
 /// measured loudness only where it still holds, and a line of coding history (EBU R 98) for the stream;
 /// before that one for the input where there is none yet.
-byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_settings &settings, int kbps,
+byte_list broadcast_extension(const broadcast_origin &origin, const mpeg_a_settings &settings,
                               int rate);
 
 /// Puts into such contents how loud the sound was measured to be; they are of version 2 then.

@@ -3,7 +3,6 @@
 #include "common/byte_order.hpp"
 
 #include <algorithm>
-#include <array>
 #include <set>
 #include <span>
 
@@ -19,8 +18,7 @@ std::uint64_t number_at(std::span<const std::byte> bytes, std::size_t at) {
 }
 
 void set_number(std::span<std::byte> bytes, std::size_t at, std::uint64_t value) {
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[at + i] = static_cast<std::byte>(value >> 8 * i);
+    set_little_endian(bytes.subspan(at, 4), value);
 }
 
 /// A number of samples at the stream's rate.
@@ -41,8 +39,8 @@ std::optional<std::uint64_t> moved(std::uint64_t position, const label_shift &sh
 std::set<std::uint64_t> move_cue_points(byte_list &cue, const label_shift &shift) {
     constexpr std::size_t header = 4, point_bytes = 24, position_at = 4, offset_at = 20;
     std::set<std::uint64_t> left_out;
-    byte_list result(std::min(header, cue.size()));
-    std::uint64_t count = 0;
+    if (cue.size() < header) return left_out;
+    byte_list result(header);
     for (std::size_t at = header; at + point_bytes <= cue.size(); at += point_bytes) {
         const auto point = std::span(cue).subspan(at, point_bytes);
         const auto position = moved(number_at(point, position_at), shift);
@@ -54,9 +52,8 @@ std::set<std::uint64_t> move_cue_points(byte_list &cue, const label_shift &shift
         set_number(point, position_at, position.value_or(*offset));
         set_number(point, offset_at, *offset);
         result.insert(result.end(), point.begin(), point.end());
-        ++count;
     }
-    if (result.size() >= header) set_number(result, 0, count);
+    set_number(result, 0, result.size() / point_bytes);
     cue = std::move(result);
     return left_out;
 }
@@ -71,8 +68,7 @@ void move_cue_labels(byte_list &list, const std::set<std::uint64_t> &left_out,
         const std::size_t bytes = number_at(list, at + 4), whole = header + bytes + bytes % 2;
         const auto label = std::span(list).subspan(at, std::min(whole, list.size() - at));
         at += whole;
-        if (bytes >= 4 && label.size() >= header + 4 && left_out.contains(number_at(label, header)))
-            continue;
+        if (label.size() >= header + 4 && left_out.contains(number_at(label, header))) continue;
         if (text_at(label, 0) == "ltxt" && label.size() >= header + 8)
             set_number(label, header + 4, converted(number_at(label, header + 4), shift));
         result.insert(result.end(), label.begin(), label.end());
@@ -95,14 +91,14 @@ void move_cart_timers(byte_list &cart, const label_shift &shift) {
 } // namespace
 
 bool is_label(std::string_view name) noexcept {
-    constexpr std::array<std::string_view, 5> names{"cart", "iXML", "axml", "cue ", "LIST"};
-    return std::ranges::find(names, name) != names.end();
+    constexpr std::string_view names[] = {"cart", "iXML", "axml", "cue ", "LIST"};
+    return std::ranges::count(names, name) != 0;
 }
 
 bool is_technical(std::string_view name) noexcept {
-    constexpr std::array<std::string_view, 11> names{"fmt ", "fact", "data", "ds64", "bext", "mext",
-                                                     "JUNK", "junk", "PAD ", "FLLR", "PEAK"};
-    return std::ranges::find(names, name) != names.end();
+    constexpr std::string_view names[] = {"fmt ", "fact", "data", "ds64", "bext", "mext",
+                                          "JUNK", "junk", "PAD ", "FLLR", "PEAK"};
+    return std::ranges::count(names, name) != 0;
 }
 
 std::size_t move_labels(std::vector<wav_chunk> &labels, const label_shift &shift) {

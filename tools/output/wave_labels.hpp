@@ -21,9 +21,9 @@ bool is_technical(std::string_view name) noexcept;
 
 /// Where the encoded sound lies in the input.
 struct label_shift {
-    std::uint64_t start = 0;            ///< samples of the input before it
+    std::uint64_t start;                ///< samples of the input before it
     std::optional<std::uint64_t> count; ///< samples of the stream
-    int from = 0, to = 0;               ///< Hz of the input and of the stream
+    int from, to;                       ///< Hz of the input and of the stream
 };
 
 /// Moves the positions in `cue ` and its labels' lengths, and the timers of `cart`. Cue points outside

@@ -6,10 +6,9 @@
 namespace tools {
 namespace {
 
-constexpr int last_index = 14;
-
 int index_of(mpeg_a_settings settings, int kbit) noexcept {
-    for (settings.audio_bitrate = last_index; settings.audio_bitrate > 0; --settings.audio_bitrate)
+    for (settings.audio_bitrate = highest_bitrate_index; settings.audio_bitrate > 0;
+         --settings.audio_bitrate)
         if (kbit_of(settings) == kbit) break;
     return settings.audio_bitrate;
 }
@@ -21,13 +20,19 @@ int default_bitrate(mpeg_a_settings settings, int preset) {
     if (!mono && settings.audio_layer == 2) return settings.audio_bitrate;
     const int kbit = settings.audio_layer == 1 ? (mono ? 192 : 384) : kbit_of(settings) / 2;
     const int preferred = index_of(settings, kbit);
-    for (settings.audio_bitrate = preferred; settings.audio_bitrate <= last_index;
+    for (settings.audio_bitrate = preferred; settings.audio_bitrate <= highest_bitrate_index;
          ++settings.audio_bitrate)
         if (preset_takes(settings, preset)) return settings.audio_bitrate;
     return preferred;
 }
 
 } // namespace
+
+std::int64_t start_of(const mpeg_a_settings &settings) noexcept {
+    if (settings.pts_units <= 0) return settings.pts_offset;
+    return static_cast<std::int64_t>(static_cast<double>(settings.pts_offset) * 27e6
+                                     / settings.pts_units);
+}
 
 mpeg_a_settings settle(const wishes &wished, int channels, int layer) {
     mpeg_a_settings settings{};

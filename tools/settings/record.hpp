@@ -9,6 +9,7 @@
 namespace tools {
 
 inline constexpr int all_rates[] = {32000, 44100, 48000}; ///< Hz
+inline constexpr int highest_bitrate_index = 14;
 
 inline int channels_of(const mpeg_a_settings &settings) noexcept {
     return settings.audio_mode == MPEG_A_MODE_MONO ? 1 : 2;
@@ -23,6 +24,9 @@ inline int samples_of_frame(const mpeg_a_settings &settings) noexcept {
 inline int kbit_of(const mpeg_a_settings &settings) noexcept {
     return mpeg_a_bitrates[settings.audio_layer - 1][settings.audio_bitrate];
 }
+
+/// Begin of the stream in 27 MHz ticks.
+std::int64_t start_of(const mpeg_a_settings &settings) noexcept;
 
 /// Samples by which sound is late after the analysis and synthesis filterbanks.
 inline constexpr int filterbank_delay = 481;

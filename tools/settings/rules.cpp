@@ -35,8 +35,6 @@ int check_silently(const mpeg_a_settings &settings, int preset, int rate) noexce
     return mpegOutAudioChkSettings(nullptr, &settings, preset, rate, 0, 0);
 }
 
-constexpr int highest_index = 14;
-
 /// ISO/IEC 11172-3, 2.4.2.3: Layer II has the low rates for one channel only and the high ones for two only.
 bool standard_allows(const mpeg_a_settings &settings) noexcept {
     if (settings.audio_layer == 1) return true;
@@ -71,7 +69,7 @@ bool takes_mono(int preset) noexcept {
     mpeg_a_settings mono{};
     mpegOutAudioDefaults(&mono, preset);
     mono.audio_mode = MPEG_A_MODE_MONO;
-    for (mono.audio_bitrate = 1; mono.audio_bitrate <= highest_index; ++mono.audio_bitrate)
+    for (mono.audio_bitrate = 1; mono.audio_bitrate <= highest_bitrate_index; ++mono.audio_bitrate)
         if (standard_allows(mono) && preset_takes(mono, preset)) return true;
     return false;
 }
@@ -93,7 +91,7 @@ std::string layer_and_mode(const mpeg_a_settings &settings) {
 std::string bitrates_text(const mpeg_a_settings &settings) {
     std::string list;
     mpeg_a_settings each = settings;
-    for (each.audio_bitrate = 1; each.audio_bitrate <= highest_index; ++each.audio_bitrate)
+    for (each.audio_bitrate = 1; each.audio_bitrate <= highest_bitrate_index; ++each.audio_bitrate)
         if (is_usable(each)) list += (list.empty() ? "" : ", ") + std::to_string(kbit_of(each));
     return layer_and_mode(settings) + " has " + list + " kbit/s";
 }

@@ -69,14 +69,12 @@ class batch_run {
 
     exit_code run() {
         std::vector<std::jthread> threads;
-        running_ = threads_;
         {
             const signals_held inherited; // the main thread looks after them
             for (std::size_t i = 0; i < threads_; ++i)
                 threads.emplace_back([this] { work(); });
         }
         watch();
-        threads.clear();
         if (batch_.resume) tidy_up();
         if (fatal_) std::rethrow_exception(fatal_);
         messages_.print_notes();
@@ -95,10 +93,9 @@ class batch_run {
 
     /// One thread: a file after the other, and then its place goes to segments of those still running.
     void work() noexcept {
-        batch_progress::file shown(shown_);
         try {
             for (auto i = next_++; i < files_.size(); i = next_++)
-                handle(files_[i], shown);
+                handle(files_[i]);
         } catch (...) {
             const std::lock_guard lock(mutex_);
             fatal_ = std::current_exception();
@@ -110,17 +107,13 @@ class batch_run {
         ended_.notify_one();
     }
 
-    void handle(const batch_file &file, batch_progress::file &shown) {
+    void handle(const batch_file &file) {
         report_entry entry;
         entry.input = file.input;
         entry.output = file.output;
         entry.error = file.error;
-        entry.start = std::chrono::system_clock::now();
-        const auto begin = std::chrono::steady_clock::now();
-        shown.begin(file.bytes);
+        batch_progress::file shown(shown_, file.bytes);
         if (entry.error.empty()) attempt(entry, shown);
-        entry.wall_seconds =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         // What was complete is compared with an earlier line where there is one.
         const bool is_new = !entry.was_complete || !report_ || !report_->earlier(entry.output);
         if (report_ && is_new) report_->add(entry);
@@ -200,7 +193,7 @@ class batch_run {
 
     std::mutex mutex_; ///< of the members below
     std::condition_variable ended_;
-    std::size_t running_ = 0;
+    std::size_t running_ = threads_;
     std::exception_ptr fatal_; ///< what stops the whole batch
 };
 

@@ -18,7 +18,8 @@ batch_messages::batch_messages(bool quiet) : quiet_(quiet), terminal_(::isatty(S
 }
 
 std::chrono::milliseconds batch_messages::interval() const noexcept {
-    return std::chrono::milliseconds(terminal_ ? 200 : 10000);
+    using namespace std::chrono_literals;
+    return terminal_ ? 200ms : 10s;
 }
 
 void batch_messages::show(const std::string &line) {
@@ -64,8 +65,7 @@ void batch_messages::print_notes() {
         say(line.append(")"));
     }
     if (printed > most_notes)
-        say("note: " + std::to_string(printed - most_notes) + " more kind"
-            + (printed - most_notes == 1 ? "" : "s") + " of notes; --report lists them");
+        say("note: " + counted(printed - most_notes, "more kind") + " of notes; --report lists them");
 }
 
 void batch_messages::print_failures() {

@@ -12,14 +12,11 @@ namespace {
 constexpr const char *group = "Batches";
 
 batch_shard parse_shard(const std::string &text) {
-    batch_shard shard;
-    const char *end = text.data() + text.size();
-    const auto index = std::from_chars(text.data(), end, shard.index);
-    const bool has_slash = index.ec == std::errc() && index.ptr != end && *index.ptr == '/';
-    const auto count = std::from_chars(has_slash ? index.ptr + 1 : end, end, shard.count);
-    if (count.ec != std::errc() || count.ptr != end || shard.index < 1 || shard.index > shard.count)
+    const auto [part, all] = split_at(text, '/');
+    const auto index = number_in<std::uint64_t>(part), count = number_in<std::uint64_t>(all);
+    if (!index || !count || *index < 1 || *index > *count)
         refuse("--shard", text, "I/N with I from 1 to N");
-    return shard;
+    return {*index, *count};
 }
 
 /// Options that leave the bytes of a stream as they are.
@@ -69,9 +66,8 @@ void add_batch_options(CLI::App &app, batch_options &wanted) {
     folder->group(group);
     for (auto *option : members)
         option->group(group)->needs(folder);
-    if (auto *output = app.get_option_no_throw("--output")) folder->excludes(output);
-    for (const char *name : {"--timestamps", "--trace"})
-        if (auto *list = app.get_option_no_throw(name)) folder->excludes(list);
+    for (const char *name : {"--output", "--timestamps", "--trace"})
+        folder->excludes(app.get_option(name));
 }
 
 bool complete_batch(const CLI::App &app, batch_options &wanted) {

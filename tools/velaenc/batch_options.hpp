@@ -19,7 +19,7 @@ struct batch_options {
     std::vector<std::string> stream_options; ///< all others that shape a stream, as they were given
 };
 
-/// They fill in `wanted` while the command line is read.
+/// They fill in `wanted` while the command line is read. The options of outputs are there already.
 void add_batch_options(CLI::App &app, batch_options &wanted);
 
 /// Notes the other options, after the command line has been read.

@@ -62,14 +62,12 @@ json settings_of(const file_result &result) {
             {"original", static_cast<int>(settings.original)}};
 }
 
-json rounded(double value, double scale) {
-    return std::isfinite(value) ? json(std::round(value * scale) / scale) : json();
+json rounded(std::optional<double> value, double scale) {
+    return value && std::isfinite(*value) ? json(std::round(*value * scale) / scale) : json();
 }
 
 json loudness_of(const programme_loudness &reached) {
-    const auto number = [](const std::optional<double> &value) {
-        return value ? rounded(*value, 100) : json();
-    };
+    const auto number = [](std::optional<double> value) { return rounded(value, 100); };
     const loudness_figures &figures = reached.figures;
     return {{"integrated_lufs", number(figures.integrated)},
             {"range_lu", number(figures.range)},
@@ -89,9 +87,7 @@ json source_of(const pcm_shape &input) {
 
 json check_of(const check_result &checked) {
     json seconds = json::array();
-    const auto ratio = [](const std::optional<double> &value) {
-        return value ? rounded(*value, 10) : json();
-    };
+    const auto ratio = [](std::optional<double> value) { return rounded(value, 10); };
     for (std::size_t i = 0; i < checked.count(); ++i)
         seconds.push_back(ratio(checked.second(i)));
     const auto least = least_second(checked);
@@ -108,7 +104,7 @@ json check_of(const check_result &checked) {
 std::string text_of(std::chrono::system_clock::time_point time) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm fields{};
-    std::array<char, 32> text{};
+    std::array<char, sizeof "2026-01-01T00:00:00Z"> text{};
     ::gmtime_r(&seconds, &fields);
     std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &fields);
     return text.data();
@@ -149,10 +145,11 @@ void batch_report::load() {
         if (!line.is_object()) continue;
         const auto output = text_in(line, "output"), bytes = text_in(line, "output_hex");
         if (!output || text_in(line, "status").value_or("failed") == "failed") continue;
-        earlier_stream &stream = earlier_[bytes.value_or(*output)];
-        stream = {texts_in(line, "options") == options_, std::nullopt};
         const auto frames = line.find("frames");
-        if (frames != line.end() && frames->is_number_unsigned()) stream.frames = *frames;
+        const bool counted = frames != line.end() && frames->is_number_unsigned();
+        earlier_[bytes.value_or(*output)] = {texts_in(line, "options") == options_,
+                                             counted ? std::optional(frames->get<std::uint64_t>())
+                                                     : std::nullopt};
     }
 }
 
@@ -171,7 +168,8 @@ void batch_report::add(const report_entry &entry) {
     line["options"] = options_;
     line["status"] = !entry.result ? "failed" : entry.was_complete ? "complete" : "encoded";
     line["started"] = text_of(entry.start);
-    line["wall_seconds"] = rounded(entry.wall_seconds, 1000);
+    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - entry.begin;
+    line["wall_seconds"] = rounded(wall.count(), 1000);
     line["velaenc"] = VELAENC_VERSION;
     if (entry.result) add_result(line, entry);
     line["warnings"] = entry.warnings;

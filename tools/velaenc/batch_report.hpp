@@ -18,8 +18,10 @@ struct report_entry {
     bool was_complete = false;         ///< nothing was done: it had been encoded before
     std::vector<std::string> warnings;
     std::string error;
-    std::chrono::system_clock::time_point start; ///< of the work on it
-    double wall_seconds = 0;                     ///< that it took
+    std::chrono::system_clock::time_point start =
+        std::chrono::system_clock::now(); ///< of the work on it
+    std::chrono::steady_clock::time_point begin =
+        std::chrono::steady_clock::now(); ///< the same, to measure by
 };
 
 class batch_report {
@@ -34,7 +36,7 @@ class batch_report {
 
     /// What the last line of an earlier run says of an output that it encoded.
     struct earlier_stream {
-        bool same_options = false;
+        bool same_options;
         std::optional<std::uint64_t> frames;
     };
     std::optional<earlier_stream> earlier(const std::string &output) const;

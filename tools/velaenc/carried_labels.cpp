@@ -10,7 +10,7 @@ namespace tools {
 std::vector<wav_chunk> labels_of(const input_file &input, std::vector<std::string> &notes) {
     auto found = read_wav_chunks(
         input, [](std::string_view name) { return name == "bext" || !is_technical(name); });
-    std::vector<wav_chunk> labels(1, {"bext", {}});
+    std::vector<wav_chunk> labels{{"bext", {}}};
     for (auto &chunk : found) {
         if (chunk.name == "bext")
             labels.front() = std::move(chunk);

@@ -16,13 +16,12 @@
 #include "velaenc/trace_file.hpp"
 
 #include <algorithm>
-#include <array>
 
 namespace tools {
 namespace {
 
 std::uint64_t frame_samples(const mpeg_a_settings &settings) noexcept {
-    return settings.audio_layer == 1 ? 384 : 1152;
+    return static_cast<std::uint64_t>(samples_of_frame(settings));
 }
 
 /// A name that promises another format than the file will have.
@@ -31,11 +30,10 @@ void note_name(const options &wanted, const mpeg_a_settings &settings, run_liste
         const char *name, *usual;
         std::vector<std::string> extensions;
     };
-    static const std::array<kind, 3> kinds{
-        {{"a WAV file", ".wav", {".wav", ".wave", ".bwf"}},
-         {"a stream of Layer I", ".mp1", {".mp1", ".m1a", ".mpa"}},
-         {"a stream of Layer II", ".mp2", {".mp2", ".m2a", ".mpa"}}}};
-    const kind &own = kinds.at(is_wave(wanted) ? 0 : static_cast<std::size_t>(settings.audio_layer));
+    static const kind kinds[] = {{"a WAV file", ".wav", {".wav", ".wave", ".bwf"}},
+                                 {"a stream of Layer I", ".mp1", {".mp1", ".m1a", ".mpa"}},
+                                 {"a stream of Layer II", ".mp2", {".mp2", ".m2a", ".mpa"}}};
+    const kind &own = kinds[is_wave(wanted) ? 0 : settings.audio_layer];
     const std::string extension = lower_extension(wanted.output);
     if (!has_sound_name(wanted.output) || std::ranges::count(own.extensions, extension) != 0) return;
     listener.note("the output is " + std::string(own.name) + ", whatever " + extension
@@ -97,23 +95,20 @@ class file_encode {
                            + " takes no new file; the file's contents are replaced at the end");
         if (files_.list) list_.emplace(*files_.list, start_of(settings_));
         if (files_.trace) trace_.emplace(*files_.trace);
-        if (is_wave(wanted_))
-            begin_wave();
-        else
-            offset_ = write_tag();
-        writer_.emplace(files_.stream, list_ ? &*list_ : nullptr, offset_);
+        writer_.emplace(files_.stream, list_ ? &*list_ : nullptr,
+                        is_wave(wanted_) ? begin_wave() : write_tag());
     }
 
-    void begin_wave() {
-        const int kbps = kbit_of(settings_);
+    /// @return bytes before the stream
+    std::uint64_t begin_wave() {
         auto &bext = input_.labels.front().contents;
-        bext = broadcast_extension(input_.origin, settings_, kbps, rate_);
+        bext = broadcast_extension(input_.origin, settings_, rate_);
         if (heard_.loudness) write_loudness(bext, heard_.loudness->figures);
-        wave_.emplace(files_.stream, settings_, kbps, rate_, std::move(input_.labels));
-        offset_ = wave_->stream_offset();
+        wave_.emplace(files_.stream, settings_, rate_, std::move(input_.labels));
+        return wave_->begin();
     }
 
-    /// @return its bytes
+    /// @return bytes before the stream
     std::uint64_t write_tag() {
         if (!wanted_.tags) return 0;
         const bool is_file = !wanted_.raw && wanted_.input != "-";
@@ -126,19 +121,16 @@ class file_encode {
     encoded_sound encode() {
         pcm_source &source = *input_.source;
         progress_listener &shown = listener_.begin(rate_, source.length());
-        const bool live = files_.stream.is_direct() || (list_ && list_->is_direct());
-        if (trace_)
-            return encode_observed(source, settings_, *writer_, shown, live, trace_->observer());
-        if (wanted_.engine) return encode_through_engine(source, settings_, *writer_, shown, live);
-        if (wanted_.jobs == 1) return tools::encode(source, settings_, *writer_, shown, live);
+        if (trace_) return encode_observed(source, settings_, *writer_, shown, trace_->observer());
+        if (wanted_.engine) return encode_through_engine(source, settings_, *writer_, shown);
+        if (wanted_.jobs == 1) return tools::encode(source, settings_, *writer_, shown);
         return encode_in_parallel(source, settings_, *writer_, shown,
                                   {.jobs = wanted_.jobs, .spare = spare_});
     }
 
     /// Whatever is known only behind the last frame.
     void finish_files(const encoded_sound &done) {
-        if (list_) list_->flush();
-        if (trace_) trace_->flush();
+        if (trace_) trace_->check();
         heard_.finish(wanted_.sound);
         if (wave_ && heard_.loudness) wave_->set_loudness(heard_.loudness->figures);
         if (wave_) wave_->finish({writer_->bytes(), writer_->frames() * frame_samples(settings_)});
@@ -165,7 +157,7 @@ class file_encode {
         return {
             .read = [this](std::uint64_t offset,
                            std::span<std::byte> room) { return files_.stream.read_back(offset, room); },
-            .begin = offset_,
+            .begin = writer_->begin(),
             .bytes = writer_->bytes(),
             .frames = writer_->frames(),
             .layer = settings_.audio_layer,
@@ -193,7 +185,6 @@ class file_encode {
     std::optional<timestamp_list> list_;
     std::optional<trace_file> trace_;
     std::optional<wave_container> wave_;
-    std::uint64_t offset_ = 0; ///< of the first frame
     std::optional<frame_writer> writer_;
 };
 
@@ -204,7 +195,7 @@ std::optional<file_result> find_complete(const options &wanted, std::optional<st
     if (::stat(wanted.output.c_str(), &output) != 0) return std::nullopt;
     const prepared_input input = open_again(wanted);
     const auto length = input.source->length();
-    if (length == 0 || !S_ISREG(input.status.st_mode)) return std::nullopt;
+    if (!S_ISREG(input.status.st_mode)) return std::nullopt;
     const auto time = [](const struct stat &file) {
         return std::pair(file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
     };
@@ -215,8 +206,14 @@ std::optional<file_result> find_complete(const options &wanted, std::optional<st
         frames_of_stream(wanted.output, is_wave(wanted), input.plan.settings, rate,
                          length ? std::optional((*length + frame - 1) / frame) : recorded);
     if (!frames) return std::nullopt;
-    return file_result{input.plan.settings, rate, *frames, length.value_or(*frames * frame),
-                       input.shape};
+    return file_result{.settings = input.plan.settings,
+                       .rate = rate,
+                       .frames = *frames,
+                       .samples = length.value_or(*frames * frame),
+                       .input = input.shape,
+                       .clipped = {},
+                       .loudness = {},
+                       .check = {}};
 }
 
 file_result encode_file(const options &wanted, run_listener &listener, thread_budget *spare) {

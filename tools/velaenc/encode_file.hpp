@@ -39,15 +39,14 @@ class run_listener {
 };
 
 struct file_result {
-    mpeg_a_settings settings{};
-    int rate = 0;              ///< Hz
-    std::uint64_t frames = 0;  ///< of the stream
-    std::uint64_t samples = 0; ///< a channel, of the sound that was encoded
-    pcm_shape input = {};      ///< of the input itself
-    clip_count clipped = {};
-    std::optional<programme_loudness> loudness = {}; ///< of what was encoded, where it was measured
-
-    std::optional<check_result> check = {}; ///< of the stream, where that was wanted
+    mpeg_a_settings settings;
+    int rate;              ///< Hz
+    std::uint64_t frames;  ///< of the stream
+    std::uint64_t samples; ///< a channel, of the sound that was encoded
+    pcm_shape input;       ///< of the input itself
+    clip_count clipped;
+    std::optional<programme_loudness> loudness; ///< of what was encoded, where it was measured
+    std::optional<check_result> check;          ///< of the stream, where that was wanted
 
     double seconds() const noexcept { return static_cast<double>(samples) / rate; }
 };

@@ -4,6 +4,7 @@
 #include "input/container.hpp"
 #include "input/input_file.hpp"
 #include "parser/frame_header.hpp"
+#include "parser/tag.hpp"
 #include "settings/record.hpp"
 
 #include <algorithm>
@@ -32,16 +33,12 @@ std::optional<stream_header> header_at(const file_view &file, std::uint64_t offs
     return read_header(bytes);
 }
 
-/// ID3v2.4, 3.1: ten bytes with a size of four times seven bits, which counts what follows.
+/// Of a tag in front of the stream.
 std::uint64_t tag_bytes(const file_view &file) {
-    std::array<std::uint8_t, 10> header{};
-    file(0, std::as_writable_bytes(std::span(header)));
-    if (header[0] != 'I' || header[1] != 'D' || header[2] != '3') return 0;
-    const std::uint64_t footer = (header[5] & 0x10) != 0 ? 10 : 0;
-    std::uint64_t size = 0;
-    for (const std::uint8_t each : std::span(header).subspan(6))
-        size = size << 7 | (each & 0x7F);
-    return header.size() + size + footer;
+    std::array<std::uint8_t, 32> head{}; // as many as any kind needs to tell its length
+    file(0, std::as_writable_bytes(std::span(head)));
+    const auto tag = read_tag(head);
+    return tag ? tag->length : 0;
 }
 
 /// Where the stream of a WAV file begins; of another file, the first byte behind a tag.
@@ -79,13 +76,13 @@ std::optional<std::uint64_t> frames_of_stream(const std::string &path, bool in_w
     if (!first || !is_frame_of(*first, settings, rate)) return std::nullopt;
     const std::uint64_t size = data->bytes;
     const auto slot = static_cast<std::uint64_t>(first->slot_bytes());
-    // On average over the padding, a frame has whole + rest / rate slots.
+    // On average over the padding, a frame has whole + rest / rate slots; all of them less than one slot more.
     const auto hertz = static_cast<std::uint64_t>(rate);
     const auto whole = static_cast<std::uint64_t>(first->whole_slots()),
                rest = static_cast<std::uint64_t>(first->slot_rest()), slots = whole * hertz + rest;
     const std::uint64_t count = frames.value_or((size / slot * hertz + slots / 2) / slots);
     const std::uint64_t total = (count * whole + count * rest / hertz) * slot;
-    if (size + slot < total || size > total + 2 * slot) return std::nullopt;
+    if (size != total && size != total + slot) return std::nullopt;
     for (const int padding : {0, 1}) {
         const auto length = static_cast<std::uint64_t>(first->whole_slots() + padding) * slot;
         const auto last = length <= size ? header_at(view, data->offset + size - length) : std::nullopt;

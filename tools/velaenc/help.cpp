@@ -1,11 +1,9 @@
 #include "velaenc/help.hpp"
 
+#include "common/counted.hpp"
 #include "settings/names.hpp"
 #include "settings/rules.hpp"
 #include "vela_enc_mp1a/encoder.h"
-
-#include <array>
-#include <cstdio>
 
 namespace tools {
 
@@ -72,10 +70,8 @@ std::string preset_line(const named_value &preset) {
     std::string rates;
     for (const int rate : rates_of_preset(preset.value))
         rates += (rates.empty() ? "" : ", ") + std::to_string(rate);
-    std::array<char, 80> line;
-    std::snprintf(line.data(), line.size(), "  %-9s %s Hz%s\n", preset.name, rates.c_str(),
-                  settings.error_protection != 0 ? "; CRC" : "");
-    return line.data();
+    return formatted("  %-9s %s Hz%s\n", preset.name, rates.c_str(),
+                     settings.error_protection != 0 ? "; CRC" : "");
 }
 
 } // namespace

@@ -23,16 +23,15 @@ std::string level_text(const std::optional<double> &value, const char *unit) {
 programme_loudness reach_goal(const loudness_figures &input, const sound_options &wanted) {
     programme_loudness reached{input};
     if (!wanted.loudness || !input.integrated) return reached;
-    if (!std::isfinite(*input.integrated) || !std::isfinite(input.true_peak.value_or(0)))
+    const double peak = input.true_peak.value(); // of sound that has a loudness
+    if (!std::isfinite(*input.integrated) || !std::isfinite(peak))
         throw failure(
             exit_code::input,
             "the input has samples that are infinite or far beyond any scale, so that its loudness"
             " cannot be measured; repair them, or leave --loudness out");
     reached.gain_db = std::round((*wanted.loudness - *input.integrated) * gain_steps) / gain_steps;
-    const double most =
-        std::floor((wanted.true_peak - input.true_peak.value_or(wanted.true_peak)) * gain_steps)
-        / gain_steps;
-    reached.limited_by_peak = input.true_peak && reached.gain_db > most;
+    const double most = std::floor((wanted.true_peak - peak) * gain_steps) / gain_steps;
+    reached.limited_by_peak = reached.gain_db > most;
     if (reached.limited_by_peak) reached.gain_db = most;
     auto &figures = reached.figures;
     for (auto *each :

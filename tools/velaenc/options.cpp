@@ -72,7 +72,7 @@ CLI::Option *add_number(CLI::App &app, const std::string &option, std::optional<
     return app.add_option_function<std::string>(option, store, help)->type_name(type);
 }
 
-void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
+void add_stream_options(CLI::App &app, options &wanted) {
     add_preset_option(app, "Target format: its defaults and its rules",
                       [&wanted](int code, const std::string &text) {
                           wanted.preset = code;
@@ -81,7 +81,10 @@ void add_stream_options(CLI::App &app, options &wanted, bool &crc) {
     add_choice(app, "--layer", wanted.layer, layer_codes, "Layer");
     add_choice(app, "-m,--mode", wanted.mode, mode_names, "Mode; two channels are mixed down to mono");
     add_number(app, "-b,--bitrate", wanted.bitrate, "KBPS", "Bitrate in kbit/s");
-    app.add_flag("--crc,!--no-crc", crc, "A CRC-16 in every frame, or none");
+    app.add_flag_function(
+           "--crc,!--no-crc", [&wanted](std::int64_t given) { wanted.crc = given > 0; },
+           "A CRC-16 in every frame, or none")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     add_choice(app, "--model", wanted.model, model_names,
                "Psychoacoustic model and allocation: the standard's, or tuned for less audible noise");
     add_choice(app, "--emphasis", wanted.emphasis, emphasis_names,
@@ -193,12 +196,12 @@ void sort_names(const CLI::App &app, options &wanted, batch_options &batch,
     }
 }
 
-void complete(options &wanted, const raw_options &given, std::optional<int> jobs) {
-    if (given.raw && wanted.raw->channels < 1)
+void complete(options &wanted, std::optional<int> jobs) {
+    if (wanted.raw && wanted.raw->channels < 1)
         throw failure(exit_code::usage, "--channels should be 1 or 2");
     if (!is_countable(wanted))
         throw failure(exit_code::usage, "--pts-offset lies beyond what 27 MHz ticks can count");
-    wanted.jobs = jobs.value_or(std::clamp(usable_processors(), 1, most_jobs));
+    wanted.jobs = jobs.value_or(std::min(usable_processors(), most_jobs));
     if (wanted.jobs < 1 || wanted.jobs > most_jobs)
         throw failure(exit_code::usage, "--jobs should be 1 to " + std::to_string(most_jobs));
     if (wanted.tags && is_wave(wanted))
@@ -235,7 +238,6 @@ std::optional<options> read_options(int argc, char **argv) {
     raw_options given;
     std::optional<int> jobs;
     std::string named_output;
-    bool crc = false;
     CLI::App app(help_description, "velaenc");
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.footer(help_footer);
@@ -245,7 +247,7 @@ std::optional<options> read_options(int argc, char **argv) {
                    "Output file, or - for standard output; without it IN with .mp1 or .mp2");
     app.add_option("MORE", more, "Further inputs, with --output-dir")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    add_stream_options(app, wanted, crc);
+    add_stream_options(app, wanted);
     add_output_options(app, wanted, named_output);
     app.add_flag("--ignore-length", wanted.ignore_length,
                  "Encode what is there, whatever the header of IN says, damaged or not");
@@ -279,11 +281,10 @@ std::optional<options> read_options(int argc, char **argv) {
         throw failure(exit_code::usage, error.what() + hint_for(std::span(argv, argv + argc)));
     }
     check_names(app);
-    if (app.count("--crc") > 0) wanted.crc = crc;
     if (!named_output.empty()) wanted.output = named_output;
     if (given.raw) wanted.raw = raw_shape{given.rate.value(), given.channels.value(), given.format};
     sort_names(app, wanted, batch, std::move(more));
-    complete(wanted, given, jobs);
+    complete(wanted, jobs);
     return wanted;
 }
 

@@ -10,30 +10,29 @@ namespace tools {
 prepared_input open_source(const options &wanted,
                            const std::function<void(const std::string &)> &note) {
     input_file input = open_input(wanted.input);
-    prepared_input result{input.status, input.name, nullptr, {}, {}, {{"bext", {}}}, {}};
+    prepared_input result{input.status, input.name, {}, {}, {}, {{"bext", {}}}, {}};
     std::vector<std::string> lost;
     if (is_wave(wanted) && input.seekable() && !wanted.raw) result.labels = labels_of(input, lost);
-    result.origin.bext = result.labels.front().contents;
     result.source = open_pcm(std::move(input), {.raw = wanted.raw,
                                                 .ignore_length = wanted.ignore_length,
                                                 .on_note = note,
                                                 .asks_ffmpeg = true,
                                                 .stream = wanted.stream});
     const pcm_shape &shape = result.shape = result.source->shape();
-    result.origin.rate = shape.rate;
-    result.origin.channels = shape.channels;
-    if (shape.format != sample_format::f32) result.origin.bits = 8 * static_cast<int>(shape.format);
-    result.plan = plan_stream(wanted, result.source->shape());
-    result.origin.start = samples_before(wanted, shape.rate);
-    result.origin.sounds_alike = result.origin.start == 0 && !wanted.sound.duration
-                                 && wanted.sound.gain_db == 0
-                                 && shape.channels == channels_of(result.plan.settings);
+    result.plan = plan_stream(wanted, shape);
+    const std::uint64_t start = samples_before(wanted, shape.rate);
+    result.origin = {.bext = result.labels.front().contents,
+                     .rate = shape.rate,
+                     .channels = shape.channels,
+                     .bits =
+                         shape.format == sample_format::f32 ? 0 : 8 * static_cast<int>(shape.format),
+                     .start = start,
+                     .sounds_alike = start == 0 && !wanted.sound.duration && wanted.sound.gain_db == 0
+                                     && shape.channels == channels_of(result.plan.settings)};
     result.source =
         shape_sound(std::move(result.source), wanted, result.plan.settings, result.plan.notes);
-    fit_labels(
-        result.labels,
-        {result.origin.start, result.source->length(), result.origin.rate, result.source->shape().rate},
-        lost);
+    fit_labels(result.labels, {start, result.source->length(), shape.rate, result.source->shape().rate},
+               lost);
     result.plan.notes.insert(result.plan.notes.end(), lost.begin(), lost.end());
     return result;
 }

@@ -1,10 +1,10 @@
 #include "velaenc/sound_options.hpp"
 
+#include "common/counted.hpp"
 #include "common/option_text.hpp"
+#include "settings/record.hpp"
 
-#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 
 namespace tools {
@@ -50,16 +50,16 @@ CLI::Option *add_parsed(CLI::App &app, const std::string &option, const std::str
 std::vector<speaker_factor> factors_in(const std::string &text) {
     std::vector<speaker_factor> factors;
     for (std::string_view rest = text; !rest.empty();) {
-        const auto item = rest.substr(0, rest.find(','));
-        const auto equals = std::min(item.find('='), item.size());
-        const auto where = speaker_named(item.substr(0, equals));
-        const auto factor = number_in<double>(item.substr(std::min(equals + 1, item.size())));
+        const auto [item, others] = split_at(rest, ',');
+        const auto [name, number] = split_at(item, '=');
+        const auto where = speaker_named(name);
+        const auto factor = number_in<double>(number);
         if (!where || !factor || !(*factor >= 0 && *factor <= 10))
             refuse("--downmix", text,
                    "bs775, none, or SPEAKER=FACTOR,... with FL FR FC LFE BL BR FLC FRC BC SL SR and 0 "
                    "to 10");
         factors.push_back({*where, *factor});
-        rest.remove_prefix(std::min(item.size() + 1, rest.size()));
+        rest = others;
     }
     return factors;
 }
@@ -86,11 +86,8 @@ CLI::Option *add_level(CLI::App &app, const std::string &option, const std::stri
     const auto check = [=](const std::string &text) {
         const bool plus = text.starts_with('+') && !text.starts_with("+-");
         const auto level = number_in<double>(std::string_view(text).substr(plus ? 1 : 0));
-        if (!level || !(*level >= lowest && *level <= highest)) {
-            std::array<char, 48> range;
-            std::snprintf(range.data(), range.size(), "%g to %g", lowest, highest);
-            refuse(option, text, range.data());
-        }
+        if (!level || !(*level >= lowest && *level <= highest))
+            refuse(option, text, formatted("%g to %g", lowest, highest));
         store(*level);
     };
     return add_parsed(app, option, type, help, check);
@@ -121,7 +118,7 @@ void add_sound_options(CLI::App &app, sound_options &wanted) {
                "Sample rate of the stream; without it IN's, or the preset's, or the next one above",
                [&wanted](const std::string &text) {
                    wanted.rate = number_in<int>(text);
-                   if (wanted.rate != 32000 && wanted.rate != 44100 && wanted.rate != 48000)
+                   if (std::ranges::count(all_rates, wanted.rate) == 0)
                        refuse("--to-rate", text, "32000, 44100 or 48000");
                });
     add_parsed(

@@ -9,6 +9,7 @@
 #include "settings/record.hpp"
 #include "settings/rules.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <span>
@@ -75,9 +76,7 @@ gain_matrix mixdown(const pcm_source &source, std::span<const speaker_factor> ow
                       "the input has " + count
                           + (speakers.empty() ? "" : " (" + names_of(speakers) + ")")
                           + ", for which there is no mixdown to stereo; mix it down first");
-    double front = 0;
-    for (const double gain : gains[0])
-        front = std::max(front, gain);
+    const double front = std::ranges::max(gains[0]);
     notes.push_back("mixing " + count + " (" + names_of(speakers)
                     + (guessed ? ", going by their number" : "") + ") down to stereo by "
                     + (own.empty() ? "ITU-R BS.775, the front" : "--downmix, the loudest channel")
@@ -142,8 +141,6 @@ std::unique_ptr<pcm_source> set_in_time(std::unique_ptr<pcm_source> source, cons
     const sample_range::extent part{wanted.aligns ? delay : 0, std::nullopt, delay};
     const std::string text =
         "the input is shorter than the " + samples + " that --align drops; leave --align out";
-    const auto length = source->length();
-    if (length && part.first >= *length && *length > 0) throw failure(exit_code::input, text);
     return std::make_unique<sample_range>(std::move(source), part, text);
 }
 

@@ -21,12 +21,6 @@ void note_channels(const options &wanted, const mpeg_a_settings &settings, int c
 
 } // namespace
 
-std::int64_t start_of(const mpeg_a_settings &settings) noexcept {
-    if (settings.pts_units <= 0) return settings.pts_offset;
-    return static_cast<std::int64_t>(static_cast<double>(settings.pts_offset) * 27e6
-                                     / settings.pts_units);
-}
-
 stream_plan plan_stream(const options &wanted, const pcm_shape &input) {
     if (input.channels > 2 && !wanted.sound.mixes_down)
         throw failure(exit_code::input,

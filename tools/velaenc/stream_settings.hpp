@@ -11,11 +11,8 @@
 
 namespace tools {
 
-/// Begin of the stream in 27 MHz ticks.
-std::int64_t start_of(const mpeg_a_settings &settings) noexcept;
-
 struct stream_plan {
-    mpeg_a_settings settings{};
+    mpeg_a_settings settings;
     std::vector<std::string> notes; ///< what the user did not ask for, or may not expect
 };
 

@@ -73,11 +73,8 @@ std::string line_of(std::uint64_t number, const vela::frame_decisions &f) {
 } // namespace
 
 struct trace_file::state {
-    static constexpr std::size_t enough = 64 * 1024;
-
     output_file &file;
     std::uint64_t frames = 0;
-    std::string lines;
     bool memory_out = false;
     vela::frame_observer observer{[](void *context, const vela::frame_decisions &frame) noexcept {
                                       static_cast<state *>(context)->see(frame);
@@ -88,16 +85,11 @@ struct trace_file::state {
 
     void see(const vela::frame_decisions &frame) noexcept {
         try {
-            lines += line_of(frames++, frame);
-            if (lines.size() > enough) write();
+            const std::string line = line_of(frames++, frame);
+            file.write(std::as_bytes(std::span(line)));
         } catch (const std::exception &) {
             memory_out = true;
         }
-    }
-
-    void write() {
-        file.write(std::as_bytes(std::span(lines)));
-        lines.clear();
     }
 };
 
@@ -109,8 +101,7 @@ const vela::frame_observer &trace_file::observer() const noexcept {
     return state_->observer;
 }
 
-void trace_file::flush() {
-    state_->write();
+void trace_file::check() const {
     if (state_->memory_out) throw failure(exit_code::internal, "memory is out");
 }
 

@@ -21,9 +21,8 @@ class trace_file {
     /// To be given to the encoder.
     const vela::frame_observer &observer() const noexcept;
 
-    /// Writes what is still held back.
     /// @throws failure when memory ran out while encoding; the file itself knows of other errors
-    void flush();
+    void check() const;
 
     /// Whether a file is a trace.
     static bool is_trace(const file_view &file) { return begins_with(file, "{\"frame\":"); }

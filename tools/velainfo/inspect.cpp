@@ -153,9 +153,8 @@ void check_page_name(const info_options &wanted, const std::vector<std::string> 
 
 void write_page(const info_options &wanted, page &drawn) {
     const struct stat no_input {};
-    output_file file(
-        wanted.html, no_input,
-        {.overwrite = wanted.overwrite, .is_own = page::is_own, .own = "a page of velainfo's"});
+    output_file file(wanted.html, no_input,
+                     {wanted.overwrite, false, true, page::is_own, "a page of velainfo's"});
     const std::string html = drawn.html();
     file.write(std::as_bytes(std::span(html)));
     file.close();

@@ -90,10 +90,19 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *how, void *(*run)(vo
     return fails("pthread_create") ? EAGAIN : REAL(pthread_create)(thread, how, run, of);
 }
 int renameat2(int in, const char *from, int to_in, const char *to, unsigned flags) {
-    return fails("rename") || fails("renameat2") ? -1 : REAL(renameat2)(in, from, to_in, to, flags);
+    if (fails("rename") || fails("renameat2")) return -1;
+    const char *wanted = getenv("FAULT_CALL");
+    if (wanted != NULL && strcmp(wanted, "link") == 0) { /* which comes after that */
+        errno = EINVAL;
+        return -1;
+    }
+    return REAL(renameat2)(in, from, to_in, to, flags);
 }
 int rename(const char *from, const char *to) {
     return fails("rename") ? -1 : REAL(rename)(from, to);
+}
+int link(const char *from, const char *to) {
+    return fails("link") ? -1 : REAL(link)(from, to);
 }
 int fsync(int file) {
     return fails("fsync") ? -1 : REAL(fsync)(file);
