@@ -2,6 +2,7 @@
 #include "info_workbench.hpp"
 
 #include <cmath>
+#include <regex>
 
 namespace velaenc_test {
 namespace {
@@ -112,6 +113,12 @@ TEST_F(info_test, two_encodings_are_matched_by_their_sound) {
         EXPECT_NEAR(said["noise"]["snr"], 10 * std::log10(signal / power), 0.3) << name;
     }
     EXPECT_EQ(json_of("--diff a.mp2 frames.mp2", 7)["alone"][0], 3);
+    const std::string text = run("velainfo --diff a.mp2 inverted.mp2", 7).out;
+    EXPECT_TRUE(std::regex_search(
+        text, std::regex("\n  sound         B is A's from sample \\+0 on, correlation 0\\.9\\d{3}\n "
+                         "{16}the gain of B is "
+                         "-6\\.0\\d dB\n {16}the polarity of B is inverted\n  noise  ")))
+        << text;
     file("softer", 0, 0.5, "--mode mono --bitrate 192");
     for (const std::string first : {"mono", "a"})
         expect_fields(json_of("--diff " + first + ".mp2 softer.mp2", 7)["sound"],

@@ -50,6 +50,33 @@ TEST_F(info_test, the_text_says_what_json_says) {
         << list;
 }
 
+TEST_F(info_test, silence_of_one_channel_has_its_page) {
+    // By hand: 144 * 64 / 32 bytes a frame, 88 bits for what Table 3-B.2a allocates, 481 samples of delay.
+    std::string stream;
+    for (int i = 0; i < 56; ++i)
+        stream += "\xFF\xFD\x48\xC0" + std::string(284, '\0');
+    put("silent.wav", wav(stream, 1, 32000).replace(20, 1, "\x50"));
+    std::string zeros;
+    for (int sb = 0; sb < 27; ++sb)
+        zeros += (sb == 16 ? "\n" + std::string(16, ' ') : "") + "   0.0";
+    EXPECT_EQ(
+        run("velainfo --sound silent.wav").out,
+        "silent.wav: MPEG-1 Layer II, 32000 Hz, mono, 64 kbit/s, in a WAV file\n"
+        "  length        2.016 s, 56 frames, 16128 bytes\n"
+        "  header        crc 0, private 0, copyright 0, original 0, emphasis none\n"
+        "  padding       none: frames are whole\n"
+        "  CRC           none\n"
+        "  bits          header 1.4 %, allocation 3.8 %, unused 94.8 %\n"
+        "  scale factors nothing is allocated\n"
+        "  allocation    bits a sample on average, by subband\n                "
+            + zeros
+            + "\n  loudness      none, range 0.0 LU, momentary up to none, short-term up to none\n"
+              "  peak          true peak none, 0 samples clipped\n"
+              "  level         dead: never above -60 dB\n"
+              "  silence       2.0 s at most\n                2.0 s from 0:00.000\n"
+              "  damage        none\n");
+}
+
 TEST_F(info_test, the_sound_is_measured_as_ffmpeg_measures_it) {
     auto sound = noise(2 * 48000 * 8);
     for (std::size_t i = 0; i < sound.size(); ++i) {
@@ -163,11 +190,17 @@ TEST_F(info_test, a_source_that_differs_by_more_than_the_coding_is_named_and_com
                                 {"swapped", false},
                                 {"outside", 0},
                                 {"others", 0},
+                                {"source_begin", 0.0},
                                 {"jumps", nlohmann::json::array()},
                                 {"source_seconds", std::string(files).starts_with("slow") ? 6.0 : 4.0}};
         expected.update(nlohmann::json::parse(fields));
         EXPECT_EQ(said["offset"], offset) << files;
         expect_fields(said, expected, files);
+        EXPECT_NEAR(said["source_end"], said["source_seconds"], 0.02) << files;
+        for (const char *figure : {"subband_level", "subband_snr", "subband_nmr"}) {
+            const bool is_silent = said[figure][0] == nlohmann::json(std::vector(32, -150.0));
+            EXPECT_EQ(is_silent, std::string(files).starts_with("left")) << files << figure;
+        }
         // None of the figures suffers.
         if (!same.is_object()) same = said;
         if (std::string(files).find("tone") != std::string::npos) continue;

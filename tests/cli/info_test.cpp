@@ -373,6 +373,18 @@ TEST_F(info_test, a_fault_of_every_frame_is_one_place_and_hides_no_statistics) {
     put("x.mp2", stream);
     wrong = json_of("x.mp2", 3);
     EXPECT_EQ(wrong["header"]["copyright"]["counts"].size(), 1u);
+    // Two frames of 32 bytes and one byte more, more often than is listed.
+    const std::string small = "\xFF\xFF\x14\xC0" + std::string(28, '\0');
+    std::string many;
+    for (int i = 0; i < 1002; ++i)
+        many += small + small + "x";
+    put("many.mp1", many);
+    const std::string text = run("velainfo many.mp1", 3).out;
+    EXPECT_NE(
+        text.find(
+            "1002 places, 0 frames, 1002 bytes outside of frames\n    frame 2, 0.016 s, byte 64: 1 "),
+        std::string::npos);
+    EXPECT_TRUE(text.ends_with("byte 64999: 1 bytes that belong to no frame\n    and 2 more\n"));
     // In WAV a frame's offset is the file's, not the stream's.
     run("velaenc --quiet 48000.wav x.wav");
     const auto base = get("x.wav").find("\xFF\xFD");
@@ -399,7 +411,9 @@ TEST_F(info_test, presets_speak_the_librarys_messages_and_frames_are_listed_one_
           "--diff dvd.mp2 low.mp2 dvd.mp2", "--diff - dvd.mp2", "--diff --sound dvd.mp2 low.mp2",
           "--diff -r dvd.mp2 low.mp2"})
         run(std::string("velainfo ") + wrong, 1);
-    run("velainfo dvd.mp2 none.mp2", 2);
+    const std::string both = run("velainfo dvd.mp2 none.mp2 2>&1", 2).out;
+    EXPECT_NE(both.find("damage        none\nvelainfo: cannot read none.mp2"), std::string::npos)
+        << both;
     run("velainfo dvd.mp2 --files-from .", 2, "cannot read the list");
     run("velainfo --diff dvd.mp2 none.mp2", 2, "cannot read none.mp2");
     // The last one counts, and 23 frames are 15456 bytes in 0.552 s, a quotient that is no whole number in binary.
