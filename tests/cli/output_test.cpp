@@ -257,7 +257,7 @@ TEST_F(output_test, a_name_of_another_format_is_noted) {
 
 TEST_F(output_test, a_terminal_shows_the_position_in_a_line_of_its_width) {
     if (shell("script -qec true /dev/null").status != 0) GTEST_SKIP() << "no terminal can be made here";
-    const std::string slow = "(head -c 960044; sleep 0.3; cat) < in.wav | velaenc - out.mp2 ";
+    const std::string slow = "(head -c 960044; sleep 0.7; cat) < in.wav | velaenc - out.mp2 ";
     const auto on = [&](const std::string &terminal, const std::string &arguments) {
         return shell("script -qec 'stty cols 30; export TERM=" + terminal + "; " + slow + arguments
                      + "' /dev/null")

@@ -57,6 +57,20 @@ std::optional<double> gain_of_all(const gain_matrix &gains) {
     return gains == plain ? std::optional(gains[0][0]) : std::nullopt;
 }
 
+/// One output channel: every stride-th sample from `to` on is the sum of an instant's samples by their gains.
+/// @tparam known  how many gains there are, where the loop over them is to be unrolled; otherwise 0
+template <std::size_t known>
+void mix(std::span<const float> in, std::span<const double> gains, float *to,
+         std::size_t stride) noexcept {
+    const std::size_t inputs = known != 0 ? known : gains.size();
+    for (std::size_t at = 0; at < in.size(); at += inputs, to += stride) {
+        double sum = 0;
+        for (std::size_t i = 0; i < inputs; ++i)
+            sum += gains[i] * in[at + i];
+        *to = static_cast<float>(sum);
+    }
+}
+
 } // namespace
 
 gain_matrix own_gains(const std::vector<speaker> &from, std::span<const speaker_factor> own) {
@@ -101,14 +115,8 @@ std::span<const std::byte> channel_matrix::next_block() {
         return std::as_bytes(std::span(in_));
     }
     out_.resize(in_.size() / inputs * gains_.size());
-    float *to = out_.data();
-    for (std::size_t at = 0; at < in_.size(); at += inputs)
-        for (const auto &row : gains_) {
-            double sum = 0;
-            for (std::size_t i = 0; i < inputs; ++i)
-                sum += row[i] * in_[at + i];
-            *to++ = static_cast<float>(sum);
-        }
+    for (std::size_t row = 0; row < gains_.size(); ++row)
+        (inputs == 2 ? mix<2> : mix<0>)(in_, gains_[row], out_.data() + row, gains_.size());
     return std::as_bytes(std::span(out_));
 }
 
