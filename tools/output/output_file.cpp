@@ -41,7 +41,7 @@ std::string temporary_name(const std::string &target) {
 /// Where nobody has the name. @return 0 or errno, EEXIST where somebody has it
 int rename_new(const char *from, const char *to) noexcept {
     if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL) return errno;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
     // The file system cannot do that; most of those can give a file two names.
     if (::link(from, to) == 0) return 0; // the other one goes as that of an unfinished file
     if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return errno;
