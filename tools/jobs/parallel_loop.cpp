@@ -138,6 +138,7 @@ class parallel_run {
             const bool frames_wait = reader_.has_frames(next) || !in_flight_.empty();
             if (frames_wait && !reader_.ready_before(deadline)) return input::late;
             if (!reader_.read(next)) return input::ended;
+            show_progress(); // of what has been written before a pause of the input
         }
         return input::ready;
     }
@@ -160,8 +161,10 @@ class parallel_run {
         clipped_.add(oldest->clipped);
         vacant_.push_back(std::move(oldest));
         in_flight_.pop_front();
-        shown_.update(writer_.frames() * frame_samples_);
+        show_progress();
     }
+
+    void show_progress() { shown_.update(writer_.frames() * frame_samples_); }
 
     pcm_source &source_;
     mpeg_a_settings settings_;
