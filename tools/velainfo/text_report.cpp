@@ -1,6 +1,7 @@
 #include "velainfo/text_report.hpp"
 
 #include "common/printable.hpp"
+#include "jobs/progress.hpp"
 #include "velainfo/decibels.hpp"
 
 #include <algorithm>
@@ -144,14 +145,6 @@ std::string selection_text(const stream_report &r) {
     return text;
 }
 
-/// "0:05.123", "1:00:05.123"
-std::string clock_text(double seconds) {
-    const auto whole = static_cast<number>(seconds);
-    const std::string rest = format("%06.3f", seconds - static_cast<double>(whole / 60 * 60));
-    if (whole < 3600) return format("%llu:", whole / 60) + rest;
-    return format("%llu:%02llu:", whole / 3600, whole / 60 % 60) + rest;
-}
-
 /// "frame 5, 0.120 s, byte 3360", "frames 5 to 9, ..."
 std::string place_text(std::uint64_t frame, std::uint64_t frames, double seconds,
                        std::uint64_t offset) {
@@ -213,7 +206,7 @@ std::string sound_rows(const sound_report &s) {
     std::string silence = format("%.1f s at most", s.longest_silence);
     for (const silent_stretch &stretch : s.silence)
         silence += "\n" + std::string(16, ' ') + format("%.1f s from ", stretch.seconds)
-                   + clock_text(stretch.begin);
+                   + clock_text(stretch.begin, 3);
     return text + row("silence", silence);
 }
 
@@ -238,8 +231,8 @@ std::string comparison_rows(const comparison_totals &c) {
         + deviation_rows(c, "the stream");
     text += row(
         "",
-        "compared from " + clock_text(c.source_begin) + " to " + clock_text(c.source_end)
-            + (c.source_seconds ? " of " + clock_text(*c.source_seconds) : "")
+        "compared from " + clock_text(c.source_begin, 3) + " to " + clock_text(c.source_end, 3)
+            + (c.source_seconds ? " of " + clock_text(*c.source_seconds, 3) : "")
             + (c.outside > 0 ? format("; %llu frames lie outside of it", static_cast<number>(c.outside))
                              : "")
             + (c.others > 0 ? format("; %llu frames are of another kind", static_cast<number>(c.others))
@@ -310,7 +303,7 @@ std::string text_of(const stream_difference &d) {
         std::string line = heading(r);
         line.pop_back();
         text += row(side == 0 ? "A" : "B",
-                    line + ", " + clock_text(r.seconds()) + ", " + count_text(r.frames, "frame")
+                    line + ", " + clock_text(r.seconds(), 3) + ", " + count_text(r.frames, "frame")
                         + (r.is_sound() ? "" : ", damage in " + count_text(r.damage_count, "place"))
                         + (r.bytes == r.frame_bytes ? ""
                                                     : ", " + count_text(r.bytes - r.frame_bytes, "byte")
@@ -367,7 +360,7 @@ std::string brief_of(const stream_report &r) {
     const char *const verdict = !r.is_sound() ? "damaged" : r.violations.empty() ? "sound" : "unfit";
     std::string text = format("%-11s ", verdict) + heading(r);
     text.pop_back();
-    text += ", " + clock_text(r.seconds());
+    text += ", " + clock_text(r.seconds(), 3);
     if (!r.is_sound()) {
         const auto first = std::ranges::find_if(r.events, &stream_event::is_damage);
         if (first != r.events.end())
