@@ -76,6 +76,8 @@ TEST_F(broadcast_wave_test, the_chunks_describe_the_stream) {
         const std::string first_row = "\n0," + std::to_string(file.find(stream)) + ",";
         EXPECT_NE(get("list").find(first_row), std::string::npos) << get("list");
     }
+    run("ffmpeg -v error -i in.wav -c:a pcm_f32le float.wav && velaenc float.wav of_float.wav");
+    EXPECT_EQ(chunk_of(get("of_float.wav"), "bext").substr(602, 8), "A=MPEG1L"); // no bits to name
 }
 
 TEST_F(broadcast_wave_test, the_extension_of_the_input_is_carried_over) {

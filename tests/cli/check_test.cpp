@@ -184,6 +184,9 @@ TEST_F(check_test, a_stream_that_fails_gets_no_name_and_a_report_has_the_figures
     run("velaenc --check --output-dir out2 low.wav --report softer --gain "
         + std::to_string(softer - 0.1));
     EXPECT_EQ(nlohmann::json::parse(get("softer"))["check"]["clipped_samples"], 0);
+    run("velaenc --check --output-dir out3 low.wav --loudness -23 --report at_goal");
+    const double at_goal = nlohmann::json::parse(get("at_goal"))["check"]["snr_db"];
+    EXPECT_NEAR(at_goal, check["snr_db"].get<double>(), 1); // the input is compared at the same gain
     const std::string bounded = "velaenc --check low.wav o.mp2 --loudness 0 --true-peak ",
                       advice = "clip them, unless --true-peak ";
     const std::string said = run(bounded + "0", 0, advice).err;
