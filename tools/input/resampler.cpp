@@ -41,12 +41,11 @@ std::span<const std::byte> resampler::next_block() {
                 continue;
             }
         }
-        if (crew_wants_more()) {
-            gather();
-        } else if (first != nullptr && !is_here) {
+        const bool crew_first = crew_wants_more(); // never at the end
+        if (!crew_first && first != nullptr && !is_here) {
             crew_->finish(*first);
             first->is_with_crew = false;
-        } else if (is_here && (first->bytes_waiting() > 0 || ended_)) {
+        } else if (!crew_first && is_here && (first->bytes_waiting() > 0 || ended_)) {
             first->run();
         } else if (!ended_) {
             gather();
