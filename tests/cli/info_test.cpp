@@ -120,6 +120,7 @@ TEST(info, padding_is_exact_while_a_stream_keeps_its_bitrate_to_a_slot) {
         const auto report = report_of(stream);
         EXPECT_NEAR(report.padding.worst, worst, 1e-5) << frames;
         EXPECT_EQ(report.padding.is_exact(), worst <= 1) << frames;
+        EXPECT_EQ(report.padded, std::ranges::count(frames, '1')) << frames;
     }
 }
 

@@ -45,8 +45,8 @@ std::vector<std::int16_t> noise(std::size_t samples, unsigned seed) {
 
 std::string little_endian(std::uint64_t value, int bytes) {
     std::string text;
-    for (int i = 0; i < bytes; ++i)
-        text += static_cast<char>(value >> 8 * i & 0xFF);
+    for (int i = 0; i < bytes; ++i, value >>= 8)
+        text += static_cast<char>(value & 0xFF);
     return text;
 }
 

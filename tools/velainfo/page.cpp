@@ -266,7 +266,8 @@ std::string page::html() {
         }
     };
     each_timeline([&](const timeline &t) { rows += t.rows(); });
-    const std::size_t columns = most_bytes / bytes_a_cell / rows;
+    const std::size_t columns =
+        std::max<std::size_t>(most_bytes / bytes_a_cell / std::max<std::size_t>(rows, 1), 16);
     each_timeline([&](timeline &t) {
         const bool exact = t.stride() == 1 && t.columns() * rows * bytes_a_cell <= 3 * most_bytes;
         if (!exact) t.limit_columns(columns);
