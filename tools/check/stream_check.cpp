@@ -172,7 +172,7 @@ class checking {
                                                                 - std::min(begin, heard_samples());
             sound.take(count * channels_, x);
             heard.take(count * channels_, y);
-            if (x.size() != y.size()) // every frame has been decoded
+            if (x.size() != count * channels_ || y.size() != x.size())
                 is_wrong("the sound ends at " + clock_text(static_cast<double>(second), 0));
             overs.add(y);
             const auto sums = std::span(result_.seconds)

@@ -28,12 +28,16 @@ std::int32_t frame_sink::begin_unit(std::int32_t length, std::int32_t) noexcept 
 std::int32_t frame_sink::push_bytes(const std::uint8_t *bytes, std::int32_t length) noexcept {
     const auto size = static_cast<std::uint32_t>(length);
     bufstream *const stream = to_.stream();
-    std::memcpy(stream->request(stream, size), bytes, size); // there is room for the frames of a block
+    std::uint8_t *const room = stream->request(stream, size);
+    overflowed_ = overflowed_ || room == nullptr;
+    if (overflowed_) return -1;
+    std::memcpy(room, bytes, size);
     stream->commit(stream, size);
     return 0;
 }
 
 std::int32_t frame_sink::end_unit() noexcept {
+    if (overflowed_) return -1;
     bufstream *const stream = to_.stream();
     stream->auxinfo(stream, 0, MPEG_A_FRAME_INFO, &frame_, sizeof frame_);
     return 0;
@@ -58,8 +62,9 @@ engine_encoder::engine_encoder(const mpeg_a_settings &settings, const pcm_shape 
 
 void engine_encoder::put(std::span<const std::byte> pcm) {
     auto *const input = static_cast<API_PutData *>(input_.get());
-    if (input->put_data(pcm.data(), 1, static_cast<std::int32_t>(pcm.size())) != 0)
-        throw std::logic_error("the engine takes no more samples");
+    if (input->put_data(pcm.data(), 1, static_cast<std::int32_t>(pcm.size())) != 0
+        || sink_.overflowed())
+        throw std::logic_error("more frames than there is room for");
 }
 
 void engine_encoder::finish() noexcept {

@@ -27,9 +27,13 @@ class frame_sink final : public PushData {
     std::int32_t push_bytes(const std::uint8_t *bytes, std::int32_t length) noexcept override;
     std::int32_t end_unit() noexcept override;
 
+    /// The engine does not listen when a sink has no room.
+    bool overflowed() const noexcept { return overflowed_; }
+
   private:
     frame_buffer &to_;
     frame_info frame_{};
+    bool overflowed_ = false;
 };
 
 struct engine_releaser {

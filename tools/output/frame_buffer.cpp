@@ -8,7 +8,7 @@
 namespace tools {
 namespace {
 
-/// Larger than any frame, so that a frame never comes in two pieces. Nobody asks for more.
+/// Larger than any frame, so that a frame never comes in two pieces.
 constexpr std::uint32_t announced_chunk = 4096;
 
 } // namespace
@@ -33,9 +33,10 @@ void frame_buffer::exchange(frame_buffer &other) noexcept {
     frames_.swap(other.frames_);
 }
 
-std::uint8_t *frame_buffer::lend(bufstream *self, std::uint32_t) noexcept {
+std::uint8_t *frame_buffer::lend(bufstream *self, std::uint32_t n) noexcept {
     auto &buffer = static_cast<frame_buffer &>(*self);
-    const bool fits = buffer.frames_.size() < buffer.frames_.capacity();
+    const bool fits =
+        buffer.frames_.size() < buffer.frames_.capacity() && n <= buffer.bytes_.size() - buffer.filled_;
     return fits ? buffer.bytes_.data() + buffer.filled_ : nullptr;
 }
 
@@ -50,8 +51,10 @@ std::uint32_t frame_buffer::chunk_bytes(bufstream *) noexcept {
 
 std::uint32_t frame_buffer::note(bufstream *self, std::uint32_t, std::uint32_t id, const void *data,
                                  std::uint32_t size) noexcept {
-    if (id == MPEG_A_FRAME_INFO)
-        std::memcpy(&static_cast<frame_buffer &>(*self).frames_.emplace_back(), data, size);
+    frame_info info;
+    if (id != MPEG_A_FRAME_INFO || size < sizeof info) return 0;
+    std::memcpy(&info, data, sizeof info);
+    static_cast<frame_buffer &>(*self).frames_.push_back(info);
     return 0;
 }
 
